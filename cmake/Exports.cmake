@@ -1,0 +1,24 @@
+include(GenerateExportHeader)
+
+# The library lets out rk::* and nothing else: hidden visibility for our own symbols, a version script for those that
+# the standard library's templates would add.
+set(RK_SOCKET_GENERATED_DIR ${PROJECT_BINARY_DIR}/generated)
+generate_export_header(rk-socket
+  BASE_NAME RK_SOCKET
+  EXPORT_FILE_NAME ${RK_SOCKET_GENERATED_DIR}/rk/Export.h)
+
+set(RK_SOCKET_VERSION_SCRIPT ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+set_target_properties(rk-socket PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
+  EXPORT_NAME socket
+  CXX_EXTENSIONS OFF
+  CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON
+  LINK_DEPENDS ${RK_SOCKET_VERSION_SCRIPT})
+target_link_options(rk-socket PRIVATE
+  -Wl,--version-script=${RK_SOCKET_VERSION_SCRIPT}
+  $<$<NOT:$<BOOL:${RK_SOCKET_SANITIZERS}>>:-Wl,-z,defs>)
+target_include_directories(rk-socket PUBLIC
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+  $<BUILD_INTERFACE:${RK_SOCKET_GENERATED_DIR}>)

@@ -1,0 +1,235 @@
+#pragma once
+
+#include <rk/Export.h>
+#include <rk/socket/ClosePolicy.h>
+#include <rk/socket/PollResult.h>
+#include <rk/socket/Protocol.h>
+#include <rk/socket/SocketEndpoint.h>
+#include <rk/utils/MessageFormatter.h>
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace google::protobuf {
+class Message;
+}
+
+namespace rk::socket {
+
+namespace utils {
+class SocketListener;
+}
+
+/// A messaging socket of one pattern: publish, subscribe, request or reply.
+///
+/// The story of a socket: it is built closed; `create` opens it for a pattern; `connect` binds it (publish, reply) or
+/// connects it (subscribe, request) to an endpoint, any number of times; messages are sent and received; `close`, or
+/// the destructor, ends it. A socket remembers its endpoints, so that it can be rebuilt: when 0MQ refuses a request
+/// that is sent before the last one was answered, or a receive before the last request was answered, the socket is
+/// rebuilt, connected again, and the call made once more. See `resetConnections` for what a rebuild loses.
+///
+/// Threads: a socket is used by one thread at a time, and takes no lock to send, receive or poll. Different sockets are
+/// independent of each other. Do not use one on both sides of a `fork`.
+///
+/// Failures are thrown as `std::runtime_error`. Texts that end with the 0MQ error are written here as E, which stands
+/// for the text of the 0MQ error + " on " + `debugString()`. "The socket is closed" below means that it is as it was
+/// built, and that every endpoint is forgotten.
+///
+/// Process exit waits for every open socket. Threads that are blocked in one get `ZmqContextTerminationException`, and
+/// must close it. A `Socket` that is a static object, or one on the stack of a thread that calls `exit`, keeps the
+/// process from ending.
+class RK_SOCKET_EXPORT Socket : public rk::utils::MessageFormatter {
+public:
+    /// Builds the object, closed. `name` stands in every text about this socket; `closePolicy` chooses how long
+    /// messages that are not yet sent are kept after a close.
+    Socket(const std::string& name, ClosePolicy::ClosePolicy closePolicy);
+
+    /// Closes the socket.
+    ~Socket();
+
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+
+    /// Closes whatever is open and opens a new native socket of the given pattern, which is connected nowhere. The
+    /// settings of statistics and capping stay; the queue size starts again at 0MQ's default. Does not block.
+    /// \throws std::runtime_error "Socket: Failed creating socket " + `debugString()` + " of type " + number + ": " +
+    /// E;
+    ///         the socket is then closed. E is "Invalid argument" for a value that is no pattern, "Too many open files"
+    ///         when 0MQ's 1,023 sockets are used up, "Context was terminated" once the process's exit has begun.
+    void create(Protocol::Protocol protocol);
+
+    /// Closes the native socket, if any, and forgets every endpoint. Allowed at any time, any number of times. Does not
+    /// block: 0MQ goes on in the background, for as long as the close policy lets it.
+    /// \throws std::system_error when the mutex cannot be locked; the native socket is then closed
+    void close();
+
+    /// "[Socket " + name + "]".
+    std::string debugString() const;
+
+    /// Binds (`Pub`, `Rep`) or connects (`Sub`, `Req`) the open socket to one more endpoint; one that the socket
+    /// already has is passed over. A `Sub` socket subscribes to everything, and its close policy becomes `DropPending`.
+    /// The socket file of an IPC endpoint that is bound gets mode 0777. Logs a debug line before and after.
+    ///
+    /// Connecting does not wait for the other side. Binding does not block, unless 0MQ is still releasing an address
+    /// that this process has itself given up: that is waited for, at most two seconds. An address that somebody else
+    /// holds is refused at once; but 0MQ takes over an IPC path from whoever holds it.
+    ///
+    /// \param endpoint where to; on TCP, `Pub` and `Rep` listen on all interfaces
+    /// \param receiveTimeout how long `receive` waits for a message, in milliseconds, for the whole socket; 0 leaves it
+    ///        as it is, at first without limit, and so is 4294967295; other values above 2147483647 are refused by 0MQ
+    /// \throws std::runtime_error "Socket: Cannot connect a NULL socket"; nothing has changed
+    /// \throws std::runtime_error "Socket: Socket type not handled"
+    /// \throws std::runtime_error "Socket: Failed connecting/binding socket: " + E
+    /// \throws std::runtime_error "Socket: Error setting ZMQ_RCVTIMEO " + E
+    /// \throws std::runtime_error "Socket: Error setting ZMQ_SUBSCRIBE " + E
+    ///         After all but the first of these, the socket is closed.
+    void connect(const SocketEndpoint& endpoint, unsigned int receiveTimeout);
+
+    /// `create`, then `connect`, with the exceptions of both.
+    void createAndConnect(Protocol::Protocol protocol, const SocketEndpoint& endpoint, unsigned int receiveTimeout);
+
+    /// Replaces the native socket by a fresh one of the same pattern, connected to the same endpoints in the same
+    /// order. Does nothing on a closed socket. Blocks as `connect` does, two seconds at most in all. When the socket
+    /// cannot be rebuilt, logs `debugString()` + ": Error resetting socket: " + reason at error level; the socket is
+    /// then closed.
+    ///
+    /// Requests that wait in a reply socket are dropped, and so is what a close policy does not keep; a request that is
+    /// sent again may be served twice. Peers on TCP and IPC connect again by themselves, peers on inproc do not. The
+    /// queue size starts again at 0MQ's default. Ends the process when there is no memory to copy the endpoints.
+    void resetConnections() noexcept;
+
+    /// Sends the `size` bytes at `data` as one message; they are copied, and `size` may be 0. Blocks while the outgoing
+    /// queue is full, without limit, except that a `Pub` socket drops the message for a subscriber whose queue is full;
+    /// then pauses as `setTargetBitRate` asks.
+    ///
+    /// A `Req` socket that has not received the reply to its last request is rebuilt, with a warning logged, and sends
+    /// this request on the fresh connection.
+    ///
+    /// \throws std::runtime_error "Socket: Cannot send on a NULL socket"
+    /// \throws ZmqContextTerminationException "Context terminated in send() for socket " + `debugString()`
+    /// \throws std::runtime_error "Send error: " + E, for instance when a `Rep` socket owes nobody a reply, or a signal
+    ///         interrupts the call. The socket is as before, or closed if it could not be rebuilt.
+    void send(void* data, unsigned long size);
+
+    /// Serialises `message` and sends it as `send` does, with its exceptions.
+    /// \throws std::runtime_error "Socket: Cannot send NULL message"
+    /// \throws std::runtime_error `debugString()` + ": Cannot send message: not initialized: " + "[" + field + "]" for
+    ///         every required field that is missing
+    /// \throws std::runtime_error `debugString()` + ": Cannot send message: " + size + " bytes serialized, at most
+    ///         2147483647 possible"
+    /// \throws std::runtime_error `debugString()` + ": Cannot send message: changed while being serialized", when
+    /// another
+    ///         thread has written to the message. After these four, nothing has been sent.
+    void sendProtoBuf(google::protobuf::Message* message);
+
+    /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut
+    /// to `size` bytes, and its full length returned. Blocks until a message is there, at most for the receive timeout
+    /// of `connect`.
+    ///
+    /// A `Rep` socket that has not replied to its last request is rebuilt, with a warning logged; that request is
+    /// abandoned, and a new one waited for.
+    ///
+    /// \throws std::runtime_error "Socket: Cannot receive on a NULL socket"
+    /// \throws ZmqContextTerminationException "Context terminated in recv() for socket " + `debugString()`
+    /// \throws std::runtime_error "Receive error: " + E, also when the time ran out ("Resource temporarily
+    /// unavailable"),
+    ///         when a `Req` socket has sent no request, or when a signal interrupts the call. The socket is as before,
+    ///         or closed if it could not be rebuilt.
+    int receive(void* buffer, unsigned long size);
+
+    /// Receives one message as `receive` does, with its exceptions, and parses it into `message`. The socket keeps a
+    /// receive buffer, which grows to the largest `size` ever asked for and is used whole.
+    /// \param message what to parse into; after a failed parse it may hold parts
+    /// \param size the least size of the receive buffer, in bytes; from 2147483648 on every message is refused
+    /// \throws std::runtime_error "Socket: Cannot receive on a NULL message"
+    /// \throws std::runtime_error `debugString()` + ": Wrong receive buffer size", when `size` is 0
+    /// \throws std::runtime_error `debugString()` + ": Receive buffer size too small: Required: " + length +
+    ///         ", Actual: " + size of the receive buffer
+    /// \throws std::runtime_error `debugString()` + ": Failed deserializing message"
+    ///         After the last two, the message is consumed; a `Rep` socket then owes its reply like after any request.
+    void receiveProtoBuf(google::protobuf::Message* message, unsigned int size);
+
+    /// Waits until a message can be read, at most `timeout` milliseconds; 0 returns at once. A `Rep` socket that owes a
+    /// reply has no input until it has sent the reply, or `receive` has given it up.
+    /// \param timeout milliseconds
+    /// \param error replaced by the reason when the result is `Failure` (also when a signal interrupts the call), else
+    ///        untouched
+    /// \throws std::runtime_error "Socket: Cannot poll a NULL socket"
+    /// \throws ZmqContextTerminationException "Context terminated in poll() for socket " + `debugString()`
+    PollResult::PollResult poll(unsigned int timeout, std::string& error);
+
+    /// Discards every message that a `Sub` socket has already received; does nothing for other patterns or on a closed
+    /// socket. Does not wait, but goes on as long as messages are there.
+    /// \throws ZmqContextTerminationException as `poll`, or "Context terminated in recv() for socket " +
+    /// `debugString()` \throws std::runtime_error "Receive error in flushIncomingMessages: " + E
+    void flushIncomingMessages();
+
+    /// Sets the length of 0MQ's queue, in messages for each peer: of the outgoing queue of `Pub` and `Req`, of the
+    /// incoming queue of `Sub` and `Rep`; 0 means no limit. Does nothing on a closed socket. A failure is logged at
+    /// error level: "Failed setting emission buffer size: " or "Failed setting reception buffer size: ", + E.
+    ///
+    /// Call it between `create` and `connect`: the size holds for connections made later, and libzmq 4.3.4 may crash if
+    /// it is changed while a peer disconnects.
+    void setInternalFifoSize(int size);
+
+    /// Switches the statistics on or off, and starts their period anew. While they are on, every 50 blocks that are
+    /// sent or received log a debug line: "Rate is " + megabytes + " Mbytes/s = " + megabits + " Mbits/s, " + blocks +
+    /// " Blocks/s". A mega is 1,048,576 here.
+    void activateStatistics(bool active);
+
+    /// Caps the rate at which blocks are sent, by pausing in `send` after a block that was sent too early. The first
+    /// capped send never pauses. The wall clock is used: while it is set back by some time, a pause is longer by as
+    /// much. \param rate megabits (1,048,576 bits) per second; 0 for no cap
+    void setTargetBitRate(unsigned int rate);
+
+    /// Counts one block of `size` bytes, whether statistics are on or not. Called by `send` and `receive`.
+    void addBlockToStatistics(unsigned int size) noexcept;
+
+    /// Pauses until a block of `size` bytes, sent just now, is due to have passed at the target bit rate; at most 4,294
+    /// seconds. Called by `send`.
+    void handleBitRateCapping(unsigned int size);
+
+private:
+    friend class utils::SocketListener;
+
+    RK_SOCKET_NO_EXPORT bool isConnectedTo(const SocketEndpoint& target) const;
+    RK_SOCKET_NO_EXPORT void attach(const SocketEndpoint& target, unsigned int receiveTimeout);
+    RK_SOCKET_NO_EXPORT void bindOrConnect(const SocketEndpoint& target);
+    RK_SOCKET_NO_EXPORT void setOptions(unsigned int receiveTimeout);
+    RK_SOCKET_NO_EXPORT void remember(const SocketEndpoint& target, unsigned int receiveTimeout);
+    RK_SOCKET_NO_EXPORT void closeNativeSocket() noexcept;
+
+    RK_SOCKET_NO_EXPORT void repairJam();
+    RK_SOCKET_NO_EXPORT bool abandonUnansweredRequest(std::string& error);
+    RK_SOCKET_NO_EXPORT std::string pollFailure() const;
+    RK_SOCKET_NO_EXPORT std::string failureText(int error) const;
+    [[noreturn]] RK_SOCKET_NO_EXPORT void throwTransferFailure(const char* operation, const char* prefix) const;
+    RK_SOCKET_NO_EXPORT void setQueueSize(int option, int size, const char* failurePrefix);
+    RK_SOCKET_NO_EXPORT void beginPeriod() noexcept;
+    RK_SOCKET_NO_EXPORT void endPeriod() noexcept;
+
+    void* zmqSocket = nullptr;
+    Protocol::Protocol protocol = Protocol::Undef;
+    std::string name;
+    ClosePolicy::ClosePolicy closePolicy;
+    std::list<std::pair<SocketEndpoint, unsigned int>> connections;
+    SocketEndpoint endpoint;
+    std::string receiveTimeoutText = "undef";
+    std::string header;
+    std::mutex connectionMutex;
+    bool statisticsActive = false;
+    std::uint32_t statisticsSampleCount = 0;
+    std::uint32_t statisticsByteCount = 0;
+    std::uint32_t statisticsBlockCount = 0;
+    double statisticsStartTime = 0.0;
+    std::uint32_t targetBitRate = 0;
+    double lastSendTime = 0.0;
+    std::unique_ptr<char[]> receiveBuffer;
+    std::uint32_t receiveBufferSize = 0;
+};
+
+} // namespace rk::socket

@@ -1,0 +1,69 @@
+#include <rk/socket/SocketContext.h>
+#include <rk/utils/Log.h>
+#include <rk/utils/detail/LogBackend.h>
+
+#include <zmq.h>
+
+#include <cerrno>
+
+namespace rk::socket {
+
+SocketContext::SocketContext() : MessageFormatter("SocketContext"), context(zmq_ctx_new()) {}
+
+SocketContext::~SocketContext() {
+    rk::utils::logDebug(formatMessage("Terminating 0MQ context"));
+    // Both calls are names of one. A handle that the first has released may already be another context's memory; one
+    // that it left alive, because a signal interrupted it, is the second's to terminate.
+    if (zmq_term(context) == 0) {
+        context = nullptr;
+    }
+    rk::utils::logDebug(formatMessage("Terminating 0MQ context Done"));
+    rk::utils::logDebug(formatMessage("Destroying 0MQ context"));
+    zmq_ctx_destroy(context);
+    rk::utils::logDebug(formatMessage("Destroying 0MQ context Done"));
+}
+
+void* SocketContext::createSocket(Protocol::Protocol protocol) {
+    const std::lock_guard<std::mutex> lock(contextMutex);
+    return zmq_socket(context, Protocol::ToNativeProtocol(protocol));
+}
+
+namespace {
+
+/// Decides whether a socket may still be had. It has no destructor, since sockets are asked for until the process is
+/// gone.
+struct Gate {
+    std::mutex mutex;
+    bool shut = false;
+};
+Gate gate;
+
+/// The context of the process. The gate shuts before the context is destroyed, and only once no socket is being made:
+/// no call can reach the context's memory after 0MQ has released it.
+class ProcessContext {
+public:
+    ProcessContext() = default;
+    ~ProcessContext() {
+        const std::lock_guard<std::mutex> lock(gate.mutex);
+        gate.shut = true;
+    }
+    ProcessContext(const ProcessContext&) = delete;
+    ProcessContext& operator=(const ProcessContext&) = delete;
+
+    SocketContext context;
+};
+
+} // namespace
+
+void* getSocket(Protocol::Protocol protocol) {
+    rk::utils::detail::prepareForExit();
+    static ProcessContext process;
+    const std::lock_guard<std::mutex> lock(gate.mutex);
+    if (gate.shut) {
+        errno = ETERM;
+        return nullptr;
+    }
+    return process.context.createSocket(protocol);
+}
+
+} // namespace rk::socket

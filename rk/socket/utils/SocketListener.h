@@ -1,0 +1,105 @@
+#pragma once
+
+#include <rk/Export.h>
+#include <rk/socket/Protocol.h>
+#include <rk/socket/SocketEndpoint.h>
+#include <rk/utils/MessageFormatter.h>
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace google::protobuf {
+class Message;
+}
+
+namespace rk::socket {
+class Socket;
+}
+
+namespace rk::socket::utils {
+
+/// Serves a subscribe or reply socket on a thread of its own.
+///
+/// An application derives from it, says what an empty message is and how a received one is handled, lists the endpoints
+/// and calls `start`. The thread waits for input, one second at a time, receives a message of at most 128 KiB, and
+/// hands it to the derived class, until `stop` is called. Whatever fails on the thread is logged at error level, with
+/// `makeErrorString` in front. A message that cannot be received, or a handler that throws, does not end the service; a
+/// failing poll, a `createMessage` that throws and the end of the process do, and the socket is then closed.
+///
+/// A reply listener answers through the socket that its handler is given. When a handler returns or throws without
+/// having replied, or a request was too long or did not parse, the request is abandoned: the socket is rebuilt, with a
+/// warning logged, so that other clients are served. The client of that request gets no reply.
+///
+/// Threads: `start`, `stop`, `addListenEndpoint` and the destructor are called from one controlling thread at a time,
+/// and never from the handlers: that ends the process. `createMessage` and `handleMessage` run on the listener's
+/// thread, which blocks all signals. A derived class stops the listener in its own destructor, so that no handler runs
+/// on an object that is half gone. An exception that is not a `std::exception` ends the process.
+///
+/// The operations return whether they succeeded. If not, `error` is the reason, behind `makeErrorString`'s header;
+/// these texts are not logged.
+class RK_SOCKET_EXPORT SocketListener : public rk::utils::MessageFormatter {
+public:
+    /// `protocol` is `Sub` or `Rep`, which `start` checks; `name` is the name of the listener's socket.
+    SocketListener(Protocol::Protocol protocol, const std::string& name);
+
+    /// Stops the listener; blocks as `stop` does.
+    virtual ~SocketListener();
+
+    SocketListener(const SocketListener&) = delete;
+    SocketListener& operator=(const SocketListener&) = delete;
+
+    /// Ends the thread, waits for it and closes its socket: at most the rest of one poll (a second) and of the handler
+    /// at work. True also when nothing was running. Clears `error` first. Fails with "Failed joining thread: " +
+    /// reason; the listener then counts as stopped.
+    virtual bool stop(std::string& error);
+
+    /// Opens a socket, connects it to every endpoint listed and starts the thread. Clears `error` first.
+    ///
+    /// An endpoint that cannot be connected does not fail `start`: it is logged at error level, "Failed connecting
+    /// endpoint " + endpoint + ": " + reason; but the socket is then closed, and the thread ends at its first poll.
+    ///
+    /// Fails with "Failed starting thread: another thread is already running" (also when the thread has ended by
+    /// itself: call `stop` first), "Only Sub and Rep protocols are supported", or "Failed creating socket: " + reason.
+    /// \throws std::system_error when no thread can be made; the listener is then stopped
+    virtual bool start(std::string& error);
+
+    /// A new, empty message of the type that this listener expects. Called for every message before it is read.
+    virtual std::shared_ptr<google::protobuf::Message> createMessage() = 0;
+
+    /// Handles `message`, which `createMessage` made and which is filled now. A reply listener sends its reply through
+    /// `socket`. It may keep `message` no longer than the call, and must not keep `socket`.
+    virtual void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) = 0;
+
+    /// Adds an endpoint, as text (see `SocketEndpoint::FromString`). A running listener is stopped and started again,
+    /// on all endpoints, and the result is that of `start`; otherwise `error` is left alone on success. Fails with
+    /// "Invalid endpoint: " + reason; nothing has changed then.
+    bool addListenEndpoint(const std::string& endpoint, std::string& error);
+
+    /// Does nothing and returns true, with `error` cleared: endpoints can only be added.
+    bool removeListenEndpoint(const std::string& endpoint, std::string& error);
+
+    /// "[Socket Listener " + protocol + "] " + `message`.
+    std::string makeErrorString(const std::string& message) const;
+
+    /// The body of the listener's thread. Not for applications.
+    void threadFunction(std::shared_ptr<Socket> socket);
+
+private:
+    RK_SOCKET_NO_EXPORT void connectAll(Socket& socket) const;
+    RK_SOCKET_NO_EXPORT void serveUntilStopped(const std::shared_ptr<Socket>& socket);
+    RK_SOCKET_NO_EXPORT bool serve(const std::shared_ptr<Socket>& socket);
+
+    Protocol::Protocol protocol;
+    std::list<SocketEndpoint> endpoints;
+    std::string name;
+    std::uint32_t pollTimeoutMs = 1000;
+    std::uint32_t messageBufferSize = 131072;
+    std::atomic<bool> stopRequested{false};
+    std::shared_ptr<std::thread> thread;
+};
+
+} // namespace rk::socket::utils
