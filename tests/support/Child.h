@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace rk::tests {
+
+/// How a child process ended, and what it wrote to standard error.
+struct ChildResult {
+    bool ended = false; ///< by itself, before the time ran out
+    int status = -1;    ///< its exit status, or minus the signal that killed it
+    std::vector<std::string> errorLines;
+};
+
+/// Runs a program and waits for it, at most 30 seconds; then it is killed.
+ChildResult runChild(const std::vector<std::string>& command);
+
+} // namespace rk::tests
