@@ -1,0 +1,60 @@
+#include "support/Child.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::MatchesRegex;
+
+std::vector<std::string> linesOf(const std::string& scenario) {
+    const ChildResult result = runChild({RK_LOG_CHILD, scenario});
+    EXPECT_EQ(0, result.status) << scenario;
+    return result.errorLines;
+}
+
+} // namespace
+
+TEST(Log, WritesEveryLevelToStandardErrorWithTimeStampAndLevel) {
+    const std::string stamp = "\\[....-..-.. ..:..:..\\....\\] \\[rk\\] ";
+
+    EXPECT_THAT(linesOf("each-level"), ElementsAre(MatchesRegex(stamp + "\\[debug\\] a debug line with \\{\\} and %d"),
+                                                   MatchesRegex(stamp + "\\[warning\\] a warning"),
+                                                   MatchesRegex(stamp + "\\[error\\] an error")));
+}
+
+TEST(Log, GoesToTheLoggerThatTheApplicationHasRegisteredForAsLongAsItIs) {
+    EXPECT_THAT(linesOf("application"),
+                ElementsAre(EndsWith("[debug] before"), "app debug: a debug line with {} and %d",
+                            "app warning: a warning", "app error: an error", EndsWith("[debug] after")));
+}
+
+TEST(Log, KeepsErrno) {
+    EXPECT_EQ(3U, linesOf("errno").size());
+}
+
+TEST(Log, ThrowsNothingWhenTheLoggerDoes) {
+    EXPECT_EQ("survived", linesOf("throwing-sink").back());
+}
+
+TEST(Log, WorksInStaticDestructorsThatRunLast) {
+    EXPECT_THAT(linesOf("after-everything"),
+                ElementsAre(EndsWith("[debug] first word"), EndsWith("[debug] last word")));
+}
+
+TEST(Log, KeepsTheApplicationsLoggerForStaticDestructorsThatRunLast) {
+    EXPECT_THAT(linesOf("application-after-everything"), ElementsAre("app debug: first word", "app debug: last word"));
+}
+
+TEST(Log, FindsTheApplicationsLoggerWhenTheFirstLineComesAtExit) {
+    EXPECT_EQ("app debug: [SocketContext]: Destroying 0MQ context Done", linesOf("first-when-the-context-ends").back());
+}
+
+} // namespace rk::tests
