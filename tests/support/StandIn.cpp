@@ -29,7 +29,7 @@ struct State {
     bool active = false;
     std::map<std::string, int> callCount;
     std::map<std::string, Fault> faults;
-    std::map<std::string, int> answers;
+    std::map<std::string, StandIn::Answer> answers;
     std::map<std::string, std::function<void()>> actions;
     std::optional<double> clock;
     Journal journal;
@@ -71,14 +71,15 @@ std::optional<int> dueFault(const std::string& function) {
     return fault->second.error;
 }
 
-std::optional<int> dueAnswer(const std::string& function) {
+template <class Result>
+std::optional<Result> dueAnswer(const std::string& function) {
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);
     const auto found = s.answers.find(function);
     if (found == s.answers.end()) {
         return std::nullopt;
     }
-    const int result = found->second;
+    const auto result = std::get<Result>(found->second);
     s.answers.erase(found);
     return result;
 }
@@ -116,11 +117,9 @@ Result watch(const std::string& function, const std::string& line, Result failur
     if (const std::optional<int> error = dueFault(function)) {
         errno = *error;
         result = failure;
-    } else if constexpr (std::is_same_v<Result, int>) {
-        const std::optional<int> answer = dueAnswer(function);
-        result = answer ? *answer : real();
     } else {
-        result = real();
+        const std::optional<Result> answer = dueAnswer<Result>(function);
+        result = answer ? *answer : real();
     }
     runAction(function);
     return result;
@@ -167,7 +166,7 @@ void StandIn::fail(const std::string& function, int error, int nth, int times) {
     s.faults[function] = {s.callCount[function] + nth, times, error};
 }
 
-void StandIn::answer(const std::string& function, int result) {
+void StandIn::answer(const std::string& function, Answer result) {
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);
     s.answers[function] = result;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <limits>
 #include <string>
+#include <variant>
 
 namespace rk::tests {
 
@@ -30,8 +31,11 @@ public:
     /// given error number instead of reaching the real function. Null handles and -1 are the failing results.
     void fail(const std::string& function, int error, int nth = 1, int times = 1);
 
+    /// What a function answers: a number, or a handle.
+    using Answer = std::variant<int, void*>;
+
     /// Makes the library's next call of `function` return `result` and nothing else; the real function is not called.
-    void answer(const std::string& function, int result);
+    void answer(const std::string& function, Answer result);
 
     /// Runs `action` after each of the library's calls of `function`, before the library sees the result; for the
     /// logging calls `function` is "debug", "warning" or "error". An empty action ends this.
