@@ -16,9 +16,10 @@ set_target_properties(rk-socket PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON
   LINK_DEPENDS ${RK_SOCKET_VERSION_SCRIPT})
-target_link_options(rk-socket PRIVATE
-  -Wl,--version-script=${RK_SOCKET_VERSION_SCRIPT}
-  $<$<NOT:$<BOOL:${RK_SOCKET_SANITIZERS}>>:-Wl,-z,defs>)
+target_link_options(rk-socket PRIVATE -Wl,--version-script=${RK_SOCKET_VERSION_SCRIPT})
+if(NOT RK_SOCKET_SANITIZERS)
+  target_link_options(rk-socket PRIVATE -Wl,-z,defs)
+endif()
 target_include_directories(rk-socket PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
   $<BUILD_INTERFACE:${RK_SOCKET_GENERATED_DIR}>)
