@@ -18,6 +18,12 @@
 #include <thread>
 #include <vector>
 
+/// ThreadSanitizer's options: threads that nobody joins are what some scenarios are about, and a second at exit is
+/// long.
+extern "C" const char* __tsan_default_options() {
+    return "report_thread_leaks=0:atexit_sleep_ms=0";
+}
+
 namespace {
 
 using namespace rk::socket;
