@@ -7,11 +7,13 @@
 #include <rk/socket/SocketEndpoint.h>
 #include <rk/utils/MessageFormatter.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace google::protobuf {
@@ -207,10 +209,20 @@ private:
     RK_SOCKET_NO_EXPORT bool abandonUnansweredRequest(std::string& error);
     RK_SOCKET_NO_EXPORT std::string pollFailure() const;
     RK_SOCKET_NO_EXPORT std::string failureText(int error) const;
+    RK_SOCKET_NO_EXPORT void sendBlock(void* data, unsigned long size);
+    RK_SOCKET_NO_EXPORT int receiveBlock(void* buffer, unsigned long size);
+    RK_SOCKET_NO_EXPORT void sendAfterFailure(void* data, unsigned long size);
+    RK_SOCKET_NO_EXPORT int receiveAfterFailure(void* buffer, unsigned long size);
+    RK_SOCKET_NO_EXPORT void growReceiveBuffer(unsigned int size);
     [[noreturn]] RK_SOCKET_NO_EXPORT void throwTransferFailure(const char* operation, const char* prefix) const;
+    [[noreturn]] RK_SOCKET_NO_EXPORT void refuse(std::string_view reason) const;
+    [[noreturn]] RK_SOCKET_NO_EXPORT void refuseUninitialized(const google::protobuf::Message& message) const;
+    [[noreturn]] RK_SOCKET_NO_EXPORT void refuseOversized(std::size_t size) const;
+    [[noreturn]] RK_SOCKET_NO_EXPORT void refuseTruncated(int received) const;
     RK_SOCKET_NO_EXPORT void setQueueSize(int option, int size, const char* failurePrefix);
     RK_SOCKET_NO_EXPORT void beginPeriod() noexcept;
     RK_SOCKET_NO_EXPORT void endPeriod() noexcept;
+    RK_SOCKET_NO_EXPORT void pauseUntilDue(unsigned int size);
 
     void* zmqSocket = nullptr;
     Protocol::Protocol protocol = Protocol::Undef;
