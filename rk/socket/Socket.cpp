@@ -79,6 +79,12 @@ private:
     const int kept = errno;
 };
 
+/// The same text for equal endpoints, and for no others.
+std::string keyOf(const SocketEndpoint& endpoint) {
+    const std::string key = std::to_string(endpoint.transport) + endpoint.address;
+    return endpoint.transport == Transport::Tcp ? key + ":" + std::to_string(endpoint.port) : key;
+}
+
 std::string missingFields(const google::protobuf::Message& message) {
     std::vector<std::string> fields;
     message.FindInitializationErrors(&fields);
@@ -121,6 +127,7 @@ void Socket::close() {
     endpoint = SocketEndpoint();
     receiveTimeoutText = "undef";
     connections.clear();
+    connectionKeys.clear();
 }
 
 void Socket::closeNativeSocket() noexcept {
@@ -157,8 +164,7 @@ void Socket::connect(const SocketEndpoint& target, unsigned int receiveTimeout) 
 }
 
 bool Socket::isConnectedTo(const SocketEndpoint& target) const {
-    return std::any_of(connections.begin(), connections.end(),
-                       [&target](const auto& connection) { return connection.first == target; });
+    return connectionKeys.count(keyOf(target)) != 0;
 }
 
 void Socket::attach(const SocketEndpoint& target, unsigned int receiveTimeout) {
@@ -212,6 +218,7 @@ void Socket::remember(const SocketEndpoint& target, unsigned int receiveTimeout)
         receiveTimeoutText = std::to_string(receiveTimeout);
     }
     connections.emplace_back(target, receiveTimeout);
+    connectionKeys.insert(keyOf(target));
 }
 
 void Socket::createAndConnect(Protocol::Protocol newProtocol, const SocketEndpoint& target,

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 namespace google::protobuf {
@@ -229,6 +230,7 @@ private:
     std::string name;
     ClosePolicy::ClosePolicy closePolicy;
     std::list<std::pair<SocketEndpoint, unsigned int>> connections;
+    std::unordered_set<std::string> connectionKeys; ///< of `connections`, so that the thousandth is found as fast
     SocketEndpoint endpoint;
     std::string receiveTimeoutText = "undef";
     std::string header;
