@@ -5,8 +5,14 @@
 
 namespace rk::benchmarks {
 
-enum class Pattern { RequestReply, PublishSubscribe };
-enum class Content { Raw, ProtoBuf };
+enum class Pattern {
+    RequestReply,
+    PublishSubscribe
+};
+enum class Content {
+    Raw,
+    ProtoBuf
+};
 
 /// One field of the comparison: what is exchanged, and over what.
 struct Cell {

@@ -7,7 +7,10 @@
 
 namespace rk::benchmarks {
 
-enum class Side { Client, Server };
+enum class Side {
+    Client,
+    Server
+};
 
 // A Link is one end of a connection that sends and receives one message at a time:
 //     Link(const Cell&, Side, const std::string& address)

@@ -1,7 +1,6 @@
 #include "Payload.h"
 #include "Peer.h"
 #include "Server.h"
-
 #include "support/Addresses.h"
 #include "support/Report.h"
 #include "support/Stopwatch.h"
@@ -20,7 +19,7 @@
 // Lets every peer do the same work, cell by cell. Within a cell the peers take turns, in another order each round, so
 // that whatever else the machine does strikes them alike. Writes every round of every peer as a line of JSON.
 //
-// usage: compare EPISODES ROUNDS MILLISECONDS     in each episode all connections are made anew;
+// usage: comparison EPISODES ROUNDS MILLISECONDS     in each episode all connections are made anew;
 //                                                 a round of plain 0MQ takes about so many milliseconds
 
 namespace rk::benchmarks {
@@ -56,11 +55,11 @@ std::vector<Cell> makeCells() {
 
 struct Contestant {
     Contestant(const Peer& who, const Cell& cell)
-        : peer(who), address(freshAddress(cell.transport)), server(who, cell, address),
+        : peer(who),
+          address(freshAddress(cell.transport)),
+          server(who, cell, address),
           client(who.connect(cell, address, server.control())) {}
-    ~Contestant() {
-        client->end();
-    }
+    ~Contestant() { client->end(); }
 
     const Peer& peer;
     const std::string address;
@@ -100,8 +99,14 @@ int exchangesFor(double milliseconds, Client& plain, const Cell& cell) {
 }
 
 void write(const Cell& cell, const std::string& peer, int episode, int round, int count, double nanoseconds) {
-    Sample().text("cell", cell.text()).text("peer", peer).number("episode", episode).number("round", round)
-        .number("count", count).number("nanoseconds", nanoseconds).write();
+    Sample()
+        .text("cell", cell.text())
+        .text("peer", peer)
+        .number("episode", episode)
+        .number("round", round)
+        .number("count", count)
+        .number("nanoseconds", nanoseconds)
+        .write();
 }
 
 void compareIn(const Cell& cell, const Peers& peers, int episode, int rounds, double milliseconds) {
@@ -148,7 +153,7 @@ int run(const std::vector<std::string>& arguments) {
         return 0;
     }
     if (arguments.size() < 3) {
-        std::fputs("usage: compare EPISODES ROUNDS MILLISECONDS [CELL...]\n", stderr);
+        std::fputs("usage: comparison EPISODES ROUNDS MILLISECONDS [CELL...]\n", stderr);
         return 2;
     }
     for (const std::unique_ptr<Peer>& peer : peers) {

@@ -1,10 +1,9 @@
 #include "Payload.h"
 #include "Peer.h"
 
+#include <chrono>
 #include <exchange.grpc.pb.h>
 #include <grpcpp/grpcpp.h>
-
-#include <chrono>
 #include <memory>
 #include <mutex>
 #include <stdexcept>

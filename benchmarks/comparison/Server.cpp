@@ -1,12 +1,12 @@
 #include "Server.h"
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/prctl.h>
-#include <csignal>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,7 +41,7 @@ Server::~Server() {
 }
 
 void Server::startProcess(const Peer& peer, const Cell& cell, const std::string& address) {
-    std::string arguments[] = {"compare", "--serve", peer.name(), cell.text(), address};
+    std::string arguments[] = {"comparison", "--serve", peer.name(), cell.text(), address};
     char* pointers[] = {arguments[0].data(), arguments[1].data(), arguments[2].data(),
                         arguments[3].data(), arguments[4].data(), nullptr};
     posix_spawn_file_actions_t actions;

@@ -1,12 +1,11 @@
 #include "Payload.h"
 #include "Peer.h"
 
-#include <ignition/transport/Node.hh>
-#include <ignition/transport/config.hh>
-
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <ignition/transport/Node.hh>
+#include <ignition/transport/config.hh>
 #include <mutex>
 #include <stdexcept>
 

@@ -1,13 +1,12 @@
 #include "LinkPeer.h"
 #include "ZmqAddress.h"
 
+#include <memory>
 #include <nng/nng.h>
 #include <nng/protocol/pubsub0/pub.h>
 #include <nng/protocol/pubsub0/sub.h>
 #include <nng/protocol/reqrep0/rep.h>
 #include <nng/protocol/reqrep0/req.h>
-
-#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -32,8 +31,7 @@ int openSocket(const Cell& cell, Side side, nng_socket* socket) {
 
 class NngLink {
 public:
-    NngLink(const Cell& cell, Side side, const std::string& address)
-        : content(cell.content), buffer(bufferSize(cell)) {
+    NngLink(const Cell& cell, Side side, const std::string& address) : content(cell.content), buffer(bufferSize(cell)) {
         check(openSocket(cell, side, &socket));
         check(nng_socket_set_size(socket, NNG_OPT_RECVMAXSZ, 0));
         if (cell.pattern == Pattern::PublishSubscribe) {

@@ -2,7 +2,6 @@
 #include "ZmqAddress.h"
 
 #include <czmq.h>
-
 #include <memory>
 #include <stdexcept>
 

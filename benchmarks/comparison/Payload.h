@@ -3,7 +3,6 @@
 #include "Cell.h"
 
 #include <messages.pb.h>
-
 #include <string>
 
 namespace rk::benchmarks {
