@@ -18,6 +18,7 @@
 #include <messages.pb.h>
 #include <stdexcept>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -39,6 +40,18 @@ double residentKilobytes() {
     double resident = 0;
     file >> total >> resident;
     return resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1024.0;
+}
+
+double peakKilobytes() {
+    rusage used{};
+    ::getrusage(RUSAGE_SELF, &used);
+    return static_cast<double>(used.ru_maxrss);
+}
+
+double medianOf(std::vector<double> values) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
 }
 
 SocketEndpoint inproc(const std::string& name) {
@@ -65,8 +78,7 @@ double timeOfSends(const std::function<void()>& send) {
         }
         times.push_back(watch.nanoseconds() / sends);
     }
-    std::nth_element(times.begin(), times.begin() + runs / 2, times.end());
-    return times[runs / 2];
+    return medianOf(times);
 }
 
 void endpoints(const std::string& curve, int number) {
@@ -128,6 +140,29 @@ void sockets(const std::string& curve, int number) {
     report(curve, number, "close all", closing.nanoseconds());
 }
 
+void socketsByHand(const std::string& curve, int number) {
+    void* const context = zmq_ctx_new();
+    zmq_close(zmq_socket(context, ZMQ_PUB));
+    std::vector<void*> all;
+    const double before = residentKilobytes();
+    const Stopwatch opening;
+    for (int i = 0; i < number; ++i) {
+        all.push_back(zmq_socket(context, ZMQ_PUB));
+        zmq_bind(all.back(), ("inproc://socket-" + std::to_string(i)).c_str());
+    }
+    report(curve, number, "open all", opening.nanoseconds());
+    report(curve, number, "memory", residentKilobytes() - before);
+    char block[16] = {};
+    std::size_t turn = 0;
+    report(curve, number, "send", timeOfSends([&] { zmq_send(all[turn++ % all.size()], block, sizeof block, 0); }));
+    const Stopwatch closing;
+    for (void* const native : all) {
+        zmq_close(native);
+    }
+    report(curve, number, "close all", closing.nanoseconds());
+    zmq_ctx_term(context);
+}
+
 void subscribers(const std::string& curve, int number) {
     constexpr int blocks = 500;
     const SocketEndpoint endpoint = freshTcp();
@@ -159,19 +194,32 @@ void subscribers(const std::string& curve, int number) {
         }
         times.push_back(watch.nanoseconds() / blocks);
     }
-    std::nth_element(times.begin(), times.begin() + 4, times.end());
-    report(curve, number, "publish and receive", times[4]);
+    report(curve, number, "publish and receive", medianOf(times));
+}
+
+int exchangesOf(int size) {
+    return size > (1 << 22) ? 5 : 51;
+}
+
+void reportExchanges(const std::string& curve, int size, const std::function<void()>& exchange) {
+    std::vector<double> times;
+    for (int i = 0; i < exchangesOf(size); ++i) {
+        const Stopwatch watch;
+        exchange();
+        times.push_back(watch.nanoseconds());
+    }
+    report(curve, size, "request and short reply", medianOf(times));
+    report(curve, size, "memory", peakKilobytes());
 }
 
 void size(const std::string& curve, int number) {
-    const SocketEndpoint endpoint = freshTcp();
     const auto length = static_cast<std::size_t>(number);
+    const SocketEndpoint endpoint = freshTcp();
     Socket replier("server", socket::ClosePolicy::DropPending);
     replier.createAndConnect(socket::Protocol::Rep, endpoint, 0);
-    const int rounds = number > (1 << 22) ? 3 : 50;
-    std::thread server([&replier, length, rounds] {
+    std::thread server([&replier, length, number] {
         std::vector<char> buffer(length + 1);
-        for (int i = 0; i < rounds; ++i) {
+        for (int i = 0; i < exchangesOf(number); ++i) {
             replier.receive(buffer.data(), buffer.size());
             replier.send(buffer.data(), 1);
         }
@@ -179,17 +227,37 @@ void size(const std::string& curve, int number) {
     Socket client("client", socket::ClosePolicy::DropPending);
     client.createAndConnect(socket::Protocol::Req, endpoint, 0);
     std::vector<char> block(length + 1);
-    std::vector<double> times;
-    for (int i = 0; i < rounds; ++i) {
-        const Stopwatch watch;
+    reportExchanges(curve, number, [&] {
         client.send(block.data(), length);
         client.receive(block.data(), 1);
-        times.push_back(watch.nanoseconds());
-    }
+    });
     server.join();
-    std::nth_element(times.begin(), times.begin() + rounds / 2, times.end());
-    report(curve, number, "request and short reply", times[static_cast<std::size_t>(rounds / 2)]);
-    report(curve, number, "memory", residentKilobytes());
+}
+
+void sizeByHand(const std::string& curve, int number) {
+    const auto length = static_cast<std::size_t>(number);
+    const std::string url = "tcp://127.0.0.1:" + freshAddress("tcp");
+    void* const context = zmq_ctx_new();
+    void* const replier = zmq_socket(context, ZMQ_REP);
+    zmq_bind(replier, url.c_str());
+    std::thread server([replier, length, number] {
+        std::vector<char> buffer(length + 1);
+        for (int i = 0; i < exchangesOf(number); ++i) {
+            zmq_recv(replier, buffer.data(), buffer.size(), 0);
+            zmq_send(replier, buffer.data(), 1, 0);
+        }
+    });
+    void* const client = zmq_socket(context, ZMQ_REQ);
+    zmq_connect(client, url.c_str());
+    std::vector<char> block(length + 1);
+    reportExchanges(curve, number, [&] {
+        zmq_send(client, block.data(), length, 0);
+        zmq_recv(client, block.data(), 1, 0);
+    });
+    server.join();
+    zmq_close(client);
+    zmq_close(replier);
+    zmq_ctx_term(context);
 }
 
 class EchoListener final : public socket::utils::SocketListener {
@@ -239,8 +307,7 @@ void listeners(const std::string& curve, int number) {
         exchangeWithAll();
         times.push_back(watch.nanoseconds());
     }
-    std::nth_element(times.begin(), times.begin() + 50, times.end());
-    report(curve, number, "a request to each", times[50]);
+    report(curve, number, "a request to each", medianOf(times));
     report(curve, number, "memory", residentKilobytes() - before);
     // Each takes up to a second to stop: all at once.
     std::vector<std::thread> stoppers;
@@ -256,9 +323,10 @@ void listeners(const std::string& curve, int number) {
 }
 
 using Curve = void (*)(const std::string&, int);
-const std::map<std::string, Curve> curves = {{"endpoints", endpoints}, {"endpoints by hand", endpointsByHand},
-                                             {"sockets", sockets},     {"subscribers", subscribers},
-                                             {"size", size},           {"listeners", listeners}};
+const std::map<std::string, Curve> curves = {{"endpoints", endpoints},     {"endpoints by hand", endpointsByHand},
+                                             {"sockets", sockets},         {"sockets by hand", socketsByHand},
+                                             {"subscribers", subscribers}, {"size", size},
+                                             {"size by hand", sizeByHand}, {"listeners", listeners}};
 
 } // namespace
 
