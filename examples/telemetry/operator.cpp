@@ -124,7 +124,12 @@ bool run(const std::string& readingsEndpoint, const std::string& commandsEndpoin
         throw std::runtime_error(error);
     }
     Commander commander(commandsEndpoint);
-    commandAndWatch(commander, log);
+    try {
+        commandAndWatch(commander, log);
+    } catch (const std::exception&) {
+        report(log.counts(), commander.counts());
+        throw;
+    }
     if (!listener.stop(error)) {
         throw std::runtime_error(error);
     }

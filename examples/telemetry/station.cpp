@@ -45,7 +45,7 @@ void listenOn(Socket& socket, Protocol::Protocol protocol, const SocketEndpoint&
 
 /// A listener starts even if its address is taken, and only logs that it is. Hence the address is tried out before.
 void startServing(CommandListener& listener, const std::string& endpoint) {
-    Socket trial("trial", ClosePolicy::DropPending);
+    Socket trial("station commands", ClosePolicy::DropPending);
     listenOn(trial, Protocol::Rep, SocketEndpoint::FromString(endpoint));
     trial.close();
     std::string error;
