@@ -10,9 +10,9 @@ using namespace rk::socket;
 
 namespace {
 
-/// Binds `server` to the first TCP port that nobody holds.
+/// Binds `server` to the first TCP port that nobody holds, below those that the other tests take.
 SocketEndpoint bindSomewhere(Socket& server) {
-    for (unsigned short port = 20000;; ++port) {
+    for (unsigned short port = 9000;; ++port) {
         const SocketEndpoint endpoint(Transport::Tcp, "127.0.0.1", port);
         try {
             server.createAndConnect(Protocol::Rep, endpoint, 10000);
