@@ -254,18 +254,19 @@ void Socket::resetConnections() noexcept {
     resetConnections();
 }
 
-/// For a reply socket: a request that was received and never answered would keep it without input for ever. 0MQ lets a
-/// reply socket send exactly while it owes a reply. False, with the reason in `error`, when 0MQ cannot tell.
+/// For a reply socket: a request that was received and never answered would keep it without input for ever. While a
+/// reply is owed, and only then, 0MQ reports that the socket can send and cannot receive. False, with the reason in
+/// `error`, when 0MQ cannot tell.
 bool Socket::abandonUnansweredRequest(std::string& error) {
     if (zmqSocket == nullptr) {
         return true;
     }
-    zmq_pollitem_t item{zmqSocket, 0, ZMQ_POLLOUT, 0};
+    zmq_pollitem_t item{zmqSocket, 0, ZMQ_POLLIN | ZMQ_POLLOUT, 0};
     if (zmq_poll(&item, 1, 0) < 0) {
         error = pollFailure();
         return false;
     }
-    if ((item.revents & ZMQ_POLLOUT) != 0) {
+    if (item.revents == ZMQ_POLLOUT) {
         repairJam();
     }
     return true;

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+
+namespace telemetry {
+
+/// Says when the next reading is due. One thread waits for it, others change the pace. Every operation is safe for any
+/// thread.
+class Schedule {
+public:
+    struct State {
+        bool paused;
+        std::chrono::milliseconds interval;
+        std::uint64_t lastSequence;
+    };
+
+    explicit Schedule(std::chrono::milliseconds interval);
+
+    /// Waits until a reading is due and returns its sequence number; nothing once `stop` has been called.
+    std::optional<std::uint64_t> waitForNext();
+
+    void setInterval(std::chrono::milliseconds newInterval);
+    void pause();
+    void resume();
+    void stop();
+
+    State state() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    mutable std::mutex mutex;
+    std::condition_variable changed;
+    std::chrono::milliseconds interval;
+    Clock::time_point due = Clock::now();
+    std::uint64_t sequence = 0;
+    bool paused = false;
+    bool stopped = false;
+};
+
+} // namespace telemetry

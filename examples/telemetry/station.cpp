@@ -1,0 +1,103 @@
+// The station: publishes readings of the machine that it runs on, and serves commands, until SIGINT or SIGTERM.
+
+#include "CommandListener.h"
+#include "MachineReader.h"
+#include "Schedule.h"
+#include "StopSignals.h"
+#include "telemetry.pb.h"
+
+#include <rk/socket/Socket.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+namespace telemetry {
+
+namespace {
+
+using rk::socket::Socket;
+using rk::socket::SocketEndpoint;
+namespace ClosePolicy = rk::socket::ClosePolicy;
+namespace Protocol = rk::socket::Protocol;
+
+constexpr std::chrono::milliseconds firstInterval{50};
+constexpr int exitUsage = 2;
+constexpr int exitCannotListen = 3;
+
+/// An endpoint cannot be listened on, for instance because somebody else does.
+class CannotListen : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+void listenOn(Socket& socket, Protocol::Protocol protocol, const SocketEndpoint& endpoint) {
+    try {
+        socket.createAndConnect(protocol, endpoint, 0);
+    } catch (const std::exception& failure) {
+        throw CannotListen(failure.what());
+    }
+}
+
+/// A listener starts even if its address is taken, and only logs that it is. Hence the address is tried out before.
+void startServing(CommandListener& listener, const std::string& endpoint) {
+    Socket trial("station commands", ClosePolicy::DropPending);
+    listenOn(trial, Protocol::Rep, SocketEndpoint::FromString(endpoint));
+    trial.close();
+    std::string error;
+    if (!listener.addListenEndpoint(endpoint, error) || !listener.start(error)) {
+        throw CannotListen(error);
+    }
+}
+
+void publish(Socket& readings, Schedule& schedule) {
+    const MachineReader machine;
+    while (const auto sequence = schedule.waitForNext()) {
+        Reading reading;
+        machine.read(reading);
+        reading.set_sequence(*sequence);
+        readings.sendProtoBuf(&reading);
+    }
+}
+
+void run(const std::string& readingsEndpoint, const std::string& commandsEndpoint) {
+    Schedule schedule(firstInterval);
+    const StopSignals signals([&schedule] { schedule.stop(); });
+
+    CommandListener commands(schedule);
+    startServing(commands, commandsEndpoint);
+    Socket readings("station readings", ClosePolicy::LingerTwoSeconds);
+    listenOn(readings, Protocol::Pub, SocketEndpoint::FromString(readingsEndpoint));
+    std::cout << "station:  publishes on " << readingsEndpoint << ", takes commands on " << commandsEndpoint
+              << std::endl;
+
+    publish(readings, schedule);
+    std::cout << "station:  sent " << schedule.state().lastSequence << " readings, answered " << commands.served()
+              << " commands" << std::endl;
+}
+
+} // namespace
+
+} // namespace telemetry
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::cerr << "usage: " << argv[0] << " READINGS_ENDPOINT COMMANDS_ENDPOINT\n"
+                  << "for instance: " << argv[0] << " 'tcp://*:5555' 'tcp://*:5556'" << std::endl;
+        return telemetry::exitUsage;
+    }
+    try {
+        telemetry::run(argv[1], argv[2]);
+        return EXIT_SUCCESS;
+    } catch (const telemetry::CannotListen& failure) {
+        std::cerr << "station:  " << failure.what() << std::endl;
+        return telemetry::exitCannotListen;
+    } catch (const std::exception& failure) {
+        std::cerr << "station:  " << failure.what() << std::endl;
+        return EXIT_FAILURE;
+    }
+}

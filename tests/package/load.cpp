@@ -1,0 +1,31 @@
+// Loads the library that it is given and says what has changed by that. Says nothing if nothing has.
+
+#include <dlfcn.h>
+#include <filesystem>
+#include <iostream>
+#include <iterator>
+
+namespace {
+
+auto entries(const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+} // namespace
+
+int main(int, char** arguments) {
+    const auto threads = entries("/proc/self/task");
+    const auto descriptors = entries("/proc/self/fd");
+    if (dlopen(arguments[1], RTLD_NOW) == nullptr) {
+        std::cerr << dlerror() << '\n';
+        return 1;
+    }
+    if (entries("/proc/self/task") != threads) {
+        std::cerr << "a thread was started\n";
+        return 1;
+    }
+    if (entries("/proc/self/fd") != descriptors) {
+        std::cerr << "a descriptor was opened\n";
+        return 1;
+    }
+}

@@ -1,0 +1,287 @@
+#include "support/Closed.h"
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/StandIn.h"
+#include "support/ZmqHandle.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <memory>
+#include <netinet/in.h>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using testing::ElementsAre;
+using Clock = std::chrono::steady_clock;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+constexpr unsigned int patienceMs = 20000;
+constexpr std::chrono::milliseconds atOnce{100};
+
+/// A listening socket of the platform, without 0MQ.
+class Listener {
+public:
+    explicit Listener(unsigned short port) : descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port);
+        listenOn(&address, sizeof address);
+    }
+    explicit Listener(const std::string& path) : descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        listenOn(&address, sizeof address);
+    }
+    ~Listener() { ::close(descriptor); }
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+private:
+    void listenOn(const void* address, socklen_t length) const {
+        const int reuse = 1;
+        ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+        if (::bind(descriptor, static_cast<const sockaddr*>(address), length) != 0 || ::listen(descriptor, 1) != 0) {
+            throw std::runtime_error("cannot listen");
+        }
+    }
+
+    const int descriptor;
+};
+
+/// Another process that holds a port, for as long as this object lives.
+class OtherProcess {
+public:
+    explicit OtherProcess(unsigned short port) {
+        const Listener listener(port);
+        if (::pipe(ends) != 0) {
+            throw std::runtime_error("cannot make a pipe");
+        }
+        child = ::fork();
+        if (child == 0) {
+            // It keeps its copy of the listener until the pipe tells of this object's end.
+            ::close(ends[1]);
+            char byte = 0;
+            const ssize_t size = ::read(ends[0], &byte, 1);
+            ::_exit(size == 0 ? 0 : 1);
+        }
+        ::close(ends[0]);
+    }
+    ~OtherProcess() {
+        ::close(ends[1]);
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(0, status);
+    }
+    OtherProcess(const OtherProcess&) = delete;
+    OtherProcess& operator=(const OtherProcess&) = delete;
+
+private:
+    int ends[2] = {-1, -1};
+    pid_t child = -1;
+};
+
+ZmqHandle bindPlain(ZmqContext& context, const std::string& address) {
+    ZmqHandle socket = context.socket(ZMQ_REP);
+    if (zmq_bind(socket.get(), address.c_str()) != 0) {
+        throw std::runtime_error(zmq_strerror(zmq_errno()));
+    }
+    return socket;
+}
+
+/// Narrows the permissions of the files that this process makes.
+class Umask {
+public:
+    explicit Umask(mode_t mask) : before(::umask(mask)) {}
+    ~Umask() { ::umask(before); }
+    Umask(const Umask&) = delete;
+    Umask& operator=(const Umask&) = delete;
+
+private:
+    const mode_t before;
+};
+
+unsigned int modeOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(0, ::stat(path.c_str(), &status));
+    return status.st_mode & 07777;
+}
+
+class TakenAddress : public testing::Test {
+protected:
+    StandIn standIn;
+    const SocketEndpoint port = freshEndpoint(Transport::Tcp);
+    const SocketEndpoint name = freshEndpoint(Transport::Inproc);
+    Socket socket{"control", ClosePolicy::DropPending};
+
+    void expectRefusedAtOnce(Protocol::Protocol protocol, const SocketEndpoint& endpoint) {
+        socket.create(protocol);
+        standIn.journal().clear();
+        const Clock::time_point start = Clock::now();
+
+        EXPECT_EQ("Socket: Failed connecting/binding socket: Address already in use on [Socket control]",
+                  textThrownBy([&] { socket.connect(endpoint, 0); }));
+
+        EXPECT_LT(Clock::now() - start, atOnce);
+        EXPECT_EQ(1U, standIn.journal().count("zmq_bind"));
+        expectClosed(standIn, socket);
+    }
+};
+
+class TakenPath : public testing::Test {
+protected:
+    const SocketEndpoint path = freshEndpoint(Transport::Ipc);
+    Socket server{"server", ClosePolicy::DropPending};
+
+    void expectTakenOver() {
+        server.createAndConnect(Protocol::Rep, path, patienceMs);
+        Socket client("client", ClosePolicy::DropPending);
+        client.createAndConnect(Protocol::Req, path, patienceMs);
+        char byte = 'x';
+        client.send(&byte, 1);
+        EXPECT_EQ(1, server.receive(&byte, 1));
+    }
+};
+
+class SocketFile : public testing::TestWithParam<Protocol::Protocol> {
+protected:
+    const Umask narrow{077};
+    const SocketEndpoint path = freshEndpoint(Transport::Ipc);
+    Socket socket{"cmd", ClosePolicy::DropPending};
+};
+
+std::string patternName(const testing::TestParamInfo<Protocol::Protocol>& instance) {
+    return Protocol::ToString(instance.param);
+}
+
+class BoundSocketFile : public SocketFile {};
+INSTANTIATE_TEST_SUITE_P(Of, BoundSocketFile, testing::Values(Protocol::Pub, Protocol::Rep), patternName);
+
+class ForeignSocketFile : public SocketFile {};
+INSTANTIATE_TEST_SUITE_P(For, ForeignSocketFile, testing::Values(Protocol::Sub, Protocol::Req), patternName);
+
+} // namespace
+
+TEST_F(TakenAddress, ByASocketOfThisProcessIsRefusedAtOnce) {
+    Socket holder("holder", ClosePolicy::DropPending);
+    holder.createAndConnect(Protocol::Rep, port, 0);
+
+    expectRefusedAtOnce(Protocol::Rep, port);
+    expectRefusedAtOnce(Protocol::Pub, port);
+}
+
+TEST_F(TakenAddress, ByASocketOfThisProcessIsRefusedAtOnceOnInproc) {
+    Socket holder("holder", ClosePolicy::DropPending);
+    holder.createAndConnect(Protocol::Pub, name, 0);
+
+    expectRefusedAtOnce(Protocol::Rep, name);
+    expectRefusedAtOnce(Protocol::Pub, name);
+}
+
+TEST_F(TakenAddress, ByASocketOfThisProcessStaysWithIt) {
+    Socket holder("holder", ClosePolicy::DropPending);
+    holder.createAndConnect(Protocol::Rep, port, patienceMs);
+    expectRefusedAtOnce(Protocol::Rep, port);
+
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Req, port, patienceMs);
+    char byte = 'x';
+    client.send(&byte, 1);
+    EXPECT_EQ(1, holder.receive(&byte, 1));
+}
+
+TEST_F(TakenAddress, ByAPlain0MqSocketIsRefusedAtOnce) {
+    ZmqContext context;
+    const ZmqHandle holder = bindPlain(context, port.toString(Protocol::Rep));
+
+    expectRefusedAtOnce(Protocol::Rep, port);
+    expectRefusedAtOnce(Protocol::Pub, port);
+}
+
+TEST_F(TakenAddress, ByAListenerWithout0MqIsRefusedAtOnce) {
+    const Listener holder(port.port);
+
+    expectRefusedAtOnce(Protocol::Rep, port);
+    expectRefusedAtOnce(Protocol::Pub, port);
+}
+
+TEST_F(TakenAddress, ByAnotherProcessIsRefusedAtOnce) {
+    const OtherProcess holder(port.port);
+
+    expectRefusedAtOnce(Protocol::Rep, port);
+    expectRefusedAtOnce(Protocol::Pub, port);
+}
+
+TEST_F(TakenAddress, IsTheErrorOfCreateAndConnectToo) {
+    const Listener holder(port.port);
+
+    EXPECT_EQ("Socket: Failed connecting/binding socket: Address already in use on [Socket control]",
+              textThrownBy([&] { socket.createAndConnect(Protocol::Rep, port, 0); }));
+    expectClosed(standIn, socket);
+}
+
+TEST_F(TakenPath, OfASocketOfThisProcessIsTakenOver) {
+    Socket holder("holder", ClosePolicy::DropPending);
+    holder.createAndConnect(Protocol::Rep, path, 0);
+
+    expectTakenOver();
+}
+
+TEST_F(TakenPath, OfAPlain0MqSocketIsTakenOver) {
+    ZmqContext context;
+    const ZmqHandle holder = bindPlain(context, path.toString(Protocol::Rep));
+
+    expectTakenOver();
+}
+
+TEST_F(TakenPath, OfAListenerWithout0MqIsTakenOver) {
+    const Listener holder(path.address);
+
+    expectTakenOver();
+}
+
+TEST_P(BoundSocketFile, IsOpenToEverybody) {
+    socket.createAndConnect(GetParam(), path, 0);
+
+    EXPECT_EQ(0777U, modeOf(path.address));
+}
+
+TEST_P(BoundSocketFile, IsOpenToEverybodyAgainAfterAReset) {
+    socket.createAndConnect(GetParam(), path, 0);
+
+    socket.resetConnections();
+
+    EXPECT_EQ(0777U, modeOf(path.address));
+}
+
+TEST_P(ForeignSocketFile, KeepsItsPermissions) {
+    ZmqContext context;
+    const ZmqHandle holder = bindPlain(context, path.toString(Protocol::Rep));
+    ASSERT_EQ(0700U, modeOf(path.address));
+
+    socket.createAndConnect(GetParam(), path, 0);
+
+    EXPECT_EQ(0700U, modeOf(path.address));
+}
+
+} // namespace rk::tests

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "support/ZmqHandle.h"
+
+#include <rk/socket/SocketContext.h>
+#include <rk/socket/SocketEndpoint.h>
+
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <string>
+
+namespace rk::tests {
+
+/// A bare 0MQ socket of the library's context: a peer whose calls stand in no journal. Waits at most 20 seconds.
+class NativeSocket {
+public:
+    explicit NativeSocket(socket::Protocol::Protocol pattern) : protocol(pattern), handle(socket::getSocket(pattern)) {
+        set(ZMQ_LINGER, 0);
+        set(ZMQ_RCVTIMEO, 20000);
+        set(ZMQ_SNDTIMEO, 20000);
+    }
+
+    void bind(const socket::SocketEndpoint& endpoint) {
+        EXPECT_EQ(0, zmq_bind(handle.get(), endpoint.toString(protocol).c_str()));
+    }
+
+    void connect(const socket::SocketEndpoint& endpoint) {
+        EXPECT_EQ(0, zmq_connect(handle.get(), endpoint.toString(protocol).c_str()));
+    }
+
+    /// Lets a publisher take note of its subscribers in this process: asked for its events, 0MQ first does what peers
+    /// have told it.
+    void join() { hasInput(); }
+
+    bool hasInput() {
+        zmq_pollitem_t item{handle.get(), 0, ZMQ_POLLIN, 0};
+        return zmq_poll(&item, 1, 0) > 0;
+    }
+
+    void send(const std::string& text, int flags = 0) {
+        EXPECT_EQ(static_cast<int>(text.size()), zmq_send(handle.get(), text.data(), text.size(), flags));
+    }
+
+    /// Receives a message of at most 256 bytes.
+    std::string receive() {
+        char buffer[256];
+        const int size = zmq_recv(handle.get(), buffer, sizeof buffer, 0);
+        EXPECT_LE(0, size);
+        return size < 0 ? std::string() : std::string(buffer, static_cast<std::size_t>(size));
+    }
+
+private:
+    void set(int option, int value) { zmq_setsockopt(handle.get(), option, &value, sizeof value); }
+
+    socket::Protocol::Protocol protocol;
+    ZmqHandle handle;
+};
+
+} // namespace rk::tests

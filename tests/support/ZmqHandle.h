@@ -1,0 +1,53 @@
+#pragma once
+
+#include <rk/socket/SocketContext.h>
+
+#include <zmq.h>
+
+#include <memory>
+#include <stdexcept>
+
+namespace rk::tests {
+
+/// Closes a native 0MQ socket.
+struct ZmqClose {
+    void operator()(void* socket) const { zmq_close(socket); }
+};
+
+/// A native 0MQ socket that the test owns.
+using ZmqHandle = std::unique_ptr<void, ZmqClose>;
+
+/// A 0MQ context of the test's own, beside the library's. Its end waits until every socket of it is closed.
+class ZmqContext {
+public:
+    ZmqContext() : handle(zmq_ctx_new()) {}
+    ~ZmqContext() { zmq_ctx_term(handle); }
+    ZmqContext(const ZmqContext&) = delete;
+    ZmqContext& operator=(const ZmqContext&) = delete;
+
+    /// For the library to close.
+    void* handleOf(int type) { return zmq_socket(handle, type); }
+
+    ZmqHandle socket(int type) { return ZmqHandle(handleOf(type)); }
+
+private:
+    void* const handle;
+};
+
+/// The context of the process exists once this does: no journal that begins later tells of its making.
+class ContextOfTheProcess {
+public:
+    ContextOfTheProcess() { ZmqHandle(socket::getSocket(socket::Protocol::Pub)).reset(); }
+};
+
+/// The value of an option that is a number.
+inline int optionOf(void* socket, int option) {
+    int value = 0;
+    std::size_t size = sizeof value;
+    if (zmq_getsockopt(socket, option, &value, &size) != 0) {
+        throw std::runtime_error(zmq_strerror(zmq_errno()));
+    }
+    return value;
+}
+
+} // namespace rk::tests
