@@ -53,8 +53,9 @@ public:
 
     void end() override {
         if (cell.pattern == Pattern::RequestReply) {
+            // Answered on the other wire: a server that ends may take its last reply with it.
             link.send(goodbye);
-            link.receive();
+            control.awaitOrder();
         } else {
             control.order(0);
         }
@@ -82,7 +83,7 @@ public:
     void serve(const Cell& cell, const std::string& address, const Control& control) const override {
         Link link(cell, Side::Server, address);
         if (cell.pattern == Pattern::RequestReply) {
-            reply(link, cell);
+            reply(link, cell, control);
         } else {
             publish(link, cell, control);
         }
@@ -94,14 +95,13 @@ public:
     }
 
 private:
-    static void reply(Link& link, const Cell& cell) {
+    static void reply(Link& link, const Cell& cell, const Control& control) {
         Payload payload = Payload::of(cell);
         const std::size_t expected = sizeOf(payload, cell.content);
-        bool more = true;
-        while (more) {
-            more = link.receive() == expected;
+        while (link.receive() == expected) {
             link.send(payload);
         }
+        control.order(1);
     }
 
     static void publish(Link& link, const Cell& cell, const Control& control) {

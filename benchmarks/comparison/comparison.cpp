@@ -111,7 +111,7 @@ void write(const Cell& cell, const std::string& peer, int episode, int round, in
 
 void compareIn(const Cell& cell, const Peers& peers, int episode, int rounds, double milliseconds) {
     // A peer that loses messages must not hold up the rest for ever.
-    ::alarm(120);
+    ::alarm(300);
     std::vector<std::unique_ptr<Contestant>> contestants;
     for (const std::unique_ptr<Peer>& peer : peers) {
         if (peer->offers(cell)) {
