@@ -167,14 +167,18 @@ void subscribers(const std::string& curve, int number) {
     constexpr int blocks = 500;
     const SocketEndpoint endpoint = freshTcp();
     Socket publisher("growth", socket::ClosePolicy::DropPending);
-    publisher.createAndConnect(socket::Protocol::Pub, endpoint, 0);
+    publisher.create(socket::Protocol::Pub);
+    publisher.setInternalFifoSize(0);
+    publisher.connect(endpoint, 0);
     const double before = residentKilobytes();
     std::vector<std::unique_ptr<Socket>> all;
     char block[256] = {};
     std::string error;
     for (int i = 0; i < number; ++i) {
         all.push_back(std::make_unique<Socket>("growth", socket::ClosePolicy::DropPending));
-        all.back()->createAndConnect(socket::Protocol::Sub, endpoint, 0);
+        all.back()->create(socket::Protocol::Sub);
+        all.back()->setInternalFifoSize(0);
+        all.back()->connect(endpoint, 0);
         do {
             publisher.send(block, 1);
         } while (all.back()->poll(1, error) != socket::PollResult::Input);

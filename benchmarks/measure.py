@@ -65,7 +65,11 @@ def samples(command):
     """The JSON lines that a program writes, one after another."""
     with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, env=environment()) as process:
         for line in process.stdout:
-            yield json.loads(line)
+            # A library that is compared may have something to say as well.
+            if line.startswith("{"):
+                yield json.loads(line)
+            else:
+                sys.stderr.write(line)
     if process.returncode != 0:
         sys.exit(f"{' '.join(command)} failed: {process.returncode}")
 

@@ -49,6 +49,8 @@ void Server::startProcess(const Peer& peer, const Cell& cell, const std::string&
     // A descriptor that is already in its place would stay one that is closed at the start of a program.
     const int other = ::fcntl(ends[1], F_DUPFD_CLOEXEC, inheritedEnd + 1);
     posix_spawn_file_actions_adddup2(&actions, other, inheritedEnd);
+    // Standard output is for figures alone.
+    posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
     const int error = posix_spawn(&process, "/proc/self/exe", &actions, nullptr, pointers, environ);
     posix_spawn_file_actions_destroy(&actions);
     ::close(other);
