@@ -172,8 +172,8 @@ def plot_ratio(comparison, folder):
     axis.set_xticks([0.6, 0.8, 1, 1.25, 1.6, 2, 2.5], ["0.6", "0.8", "1", "1.25", "1.6", "2", "2.5"])
     axis.minorticks_off()
     axis.set_yticks(range(len(cells)), [f"{cell.rsplit(' ', 1)[0]} {size_text(split(cell)[3])}" for cell in cells])
-    axis.invert_yaxis()
-    axis.legend(loc="upper center", bbox_to_anchor=(0.4, 1.06), ncol=3, frameon=False)
+    axis.set_ylim(len(cells) - 0.5, -4)
+    axis.legend(loc="upper right", frameon=False)
     save(figure, folder, "ratio")
 
 
@@ -217,7 +217,9 @@ def plot_growth(growth, folder):
                               [taken["high"] * factor for _, taken in points], color=line.get_color(), alpha=0.15)
         for row, unit in enumerate(("microseconds", "MiB")):
             axes[row][column].set(xscale="log", yscale="log", title=title, ylabel=unit)
-            axes[row][column].legend(fontsize=7)
+            low, high = axes[row][column].get_ylim()
+            axes[row][column].set_ylim(low, high * (high / low) ** 0.35)  # room for the names
+            axes[row][column].legend(fontsize=7, loc="upper left")
     save(figure, folder, "growth")
 
 
@@ -251,7 +253,7 @@ def plot_repair(repair, folder):
             axis.plot(taken["p99"] / 1e6, place, "|", color=colour, markersize=12)
             labels.append(f"{title}, {transport}")
     axis.set(xscale="log", title="From the jam to the next exchange that is served",
-             xlabel="milliseconds: median (dot), quartiles (bar), 99th percentile (tick), 1st percentile to maximum (line)")
+             xlabel="milliseconds: median (dot), quartiles (bar),\n99th percentile (tick), 1st percentile to maximum (line)")
     axis.set_yticks(range(len(labels)), labels)
     axis.invert_yaxis()
     save(figure, folder, "repair")
@@ -318,7 +320,8 @@ out. "By hand" is the same work on 0MQ's C interface. The counts are exact, and 
 ## Against others
 
 One program lets every peer do the same work. Over ipc and tcp the other side is a process of its own, over inproc a
-thread. Within a cell the peers take turns, in another order each round; the first round of each connection is dropped,
+thread. For round trips both sides share a core, so that no time goes into waking another one; for publishing each side
+has its own. Within a cell the peers take turns, in another order each round; the first round of each connection is dropped,
 which leaves {rounds} rounds. gRPC and Ignition Transport carry raw blocks in a message, as their users do; Ignition
 Transport's services and gRPC's calls do more than a request socket does.
 

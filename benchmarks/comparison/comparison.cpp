@@ -2,6 +2,7 @@
 #include "Peer.h"
 #include "Server.h"
 #include "support/Addresses.h"
+#include "support/Pinning.h"
 #include "support/Report.h"
 #include "support/Stopwatch.h"
 
@@ -147,6 +148,8 @@ const Peer& find(const Peers& peers, const std::string& name) {
 }
 
 int run(const std::vector<std::string>& arguments) {
+    // Where the two sides run decides more than what they do.
+    pinToCore(0);
     const Peers peers = makePeers();
     if (arguments.size() == 4 && arguments[0] == "--serve") {
         Server::serveAsProcess(find(peers, arguments[1]), Cell::parse(arguments[2]), arguments[3]);
