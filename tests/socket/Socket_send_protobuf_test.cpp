@@ -158,6 +158,28 @@ TEST_F(SendProtoBuf, RefusesALengthOfMoreThan32BitsUnshortened) {
     EXPECT_EQ(0, message.serialized);
 }
 
+TEST_F(SendProtoBuf, SerializesAMessageOfTheGreatestLength) {
+    FakeMessage message(INT_MAX, 7);
+    std::string text;
+    try {
+        text = textThrownBy([&] { feed.publisher.sendProtoBuf(&message); });
+    } catch (const std::bad_alloc&) {
+        GTEST_SKIP() << "no 2 GB of address space";
+    }
+
+    EXPECT_EQ("[Socket source]: Cannot send message: changed while being serialized", text);
+    EXPECT_EQ(1, message.serialized);
+}
+
+TEST_F(SendProtoBuf, RefusesAMessageThatIsShorterThanItMeasured) {
+    FakeMessage message(10, 9);
+
+    EXPECT_EQ("[Socket source]: Cannot send message: changed while being serialized",
+              textThrownBy([&] { feed.publisher.sendProtoBuf(&message); }));
+
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+}
+
 TEST_F(SendProtoBuf, PassesOnWhatSendThrows) {
     Text text;
     standIn.fail("zmq_send", EHOSTUNREACH);
