@@ -76,9 +76,11 @@ public:
     /// The socket file of an IPC endpoint that is bound gets mode 0777. Logs a debug line before and after.
     ///
     /// Connecting does not wait for the other side. On inproc, one of 0MQ's 1,023 sockets is used up for good when a
-    /// socket connects to a name and is closed before anybody has bound that name. Binding does not block, unless 0MQ is
-    /// still releasing an address that this process has itself given up: that is waited for, at most two seconds. An
-    /// address that somebody else holds is refused at once; but 0MQ takes over an IPC path from whoever holds it.
+    /// socket connects to a name and is closed before anybody has bound that name.
+    ///
+    /// Binding does not block, unless 0MQ is still releasing an address that this process has itself given up: that is
+    /// waited for, at most two seconds. An address that somebody else holds is refused at once; but 0MQ takes over an
+    /// IPC path from whoever holds it.
     ///
     /// \param endpoint where to; on TCP, `Pub` and `Rep` listen on all interfaces
     /// \param receiveTimeout how long `receive` waits for a message, in milliseconds, for the whole socket; 0 leaves it
