@@ -128,7 +128,8 @@ public:
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: " + size + " bytes serialized, at most
     ///         2147483647 possible"
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: changed while being serialized", when
-    ///         another thread has written to the message. After these four, nothing has been sent.
+    ///         another thread has written to the message; or `google::protobuf::FatalException`, where protobuf is
+    ///         built to check for that itself. After these, nothing has been sent.
     void sendProtoBuf(google::protobuf::Message* message);
 
     /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut

@@ -13,6 +13,7 @@
 #include <zmq.h>
 
 #include <climits>
+#include <exception>
 #include <new>
 #include <string>
 #include <type_traits>
@@ -160,22 +161,27 @@ TEST_F(SendProtoBuf, RefusesALengthOfMoreThan32BitsUnshortened) {
 
 TEST_F(SendProtoBuf, SerializesAMessageOfTheGreatestLength) {
     FakeMessage message(INT_MAX, 7);
-    std::string text;
     try {
-        text = textThrownBy([&] { feed.publisher.sendProtoBuf(&message); });
+        feed.publisher.sendProtoBuf(&message);
+        ADD_FAILURE() << "seven bytes were sent as two billion";
     } catch (const std::bad_alloc&) {
         GTEST_SKIP() << "no 2 GB of address space";
+    } catch (const std::exception&) {
+        // Only the serialisation itself can have found out.
+        EXPECT_EQ(1, message.serialized);
     }
-
-    EXPECT_EQ("[Socket source]: Cannot send message: changed while being serialized", text);
-    EXPECT_EQ(1, message.serialized);
 }
 
+/// Where protobuf is built to check for it, it throws before the library can.
 TEST_F(SendProtoBuf, RefusesAMessageThatIsShorterThanItMeasured) {
     FakeMessage message(10, 9);
 
-    EXPECT_EQ("[Socket source]: Cannot send message: changed while being serialized",
-              textThrownBy([&] { feed.publisher.sendProtoBuf(&message); }));
+    EXPECT_THAT(
+        [&] { feed.publisher.sendProtoBuf(&message); },
+        testing::Throws<std::exception>(testing::Property(
+            &std::exception::what,
+            testing::AnyOf(testing::StrEq("[Socket source]: Cannot send message: changed while being serialized"),
+                           testing::HasSubstr("CHECK failed: target + size == res")))));
 
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());
 }
