@@ -18,7 +18,7 @@
 #include <unistd.h>
 #include <vector>
 
-// A function marked cold is one that a message seldom meets: it is kept out of the path of those that do not.
+// A function marked cold is one that hardly any message meets: what it needs is kept out of the way of all others.
 
 namespace rk::socket {
 
@@ -95,6 +95,10 @@ std::string missingFields(const google::protobuf::Message& message) {
     return text;
 }
 
+[[noreturn, gnu::cold]] void refuseClosed(const char* reason) {
+    throw std::runtime_error(reason);
+}
+
 } // namespace
 
 // Creation and closing
@@ -126,6 +130,10 @@ void Socket::close() {
     protocol = Protocol::Undef;
     endpoint = SocketEndpoint();
     receiveTimeoutText = "undef";
+    forgetConnections();
+}
+
+void Socket::forgetConnections() noexcept {
     connections.clear();
     connectionKeys.clear();
 }
@@ -235,7 +243,7 @@ void Socket::resetConnections() noexcept {
     }
     const auto recorded = connections;
     closeNativeSocket();
-    connections.clear();
+    forgetConnections();
     try {
         create(protocol);
         for (const auto& [target, receiveTimeout] : recorded) {
@@ -275,13 +283,8 @@ bool Socket::abandonUnansweredRequest(std::string& error) {
 // Sending
 
 void Socket::send(void* data, unsigned long size) {
-    sendBlock(data, size);
-}
-
-/// A function of its own, so that it is inlined into both ways of sending.
-inline void Socket::sendBlock(void* data, unsigned long size) {
     if (zmqSocket == nullptr) {
-        throw std::runtime_error("Socket: Cannot send on a NULL socket");
+        refuseClosed("Socket: Cannot send on a NULL socket");
     }
     if (zmq_send(zmqSocket, data, size, 0) < 0) {
         sendAfterFailure(data, size);
@@ -289,7 +292,9 @@ inline void Socket::sendBlock(void* data, unsigned long size) {
     if (statisticsActive) {
         addBlockToStatistics(static_cast<unsigned int>(size));
     }
-    handleBitRateCapping(static_cast<unsigned int>(size));
+    if (targetBitRate != 0) {
+        handleBitRateCapping(static_cast<unsigned int>(size));
+    }
 }
 
 /// Sends once more if the failure was a jam that can be repaired. What fails for good is counted all the same.
@@ -336,7 +341,7 @@ void Socket::sendProtoBuf(google::protobuf::Message* message) {
     if (message->SerializeWithCachedSizesToArray(begin) != begin + size) {
         refuse(": Cannot send message: changed while being serialized");
     }
-    sendBlock(buffer.get(), size);
+    send(buffer.get(), size);
 }
 
 [[gnu::cold]] void Socket::refuseUninitialized(const google::protobuf::Message& message) const {
@@ -351,13 +356,8 @@ void Socket::sendProtoBuf(google::protobuf::Message* message) {
 // Receiving
 
 int Socket::receive(void* buffer, unsigned long size) {
-    return receiveBlock(buffer, size);
-}
-
-/// A function of its own, so that it is inlined into both ways of receiving.
-inline int Socket::receiveBlock(void* buffer, unsigned long size) {
     if (zmqSocket == nullptr) {
-        throw std::runtime_error("Socket: Cannot receive on a NULL socket");
+        refuseClosed("Socket: Cannot receive on a NULL socket");
     }
     int result = zmq_recv(zmqSocket, buffer, size, 0);
     if (result < 0) {
@@ -390,20 +390,16 @@ void Socket::receiveProtoBuf(google::protobuf::Message* message, unsigned int si
         refuse(": Wrong receive buffer size");
     }
     if (size > receiveBufferSize) {
-        growReceiveBuffer(size);
+        receiveBuffer.reset(new char[size]);
+        receiveBufferSize = size;
     }
-    const int received = receiveBlock(receiveBuffer.get(), receiveBufferSize);
+    const int received = receive(receiveBuffer.get(), receiveBufferSize);
     if (received > static_cast<int>(receiveBufferSize)) {
         refuseTruncated(received);
     }
     if (!message->ParseFromArray(receiveBuffer.get(), received)) {
         refuse(": Failed deserializing message");
     }
-}
-
-[[gnu::cold]] void Socket::growReceiveBuffer(unsigned int size) {
-    receiveBuffer.reset(new char[size]);
-    receiveBufferSize = size;
 }
 
 [[gnu::cold]] void Socket::refuseTruncated(int received) const {
@@ -519,12 +515,9 @@ void Socket::addBlockToStatistics(unsigned int size) noexcept {
 }
 
 void Socket::handleBitRateCapping(unsigned int size) {
-    if (targetBitRate != 0) {
-        pauseUntilDue(size);
+    if (targetBitRate == 0) {
+        return;
     }
-}
-
-[[gnu::cold]] void Socket::pauseUntilDue(unsigned int size) {
     const double now = wallClockSeconds();
     if (lastSendTime < 1.0) {
         lastSendTime = now;

@@ -211,17 +211,15 @@ private:
     RK_SOCKET_NO_EXPORT void bindOrConnect(const SocketEndpoint& target);
     RK_SOCKET_NO_EXPORT void setOptions(unsigned int receiveTimeout);
     RK_SOCKET_NO_EXPORT void remember(const SocketEndpoint& target, unsigned int receiveTimeout);
+    RK_SOCKET_NO_EXPORT void forgetConnections() noexcept;
     RK_SOCKET_NO_EXPORT void closeNativeSocket() noexcept;
 
     RK_SOCKET_NO_EXPORT void repairJam();
     RK_SOCKET_NO_EXPORT bool abandonUnansweredRequest(std::string& error);
     RK_SOCKET_NO_EXPORT std::string pollFailure() const;
     RK_SOCKET_NO_EXPORT std::string failureText(int error) const;
-    RK_SOCKET_NO_EXPORT void sendBlock(void* data, unsigned long size);
-    RK_SOCKET_NO_EXPORT int receiveBlock(void* buffer, unsigned long size);
     RK_SOCKET_NO_EXPORT void sendAfterFailure(void* data, unsigned long size);
     RK_SOCKET_NO_EXPORT int receiveAfterFailure(void* buffer, unsigned long size);
-    RK_SOCKET_NO_EXPORT void growReceiveBuffer(unsigned int size);
     [[noreturn]] RK_SOCKET_NO_EXPORT void throwTransferFailure(const char* operation, const char* prefix) const;
     [[noreturn]] RK_SOCKET_NO_EXPORT void refuse(std::string_view reason) const;
     [[noreturn]] RK_SOCKET_NO_EXPORT void refuseUninitialized(const google::protobuf::Message& message) const;
@@ -230,7 +228,6 @@ private:
     RK_SOCKET_NO_EXPORT void setQueueSize(int option, int size, const char* failurePrefix);
     RK_SOCKET_NO_EXPORT void beginPeriod() noexcept;
     RK_SOCKET_NO_EXPORT void endPeriod() noexcept;
-    RK_SOCKET_NO_EXPORT void pauseUntilDue(unsigned int size);
 
     void* zmqSocket = nullptr;
     Protocol::Protocol protocol = Protocol::Undef;
