@@ -349,7 +349,7 @@ ratio. "Serialise only" is what writing and parsing the messages takes without a
 ## Growth
 
 The time and the memory that a number of things takes, at the greatest number, and the exponent of the power that is
-fitted to the upper half of the curve: 1 is proportional, 0 is constant.
+fitted to the upper half of the curve: 1 is proportional, 0 is constant. What grows as fast by hand is 0MQ's own growth.
 
 {growth}
 
