@@ -1,0 +1,22 @@
+#pragma once
+
+#include "Settings.h"
+
+#include <string>
+#include <variant>
+
+namespace rk::tools {
+
+/// What to print instead of working.
+struct Information {
+    std::string text;
+};
+
+/// What is wrong with the command line.
+struct Misuse {
+    std::string text;
+};
+
+std::variant<Settings, Information, Misuse> parseCommandLine(int argc, const char* const* argv);
+
+} // namespace rk::tools

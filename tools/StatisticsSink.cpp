@@ -1,0 +1,83 @@
+#include "StatisticsSink.h"
+
+#include "Numbers.h"
+#include "Output.h"
+#include "Terminal.h"
+
+#include <unistd.h>
+
+namespace rk::tools {
+
+namespace {
+
+std::string described(const Flow& flow, Flow::Clock::time_point now) {
+    return std::to_string(flow.messages()) + " messages, " + flow.rates(now) + ", " + flow.sizeText() + ", " +
+           flow.gapText();
+}
+
+} // namespace
+
+StatisticsSink::StatisticsSink(Output& outputToUse, std::chrono::nanoseconds showInterval, Clock::time_point begin)
+    : output(outputToUse),
+      interval(showInterval),
+      start(begin),
+      next(begin + showInterval),
+      total(begin),
+      period(begin) {
+    if (output.isTerminal()) {
+        live.emplace();
+    }
+}
+
+void StatisticsSink::take(std::string_view block, Clock::time_point arrival) {
+    showWhenDue(arrival);
+    total.add(block.size(), arrival);
+    period.add(block.size(), arrival);
+}
+
+void StatisticsSink::pause(Clock::time_point now) {
+    showWhenDue(now);
+    if (output.readerGone()) {
+        throw ReaderGone();
+    }
+}
+
+void StatisticsSink::showWhenDue(Clock::time_point now) {
+    if (now < next) {
+        return;
+    }
+    show(now);
+    period = Flow(now, period.lastArrival());
+    next += interval;
+    if (next <= now) {
+        next = now + interval;
+    }
+}
+
+std::string StatisticsSink::stamp(Clock::time_point now) const {
+    return fixed(std::chrono::duration<double>(now - start).count(), 1) + " s";
+}
+
+void StatisticsSink::show(Clock::time_point now) {
+    if (!live) {
+        output.write(stamp(now) + ": " + described(period, now) + "\n");
+    } else {
+        output.write(live->draw(
+            {"          now: " + period.rates(now), "               " + period.sizeText() + ", " + period.gapText(),
+             "since " + stamp(now) + ": " + std::to_string(total.messages()) + " messages, " + total.rates(now),
+             "               " + total.sizeText() + ", " + total.gapText()},
+            widthOf(STDOUT_FILENO)));
+    }
+    output.flush();
+}
+
+void StatisticsSink::finish(Clock::time_point now) {
+    if (live) {
+        show(now);
+    } else {
+        output.write("in all, " + stamp(now) + ": " + described(total, now) + "\n");
+    }
+    output.flush();
+}
+
+} // namespace rk::tools

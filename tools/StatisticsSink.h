@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Flow.h"
+#include "LiveLines.h"
+#include "MessageSink.h"
+
+#include <optional>
+
+namespace rk::tools {
+
+class Output;
+
+/// Shows what comes in: on a terminal in the same place, else in a line for each interval.
+class StatisticsSink : public MessageSink {
+public:
+    StatisticsSink(Output& output, std::chrono::nanoseconds interval, Clock::time_point start);
+
+    void take(std::string_view block, Clock::time_point arrival) override;
+    void pause(Clock::time_point now) override;
+    void finish(Clock::time_point now) override;
+
+private:
+    void showWhenDue(Clock::time_point now);
+    void show(Clock::time_point now);
+    std::string stamp(Clock::time_point now) const;
+
+    Output& output;
+    std::chrono::nanoseconds interval;
+    Clock::time_point start;
+    Clock::time_point next;
+    Flow total;
+    Flow period;
+    std::optional<LiveLines> live;
+};
+
+} // namespace rk::tools

@@ -1,0 +1,28 @@
+// Writes the manual page or a shell's completion to standard output, from the description of the command line.
+
+#include "BashCompletion.h"
+#include "ManPage.h"
+#include "Options.h"
+#include "ZshCompletion.h"
+
+#include <iostream>
+#include <string_view>
+
+int main(int argc, char** argv) {
+    using namespace rk::tools;
+    Settings settings;
+    CLI::App app("", "rk-socket");
+    describeInterface(app, settings);
+    const std::string_view document = argc == 2 ? argv[1] : "";
+    if (document == "man") {
+        std::cout << documents::manPage(app);
+    } else if (document == "bash") {
+        std::cout << documents::bashCompletion(app);
+    } else if (document == "zsh") {
+        std::cout << documents::zshCompletion(app);
+    } else {
+        std::cerr << "usage: " << argv[0] << " man|bash|zsh\n";
+        return 2;
+    }
+    return 0;
+}

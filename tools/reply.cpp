@@ -1,0 +1,88 @@
+#include "Answer.h"
+#include "Codec.h"
+#include "Command.h"
+#include "Inbox.h"
+#include "Numbers.h"
+#include "Output.h"
+#include "PrintingSink.h"
+#include "openSocket.h"
+
+namespace rk::tools {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class Replies {
+public:
+    explicit Replies(const Surroundings& surroundings)
+        : settings(surroundings.settings),
+          complaints(surroundings.complaints),
+          output(surroundings.stop),
+          codec(makeCodec(settings, settings.replyType, settings.type, complaints)),
+          answer(makeAnswer(settings, *codec, complaints, surroundings.stop)),
+          printer(*codec, output, complaints),
+          socket(socketName(settings), settings.closePolicy),
+          inbox(socket, settings.maxSize, surroundings.stop) {
+        openSocket(socket, settings);
+    }
+
+    ExitStatus run() {
+        std::uint64_t answered = 0;
+        auto deadline = nextDeadline();
+        while (!settings.count || answered < *settings.count) {
+            const auto event = inbox.wait(deadline);
+            if (event == Inbox::Event::Stop) {
+                break;
+            }
+            if (event == Inbox::Event::Message) {
+                serve(inbox.receive());
+                ++answered;
+                deadline = nextDeadline();
+            } else if (Clock::now() >= deadline) {
+                complaints.add("no request within " + described(*settings.timeout) + " on " + socket.debugString());
+                return ExitStatus::TimedOut;
+            } else {
+                printer.pause(Clock::now());
+            }
+        }
+        return ExitStatus::Done;
+    }
+
+private:
+    Clock::time_point nextDeadline() const {
+        return settings.timeout ? Clock::now() + *settings.timeout : Clock::time_point::max();
+    }
+
+    /// The reply goes out before anything can fail that has to do with printing the request.
+    void serve(const Inbox::Block& block) {
+        const bool whole = block.size == block.bytes.size();
+        std::string reply = whole ? answer->to(block.bytes) : std::string();
+        socket.send(reply.data(), reply.size());
+        if (whole) {
+            printer.take(block.bytes, Clock::now());
+            output.flush();
+        } else {
+            complaints.add("request of " + std::to_string(block.size) +
+                           " bytes: answered with an empty block, longer than --max-size " +
+                           std::to_string(block.bytes.size()));
+        }
+    }
+
+    const Settings& settings;
+    Complaints& complaints;
+    Output output;
+    std::unique_ptr<Codec> codec;
+    std::unique_ptr<Answer> answer;
+    PrintingSink printer;
+    rk::socket::Socket socket;
+    Inbox inbox;
+};
+
+} // namespace
+
+ExitStatus reply(const Surroundings& surroundings) {
+    return Replies(surroundings).run();
+}
+
+} // namespace rk::tools

@@ -1,0 +1,107 @@
+#include "Codec.h"
+#include "Command.h"
+#include "Inbox.h"
+#include "Numbers.h"
+#include "Output.h"
+#include "PrintingSink.h"
+#include "RecordingSink.h"
+#include "StatisticsSink.h"
+#include "openSocket.h"
+
+namespace rk::tools {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class Subscription {
+public:
+    explicit Subscription(const Surroundings& surroundings)
+        : settings(surroundings.settings),
+          complaints(surroundings.complaints),
+          output(surroundings.stop),
+          socket(socketName(settings), settings.closePolicy),
+          inbox(socket, settings.maxSize, surroundings.stop) {
+        if (!settings.stats && settings.record.empty()) {
+            codec = makeCodec(settings, "", settings.type, complaints);
+        }
+        if (!settings.record.empty()) {
+            sinks.push_back(std::make_unique<RecordingSink>(settings.record, settings.count, surroundings.stop));
+        }
+        openSocket(socket, settings);
+        const auto now = Clock::now();
+        if (settings.stats) {
+            sinks.push_back(std::make_unique<StatisticsSink>(output, settings.interval, now));
+        }
+        if (codec) {
+            sinks.push_back(std::make_unique<PrintingSink>(*codec, output, complaints));
+        }
+        lastArrival = now;
+    }
+
+    ExitStatus run() {
+        const ExitStatus status = takeAll();
+        for (const auto& sink : sinks) {
+            sink->finish(Clock::now());
+        }
+        return status;
+    }
+
+private:
+    ExitStatus takeAll() {
+        while (!settings.count || taken < *settings.count) {
+            auto event = inbox.look();
+            if (event == Inbox::Event::Nothing) {
+                for (const auto& sink : sinks) {
+                    sink->pause(Clock::now());
+                }
+                event = inbox.wait(deadline());
+            }
+            if (event == Inbox::Event::Stop) {
+                return ExitStatus::Done;
+            }
+            if (event == Inbox::Event::Message) {
+                take(inbox.receive());
+            } else if (Clock::now() >= deadline()) {
+                complaints.add("no message within " + described(*settings.timeout) + " on " + socket.debugString());
+                return ExitStatus::TimedOut;
+            }
+        }
+        return ExitStatus::Done;
+    }
+
+    Clock::time_point deadline() const {
+        return settings.timeout ? lastArrival + *settings.timeout : Clock::time_point::max();
+    }
+
+    void take(const Inbox::Block& block) {
+        lastArrival = Clock::now();
+        ++taken;
+        if (block.size > block.bytes.size()) {
+            complaints.add("message " + std::to_string(taken) + ", " + std::to_string(block.size) +
+                           " bytes: left out, longer than --max-size " + std::to_string(block.bytes.size()));
+            return;
+        }
+        for (const auto& sink : sinks) {
+            sink->take(block.bytes, lastArrival);
+        }
+    }
+
+    const Settings& settings;
+    Complaints& complaints;
+    Output output;
+    rk::socket::Socket socket;
+    Inbox inbox;
+    std::unique_ptr<Codec> codec;
+    std::vector<std::unique_ptr<MessageSink>> sinks;
+    Clock::time_point lastArrival;
+    std::uint64_t taken = 0;
+};
+
+} // namespace
+
+ExitStatus subscribe(const Surroundings& surroundings) {
+    return Subscription(surroundings).run();
+}
+
+} // namespace rk::tools
