@@ -61,14 +61,18 @@ void collectUnknownFields(const Message& message, std::string& numbers) {
     }
 }
 
-/// Protobuf's complaint about JSON text in one line: it comes with an excerpt and a mark below.
-std::string inOneLine(const std::string& complaint) {
+/// Protobuf's complaint about JSON text in one line: it may begin with an empty place, and end with an excerpt and a
+/// mark below.
+std::string inOneLine(std::string complaint) {
+    if (complaint.compare(0, 2, ": ") == 0) {
+        complaint.erase(0, 2);
+    }
     const std::size_t end = complaint.find('\n');
     if (end == std::string::npos) {
         return complaint;
     }
     const std::string excerpt = complaint.substr(end + 1, complaint.find('\n', end + 1) - end - 1);
-    return complaint.substr(0, end) + " Near: " + printable(excerpt);
+    return complaint.substr(0, end) + (excerpt.empty() ? "" : " Near: " + printable(excerpt));
 }
 
 } // namespace
@@ -89,10 +93,6 @@ std::string ProtobufCodec::encode(const std::string& text) {
     const auto status = util::JsonToBinaryString(resolver.get(), urlOf(*sentMessage), text, &block);
     if (!status.ok()) {
         throw CodecError("not a " + typeOf(*sentMessage) + " in JSON: " + inOneLine(std::string(status.message())));
-    }
-    sentMessage->ParsePartialFromString(block);
-    if (!sentMessage->IsInitialized()) {
-        throw CodecError("not a whole " + typeOf(*sentMessage) + ": missing " + missingFields(*sentMessage));
     }
     return block;
 }
