@@ -10,13 +10,30 @@ namespace rk::tools {
 
 namespace {
 
-// The parser takes an argument in brackets for a list and splits it at its commas. A message in brackets is a message:
-// a mark in front hides it.
+// The parser takes an argument in brackets for a list, which it splits at its commas, and one that begins with a dash
+// for an option, even behind "--" once it has found a message. A mark in front hides what they look like.
 constexpr char mark = '\1';
 
-std::string hidden(const std::string& argument) {
-    const bool looksLikeList = argument.size() > 1 && argument.front() == '[' && argument.back() == ']';
-    return looksLikeList ? mark + argument : argument;
+bool looksLikeList(const std::string& argument) {
+    return argument.size() > 1 && argument.front() == '[' && argument.back() == ']';
+}
+
+/// The arguments as the parser wants them: the last one first.
+std::vector<std::string> hidden(int argc, const char* const* argv) {
+    std::vector<std::string> arguments;
+    bool messagesOnly = false;
+    for (int index = 1; index < argc; ++index) {
+        const std::string argument = argv[index];
+        if (argument == "--" && !messagesOnly) {
+            messagesOnly = true;
+        } else if (looksLikeList(argument) || (messagesOnly && argument.rfind('-', 0) == 0)) {
+            arguments.push_back(mark + argument);
+        } else {
+            arguments.push_back(argument);
+        }
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
 }
 
 void reveal(std::string& argument) {
@@ -47,10 +64,7 @@ std::variant<Settings, Information, Misuse> parseCommandLine(int argc, const cha
     CLI::App app("", "rk-socket");
     app.formatter(std::make_shared<HelpFormatter>());
     describeInterface(app, settings);
-    std::vector<std::string> arguments;
-    for (int index = argc - 1; index > 0; --index) {
-        arguments.push_back(hidden(argv[index]));
-    }
+    auto arguments = hidden(argc, argv);
     try {
         app.parse(arguments);
     } catch (const CLI::CallForHelp&) {

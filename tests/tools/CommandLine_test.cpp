@@ -85,8 +85,8 @@ TEST(CommandLine, TakesWhatIsSaidInsteadOfTheDefaults) {
 }
 
 TEST(CommandLine, TakesMessagesAsTheyAre) {
-    EXPECT_THAT(settingsOf({"pub", "ipc://a", "[1,2]", "{}", "", "[]", "a b", "--", "--hex"}).messages,
-                ElementsAre("[1,2]", "{}", "", "[]", "a b", "--hex"));
+    EXPECT_THAT(settingsOf({"pub", "ipc://a", "[1,2]", "{}", "", "[]", "a b", "--", "--hex", "--"}).messages,
+                ElementsAre("[1,2]", "{}", "", "[]", "a b", "--hex", "--"));
     EXPECT_EQ("[1,2]", settingsOf({"rep", "ipc://a", "--reply", "[1,2]"}).reply);
     EXPECT_EQ("", settingsOf({"rep", "ipc://a", "--reply", ""}).reply);
 }

@@ -98,7 +98,7 @@ class Terminal:
         self.master, terminal = pty.openpty()
         fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 40, 100, 0, 0))
         self.process = subprocess.Popen([TOOL, *arguments], stdin=subprocess.DEVNULL, stdout=terminal, stderr=terminal,
-                                        env=dict(os.environ, TERM="xterm", **(environment or {})))
+                                        env={**os.environ, "TERM": "xterm", **(environment or {})})
         os.close(terminal)
         self.text = b""
 
