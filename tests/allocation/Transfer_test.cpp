@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -26,9 +27,10 @@ using testing::Not;
 using testing::StartsWith;
 namespace ClosePolicy = socket::ClosePolicy;
 
+/// Never destroyed: the library logs until the process is gone.
 std::vector<std::string>& debugLines() {
-    static std::vector<std::string> lines;
-    return lines;
+    static auto* const lines = std::make_unique<std::vector<std::string>>().release();
+    return *lines;
 }
 
 class TransferAllocates : public testing::Test {

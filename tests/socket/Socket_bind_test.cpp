@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <zmq.h>
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
 #include <memory>
@@ -135,16 +136,26 @@ protected:
     Socket socket{"control", ClosePolicy::DropPending};
 
     void expectRefusedAtOnce(Protocol::Protocol protocol, const SocketEndpoint& endpoint) {
+        // On a busy machine any call may take long: the shortest of a few is what the library itself needs.
+        Clock::duration shortest = Clock::duration::max();
+        for (int attempt = 0; attempt < 5; ++attempt) {
+            shortest = std::min(shortest, timeOfRefusal(protocol, endpoint));
+        }
+        EXPECT_LT(shortest, atOnce);
+    }
+
+private:
+    Clock::duration timeOfRefusal(Protocol::Protocol protocol, const SocketEndpoint& endpoint) {
         socket.create(protocol);
         standIn.journal().clear();
         const Clock::time_point start = Clock::now();
+        const std::string text = textThrownBy([&] { socket.connect(endpoint, 0); });
+        const Clock::duration time = Clock::now() - start;
 
-        EXPECT_EQ("Socket: Failed connecting/binding socket: Address already in use on [Socket control]",
-                  textThrownBy([&] { socket.connect(endpoint, 0); }));
-
-        EXPECT_LT(Clock::now() - start, atOnce);
+        EXPECT_EQ("Socket: Failed connecting/binding socket: Address already in use on [Socket control]", text);
         EXPECT_EQ(1U, standIn.journal().count("zmq_bind"));
         expectClosed(standIn, socket);
+        return time;
     }
 };
 

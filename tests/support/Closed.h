@@ -10,12 +10,14 @@
 
 namespace rk::tests {
 
-/// Shows that `socket` is closed and has no endpoint recorded. Leaves it closed, and the journal empty.
+/// Shows that `socket` is closed, of no pattern, and has no endpoint recorded. Leaves it closed, and the journal empty.
 inline void expectClosed(StandIn& standIn, socket::Socket& socket) {
     std::string error;
     EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { socket.poll(0, error); }));
     standIn.journal().clear();
     socket.resetConnections();
+    socket.setInternalFifoSize(1);
+    EXPECT_NO_THROW(socket.flushIncomingMessages());
     socket.close();
     EXPECT_THAT(standIn.journal().lines(), testing::ElementsAre());
     socket.create(socket::Protocol::Pub);

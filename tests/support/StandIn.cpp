@@ -112,13 +112,14 @@ bool isWatched(const void* returnAddress) {
 /// Notes a call of the library and makes it, or fails, or answers it.
 template <class Result, class Real>
 Result watch(const std::string& function, const std::string& line, Result failure, const Real& real) {
+    // Settled before the call is noted: what a test asks for when it sees the line is for the next call.
+    const std::optional<int> error = dueFault(function);
+    const std::optional<Result> answer = error ? std::nullopt : dueAnswer<Result>(function);
     state().journal.add(line);
-    Result result{};
-    if (const std::optional<int> error = dueFault(function)) {
+    Result result = failure;
+    if (error) {
         errno = *error;
-        result = failure;
     } else {
-        const std::optional<Result> answer = dueAnswer<Result>(function);
         result = answer ? *answer : real();
     }
     runAction(function);

@@ -1,0 +1,220 @@
+#include "support/Endpoints.h"
+#include "support/NativeSocket.h"
+#include "support/RecordingListener.h"
+#include "support/StandIn.h"
+
+#include <rk/socket/utils/SocketListener.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <type_traits>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::SocketEndpoint;
+using socket::utils::SocketListener;
+using testing::ElementsAre;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+static_assert(std::is_abstract_v<SocketListener>);
+static_assert(std::has_virtual_destructor_v<SocketListener>);
+static_assert(std::is_base_of_v<rk::utils::MessageFormatter, SocketListener>);
+static_assert(!std::is_copy_constructible_v<SocketListener>);
+static_assert(!std::is_copy_assignable_v<SocketListener>);
+
+const std::string refusal = "[Socket Listener rep] Failed starting thread: another thread is already running";
+
+class ListenerOperations : public testing::Test {
+protected:
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    RecordingListener listener{Protocol::Rep};
+    std::string error = "as it was";
+};
+
+} // namespace
+
+TEST_F(ListenerOperations, StartWithSubOrRepOnly) {
+    for (const auto protocol : {Protocol::Pub, Protocol::Req, Protocol::Undef, static_cast<Protocol::Protocol>(7)}) {
+        RecordingListener other(protocol);
+        EXPECT_FALSE(other.start(error));
+        EXPECT_EQ("[Socket Listener " + Protocol::ToString(protocol) + "] Only Sub and Rep protocols are supported",
+                  error);
+    }
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre());
+}
+
+TEST_F(ListenerOperations, MakeErrorStringsWithThePatternAndMessagesWithTheName) {
+    EXPECT_EQ("[Socket Listener rep] text", listener.makeErrorString("text"));
+    EXPECT_EQ("[Socket Listener sub] ", RecordingListener(Protocol::Sub).makeErrorString(""));
+    EXPECT_EQ("[Socket Listener on service]", listener.messageHeader());
+    EXPECT_EQ("[Socket Listener on service]: text", listener.formatMessage("text"));
+}
+
+TEST_F(ListenerOperations, StopAListenerThatNeverRan) {
+    EXPECT_TRUE(listener.stop(error));
+    EXPECT_EQ("", error);
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre());
+}
+
+TEST_F(ListenerOperations, StartASecondTimeAreRefusedAndTheFirstThreadServesOn) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    listener.serve(endpoint);
+
+    EXPECT_FALSE(listener.start(error));
+
+    EXPECT_EQ(refusal, error);
+    EXPECT_EQ("question", ask(endpoint, "question"));
+}
+
+TEST_F(ListenerOperations, StartWithNoEndpointAtAll) {
+    EXPECT_TRUE(listener.start(error));
+    EXPECT_EQ("", error);
+    EXPECT_TRUE(standIn.journal().waitFor("zmq_poll 1 items, events 1, 1000 ms"));
+}
+
+TEST_F(ListenerOperations, StartWithTheCallsInOrder) {
+    ASSERT_TRUE(listener.addListenEndpoint("inproc://order-a", error));
+    ASSERT_TRUE(listener.addListenEndpoint("inproc://order-b", error));
+    ASSERT_TRUE(listener.addListenEndpoint("inproc://order-a", error));
+    EXPECT_EQ("as it was", error);
+
+    ASSERT_TRUE(listener.start(error));
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
+    EXPECT_EQ("", error);
+    ASSERT_TRUE(listener.stop(error));
+
+    EXPECT_THAT(standIn.journal().lines(),
+                ElementsAre("zmq_socket 4", "debug: Connecting [Socket service], listening on inproc://order-a",
+                            "zmq_bind inproc://order-a", "zmq_setsockopt 17 = 0 (4 bytes)",
+                            "debug: Connected [Socket service]",
+                            "debug: Connecting [Socket service], listening on inproc://order-b",
+                            "zmq_bind inproc://order-b", "zmq_setsockopt 17 = 0 (4 bytes)",
+                            "debug: Connected [Socket service]", "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
+}
+
+TEST_F(ListenerOperations, ClearTheErrorAtStartStopAndRemove) {
+    EXPECT_TRUE(listener.start(error));
+    EXPECT_EQ("", error);
+    error = "as it was";
+    EXPECT_TRUE(listener.removeListenEndpoint("nonsense", error));
+    EXPECT_EQ("", error);
+    error = "as it was";
+    EXPECT_TRUE(listener.stop(error));
+    EXPECT_EQ("", error);
+}
+
+TEST_F(ListenerOperations, KeepAnEndpointThatIsRemoved) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    ASSERT_TRUE(listener.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
+    ASSERT_TRUE(listener.removeListenEndpoint(endpoint.toString(Protocol::Rep), error));
+
+    ASSERT_TRUE(listener.start(error));
+
+    EXPECT_EQ("question", ask(endpoint, "question"));
+}
+
+TEST_F(ListenerOperations, RefuseAnEndpointThatDoesNotParseAndChangeNothing) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    listener.serve(endpoint);
+
+    EXPECT_FALSE(listener.addListenEndpoint("udp://x:1", error));
+
+    EXPECT_EQ("[Socket Listener rep] Invalid endpoint: Failed deserializing udp://x:1: cannot extract transport",
+              error);
+    EXPECT_EQ("question", ask(endpoint, "question"));
+    ASSERT_TRUE(listener.stop(error));
+    EXPECT_EQ(1U, standIn.journal().count("debug: Connecting [Socket service]"));
+    ASSERT_TRUE(listener.start(error));
+    EXPECT_EQ(2U, standIn.journal().count("debug: Connecting [Socket service]"));
+}
+
+TEST_F(ListenerOperations, ReportThatNoSocketCouldBeMade) {
+    standIn.fail("zmq_socket", EMFILE);
+
+    EXPECT_FALSE(listener.start(error));
+
+    EXPECT_EQ(
+        "[Socket Listener rep] Failed creating socket: Socket: Failed creating socket [Socket service] of type 3: "
+        "Too many open files on [Socket service]",
+        error);
+    EXPECT_THAT(standIn.journal().linesWith("error: "), ElementsAre());
+    EXPECT_TRUE(listener.start(error)) << error;
+}
+
+TEST_F(ListenerOperations, RestartOnANewEndpointAndReportAFailureOfTheStart) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    listener.serve(endpoint);
+    standIn.fail("zmq_socket", EMFILE);
+
+    EXPECT_FALSE(listener.addListenEndpoint("inproc://one-more", error));
+
+    EXPECT_EQ(
+        "[Socket Listener rep] Failed creating socket: Socket: Failed creating socket [Socket service] of type 3: "
+        "Too many open files on [Socket service]",
+        error);
+    ASSERT_TRUE(listener.start(error)) << error;
+    EXPECT_EQ("old", ask(endpoint, "old"));
+    EXPECT_EQ("new", ask({Transport::Inproc, "one-more", 0}, "new"));
+}
+
+TEST_F(ListenerOperations, MakeANewSocketAtEveryStart) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    ASSERT_TRUE(listener.addListenEndpoint(endpoint.toString(Protocol::Req), error));
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(listener.start(error)) << error;
+        EXPECT_EQ("question", ask(endpoint, "question"));
+        ASSERT_TRUE(listener.stop(error)) << error;
+    }
+    EXPECT_EQ(3U, standIn.journal().count("zmq_socket 4"));
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+}
+
+TEST_F(ListenerOperations, StartThoughAnEndpointCannotBeConnectedAndEndAtTheFirstPoll) {
+    const SocketEndpoint taken = freshEndpoint(Transport::Tcp);
+    NativeSocket holder(Protocol::Rep);
+    holder.bind(taken);
+    for (const std::string& endpoint :
+         {std::string("inproc://before"), taken.toString(Protocol::Req), std::string("inproc://after")}) {
+        ASSERT_TRUE(listener.addListenEndpoint(endpoint, error));
+    }
+
+    EXPECT_TRUE(listener.start(error));
+
+    EXPECT_EQ("", error);
+    EXPECT_TRUE(standIn.journal().waitFor("error: [Socket Listener rep]"));
+    EXPECT_THAT(
+        standIn.journal().linesWith("error: "),
+        ElementsAre("error: [Socket Listener on service]: Failed connecting endpoint " +
+                        taken.toString(Protocol::Undef) +
+                        ": Socket: Failed connecting/binding socket: Address already in use on [Socket service]",
+                    "error: [Socket Listener on service]: Failed connecting endpoint inproc://after: Socket: "
+                    "Cannot connect a NULL socket",
+                    "error: [Socket Listener rep] Failed reading socket: Socket: Cannot poll a NULL socket. "
+                    "Aborting listener thread."));
+    EXPECT_FALSE(listener.start(error));
+    EXPECT_EQ(refusal, error);
+    EXPECT_TRUE(listener.stop(error));
+}
+
+TEST_F(ListenerOperations, StartAgainOnceAnEndpointIsFree) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    const std::string address = endpoint.toString(Protocol::Rep);
+    const ZmqHandle holder(socket::getSocket(Protocol::Rep));
+    ASSERT_EQ(0, zmq_bind(holder.get(), address.c_str()));
+    listener.serve(endpoint);
+    ASSERT_TRUE(standIn.journal().waitFor("error: [Socket Listener rep]"));
+    ASSERT_TRUE(listener.stop(error));
+    ASSERT_EQ(0, zmq_unbind(holder.get(), address.c_str()));
+
+    ASSERT_TRUE(listener.start(error));
+
+    EXPECT_EQ("question", ask(endpoint, "question"));
+}
+
+} // namespace rk::tests

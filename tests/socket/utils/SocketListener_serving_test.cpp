@@ -1,0 +1,264 @@
+#include "support/Endpoints.h"
+#include "support/NativeSocket.h"
+#include "support/RecordingListener.h"
+#include "support/StandIn.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <cerrno>
+#include <chrono>
+#include <future>
+#include <stdexcept>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using testing::ElementsAre;
+using Clock = std::chrono::steady_clock;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+std::string handlingError(const std::string& reason) {
+    return "error: [Socket Listener rep] Failed handling received message: " + reason;
+}
+
+/// The next poll of a listener is the one that asks whether a reply is owed.
+constexpr int afterTheReply = 2;
+
+class ServingListener : public testing::Test {
+protected:
+    void SetUp() override { listener.serve(endpoint); }
+
+    /// Waits until the thread has ended by itself, which closes the socket.
+    void expectEndWith(const std::string& line) {
+        EXPECT_TRUE(standIn.journal().waitFor("zmq_close"));
+        EXPECT_THAT(standIn.journal().linesWith("error: "), ElementsAre(line));
+        EXPECT_FALSE(listener.start(error));
+        EXPECT_EQ("[Socket Listener rep] Failed starting thread: another thread is already running", error);
+        EXPECT_TRUE(listener.stop(error));
+        EXPECT_TRUE(listener.start(error));
+    }
+
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    RecordingListener listener{Protocol::Rep};
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    std::string error;
+};
+
+} // namespace
+
+TEST_F(ServingListener, HandsEveryRequestToTheHandlerInOrder) {
+    for (const std::string text : {"one", "two", "three"}) {
+        EXPECT_EQ(text, ask(endpoint, text));
+    }
+    EXPECT_THAT(listener.texts(), ElementsAre("one", "two", "three"));
+    EXPECT_EQ(0U, standIn.journal().count("warning: "));
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+}
+
+TEST_F(ServingListener, HandsOverTheVeryMessageThatWasMade) {
+    const auto made = std::make_shared<Text>();
+    const Text* handled = nullptr;
+    listener.setMaker([&] { return made; });
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        handled = &text;
+        echo(text, socket);
+    });
+
+    EXPECT_EQ("question", ask(endpoint, "question"));
+
+    ASSERT_TRUE(listener.stop(error));
+    EXPECT_EQ(made.get(), handled);
+}
+
+TEST_F(ServingListener, ReceivesIntoABufferOf128KiB) {
+    const Text largest = [] {
+        Text text;
+        text.set_text(std::string(131072 - 4, 'x'));
+        return text;
+    }();
+    ASSERT_EQ(131072U, largest.ByteSizeLong());
+
+    EXPECT_EQ(largest.text(), [&] {
+        Socket client("client", socket::ClosePolicy::DropPending);
+        client.createAndConnect(Protocol::Req, endpoint, 20000);
+        Text text = largest;
+        client.sendProtoBuf(&text);
+        client.receiveProtoBuf(&text, 200000);
+        return text.text();
+    }());
+
+    EXPECT_TRUE(standIn.journal().count("zmq_recv 131072 bytes, flags 0") > 0);
+}
+
+TEST_F(ServingListener, LogsWhatAHandlerThrowsAndServesOn) {
+    listener.setHandler([](Text&, const std::shared_ptr<Socket>&) { throw std::runtime_error("no luck"); });
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+    client.send("");
+    ASSERT_TRUE(standIn.journal().waitFor(handlingError("no luck")));
+    listener.setHandler(echo);
+    // What comes in before the socket is rebuilt is lost.
+    ASSERT_TRUE(standIn.journal().waitFor("debug: Connected [Socket service]", 2));
+
+    EXPECT_EQ("question", ask(endpoint, "question"));
+    EXPECT_EQ(1U, standIn.journal().count("error: "));
+}
+
+TEST_F(ServingListener, LeavesTheRequestUnreadWhileNoMessageIsMade) {
+    listener.setMaker([] { return nullptr; });
+    auto answer = std::async(std::launch::async, [this] { return ask(endpoint, "question"); });
+    ASSERT_TRUE(standIn.journal().waitFor(handlingError("Socket: Cannot receive on a NULL message"), 2));
+
+    listener.setMaker([] { return std::make_shared<Text>(); });
+
+    EXPECT_EQ("question", answer.get());
+    EXPECT_EQ(0U, standIn.journal().count("warning: "));
+}
+
+TEST_F(ServingListener, EndsWhenMakingAMessageThrows) {
+    listener.setMaker([]() -> std::shared_ptr<google::protobuf::Message> { throw std::runtime_error("none left"); });
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+
+    client.send("");
+
+    expectEndWith("error: [Socket Listener rep] Failed reading socket: none left. Aborting listener thread.");
+}
+
+TEST_F(ServingListener, EndsWhenAPollFails) {
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
+    standIn.fail("zmq_poll", EINTR, afterTheReply);
+    ask(endpoint, "question");
+
+    expectEndWith("error: [Socket Listener rep] Poll error on socket. Aborting listener thread.");
+}
+
+TEST_F(ServingListener, EndsWhenTheContextIsTerminated) {
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
+    standIn.fail("zmq_poll", ETERM, afterTheReply);
+    ask(endpoint, "question");
+
+    expectEndWith("error: [Socket Listener rep] Failed reading socket: Context terminated in poll() for socket [Socket "
+                  "service]. Aborting listener thread.");
+}
+
+TEST_F(ServingListener, StopsWithinOnePollTimeoutPlusTheHandlerAtWork) {
+    std::promise<void> finish;
+    std::atomic<bool> finished{false};
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        finish.get_future().wait();
+        finished = true;
+        echo(text, socket);
+    });
+    auto answer = std::async(std::launch::async, [this] { return ask(endpoint, "question"); });
+    ASSERT_TRUE(listener.waitForTexts(1));
+    auto stopped = std::async(std::launch::async, [this] {
+        std::string ignored;
+        return listener.stop(ignored);
+    });
+    EXPECT_FALSE(finished);
+    finish.set_value();
+    const Clock::time_point start = Clock::now();
+
+    EXPECT_TRUE(stopped.get());
+
+    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1500));
+    EXPECT_TRUE(finished);
+    answer.wait();
+}
+
+TEST_F(ServingListener, ClosesItsSocketAndKeepsNothingOfItWhenStopped) {
+    std::weak_ptr<Socket> kept;
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        kept = socket;
+        echo(text, socket);
+    });
+    ask(endpoint, "question");
+
+    ASSERT_TRUE(listener.stop(error));
+
+    EXPECT_TRUE(kept.expired());
+}
+
+TEST_F(ServingListener, IgnoresAThreadFunctionWithoutASocket) {
+    EXPECT_NO_THROW(listener.threadFunction(nullptr));
+}
+
+TEST(SubscribingListener, GetsWhatIsPublishedAndIsNeverRepaired) {
+    StandIn standIn;
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    NativeSocket publisher(Protocol::Pub);
+    publisher.bind(endpoint);
+    RecordingListener listener(Protocol::Sub);
+    listener.setHandler([](Text&, const std::shared_ptr<Socket>&) { throw std::runtime_error("no luck"); });
+    listener.serve(endpoint);
+    Text text;
+    text.set_text("news");
+
+    while (listener.texts().empty()) {
+        publisher.send(text.SerializeAsString());
+    }
+
+    EXPECT_EQ("news", listener.texts().front());
+    EXPECT_TRUE(standIn.journal().waitFor("error: [Socket Listener sub] Failed handling received message: no luck"));
+    EXPECT_EQ(0U, standIn.journal().count("warning: "));
+    EXPECT_EQ(0U, standIn.journal().count("zmq_close"));
+    EXPECT_EQ(0U, standIn.journal().count("zmq_poll 1 items, events 3"));
+}
+
+TEST(SubscribingListener, EndsWhenAPollReportsNoInput) {
+    StandIn standIn;
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    NativeSocket publisher(Protocol::Pub);
+    publisher.bind(endpoint);
+    RecordingListener listener(Protocol::Sub);
+    listener.serve(endpoint);
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
+    standIn.answer("zmq_poll", 1);
+
+    while (listener.texts().empty()) {
+        publisher.send("");
+    }
+
+    EXPECT_TRUE(standIn.journal().waitFor("zmq_close"));
+    EXPECT_THAT(standIn.journal().linesWith("error: "),
+                ElementsAre("error: [Socket Listener sub] Poll error on socket. Aborting listener thread."));
+}
+
+TEST(ListenerDeathTest, OfAnExceptionThatIsNone) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            RecordingListener listener(Protocol::Rep);
+            listener.setHandler([](Text&, const std::shared_ptr<Socket>&) { throw 1; });
+            const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+            listener.serve(endpoint);
+            ask(endpoint, "question");
+        },
+        testing::KilledBySignal(SIGABRT), "terminate");
+}
+
+TEST(ListenerDeathTest, OfAStopByItsOwnHandler) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            RecordingListener listener(Protocol::Rep);
+            std::string error;
+            listener.setHandler([&](Text&, const std::shared_ptr<Socket>&) { listener.stop(error); });
+            const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+            listener.serve(endpoint);
+            ask(endpoint, "question");
+        },
+        testing::KilledBySignal(SIGABRT), "terminate");
+}
+
+} // namespace rk::tests
