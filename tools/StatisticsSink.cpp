@@ -4,11 +4,14 @@
 #include "Output.h"
 #include "Terminal.h"
 
+#include <algorithm>
 #include <unistd.h>
 
 namespace rk::tools {
 
 namespace {
+
+constexpr std::size_t labelWidth = 12;
 
 std::string described(const Flow& flow, Flow::Clock::time_point now) {
     return std::to_string(flow.messages()) + " messages, " + flow.rates(now) + ", " + flow.sizeText() + ", " +
@@ -46,7 +49,13 @@ void StatisticsSink::showWhenDue(Clock::time_point now) {
     if (now < next) {
         return;
     }
-    show(now);
+    if (live) {
+        recent = {"now:        " + period.rates(now), "            " + period.sizeText() + ", " + period.gapText()};
+        redraw(now);
+    } else {
+        output.write(stamp(now) + ": " + described(period, now) + "\n");
+    }
+    output.flush();
     period = Flow(now, period.lastArrival());
     next += interval;
     if (next <= now) {
@@ -58,22 +67,18 @@ std::string StatisticsSink::stamp(Clock::time_point now) const {
     return fixed(std::chrono::duration<double>(now - start).count(), 1) + " s";
 }
 
-void StatisticsSink::show(Clock::time_point now) {
-    if (!live) {
-        output.write(stamp(now) + ": " + described(period, now) + "\n");
-    } else {
-        output.write(live->draw(
-            {"          now: " + period.rates(now), "               " + period.sizeText() + ", " + period.gapText(),
-             "since " + stamp(now) + ": " + std::to_string(total.messages()) + " messages, " + total.rates(now),
-             "               " + total.sizeText() + ", " + total.gapText()},
-            widthOf(STDOUT_FILENO)));
-    }
-    output.flush();
+void StatisticsSink::redraw(Clock::time_point now) {
+    std::string label = "in " + stamp(now) + ": ";
+    label.resize(std::max<std::size_t>(label.size(), labelWidth), ' ');
+    std::vector<std::string> lines = recent;
+    lines.push_back(label + std::to_string(total.messages()) + " messages, " + total.rates(now));
+    lines.push_back("            " + total.sizeText() + ", " + total.gapText());
+    output.write(live->draw(lines, widthOf(STDOUT_FILENO)));
 }
 
 void StatisticsSink::finish(Clock::time_point now) {
     if (live) {
-        show(now);
+        redraw(now);
     } else {
         output.write("in all, " + stamp(now) + ": " + described(total, now) + "\n");
     }

@@ -5,6 +5,8 @@
 #include "MessageSink.h"
 
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace rk::tools {
 
@@ -21,7 +23,7 @@ public:
 
 private:
     void showWhenDue(Clock::time_point now);
-    void show(Clock::time_point now);
+    void redraw(Clock::time_point now);
     std::string stamp(Clock::time_point now) const;
 
     Output& output;
@@ -31,6 +33,7 @@ private:
     Flow total;
     Flow period;
     std::optional<LiveLines> live;
+    std::vector<std::string> recent; ///< what a terminal shows of the last whole interval
 };
 
 } // namespace rk::tools

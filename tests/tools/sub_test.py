@@ -294,14 +294,14 @@ class Statistics(ToolTest):
         publisher = self.publisher(endpoint)
         terminal = Terminal(["sub", endpoint, "--stats", "--interval", "20ms", "--count", "3"])
         self.await_subscriber(publisher)
-        terminal.read_until(b"\x1b[4A\r\x1b[K          now: 0.0 messages/s")
+        terminal.read_until(b"\x1b[4A\r\x1b[Know:        0.0 messages/s")
         for _ in range(3):
             publisher.send(b"1234")
         status, text = terminal.end()
 
         self.assertEqual(0, status)
         last = text.split(b"\x1b[4A")[-1].replace(b"\r\n", b"\n")
-        self.assertRegex(last, rb"since \d+\.\d s: 3 messages, ")
+        self.assertRegex(last, rb"in \d+\.\d s: +3 messages, ")
         self.assertRegex(last, rb"size 4/4\.0/4 bytes, gap ")
         self.assertEqual(4, last.count(b"\n"))
 
