@@ -67,7 +67,7 @@ private:
 };
 
 Answer command(Commander& commander, const std::string& what, Command::Action action, std::uint32_t intervalMs = 0) {
-    const Answer answer = commander.ask(action, intervalMs);
+    Answer answer = commander.ask(action, intervalMs);
     say(what + ": " +
         (answer.refusal().empty() ? "done, the station is " + std::string(answer.paused() ? "paused" : "running") +
                                         " at " + std::to_string(answer.interval_ms()) + " ms"

@@ -1,8 +1,9 @@
 #pragma once
 
-/// What `Socket::poll` found.
+/// The result of `Socket::poll`.
 namespace rk::socket::PollResult {
 
+/// What `Socket::poll` returns.
 enum PollResult : int {
     Input = 0,   ///< a message can be read now
     Timeout = 1, ///< the time ran out with no message

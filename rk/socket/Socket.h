@@ -56,10 +56,11 @@ public:
 
     /// Closes whatever is open and opens a new native socket of the given pattern, which is connected nowhere. The
     /// settings of statistics and capping stay; the queue size starts again at 0MQ's default. Does not block.
+    ///
     /// \throws std::runtime_error "Socket: Failed creating socket " + `debugString()` + " of type " + number + ": " +
-    /// E;
-    ///         the socket is then closed. E is "Invalid argument" for a value that is no pattern, "Too many open files"
-    ///         when 0MQ's 1,023 sockets are used up, "Context was terminated" once the process's exit has begun.
+    ///         E, where E is "Invalid argument" for a value that is no pattern, "Too many open files" when 0MQ's
+    ///         1,023 sockets are used up, "Context was terminated" once the process's exit has begun. The socket is
+    ///         closed.
     void create(Protocol::Protocol protocol);
 
     /// Closes the native socket, if any, and forgets every endpoint. Allowed at any time, any number of times. Does not
@@ -99,7 +100,9 @@ public:
     ///
     /// Requests that wait in a reply socket are dropped, and so is what a close policy does not keep; a request that is
     /// sent again may be served twice. Peers on TCP and IPC connect again by themselves, peers on inproc do not. The
-    /// queue size starts again at 0MQ's default. Ends the process when there is no memory to copy the endpoints.
+    /// queue size starts again at 0MQ's default. The replaced native socket counts among 0MQ's 1,023 until what it has
+    /// to send is delivered or its close policy gives it up: a request socket that is rebuilt again and again against a
+    /// dead server needs `DropPending`. Ends the process when there is no memory to copy the endpoints.
     void resetConnections() noexcept;
 
     /// Sends the `size` bytes at `data` as one message; they are copied, and `size` may be 0. Blocks while the outgoing
@@ -122,8 +125,7 @@ public:
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: " + size + " bytes serialized, at most
     ///         2147483647 possible"
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: changed while being serialized", when
-    /// another
-    ///         thread has written to the message. After these four, nothing has been sent.
+    ///         another thread has written to the message. After these four, nothing has been sent.
     void sendProtoBuf(google::protobuf::Message* message);
 
     /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut
@@ -135,10 +137,9 @@ public:
     ///
     /// \throws std::runtime_error "Socket: Cannot receive on a NULL socket"
     /// \throws ZmqContextTerminationException "Context terminated in recv() for socket " + `debugString()`
-    /// \throws std::runtime_error "Receive error: " + E, also when the time ran out ("Resource temporarily
-    /// unavailable"),
-    ///         when a `Req` socket has sent no request, or when a signal interrupts the call. The socket is as before,
-    ///         or closed if it could not be rebuilt.
+    /// \throws std::runtime_error "Receive error: " + E: "Resource temporarily unavailable" when the time ran out,
+    ///         other reasons when a `Req` socket has sent no request or a signal interrupts the call. The socket is as
+    ///         before, or closed if it could not be rebuilt.
     int receive(void* buffer, unsigned long size);
 
     /// Receives one message as `receive` does, with its exceptions, and parses it into `message`. The socket keeps a
@@ -165,7 +166,8 @@ public:
     /// Discards every message that a `Sub` socket has already received; does nothing for other patterns or on a closed
     /// socket. Does not wait, but goes on as long as messages are there.
     /// \throws ZmqContextTerminationException as `poll`, or "Context terminated in recv() for socket " +
-    /// `debugString()` \throws std::runtime_error "Receive error in flushIncomingMessages: " + E
+    ///         `debugString()`
+    /// \throws std::runtime_error "Receive error in flushIncomingMessages: " + E
     void flushIncomingMessages();
 
     /// Sets the length of 0MQ's queue, in messages for each peer: of the outgoing queue of `Pub` and `Req`, of the
@@ -182,8 +184,9 @@ public:
     void activateStatistics(bool active);
 
     /// Caps the rate at which blocks are sent, by pausing in `send` after a block that was sent too early. The first
-    /// capped send never pauses. The wall clock is used: while it is set back by some time, a pause is longer by as
-    /// much. \param rate megabits (1,048,576 bits) per second; 0 for no cap
+    /// capped send never pauses. The wall clock is used: if it is set back by some time, the next pause is longer by as
+    /// much.
+    /// \param rate megabits (1,048,576 bits) per second; 0 for no cap
     void setTargetBitRate(unsigned int rate);
 
     /// Counts one block of `size` bytes, whether statistics are on or not. Called by `send` and `receive`.

@@ -40,12 +40,13 @@ public:
 
     /// Same transport and address and, for TCP alone, same port.
     bool operator==(const SocketEndpoint& other) const;
+    /// The opposite.
     bool operator!=(const SocketEndpoint& other) const;
 
     /// "SocketEndpoint " + `toString(Protocol::Undef)`.
     std::string messageHeader() const override;
 
-    Transport::Transport transport = Transport::Undef;
+    Transport::Transport transport = Transport::Undef; ///< decides what the other two mean
     std::string address;     ///< host as written for TCP, path for IPC, name for in-process endpoints
     unsigned short port = 0; ///< TCP port; 0 for the other transports
 };

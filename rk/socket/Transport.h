@@ -7,6 +7,7 @@
 /// The transport of an endpoint, and its conversions. None of them throws or blocks; any thread may call them.
 namespace rk::socket::Transport {
 
+/// How far an endpoint reaches.
 enum Transport : int {
     Undef = 0,  ///< not known
     Inproc = 1, ///< between the threads of a process

@@ -15,7 +15,9 @@ class RK_SOCKET_EXPORT ZmqContextTerminationException : public std::runtime_erro
 public:
     /// `message` is what `what()` returns.
     explicit ZmqContextTerminationException(const std::string& message);
+    /// Copied with its text, as exceptions are.
     ZmqContextTerminationException(const ZmqContextTerminationException&) = default;
+    /// Assigned with its text, as exceptions are.
     ZmqContextTerminationException& operator=(const ZmqContextTerminationException&) = default;
     ~ZmqContextTerminationException() override;
 };

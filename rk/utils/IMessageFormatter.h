@@ -22,7 +22,9 @@ public:
     std::string formatMessage(const std::string& message) const;
 
 protected:
+    /// Copied as part of a derived object.
     IMessageFormatter(const IMessageFormatter&) = default;
+    /// Assigned as part of a derived object.
     IMessageFormatter& operator=(const IMessageFormatter&) = default;
     ~IMessageFormatter() = default;
 };

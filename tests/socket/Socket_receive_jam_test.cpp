@@ -91,8 +91,8 @@ protected:
         if (GetParam() == Transport::Ipc) {
             lines.push_back("chmod " + endpoint.address + " 777");
         }
-        lines.insert(lines.end(), {"zmq_setsockopt 27 = 20000 (4 bytes)", "zmq_setsockopt 17 = 0 (4 bytes)",
-                                   connected, readLine, "zmq_send 15 bytes, flags 0"});
+        lines.insert(lines.end(), {"zmq_setsockopt 27 = 20000 (4 bytes)", "zmq_setsockopt 17 = 0 (4 bytes)", connected,
+                                   readLine, "zmq_send 15 bytes, flags 0"});
         return lines;
     }
 };

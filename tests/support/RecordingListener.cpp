@@ -1,10 +1,14 @@
 #include "RecordingListener.h"
 
+#include "BeforeJoin.h"
+#include "StandIn.h"
+
 #include <rk/socket/Socket.h>
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <optional>
 #include <utility>
 
 namespace rk::tests {
@@ -18,7 +22,13 @@ RecordingListener::RecordingListener(socket::Protocol::Protocol pattern)
 
 RecordingListener::~RecordingListener() {
     std::string error;
-    EXPECT_TRUE(stop(error)) << error;
+    EXPECT_TRUE(RecordingListener::stop(error)) << error;
+}
+
+bool RecordingListener::stop(std::string& error) {
+    std::optional<PollsRunOut> pollsRunOut;
+    const BeforeJoin hook([&] { pollsRunOut.emplace(); });
+    return SocketListener::stop(error);
 }
 
 std::shared_ptr<google::protobuf::Message> RecordingListener::createMessage() {

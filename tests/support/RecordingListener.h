@@ -23,6 +23,9 @@ public:
     explicit RecordingListener(socket::Protocol::Protocol pattern);
     ~RecordingListener() override;
 
+    /// Stops without waiting for the end of the poll that lasts.
+    bool stop(std::string& error) override;
+
     std::shared_ptr<google::protobuf::Message> createMessage() override;
     void handleMessage(google::protobuf::Message* message, std::shared_ptr<socket::Socket> socket) override;
 

@@ -46,4 +46,13 @@ public:
     void setClock(double seconds);
 };
 
+/// While it lives, no poll of the library waits: where nothing is ready, it ends as if its time had run out.
+class PollsRunOut {
+public:
+    PollsRunOut();
+    ~PollsRunOut();
+    PollsRunOut(const PollsRunOut&) = delete;
+    PollsRunOut& operator=(const PollsRunOut&) = delete;
+};
+
 } // namespace rk::tests

@@ -26,7 +26,6 @@ TOOL = os.environ["RK_TOOL"]
 SOURCES = os.environ["RK_SOURCES"]
 SCHEMAS = os.path.join(SOURCES, "tests/tools")
 
-_reservations = []
 _ports = itertools.count(os.getpid() * 37)
 
 
@@ -43,7 +42,7 @@ def free_port():
         except OSError:
             reservation.close()
             continue
-        _reservations.append(reservation)
+        atexit.register(reservation.close)
         return port
     raise RuntimeError("no free port")
 

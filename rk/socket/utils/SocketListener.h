@@ -37,7 +37,8 @@ namespace rk::socket::utils {
 /// Threads: `start`, `stop`, `addListenEndpoint` and the destructor are called from one controlling thread at a time,
 /// and never from the handlers: that ends the process. `createMessage` and `handleMessage` run on the listener's
 /// thread, which blocks all signals. A derived class stops the listener in its own destructor, so that no handler runs
-/// on an object that is half gone. An exception that is not a `std::exception` ends the process.
+/// on an object that is half gone. An exception that is not a `std::exception` ends the process. A handler must not
+/// call `exit`, which would wait for the handler's own socket for ever.
 ///
 /// The operations return whether they succeeded. If not, `error` is the reason, behind `makeErrorString`'s header;
 /// these texts are not logged.

@@ -10,7 +10,6 @@
 #include <zmq.h>
 
 #include <cerrno>
-#include <chrono>
 #include <future>
 #include <stdexcept>
 
@@ -21,7 +20,6 @@ namespace {
 using socket::Socket;
 using socket::SocketEndpoint;
 using testing::ElementsAre;
-using Clock = std::chrono::steady_clock;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
@@ -35,6 +33,14 @@ constexpr int afterTheReply = 2;
 class ServingListener : public testing::Test {
 protected:
     void SetUp() override { listener.serve(endpoint); }
+
+    /// A request of a client that stands in no journal, and the reply to it.
+    void makeARequest() {
+        NativeSocket client(Protocol::Req);
+        client.connect(endpoint);
+        client.send("");
+        EXPECT_EQ("", client.receive());
+    }
 
     /// Waits until the thread has ended by itself, which closes the socket.
     void expectEndWith(const std::string& line) {
@@ -137,7 +143,8 @@ TEST_F(ServingListener, EndsWhenMakingAMessageThrows) {
 TEST_F(ServingListener, EndsWhenAPollFails) {
     ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
     standIn.fail("zmq_poll", EINTR, afterTheReply);
-    ask(endpoint, "question");
+
+    makeARequest();
 
     expectEndWith("error: [Socket Listener rep] Poll error on socket. Aborting listener thread.");
 }
@@ -145,120 +152,15 @@ TEST_F(ServingListener, EndsWhenAPollFails) {
 TEST_F(ServingListener, EndsWhenTheContextIsTerminated) {
     ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
     standIn.fail("zmq_poll", ETERM, afterTheReply);
-    ask(endpoint, "question");
+
+    makeARequest();
 
     expectEndWith("error: [Socket Listener rep] Failed reading socket: Context terminated in poll() for socket [Socket "
                   "service]. Aborting listener thread.");
 }
 
-TEST_F(ServingListener, StopsWithinOnePollTimeoutPlusTheHandlerAtWork) {
-    std::promise<void> finish;
-    std::atomic<bool> finished{false};
-    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
-        finish.get_future().wait();
-        finished = true;
-        echo(text, socket);
-    });
-    auto answer = std::async(std::launch::async, [this] { return ask(endpoint, "question"); });
-    ASSERT_TRUE(listener.waitForTexts(1));
-    auto stopped = std::async(std::launch::async, [this] {
-        std::string ignored;
-        return listener.stop(ignored);
-    });
-    EXPECT_FALSE(finished);
-    finish.set_value();
-    const Clock::time_point start = Clock::now();
-
-    EXPECT_TRUE(stopped.get());
-
-    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1500));
-    EXPECT_TRUE(finished);
-    answer.wait();
-}
-
-TEST_F(ServingListener, ClosesItsSocketAndKeepsNothingOfItWhenStopped) {
-    std::weak_ptr<Socket> kept;
-    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
-        kept = socket;
-        echo(text, socket);
-    });
-    ask(endpoint, "question");
-
-    ASSERT_TRUE(listener.stop(error));
-
-    EXPECT_TRUE(kept.expired());
-}
-
 TEST_F(ServingListener, IgnoresAThreadFunctionWithoutASocket) {
     EXPECT_NO_THROW(listener.threadFunction(nullptr));
-}
-
-TEST(SubscribingListener, GetsWhatIsPublishedAndIsNeverRepaired) {
-    StandIn standIn;
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    NativeSocket publisher(Protocol::Pub);
-    publisher.bind(endpoint);
-    RecordingListener listener(Protocol::Sub);
-    listener.setHandler([](Text&, const std::shared_ptr<Socket>&) { throw std::runtime_error("no luck"); });
-    listener.serve(endpoint);
-    Text text;
-    text.set_text("news");
-
-    while (listener.texts().empty()) {
-        publisher.send(text.SerializeAsString());
-    }
-
-    EXPECT_EQ("news", listener.texts().front());
-    EXPECT_TRUE(standIn.journal().waitFor("error: [Socket Listener sub] Failed handling received message: no luck"));
-    EXPECT_EQ(0U, standIn.journal().count("warning: "));
-    EXPECT_EQ(0U, standIn.journal().count("zmq_close"));
-    EXPECT_EQ(0U, standIn.journal().count("zmq_poll 1 items, events 3"));
-}
-
-TEST(SubscribingListener, EndsWhenAPollReportsNoInput) {
-    StandIn standIn;
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    NativeSocket publisher(Protocol::Pub);
-    publisher.bind(endpoint);
-    RecordingListener listener(Protocol::Sub);
-    listener.serve(endpoint);
-    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
-    standIn.answer("zmq_poll", 1);
-
-    while (listener.texts().empty()) {
-        publisher.send("");
-    }
-
-    EXPECT_TRUE(standIn.journal().waitFor("zmq_close"));
-    EXPECT_THAT(standIn.journal().linesWith("error: "),
-                ElementsAre("error: [Socket Listener sub] Poll error on socket. Aborting listener thread."));
-}
-
-TEST(ListenerDeathTest, OfAnExceptionThatIsNone) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            RecordingListener listener(Protocol::Rep);
-            listener.setHandler([](Text&, const std::shared_ptr<Socket>&) { throw 1; });
-            const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-            listener.serve(endpoint);
-            ask(endpoint, "question");
-        },
-        testing::KilledBySignal(SIGABRT), "terminate");
-}
-
-TEST(ListenerDeathTest, OfAStopByItsOwnHandler) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            RecordingListener listener(Protocol::Rep);
-            std::string error;
-            listener.setHandler([&](Text&, const std::shared_ptr<Socket>&) { listener.stop(error); });
-            const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-            listener.serve(endpoint);
-            ask(endpoint, "question");
-        },
-        testing::KilledBySignal(SIGABRT), "terminate");
 }
 
 } // namespace rk::tests

@@ -1,0 +1,60 @@
+# Gives Doxygen a guide: every heading gets a name that is its own on the whole site, and the links, which are written for
+# reading in the repository ("delivery.md#repairs"), lead to these names.
+
+# The name of a heading of a document, from the anchor that readers of Markdown give it: "repairs" of "delivery.md".
+function name(document, anchor) {
+    sub(/.*\//, "", document)
+    sub(/\.md$/, "", document)
+    gsub(/-/, "_", document)
+    gsub(/-/, "_", anchor)
+    return anchor == "" ? document : document "_" anchor
+}
+
+function anchor_of(heading) {
+    heading = tolower(heading)
+    gsub(/[^a-z0-9 _-]/, "", heading)
+    gsub(/ /, "-", heading)
+    return heading
+}
+
+# Leads the links of a line to the site's names.
+function lead(line,    done, link, target, parts) {
+    while (match(line, /\]\([^)]*\)/)) {
+        link = substr(line, RSTART + 2, RLENGTH - 3)
+        if (link ~ /^#/ || link ~ /\.md(#.*)?$/) {
+            split(link, parts, "#")
+            target = "@ref " name(parts[1] == "" ? FILENAME : parts[1], parts[2])
+        } else {
+            target = link
+        }
+        done = done substr(line, 1, RSTART + 1) target ")"
+        line = substr(line, RSTART + RLENGTH)
+    }
+    return done line
+}
+
+/^```/ {
+    fenced = !fenced
+}
+
+fenced || /^    / {
+    print
+    next
+}
+
+/^# / && FILENAME !~ /index\.md$/ {
+    print $0 " {#" name(FILENAME, "") "}"
+    print "\n\\tableofcontents{HTML:1}\n"
+    next
+}
+
+/^##+ / {
+    heading = $0
+    sub(/^#+ /, "", heading)
+    print lead($0) " {#" name(FILENAME, anchor_of(heading)) "}"
+    next
+}
+
+{
+    print lead($0)
+}

@@ -1,0 +1,107 @@
+#include "support/Endpoints.h"
+#include "support/RecordingListener.h"
+#include "support/StandIn.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <string>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+/// Runs in a process that is new, and that no other thread has used.
+class ListenerDeathTest : public testing::Test {
+protected:
+    ListenerDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    /// The process ends at the latest while this waits for a reply.
+    static void sendARequest(RecordingListener& listener) {
+        const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+        listener.serve(endpoint);
+        ask(endpoint, "question");
+    }
+
+    static std::string& error() {
+        static std::string text;
+        return text;
+    }
+
+    [[noreturn]] static void tellAndAbort() {
+        std::cerr << "at the end: " << error() << "\n";
+        std::abort();
+    }
+};
+
+} // namespace
+
+TEST_F(ListenerDeathTest, OfAHandlerThatThrowsWhatIsNoException) {
+    EXPECT_EXIT(
+        {
+            RecordingListener listener(Protocol::Rep);
+            listener.setHandler([](Text&, const std::shared_ptr<Socket>&) { throw 1; });
+            sendARequest(listener);
+        },
+        testing::KilledBySignal(SIGABRT), "terminate called after throwing an instance of 'int'");
+}
+
+TEST_F(ListenerDeathTest, OfAMakerThatThrowsWhatIsNoException) {
+    EXPECT_EXIT(
+        {
+            RecordingListener listener(Protocol::Rep);
+            listener.setMaker([]() -> std::shared_ptr<google::protobuf::Message> { throw 1; });
+            sendARequest(listener);
+        },
+        testing::KilledBySignal(SIGABRT), "terminate called after throwing an instance of 'int'");
+}
+
+TEST_F(ListenerDeathTest, OfAStopByItsHandlerWhoseJoinFails) {
+    EXPECT_EXIT(
+        {
+            std::set_terminate(tellAndAbort);
+            RecordingListener listener(Protocol::Rep);
+            listener.setHandler([&](Text&, const std::shared_ptr<Socket>&) { listener.stop(error()); });
+            sendARequest(listener);
+        },
+        testing::KilledBySignal(SIGABRT),
+        "at the end: .Socket Listener rep. Failed joining thread: Resource deadlock avoided\n");
+}
+
+TEST_F(ListenerDeathTest, OfAStopByItsMaker) {
+    EXPECT_EXIT(
+        {
+            RecordingListener listener(Protocol::Rep);
+            listener.setMaker([&] {
+                listener.stop(error());
+                return std::make_shared<Text>();
+            });
+            sendARequest(listener);
+        },
+        testing::KilledBySignal(SIGABRT), "terminate called without an active exception");
+}
+
+TEST_F(ListenerDeathTest, OfAnEndpointThatItsHandlerAdds) {
+    EXPECT_EXIT(
+        {
+            RecordingListener listener(Protocol::Rep);
+            listener.setHandler([&](Text&, const std::shared_ptr<Socket>&) {
+                listener.addListenEndpoint("inproc://one-more", error());
+            });
+            sendARequest(listener);
+        },
+        testing::KilledBySignal(SIGABRT), "terminate called without an active exception");
+}
+
+} // namespace rk::tests

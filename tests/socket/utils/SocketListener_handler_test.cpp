@@ -1,0 +1,193 @@
+#include "support/Endpoints.h"
+#include "support/NativeSocket.h"
+#include "support/RecordingListener.h"
+#include "support/StandIn.h"
+#include "support/ZmqHandle.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <cerrno>
+#include <future>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using testing::ElementsAre;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+std::string handlingError(const std::string& reason) {
+    return "error: [Socket Listener rep] Failed handling received message: " + reason;
+}
+
+class HandledRequest : public testing::TestWithParam<Transport::Transport> {
+protected:
+    explicit HandledRequest(Transport::Transport transport = GetParam()) : endpoint(freshEndpoint(transport)) {}
+
+    void SetUp() override {
+        listener.serve(endpoint);
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
+        client.emplace(Protocol::Req);
+        client->connect(endpoint);
+        standIn.journal().clear();
+    }
+
+    /// The listener answers everybody, and never had to be repaired for it.
+    void expectSoundService() {
+        EXPECT_EQ("question", ask(endpoint, "question"));
+        EXPECT_EQ(0U, standIn.journal().count("warning: "));
+        EXPECT_EQ(0U, standIn.journal().count("zmq_socket 4"));
+    }
+
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    RecordingListener listener{Protocol::Rep};
+    const SocketEndpoint endpoint;
+    std::optional<NativeSocket> client;
+    std::string error;
+};
+
+INSTANTIATE_TEST_SUITE_P(Over, HandledRequest, testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
+                         [](const auto& tested) { return Transport::ToString(tested.param); });
+
+} // namespace
+
+TEST_P(HandledRequest, TakesTheCallsInOrder) {
+    listener.setMaker([this] {
+        standIn.journal().add("createMessage");
+        return std::make_shared<Text>();
+    });
+    listener.setHandler([this](Text& text, const std::shared_ptr<Socket>& socket) {
+        standIn.journal().add("handleMessage");
+        echo(text, socket);
+    });
+
+    client->send("");
+    EXPECT_EQ("", client->receive());
+
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll 1 items, events 1, 1000 ms"));
+    EXPECT_THAT(standIn.journal().lines(),
+                ElementsAre("createMessage", "zmq_recv 131072 bytes, flags 0", "handleMessage",
+                            "zmq_send 0 bytes, flags 0", "zmq_poll 1 items, events 3, 0 ms",
+                            "zmq_poll 1 items, events 1, 1000 ms"));
+}
+
+TEST_P(HandledRequest, IsAnsweredThoughTheHandlerThrowsThen) {
+    listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
+        echo(text, socket);
+        throw std::bad_alloc();
+    });
+
+    client->send("");
+
+    EXPECT_EQ("", client->receive());
+    EXPECT_TRUE(standIn.journal().waitFor(handlingError("std::bad_alloc")));
+    expectSoundService();
+}
+
+TEST_P(HandledRequest, IsAnsweredOnceThoughTheHandlerRepliesTwice) {
+    listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
+        echo(text, socket);
+        echo(text, socket);
+    });
+
+    client->send("");
+
+    EXPECT_EQ("", client->receive());
+    EXPECT_TRUE(standIn.journal().waitFor(
+        handlingError("Send error: Operation cannot be accomplished in current state on [Socket service]")));
+    expectSoundService();
+}
+
+TEST_P(HandledRequest, MayComeFromAClientThatIsGoneBeforeTheReply) {
+    std::promise<void> gone;
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        gone.get_future().wait();
+        echo(text, socket);
+    });
+    client->send("");
+    ASSERT_TRUE(listener.waitForTexts(1));
+    listener.setHandler(echo);
+
+    client.reset();
+    gone.set_value();
+
+    expectSoundService();
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+}
+
+/// Each part is handed over by itself; only to the last one 0MQ lets a server reply.
+TEST_P(HandledRequest, OfSeveralPartsJamsNothing) {
+    client->send("", ZMQ_SNDMORE);
+    client->send("");
+
+    EXPECT_EQ("", client->receive());
+
+    EXPECT_THAT(listener.texts(), ElementsAre("", ""));
+    expectSoundService();
+}
+
+TEST_P(HandledRequest, IsReceivedLaterWhenReceivingFails) {
+    standIn.fail("zmq_recv", EAGAIN);
+
+    client->send("");
+
+    EXPECT_EQ("", client->receive());
+    EXPECT_THAT(standIn.journal().linesWith("error: "),
+                ElementsAre(handlingError("Receive error: Resource temporarily unavailable on [Socket service]")));
+    expectSoundService();
+}
+
+TEST_P(HandledRequest, IsReceivedLaterWhenTheContextIsTerminatedInReceivingAlone) {
+    standIn.fail("zmq_recv", ETERM);
+
+    client->send("");
+
+    EXPECT_EQ("", client->receive());
+    EXPECT_THAT(standIn.journal().linesWith("error: "),
+                ElementsAre(handlingError("Context terminated in recv() for socket [Socket service]")));
+    expectSoundService();
+}
+
+TEST_P(HandledRequest, IsServedAfterAPollThatRanOut) {
+    {
+        const PollsRunOut none;
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_poll 1 items, events 1, 1000 ms", 3));
+    }
+
+    expectSoundService();
+
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+}
+
+TEST_P(HandledRequest, OfEveryOneOfManyClientsGetsItsOwnReply) {
+    std::vector<std::thread> clients;
+    for (int number = 0; number < 8; ++number) {
+        clients.emplace_back([this, number] {
+            for (int round = 0; round < 25; ++round) {
+                const std::string question = std::to_string(number) + " asks " + std::to_string(round);
+                EXPECT_EQ(question, ask(endpoint, question));
+            }
+        });
+    }
+    for (std::thread& asking : clients) {
+        asking.join();
+    }
+    EXPECT_EQ(200U, listener.texts().size());
+    expectSoundService();
+}
+
+} // namespace rk::tests

@@ -1,0 +1,188 @@
+#include "support/BeforeJoin.h"
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/NativeSocket.h"
+#include "support/RecordingListener.h"
+#include "support/StandIn.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using socket::utils::SocketListener;
+using testing::ElementsAre;
+using Clock = std::chrono::steady_clock;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+const std::string waitingPoll = "zmq_poll 1 items, events 1, 1000 ms";
+
+/// Leaves its end to the class that it derives from.
+class BareListener : public SocketListener {
+public:
+    BareListener() : SocketListener(Protocol::Rep, "bare") {}
+    std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Text>(); }
+    void handleMessage(google::protobuf::Message* /*message*/, std::shared_ptr<Socket> /*socket*/) override {}
+};
+
+class ListenerStop : public testing::Test {
+protected:
+    /// Stops while time passes as it does; says how many polls begin after the stop has been asked for.
+    std::size_t pollsAfterStop(SocketListener& stopped) {
+        std::size_t before = 0;
+        const BeforeJoin hook([&] { before = standIn.journal().count(waitingPoll); });
+        EXPECT_TRUE(stopped.SocketListener::stop(error)) << error;
+        return standIn.journal().count(waitingPoll) - before;
+    }
+
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    RecordingListener listener{Protocol::Rep};
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    std::string error;
+};
+
+} // namespace
+
+TEST_F(ListenerStop, TakesNoLongerThanAPoll) {
+    listener.serve(endpoint);
+    ASSERT_TRUE(standIn.journal().waitFor(waitingPoll));
+    const Clock::time_point start = Clock::now();
+
+    EXPECT_GE(1U, pollsAfterStop(listener));
+
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST_F(ListenerStop, WaitsForTheHandlerAtWorkAndNoPollBeginsThen) {
+    std::promise<void> finish;
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        finish.get_future().wait();
+        echo(text, socket);
+    });
+    listener.serve(endpoint);
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+    client.send("");
+    ASSERT_TRUE(listener.waitForTexts(1));
+    standIn.journal().clear();
+
+    {
+        const BeforeJoin hook([&] { finish.set_value(); });
+        EXPECT_TRUE(listener.SocketListener::stop(error)) << error;
+    }
+
+    EXPECT_THAT(standIn.journal().lines(),
+                ElementsAre("zmq_send 0 bytes, flags 0", "zmq_poll 1 items, events 3, 0 ms", "zmq_close"));
+}
+
+TEST_F(ListenerStop, EndsAListenerThatNeverRunsOutOfInput) {
+    NativeSocket publisher(Protocol::Pub);
+    publisher.bind(endpoint);
+    RecordingListener subscriber(Protocol::Sub);
+    subscriber.serve(endpoint);
+    std::atomic<bool> stopped{false};
+    std::thread flood([&] {
+        while (!stopped) {
+            publisher.send("");
+        }
+    });
+    EXPECT_TRUE(subscriber.waitForTexts(100));
+
+    EXPECT_GE(1U, pollsAfterStop(subscriber));
+
+    stopped = true;
+    flood.join();
+}
+
+TEST_F(ListenerStop, DoesNothingTheSecondTime) {
+    listener.serve(endpoint);
+    EXPECT_TRUE(listener.stop(error));
+    standIn.journal().clear();
+    error = "as it was";
+
+    EXPECT_TRUE(listener.stop(error));
+
+    EXPECT_EQ("", error);
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre());
+}
+
+TEST_F(ListenerStop, MayBeAskedForByAnotherThreadThanStart) {
+    std::thread([&] { listener.serve(endpoint); }).join();
+
+    std::thread([&] { EXPECT_TRUE(listener.stop(error)); }).join();
+
+    EXPECT_TRUE(listener.start(error)) << error;
+    EXPECT_EQ("question", ask(endpoint, "question"));
+}
+
+TEST_F(ListenerStop, ComesWithTheDestructor) {
+    {
+        BareListener bare;
+        ASSERT_TRUE(bare.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
+        ASSERT_TRUE(bare.start(error)) << error;
+        ASSERT_TRUE(standIn.journal().waitFor(waitingPoll));
+        standIn.journal().clear();
+    }
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_close"));
+    EXPECT_TRUE(listener.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
+    EXPECT_TRUE(listener.start(error));
+    EXPECT_EQ("question", ask(endpoint, "question"));
+}
+
+TEST_F(ListenerStop, ClosesTheSocketThoughAHandlerKeptIt) {
+    std::shared_ptr<Socket> kept;
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        kept = socket;
+        echo(text, socket);
+    });
+    listener.serve(endpoint);
+    ask(endpoint, "question");
+
+    ASSERT_TRUE(listener.stop(error));
+
+    EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { kept->poll(0, error); }));
+    EXPECT_EQ(1, kept.use_count());
+}
+
+TEST_F(ListenerStop, KeepsNothingOfTheSocket) {
+    std::weak_ptr<Socket> released;
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        released = socket;
+        echo(text, socket);
+    });
+    listener.serve(endpoint);
+    ask(endpoint, "question");
+    EXPECT_FALSE(released.expired());
+
+    ASSERT_TRUE(listener.stop(error));
+
+    EXPECT_TRUE(released.expired());
+}
+
+TEST_F(ListenerStop, JoinsAThreadThatHasEndedByItself) {
+    standIn.fail("zmq_poll", EFAULT);
+    listener.serve(endpoint);
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_close"));
+
+    EXPECT_EQ(0U, pollsAfterStop(listener));
+
+    EXPECT_TRUE(listener.start(error)) << error;
+    EXPECT_EQ("question", ask(endpoint, "question"));
+}
+
+} // namespace rk::tests

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <csignal>
+#include <ctime>
+#include <pthread.h>
+#include <vector>
+
+namespace rk::tests {
+
+inline std::vector<int> signalsIn(const sigset_t& set) {
+    std::vector<int> signals;
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (sigismember(&set, signal) == 1) {
+            signals.push_back(signal);
+        }
+    }
+    return signals;
+}
+
+/// The signals that the calling thread blocks.
+inline std::vector<int> blockedSignals() {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return signalsIn(mask);
+}
+
+/// The signals that wait for the calling thread, or for any of the process, to unblock them.
+inline std::vector<int> pendingSignals() {
+    sigset_t pending;
+    sigpending(&pending);
+    return signalsIn(pending);
+}
+
+/// Blocks signals on the calling thread for as long as it lives.
+class BlockedSignals {
+public:
+    explicit BlockedSignals(const sigset_t& signals) { pthread_sigmask(SIG_BLOCK, &signals, &former); }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &former, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t former{};
+};
+
+/// Takes a signal by doing nothing, and lets no system call start again, for as long as it lives.
+class SignalTaker {
+public:
+    explicit SignalTaker(int signalNumber) : number(signalNumber) {
+        struct sigaction taker {};
+        taker.sa_handler = [](int) {};
+        sigaction(number, &taker, &former);
+    }
+    ~SignalTaker() { sigaction(number, &former, nullptr); }
+    SignalTaker(const SignalTaker&) = delete;
+    SignalTaker& operator=(const SignalTaker&) = delete;
+
+private:
+    int number;
+    struct sigaction former {};
+};
+
+} // namespace rk::tests
