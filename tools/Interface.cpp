@@ -224,7 +224,7 @@ public:
 private:
     static CLI::Validator isEndpoint() {
         return CLI::Validator(
-            [](std::string& text) {
+            [](const std::string& text) {
                 try {
                     endpointFromText(text);
                     return std::string();

@@ -57,8 +57,8 @@ private:
     /// The reply goes out before anything can fail that has to do with printing the request.
     void serve(const Inbox::Block& block) {
         const bool whole = block.size == block.bytes.size();
-        std::string reply = whole ? answer->to(block.bytes) : std::string();
-        socket.send(reply.data(), reply.size());
+        std::string answered = whole ? answer->to(block.bytes) : std::string();
+        socket.send(answered.data(), answered.size());
         if (whole) {
             printer.take(block.bytes, Clock::now());
             output.flush();

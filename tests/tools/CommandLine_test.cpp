@@ -9,7 +9,6 @@ namespace rk::tools {
 
 namespace {
 
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 
 std::variant<Settings, Information, Misuse> parse(std::vector<const char*> arguments) {
@@ -31,18 +30,18 @@ TEST(CommandLine, HasDefaultsThatFitTheSubcommand) {
     const Settings sub = settingsOf({"sub", "ipc://a"});
     EXPECT_EQ(rk::socket::Protocol::Sub, sub.protocol);
     EXPECT_EQ(std::nullopt, sub.timeout);
-    EXPECT_EQ(1s, sub.interval);
+    EXPECT_EQ(std::chrono::seconds(1), sub.interval);
     EXPECT_EQ(rk::socket::ClosePolicy::DropPending, sub.closePolicy);
 
     const Settings pub = settingsOf({"pub", "ipc://a"});
     EXPECT_EQ(rk::socket::Protocol::Pub, pub.protocol);
-    EXPECT_EQ(0s, pub.interval);
-    EXPECT_EQ(500ms, pub.delay);
+    EXPECT_EQ(std::chrono::seconds(0), pub.interval);
+    EXPECT_EQ(std::chrono::milliseconds(500), pub.delay);
     EXPECT_EQ(rk::socket::ClosePolicy::LingerTwoSeconds, pub.closePolicy);
 
     const Settings req = settingsOf({"req", "ipc://a"});
     EXPECT_EQ(rk::socket::Protocol::Req, req.protocol);
-    EXPECT_EQ(5s, req.timeout);
+    EXPECT_EQ(std::chrono::seconds(5), req.timeout);
     EXPECT_EQ(rk::socket::ClosePolicy::DropPending, req.closePolicy);
 
     const Settings rep = settingsOf({"rep", "ipc://a", "--echo"});
@@ -73,8 +72,8 @@ TEST(CommandLine, TakesWhatIsSaidInsteadOfTheDefaults) {
                                           "-v"});
 
     EXPECT_EQ(3U, settings.count);
-    EXPECT_EQ(2s, settings.timeout);
-    EXPECT_EQ(10ms, settings.interval);
+    EXPECT_EQ(std::chrono::seconds(2), settings.timeout);
+    EXPECT_EQ(std::chrono::milliseconds(10), settings.interval);
     EXPECT_EQ(8U, settings.rate);
     EXPECT_EQ(0, settings.fifo);
     EXPECT_EQ(rk::socket::ClosePolicy::WaitForDelivery, settings.closePolicy);

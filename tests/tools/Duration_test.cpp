@@ -5,18 +5,16 @@
 
 namespace rk::tools {
 
-using namespace std::chrono_literals;
-
 TEST(Duration, IsANumberAndAUnit) {
-    EXPECT_EQ(500ms, durationFromText("500ms"));
-    EXPECT_EQ(20us, durationFromText("20us"));
-    EXPECT_EQ(2s, durationFromText("2s"));
-    EXPECT_EQ(90s, durationFromText("1.5min"));
-    EXPECT_EQ(0s, durationFromText("0"));
+    EXPECT_EQ(std::chrono::milliseconds(500), durationFromText("500ms"));
+    EXPECT_EQ(std::chrono::microseconds(20), durationFromText("20us"));
+    EXPECT_EQ(std::chrono::seconds(2), durationFromText("2s"));
+    EXPECT_EQ(std::chrono::seconds(90), durationFromText("1.5min"));
+    EXPECT_EQ(std::chrono::seconds(0), durationFromText("0"));
 }
 
 TEST(Duration, IsInSecondsWithoutAUnit) {
-    EXPECT_EQ(250ms, durationFromText("0.25"));
+    EXPECT_EQ(std::chrono::milliseconds(250), durationFromText("0.25"));
 }
 
 TEST(Duration, IsRefusedWithTheReason) {

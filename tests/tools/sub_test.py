@@ -162,9 +162,9 @@ class Protobuf(ToolTest):
         self.assertEqual("rk-socket: main.proto:3:9: Expected field name.\n", self.fails("--proto", file, "--type", "M"))
 
     def test_lists_the_types_when_there_is_none_of_that_name(self):
-        self.assertEqual("rk-socket: plant.proto: no message type 'Sampel'; there are: plant.Sample, "
+        self.assertEqual("rk-socket: plant.proto: no message type 'Nothing'; there are: plant.Sample, "
                          "plant.Sample.Limits, plant.Order, plant.Receipt\n",
-                         self.fails("--proto", self.schema("plant.proto"), "--type", "Sampel"))
+                         self.fails("--proto", self.schema("plant.proto"), "--type", "Nothing"))
 
     def test_pipes_into_jq(self):
         endpoint = self.fresh_endpoint()
