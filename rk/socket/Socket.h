@@ -75,9 +75,12 @@ public:
     /// already has is passed over. A `Sub` socket subscribes to everything, and its close policy becomes `DropPending`.
     /// The socket file of an IPC endpoint that is bound gets mode 0777. Logs a debug line before and after.
     ///
-    /// Connecting does not wait for the other side. Binding does not block, unless 0MQ is still releasing an address
-    /// that this process has itself given up: that is waited for, at most two seconds. An address that somebody else
-    /// holds is refused at once; but 0MQ takes over an IPC path from whoever holds it.
+    /// Connecting does not wait for the other side. On inproc, one of 0MQ's 1,023 sockets is used up for good when a
+    /// socket connects to a name and is closed before anybody has bound that name.
+    ///
+    /// Binding does not block, unless 0MQ is still releasing an address that this process has itself given up: that is
+    /// waited for, at most two seconds. An address that somebody else holds is refused at once; but 0MQ takes over an
+    /// IPC path from whoever holds it.
     ///
     /// \param endpoint where to; on TCP, `Pub` and `Rep` listen on all interfaces
     /// \param receiveTimeout how long `receive` waits for a message, in milliseconds, for the whole socket; 0 leaves it
@@ -125,7 +128,8 @@ public:
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: " + size + " bytes serialized, at most
     ///         2147483647 possible"
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: changed while being serialized", when
-    ///         another thread has written to the message. After these four, nothing has been sent.
+    ///         another thread has written to the message; or `google::protobuf::FatalException`, where protobuf is
+    ///         built to check for that itself. After these, nothing has been sent.
     void sendProtoBuf(google::protobuf::Message* message);
 
     /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut

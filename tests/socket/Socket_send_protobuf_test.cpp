@@ -13,6 +13,7 @@
 #include <zmq.h>
 
 #include <climits>
+#include <exception>
 #include <new>
 #include <string>
 #include <type_traits>
@@ -156,6 +157,33 @@ TEST_F(SendProtoBuf, RefusesALengthOfMoreThan32BitsUnshortened) {
               textThrownBy([&] { feed.publisher.sendProtoBuf(&message); }));
 
     EXPECT_EQ(0, message.serialized);
+}
+
+TEST_F(SendProtoBuf, SerializesAMessageOfTheGreatestLength) {
+    FakeMessage message(INT_MAX, 7);
+    try {
+        feed.publisher.sendProtoBuf(&message);
+        ADD_FAILURE() << "seven bytes were sent as two billion";
+    } catch (const std::bad_alloc&) {
+        GTEST_SKIP() << "no 2 GB of address space";
+    } catch (const std::exception&) {
+        // Only the serialisation itself can have found out.
+        EXPECT_EQ(1, message.serialized);
+    }
+}
+
+/// Where protobuf is built to check for it, it throws before the library can.
+TEST_F(SendProtoBuf, RefusesAMessageThatIsShorterThanItMeasured) {
+    FakeMessage message(10, 9);
+
+    EXPECT_THAT(
+        [&] { feed.publisher.sendProtoBuf(&message); },
+        testing::Throws<std::exception>(testing::Property(
+            &std::exception::what,
+            testing::AnyOf(testing::StrEq("[Socket source]: Cannot send message: changed while being serialized"),
+                           testing::HasSubstr("CHECK failed: target + size == res")))));
+
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
 }
 
 TEST_F(SendProtoBuf, PassesOnWhatSendThrows) {

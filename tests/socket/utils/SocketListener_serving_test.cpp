@@ -1,4 +1,5 @@
 #include "support/Endpoints.h"
+#include "support/Errors.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
 #include "support/StandIn.h"
@@ -11,7 +12,9 @@
 
 #include <cerrno>
 #include <future>
+#include <memory>
 #include <stdexcept>
+#include <string>
 
 namespace rk::tests {
 
@@ -40,6 +43,20 @@ protected:
         client.connect(endpoint);
         client.send("");
         EXPECT_EQ("", client.receive());
+    }
+
+    /// The socket, which a handler kept, of a thread that has ended by itself because a poll failed.
+    std::shared_ptr<Socket> socketKeptBeyond(int pollError) {
+        std::shared_ptr<Socket> kept;
+        listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+            kept = socket;
+            standIn.fail("zmq_poll", pollError);
+            echo(text, socket);
+        });
+        makeARequest();
+        EXPECT_TRUE(standIn.journal().waitFor("error: "));
+        EXPECT_TRUE(listener.stop(error)) << error;
+        return kept;
     }
 
     /// Waits until the thread has ended by itself, which closes the socket.
@@ -157,6 +174,18 @@ TEST_F(ServingListener, EndsWhenTheContextIsTerminated) {
 
     expectEndWith("error: [Socket Listener rep] Failed reading socket: Context terminated in poll() for socket [Socket "
                   "service]. Aborting listener thread.");
+}
+
+TEST_F(ServingListener, ClosesTheSocketThoughAHandlerKeptItWhenAPollFails) {
+    const std::shared_ptr<Socket> kept = socketKeptBeyond(EFAULT);
+
+    EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { kept->poll(0, error); }));
+}
+
+TEST_F(ServingListener, ClosesTheSocketThoughAHandlerKeptItWhenTheContextIsTerminated) {
+    const std::shared_ptr<Socket> kept = socketKeptBeyond(ETERM);
+
+    EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { kept->poll(0, error); }));
 }
 
 TEST_F(ServingListener, IgnoresAThreadFunctionWithoutASocket) {

@@ -167,6 +167,7 @@ TEST_F(ListenerStop, KeepsNothingOfTheSocket) {
     });
     listener.serve(endpoint);
     ask(endpoint, "question");
+    ASSERT_TRUE(standIn.journal().waitFor(waitingPoll, 2));
     EXPECT_FALSE(released.expired());
 
     ASSERT_TRUE(listener.stop(error));
