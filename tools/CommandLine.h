@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Description.h"
 #include "Settings.h"
 
 #include <string>
@@ -18,5 +19,7 @@ struct Misuse {
 };
 
 std::variant<Settings, Information, Misuse> parseCommandLine(int argc, const char* const* argv);
+
+Description describeCommandLine();
 
 } // namespace rk::tools

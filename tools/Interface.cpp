@@ -1,7 +1,6 @@
 #include "Interface.h"
 
 #include "Duration.h"
-#include "Endpoint.h"
 
 #include <limits>
 #include <map>
@@ -54,26 +53,21 @@ public:
         });
     }
 
-    void endpoint() {
+    void endpoint(const std::string& description) {
         command
             .add_option_function<std::string>(
-                "ENDPOINT", [this_ = &settings](const std::string& text) { this_->endpoints = {text}; },
-                "tcp://HOST:PORT or ipc://PATH; pub and rep listen there: tcp://*:PORT on all interfaces")
-            ->required()
-            ->check(isEndpoint());
+                "ENDPOINT", [this_ = &settings](const std::string& text) { this_->endpoints = {text}; }, description)
+            ->required();
     }
 
-    void endpoints() {
-        command
-            .add_option("ENDPOINT", settings.endpoints,
-                        "tcp://HOST:PORT or ipc://PATH; messages of all of them are mixed as they come")
-            ->required()
-            ->check(isEndpoint());
+    void endpoints(const std::string& description) {
+        command.add_option("ENDPOINT", settings.endpoints, description)->required();
     }
 
     void contents(const std::string& things) {
-        auto* const messages = command.add_option("MESSAGE", settings.messages,
-                                                  things + "; without any, each line of standard input is one");
+        auto* const messages = command.add_option(
+            "MESSAGE", settings.messages,
+            things + "; without any, each line of standard input is one. Those that begin with a dash go behind --");
         auto* const files =
             option("--file", "FILE", settings.files, "send what is in FILE; - is standard input", messageGroup);
         auto* const lines = flag("--lines", settings.lines, "each line of FILE is a message", messageGroup);
@@ -97,7 +91,7 @@ public:
     /// `replies`: the subcommand has a second type, for the replies.
     void schema(bool replies, bool prints) {
         auto* const proto =
-            option("--proto", "FILE", settings.protoFiles,
+            option("--proto", "FILE...", settings.protoFiles,
                    "the schema: messages are protobuf, and written as JSON, an object a line", messageGroup);
         auto* const type = option(
             "--type", "NAME", settings.type,
@@ -222,19 +216,6 @@ public:
     }
 
 private:
-    static CLI::Validator isEndpoint() {
-        return CLI::Validator(
-            [](const std::string& text) {
-                try {
-                    endpointFromText(text);
-                    return std::string();
-                } catch (const std::exception& failure) {
-                    return std::string(failure.what());
-                }
-            },
-            "");
-    }
-
     template <class Target>
     CLI::Option* option(const std::string& name, const std::string& placeholder, Target& target,
                         const std::string& description, const std::string& group) {
@@ -281,7 +262,8 @@ private:
 
 void describeSub(CLI::App& app, Settings& settings) {
     Subcommand sub(app, settings, Protocol::Sub, "Print what is published");
-    sub.endpoints();
+    sub.endpoints(
+        "tcp://HOST:PORT or ipc://PATH, where somebody publishes; messages of all of them are mixed as they come");
     sub.format("messages");
     sub.schema(false, true);
     sub.statisticsAndRecording();
@@ -296,7 +278,7 @@ void describeSub(CLI::App& app, Settings& settings) {
 
 void describePub(CLI::App& app, Settings& settings) {
     Subcommand pub(app, settings, Protocol::Pub, "Publish messages");
-    pub.endpoint();
+    pub.endpoint("where to listen: tcp://*:PORT, on all interfaces, or ipc://PATH");
     pub.contents("what to publish");
     pub.schema(false, false);
     pub.count("publish N messages, beginning again at the first when there are no more; 0: for ever");
@@ -311,7 +293,7 @@ void describePub(CLI::App& app, Settings& settings) {
 
 void describeReq(CLI::App& app, Settings& settings) {
     Subcommand req(app, settings, Protocol::Req, "Send requests and print the replies");
-    req.endpoint();
+    req.endpoint("tcp://HOST:PORT or ipc://PATH, where somebody answers");
     req.contents("what to ask");
     req.format("replies");
     req.schema(true, true);
@@ -328,13 +310,14 @@ void describeReq(CLI::App& app, Settings& settings) {
 
 void describeRep(CLI::App& app, Settings& settings) {
     Subcommand rep(app, settings, Protocol::Rep, "Print requests and answer them");
-    rep.endpoint();
+    rep.endpoint("where to listen: tcp://*:PORT, on all interfaces, or ipc://PATH");
     rep.answers();
     rep.hex();
     rep.format("requests");
     rep.schema(true, true);
     rep.count("end after N requests");
     rep.timeout("end, with status 3, when no request has come for TIME");
+    rep.rate();
     rep.fifo("incoming");
     rep.closePolicy("linger");
     rep.maxSize();
@@ -354,85 +337,10 @@ void describeInterface(CLI::App& app, Settings& settings) {
     describeRep(app, settings);
 }
 
-const std::vector<Example>& examplesOf(const std::string& subcommand) {
-    static const std::map<std::string, std::vector<Example>> examples = {
-        {"sub",
-         {{"Is anything coming out of that port? Ends with status 3 if nothing does within two seconds",
-           "rk-socket sub tcp://localhost:5555 --count 1 --timeout 2s"},
-          {"How fast, how large, how regular? Until Ctrl-C", "rk-socket sub tcp://localhost:5555 --stats"},
-          {"What does it say?",
-           "rk-socket sub tcp://localhost:5555 --proto telemetry.proto --type telemetry.Reading --count 3"},
-          {"One field of each message, through jq",
-           "rk-socket sub tcp://localhost:5555 --proto telemetry.proto --type Reading | jq .load"},
-          {"Keep the next hundred messages, with their timing",
-           "rk-socket sub tcp://localhost:5555 --record readings.rec --count 100"}}},
-        {"pub",
-         {{"One message, to whoever waits for it", "rk-socket pub 'tcp://*:5557' 'hello'"},
-          {"Each line of a program's output", "seq 1 100 | rk-socket pub 'tcp://*:5557'"},
-          {"A protobuf message, ten times a second for a second",
-           "rk-socket pub 'tcp://*:5557' --proto telemetry.proto --type telemetry.Reading --count 10 --interval 100ms "
-           "'{\"sequence\": 1, \"load\": 0.5}'"},
-          {"Four bytes", "rk-socket pub 'tcp://*:5557' --hex 'de ad be ef'"},
-          {"What was recorded, ten times as fast", "rk-socket pub 'tcp://*:5557' --replay readings.rec --speed 10"}}},
-        {"req",
-         {{"Ask once, and see how long it takes", "rk-socket req tcp://localhost:5558 'are you there?'"},
-          {"How are the round-trip times distributed?",
-           "rk-socket req tcp://localhost:5558 ping --count 1000 >/dev/null"},
-          {"A protobuf request",
-           "rk-socket req tcp://localhost:5556 --proto telemetry.proto --type telemetry.Command --reply-type "
-           "telemetry.Answer '{\"id\": 1, \"action\": \"STATUS\"}'"},
-          {"Bytes from a file, the reply into another",
-           "rk-socket req tcp://localhost:5558 --file request.bin --format raw >reply.bin"}}},
-        {"rep",
-         {{"Answer with the request, until Ctrl-C", "rk-socket rep 'tcp://*:5559' --echo"},
-          {"Answer one request with a fixed text", "rk-socket rep 'tcp://*:5559' --reply 'at your service' --count 1"},
-          {"Let a command answer", "rk-socket rep 'tcp://*:5559' --command 'tr a-z A-Z'"},
-          {"Answer protobuf requests through jq", "rk-socket rep 'tcp://*:5559' --proto telemetry.proto --type "
-                                                  "telemetry.Command --reply-type telemetry.Answer "
-                                                  "--command 'jq \"{id, refusal: \\\"not now\\\"}\"'"}}}};
-    return examples.at(subcommand);
-}
-
-const std::vector<std::string>& choicesOf(const std::string& option) {
-    static const std::vector<std::string> none;
-    static const std::map<std::string, std::vector<std::string>> choices = {{"--format", namesOf(formats)},
-                                                                            {"--close-policy", namesOf(closePolicies)}};
-    const auto found = choices.find(option);
-    return found == choices.end() ? none : found->second;
-}
-
-const std::vector<std::pair<std::string, std::string>>& exitStatuses() {
-    static const std::vector<std::pair<std::string, std::string>> statuses = {
-        {"0",
-         "done; also when SIGINT or SIGTERM ended what has no end of its own, or the reader of the output is gone"},
-        {"1", "something failed, and a line on standard error says what"},
-        {"2", "the command line was not understood; nothing was done"},
-        {"3", "the time of --timeout ran out"},
-        {"130, 143", "SIGINT or SIGTERM came before the work was done"}};
-    return statuses;
-}
-
-std::string synopsisOf(const CLI::App& subcommand) {
-    std::string text = subcommand.get_name();
-    for (const CLI::Option* option : subcommand.get_options()) {
-        if (option->get_positional()) {
-            const std::string name = option->get_name(true) + (option->get_items_expected_max() > 1 ? "..." : "");
-            text += option->get_required() ? " " + name : " [" + name + "]";
-        }
-    }
-    return text + " [OPTION...]";
-}
-
-std::string signatureOf(const CLI::Option& option) {
-    std::string text;
-    for (const std::string& name : option.get_snames()) {
-        text += (text.empty() ? "-" : ", -") + name;
-    }
-    for (const std::string& name : option.get_lnames()) {
-        text += (text.empty() ? "--" : ", --") + name;
-    }
-    const std::string placeholder = option.get_type_name();
-    return option.get_items_expected_max() == 0 || placeholder.empty() ? text : text + " " + placeholder;
+std::vector<std::string> choicesOf(const std::string& option) {
+    return option == "--format"         ? namesOf(formats)
+           : option == "--close-policy" ? namesOf(closePolicies)
+                                        : std::vector<std::string>();
 }
 
 } // namespace rk::tools

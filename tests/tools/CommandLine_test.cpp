@@ -88,6 +88,18 @@ TEST(CommandLine, TakesMessagesAsTheyAre) {
                 ElementsAre("[1,2]", "{}", "", "[]", "a b", "--hex", "--"));
     EXPECT_EQ("[1,2]", settingsOf({"rep", "ipc://a", "--reply", "[1,2]"}).reply);
     EXPECT_EQ("", settingsOf({"rep", "ipc://a", "--reply", ""}).reply);
+    EXPECT_EQ("[ 1,2 ]", settingsOf({"rep", "ipc://a", "--command", "[ 1,2 ]"}).command);
+    EXPECT_THAT(settingsOf({"pub", "ipc://a", "--file", "[1,2]", "--file", "[3]"}).files, ElementsAre("[1,2]", "[3]"));
+}
+
+TEST(CommandLine, TakesSeveralSchemasBehindOneOption) {
+    const Settings settings =
+        settingsOf({"pub", "--proto", "a.proto", "b.proto", "ipc://a", "x", "c.proto", "--type", "T", "d.proto"});
+
+    EXPECT_THAT(settings.protoFiles, ElementsAre("a.proto", "b.proto"));
+    EXPECT_THAT(settings.messages, ElementsAre("x", "c.proto", "d.proto"));
+    EXPECT_THAT(settingsOf({"sub", "ipc://a", "--type", "T", "--proto", "a", "--proto", "b.proto"}).protoFiles,
+                ElementsAre("a", "b.proto"));
 }
 
 TEST(CommandLine, RepliesAreOfTheRequestsTypeUnlessTheyHaveTheirOwn) {
@@ -107,6 +119,11 @@ TEST(CommandLine, RefusesEndpointsThatCannotBeMeant) {
         EXPECT_EQ("ENDPOINT: " + endpoint + ": the port has to be a number from 1 to 65535" + hint,
                   misuseOf({"sub", endpoint.c_str()}));
     }
+}
+
+TEST(CommandLine, NamesTheOptionThatThereIsNot) {
+    EXPECT_EQ("The following argument was not expected: --cuont (see rk-socket sub --help)",
+              misuseOf({"sub", "--cuont", "3", "ipc://a"}));
 }
 
 TEST(CommandLine, NamesTheCommandThatThereIsNot) {

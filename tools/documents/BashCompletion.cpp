@@ -1,7 +1,5 @@
 #include "BashCompletion.h"
 
-#include "Options.h"
-
 #include <map>
 #include <set>
 
@@ -49,32 +47,29 @@ const char* const folders = R"(        compopt -o filenames
 )";
 
 /// The lines that suggest what may stand behind an option.
-std::string completionOf(const CLI::Option& option) {
-    const auto& choices = choicesOf(spellingsOf(option).back());
-    if (!choices.empty()) {
-        return "        mapfile -t COMPREPLY < <(compgen -W \"" + joined(choices, " ") + "\" -- \"$current\")\n";
+std::string completionOf(const ArgumentDescription& option) {
+    if (!option.choices.empty()) {
+        return "        mapfile -t COMPREPLY < <(compgen -W \"" + joined(option.choices, " ") + "\" -- \"$current\")\n";
     }
-    const std::string placeholder = placeholderOf(option);
-    return placeholder == "FILE" ? files : placeholder == "DIR" ? folders : "";
+    return isFile(option) ? files : isFolder(option) ? folders : "";
 }
 
 } // namespace
 
-std::string bashCompletion(const CLI::App& app) {
+std::string bashCompletion(const Description& program) {
     std::map<std::string, std::set<std::string>> spellingsByCompletion;
     std::vector<std::string> commands;
     std::string options;
-    for (const CLI::App* command : app.get_subcommands({})) {
-        commands.push_back(command->get_name());
+    for (const CommandDescription& command : program.commands) {
+        commands.push_back(command.name);
         std::vector<std::string> words;
-        for (const CLI::Option* option : optionsOf(*command)) {
-            const auto spellings = spellingsOf(*option);
-            words.insert(words.end(), spellings.begin(), spellings.end());
-            if (!placeholderOf(*option).empty()) {
-                spellingsByCompletion[completionOf(*option)].insert(spellings.begin(), spellings.end());
+        for (const ArgumentDescription& option : command.options) {
+            words.insert(words.end(), option.spellings.begin(), option.spellings.end());
+            if (!option.placeholder.empty()) {
+                spellingsByCompletion[completionOf(option)].insert(option.spellings.begin(), option.spellings.end());
             }
         }
-        options += "        " + command->get_name() + ") words=\"" + joined(words, " ") + "\" ;;\n";
+        options += "        " + command.name + ") words=\"" + joined(words, " ") + "\" ;;\n";
     }
     std::string text = start;
     for (const auto& [completion, spellings] : spellingsByCompletion) {

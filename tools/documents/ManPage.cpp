@@ -1,7 +1,5 @@
 #include "ManPage.h"
 
-#include "Options.h"
-
 namespace rk::tools::documents {
 
 namespace {
@@ -64,32 +62,29 @@ std::string escaped(const std::string& text) {
     return result;
 }
 
-std::string optionEntry(const CLI::Option& option) {
-    std::string text = ".TP\n.B ";
-    for (const std::string& spelling : spellingsOf(option)) {
+std::string entry(const ArgumentDescription& argument, const std::string& font) {
+    std::string text = ".TP\n" + font + " ";
+    for (const std::string& spelling : argument.spellings) {
         text += (text.back() == ' ' ? "" : ", ") + escaped(spelling);
     }
-    const std::string placeholder = placeholderOf(option);
-    text += placeholder.empty() ? "" : " \\fI" + placeholder + "\\fP";
-    return text + "\n" + escaped(option.get_description()) + "\n";
+    text += argument.placeholder.empty() ? "" : " \\fI" + argument.placeholder + "\\fP";
+    return text + "\n" + escaped(argument.text) + "\n";
 }
 
-std::string commandSection(const CLI::App& command) {
-    std::string text = ".SS " + escaped(synopsisOf(command)) + "\n" + escaped(command.get_description()) + ".\n";
-    for (const CLI::Option* option : command.get_options()) {
-        if (option->get_positional()) {
-            text += ".TP\n.I " + option->get_name(true) + "\n" + escaped(option->get_description()) + "\n";
-        }
+std::string commandSection(const CommandDescription& command) {
+    std::string text = ".SS " + escaped(command.synopsis) + "\n" + escaped(command.text) + ".\n";
+    for (const ArgumentDescription& positional : command.positionals) {
+        text += entry(positional, ".I");
     }
-    for (const CLI::Option* option : optionsOf(command)) {
-        text += optionEntry(*option);
+    for (const ArgumentDescription& option : command.options) {
+        text += entry(option, ".B");
     }
     return text;
 }
 
-std::string examples(const CLI::App& command) {
+std::string examples(const CommandDescription& command) {
     std::string text;
-    for (const Example& example : examplesOf(command.get_name())) {
+    for (const Example& example : command.examples) {
         text += ".P\n" + escaped(example.purpose) + ":\n.P\n.RS\n.nf\n" + escaped(example.command) + "\n.fi\n.RE\n";
     }
     return text;
@@ -97,21 +92,21 @@ std::string examples(const CLI::App& command) {
 
 } // namespace
 
-std::string manPage(const CLI::App& app) {
-    std::string text = ".TH RK\\-SOCKET 1 \"\" \"rk\\-socket " + app.version() +
+std::string manPage(const Description& program) {
+    std::string text = ".TH RK\\-SOCKET 1 \"\" \"rk\\-socket " + program.version +
                        "\" \"User Commands\"\n.SH NAME\nrk\\-socket \\- see and speak on the endpoints of 0MQ sockets\n"
                        ".SH SYNOPSIS\n.nf\n";
     std::string sections;
     std::string allExamples;
-    for (const CLI::App* command : app.get_subcommands({})) {
-        text += "rk\\-socket " + escaped(synopsisOf(*command)) + "\n";
-        sections += commandSection(*command);
-        allExamples += examples(*command);
+    for (const CommandDescription& command : program.commands) {
+        text += "rk\\-socket " + escaped(command.synopsis) + "\n";
+        sections += commandSection(command);
+        allExamples += examples(command);
     }
-    text += "rk\\-socket \\-\\-help | \\-\\-version\n.fi\n.SH DESCRIPTION\n" + escaped(app.get_description()) + "\n" +
+    text += "rk\\-socket \\-\\-help | \\-\\-version\n.fi\n.SH DESCRIPTION\n" + escaped(program.text) + "\n" +
             description + ".SH COMMANDS\n.I TIME\nis a number and us, ms, s (also without a unit) or min.\n" +
             sections + ".SH MESSAGES\n" + messages + ".SH EXIT STATUS\n";
-    for (const auto& [status, meaning] : exitStatuses()) {
+    for (const auto& [status, meaning] : program.exitStatuses) {
         text += ".TP\n.B " + status + "\n" + escaped(meaning) + "\n";
     }
     text += ".SH ENVIRONMENT\n.TP\n.B NO_COLOR\nif set, nothing is coloured; neither is it without a terminal\n";

@@ -1,7 +1,5 @@
 #include "ZshCompletion.h"
 
-#include "Options.h"
-
 namespace rk::tools::documents {
 
 namespace {
@@ -41,42 +39,40 @@ std::string escaped(const std::string& text) {
     return result;
 }
 
-std::string valueOf(const CLI::Option& option) {
-    const std::string placeholder = placeholderOf(option);
-    if (placeholder.empty()) {
+std::string valueOf(const ArgumentDescription& option) {
+    if (option.placeholder.empty()) {
         return "";
     }
     std::string values;
-    for (const std::string& choice : choicesOf(spellingsOf(option).back())) {
+    for (const std::string& choice : option.choices) {
         values += (values.empty() ? "" : " ") + choice;
     }
-    const std::string action = !values.empty()         ? "(" + values + ")"
-                               : placeholder == "FILE" ? "_files"
-                               : placeholder == "DIR"  ? "_files -/"
-                                                       : " ";
-    return ":" + placeholder + ":" + action;
+    const std::string action = !values.empty()    ? "(" + values + ")"
+                               : isFile(option)   ? "_files"
+                               : isFolder(option) ? "_files -/"
+                                                  : " ";
+    return ":" + option.placeholder + ":" + action;
 }
 
-std::string specificationOf(const CLI::Option& option) {
-    const auto spellings = spellingsOf(option);
-    const std::string tail = "'[" + escaped(option.get_description()) + "]" + valueOf(option) + "'";
-    const bool repeatable = option.get_items_expected_max() > 1;
+std::string specificationOf(const ArgumentDescription& option) {
+    const auto& spellings = option.spellings;
+    const std::string tail = "'[" + escaped(option.text) + "]" + valueOf(option) + "'";
     if (spellings.size() == 1) {
-        return (repeatable ? "'*'" : "") + spellings.front() + tail;
+        return (option.repeatable ? "'*'" : "") + spellings.front() + tail;
     }
     return "'(" + spellings[0] + " " + spellings[1] + ")'{" + spellings[0] + "," + spellings[1] + "}" + tail;
 }
 
 } // namespace
 
-std::string zshCompletion(const CLI::App& app) {
+std::string zshCompletion(const Description& program) {
     std::string commands;
     std::string cases;
-    for (const CLI::App* command : app.get_subcommands({})) {
-        commands += (commands.empty() ? "" : " ") + command->get_name() + "\\:\"" + command->get_description() + "\"";
-        cases += "    " + command->get_name() + ")\n        _arguments";
-        for (const CLI::Option* option : optionsOf(*command)) {
-            cases += " \\\n            " + specificationOf(*option);
+    for (const CommandDescription& command : program.commands) {
+        commands += (commands.empty() ? "" : " ") + command.name + "\\:\"" + command.text + "\"";
+        cases += "    " + command.name + ")\n        _arguments";
+        for (const ArgumentDescription& option : command.options) {
+            cases += " \\\n            " + specificationOf(option);
         }
         cases += " \\\n            '*: : '\n        ;;\n";
     }
