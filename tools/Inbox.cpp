@@ -1,5 +1,6 @@
 #include "Inbox.h"
 
+#include "Complaints.h"
 #include "StopSignals.h"
 
 #include <algorithm>
@@ -16,8 +17,13 @@ constexpr std::chrono::milliseconds longestWait{100};
 } // namespace
 
 // Not made by make_unique, which would touch every page of a buffer that is mostly far too large.
-Inbox::Inbox(rk::socket::Socket& socketToRead, std::size_t longest, const StopSignals& stopSignals)
-    : socket(socketToRead), stop(stopSignals), capacity(longest), buffer(new char[longest]) {}
+Inbox::Inbox(rk::socket::Socket& socketToRead, std::size_t longest, const StopSignals& stopSignals,
+             Complaints& complaintsToUse)
+    : socket(socketToRead),
+      stop(stopSignals),
+      complaints(complaintsToUse),
+      capacity(longest),
+      buffer(new char[longest]) {}
 
 Inbox::Event Inbox::look() {
     return poll(std::chrono::milliseconds(0));
@@ -50,9 +56,21 @@ Inbox::Event Inbox::poll(std::chrono::milliseconds limit) {
     throw std::runtime_error(error);
 }
 
-Inbox::Block Inbox::receive() {
+std::optional<Received> Inbox::receive() {
     const auto size = static_cast<std::size_t>(socket.receive(buffer.get(), capacity));
-    return {std::string_view(buffer.get(), std::min(size, capacity)), size};
+    const auto arrival = Clock::now();
+    ++received;
+    if (size > capacity) {
+        complaints.add("message " + std::to_string(received) + ", " + std::to_string(size) +
+                       " bytes: left out, longer than --max-size " + std::to_string(capacity));
+        return std::nullopt;
+    }
+    return Received{received, std::string_view(buffer.get(), size), arrival};
+}
+
+bool Inbox::holdsMore() {
+    std::string error;
+    return socket.poll(0, error) == rk::socket::PollResult::Input;
 }
 
 } // namespace rk::tools

@@ -1,9 +1,17 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string_view>
 
 namespace rk::tools {
+
+/// A received message. Its bytes are there until the next one is received.
+struct Received {
+    std::uint64_t number; ///< beginning at 1
+    std::string_view bytes;
+    std::chrono::steady_clock::time_point arrival;
+};
 
 /// What becomes of received messages.
 class MessageSink {
@@ -12,7 +20,7 @@ public:
 
     virtual ~MessageSink() = default;
 
-    virtual void take(std::string_view block, Clock::time_point arrival) = 0;
+    virtual void take(const Received& message) = 0;
 
     /// No message is waiting: the time to hand on what has been kept back. Called ten times a second or more often.
     virtual void pause(Clock::time_point now) = 0;

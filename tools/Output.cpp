@@ -3,7 +3,10 @@
 #include "StopSignals.h"
 #include "Terminal.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -15,6 +18,7 @@ namespace rk::tools {
 namespace {
 
 constexpr std::size_t pieceSize = 64 * 1024;
+constexpr int patience = 1000; // milliseconds
 
 } // namespace
 
@@ -31,6 +35,11 @@ Output::Output(const std::string& path, const StopSignals& stopSignals)
 }
 
 Output::~Output() {
+    try {
+        flush();
+    } catch (const std::exception&) {
+        // Whatever ended the work has been told already.
+    }
     if (owned) {
         ::close(descriptor);
     }
@@ -45,16 +54,28 @@ void Output::write(std::string_view bytes) {
 
 void Output::flush() {
     const std::string pending = std::exchange(buffer, {});
-    std::size_t written = 0;
-    while (written < pending.size()) {
-        const ssize_t result = ::write(descriptor, pending.data() + written, pending.size() - written);
+    std::string_view rest = pending;
+    while (!rest.empty()) {
+        awaitReader();
+        // A pipe that is ready takes so much at once.
+        const ssize_t result = ::write(descriptor, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
         if (result >= 0) {
-            written += static_cast<std::size_t>(result);
-        } else if (errno == EPIPE || (errno == EINTR && stop.requested())) {
+            rest.remove_prefix(static_cast<std::size_t>(result));
+        } else if (errno == EPIPE) {
             throw ReaderGone();
-        } else if (errno != EINTR) {
+        } else if (errno != EINTR && errno != EAGAIN) {
             throw std::runtime_error("cannot write " + name + ": " + std::strerror(errno));
         }
+    }
+}
+
+void Output::awaitReader() const {
+    std::array<pollfd, 2> items = {{{descriptor, POLLOUT, 0}, {stop.descriptor(), POLLIN, 0}}};
+    if (!stop.requested()) {
+        ::poll(items.data(), items.size(), -1);
+    }
+    if (stop.requested() && ::poll(items.data(), 1, patience) != 1) {
+        throw ReaderGone();
     }
 }
 

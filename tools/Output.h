@@ -23,13 +23,16 @@ public:
 
     /// The file at `path`, made anew; "-" is standard output. Throws std::runtime_error with the reason.
     Output(const std::string& path, const StopSignals& stop);
+
+    /// Hands on what is left, if that can still be done.
     ~Output();
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
     void write(std::string_view bytes);
 
-    /// Hands on what has been written. Throws ReaderGone, or std::runtime_error with the reason.
+    /// Hands on what has been written. Throws ReaderGone, also when the reader takes nothing for a second after the
+    /// request to stop; or std::runtime_error with the reason.
     void flush();
 
     /// Whether nobody reads any more, as far as it can be known without writing.
@@ -38,6 +41,8 @@ public:
     bool isTerminal() const;
 
 private:
+    void awaitReader() const;
+
     const StopSignals& stop;
     std::string name;
     int descriptor;

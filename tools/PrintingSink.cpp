@@ -9,13 +9,12 @@ namespace rk::tools {
 PrintingSink::PrintingSink(Codec& codecToUse, Output& outputToUse, Complaints& complaintsToUse)
     : codec(codecToUse), output(outputToUse), complaints(complaintsToUse) {}
 
-void PrintingSink::take(std::string_view block, Clock::time_point) {
-    ++messages;
+void PrintingSink::take(const Received& message) {
     try {
-        output.write(codec.decode(block));
+        output.write(codec.decode(message.bytes));
     } catch (const CodecError& error) {
         output.flush();
-        complaints.add("message " + std::to_string(messages) + ", " + std::to_string(block.size()) +
+        complaints.add("message " + std::to_string(message.number) + ", " + std::to_string(message.bytes.size()) +
                        " bytes: " + error.what());
     }
 }

@@ -2,9 +2,6 @@
 
 #include "MessageSink.h"
 
-#include <cstdint>
-#include <memory>
-
 namespace rk::tools {
 
 class Codec;
@@ -16,7 +13,7 @@ class PrintingSink : public MessageSink {
 public:
     PrintingSink(Codec& codec, Output& output, Complaints& complaints);
 
-    void take(std::string_view block, Clock::time_point arrival) override;
+    void take(const Received& message) override;
     void pause(Clock::time_point now) override;
     void finish(Clock::time_point now) override;
 
@@ -24,7 +21,6 @@ private:
     Codec& codec;
     Output& output;
     Complaints& complaints;
-    std::uint64_t messages = 0;
 };
 
 } // namespace rk::tools

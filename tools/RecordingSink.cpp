@@ -11,14 +11,14 @@ RecordingSink::RecordingSink(const std::string& path, std::optional<std::uint64_
     file.flush();
 }
 
-void RecordingSink::take(std::string_view block, Clock::time_point arrival) {
-    first = first.value_or(arrival);
-    file.write(recording::toBytes({arrival - *first, static_cast<std::uint32_t>(block.size())}));
-    file.write(block);
+void RecordingSink::take(const Received& message) {
+    first = first.value_or(message.arrival);
+    file.write(recording::toBytes({message.arrival - *first, static_cast<std::uint32_t>(message.bytes.size())}));
+    file.write(message.bytes);
     ++messages;
-    bytes += block.size();
-    if (bar.due(arrival)) {
-        showProgress(arrival);
+    bytes += message.bytes.size();
+    if (bar.due(message.arrival)) {
+        showProgress(message.arrival);
     }
 }
 

@@ -16,7 +16,7 @@ public:
     /// `expected`: how many messages there will be, if that is known.
     RecordingSink(const std::string& path, std::optional<std::uint64_t> expected, const StopSignals& stop);
 
-    void take(std::string_view block, Clock::time_point arrival) override;
+    void take(const Received& message) override;
     void pause(Clock::time_point now) override;
     void finish(Clock::time_point now) override;
 

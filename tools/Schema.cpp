@@ -14,8 +14,7 @@ using google::protobuf::Descriptor;
 using google::protobuf::FileDescriptor;
 
 std::string folderOf(const std::string& path) {
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    return folder.empty() ? "." : folder.string();
+    return std::filesystem::path(path).parent_path();
 }
 
 void collect(const Descriptor* type, std::vector<const Descriptor*>& types) {
@@ -45,25 +44,30 @@ std::string withoutPackage(const Descriptor* type) {
 
 } // namespace
 
-/// Keeps the first complaint of the protobuf compiler; the others mostly follow from it.
+/// Keeps the first complaint of the protobuf compiler that names a line; the others mostly follow from it.
 class Schema::FirstError : public google::protobuf::compiler::MultiFileErrorCollector {
 public:
+    explicit FirstError(Schema& schemaToRead) : schema(schemaToRead) {}
+
     void AddError(const std::string& file, int line, int column, const std::string& message) override {
-        if (text.empty()) {
-            text = file + ": " + message;
-            if (line >= 0) {
-                text = file + ":" + std::to_string(line + 1) + ":" + std::to_string(column + 1) + ": " + message;
-            }
+        if (!withLine && (text.empty() || line >= 0)) {
+            withLine = line >= 0;
+            const std::string place = ":" + std::to_string(line + 1) + ":" + std::to_string(column + 1);
+            text = schema.pathOf(file) + (withLine ? place : "") + ": " + message;
         }
     }
 
     std::string text;
+
+private:
+    Schema& schema;
+    bool withLine = false;
 };
 
 Schema::Schema(const std::vector<std::string>& files, const std::vector<std::string>& paths)
     : builtIn(*google::protobuf::DescriptorPool::generated_pool()),
       database(&sources, &builtIn),
-      firstError(std::make_unique<FirstError>()),
+      firstError(std::make_unique<FirstError>(*this)),
       importedPool(&database, database.GetValidationErrorCollector()),
       factory(&importedPool) {
     database.RecordErrorsTo(firstError.get());
@@ -84,7 +88,10 @@ Schema::~Schema() = default;
 
 std::string Schema::nameOf(const std::string& path) {
     using google::protobuf::compiler::DiskSourceTree;
-    if (!std::ifstream(path)) {
+    errno = 0;
+    std::ifstream file(path);
+    file.peek(); // a folder can be opened
+    if (!file.is_open() || file.bad()) {
         throw std::runtime_error("cannot read " + path + ": " + std::strerror(errno));
     }
     std::string name;
@@ -100,8 +107,13 @@ std::string Schema::nameOf(const std::string& path) {
     return result == DiskSourceTree::SUCCESS ? name : path;
 }
 
-const Descriptor* Schema::type(const std::string& name) const {
-    const Descriptor* found = importedPool.FindMessageTypeByName(name);
+std::string Schema::pathOf(const std::string& name) {
+    std::string path;
+    return sources.VirtualFileToDiskFile(name, &path) ? path : name;
+}
+
+const Descriptor* Schema::type(const std::string& name) {
+    const Descriptor* found = importedPool.FindMessageTypeByName(name.substr(name.rfind('.', 0) == 0 ? 1 : 0));
     if (found != nullptr) {
         return found;
     }
@@ -119,7 +131,7 @@ const Descriptor* Schema::type(const std::string& name) const {
     }
     std::string files;
     for (const FileDescriptor* file : imported) {
-        files += (files.empty() ? "" : ", ") + file->name();
+        files += (files.empty() ? "" : ", ") + pathOf(file->name());
     }
     throw std::runtime_error(files + ": no message type '" + name + "'; there " +
                              (known.empty() ? "is none" : "are: " + known));

@@ -23,7 +23,7 @@ public:
 
     /// The type of that full name, or of that name without its package if only one has it.
     /// Throws std::runtime_error, which lists the types that there are.
-    const google::protobuf::Descriptor* type(const std::string& name) const;
+    const google::protobuf::Descriptor* type(const std::string& name);
 
     const google::protobuf::DescriptorPool* pool() const;
 
@@ -35,6 +35,9 @@ private:
 
     /// The name under which the compiler knows the file at `path`.
     std::string nameOf(const std::string& path);
+
+    /// The path of the file that the compiler knows under that name.
+    std::string pathOf(const std::string& name);
 
     google::protobuf::compiler::DiskSourceTree sources;
     google::protobuf::DescriptorPoolDatabase builtIn;

@@ -32,10 +32,10 @@ StatisticsSink::StatisticsSink(Output& outputToUse, std::chrono::nanoseconds sho
     }
 }
 
-void StatisticsSink::take(std::string_view block, Clock::time_point arrival) {
-    showWhenDue(arrival);
-    total.add(block.size(), arrival);
-    period.add(block.size(), arrival);
+void StatisticsSink::take(const Received& message) {
+    showWhenDue(message.arrival);
+    total.add(message.bytes.size(), message.arrival);
+    period.add(message.bytes.size(), message.arrival);
 }
 
 void StatisticsSink::pause(Clock::time_point now) {

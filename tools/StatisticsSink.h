@@ -17,7 +17,7 @@ class StatisticsSink : public MessageSink {
 public:
     StatisticsSink(Output& output, std::chrono::nanoseconds interval, Clock::time_point start);
 
-    void take(std::string_view block, Clock::time_point arrival) override;
+    void take(const Received& message) override;
     void pause(Clock::time_point now) override;
     void finish(Clock::time_point now) override;
 

@@ -34,11 +34,20 @@ ExitStatus runCommand(const Surroundings& surroundings) {
     return ExitStatus::Usage;
 }
 
+/// A reader that has gone has seen what it wanted.
+ExitStatus runWhileRead(const Surroundings& surroundings) {
+    try {
+        return runCommand(surroundings);
+    } catch (const ReaderGone&) {
+        return ExitStatus::Done;
+    }
+}
+
 int work(const Settings& settings, const StopSignals& stop, Complaints& complaints) {
     if (settings.verbose) {
         showLibraryLog();
     }
-    const ExitStatus status = runCommand({settings, stop, complaints});
+    const ExitStatus status = runWhileRead({settings, stop, complaints});
     if (status != ExitStatus::Done) {
         return static_cast<int>(status);
     }
@@ -65,7 +74,7 @@ int run(int argc, const char* const* argv) {
         }
         return work(std::get<Settings>(parsed), stop, complaints);
     } catch (const ReaderGone&) {
-        return complaints.any() ? static_cast<int>(ExitStatus::Failed) : 0;
+        return 0;
     } catch (const std::exception& failure) {
         complaints.add(failure.what());
         return static_cast<int>(ExitStatus::Failed);

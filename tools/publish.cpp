@@ -5,11 +5,17 @@
 #include "RecordingReader.h"
 #include "openSocket.h"
 
+#include <algorithm>
+#include <memory>
+
 namespace rk::tools {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// In nanoseconds, a year. No recording means more, but a damaged one may say so.
+constexpr double longest = 365.0 * 24 * 3600 * 1e9;
 
 class Publication {
 public:
@@ -33,16 +39,20 @@ private:
     }
 
     ExitStatus replay() {
-        RecordingReader recording(settings.replay, stop);
+        auto recording = std::make_unique<RecordingReader>(settings.replay, stop);
         ProgressBar bar;
         open();
+        while (play(*recording, bar) && settings.count && settings.replay != "-") {
+            recording = std::make_unique<RecordingReader>(settings.replay, stop);
+        }
+        return ExitStatus::Done;
+    }
+
+    /// Whether it may be played again: there was something in it, and more is wanted.
+    bool play(RecordingReader& recording, ProgressBar& bar) {
         const auto start = Clock::now();
-        std::uint64_t sent = 0;
-        while (!settings.count || *settings.count == 0 || sent < *settings.count) {
-            auto entry = recording.next();
-            if (!entry || !stop.sleepUntil(dueTime(start, entry->time))) {
-                break;
-            }
+        const std::uint64_t before = sent;
+        while (auto entry = nextDue(recording, start)) {
             socket.send(entry->block.data(), entry->block.size());
             ++sent;
             if (const auto now = Clock::now(); bar.due(now)) {
@@ -50,8 +60,16 @@ private:
             }
         }
         bar.show(recording.progress(), std::to_string(sent) + " messages", Clock::now());
-        return ExitStatus::Done;
+        return sent > before && wantsMore() && !stop.requested();
     }
+
+    /// Waits for its time. Nothing when no more is wanted, or there is no more, or when told to stop.
+    std::optional<RecordingReader::Entry> nextDue(RecordingReader& recording, Clock::time_point start) const {
+        auto entry = wantsMore() ? recording.next() : std::nullopt;
+        return entry && stop.sleepUntil(dueTime(start, entry->time)) ? std::move(entry) : std::nullopt;
+    }
+
+    bool wantsMore() const { return !settings.count || *settings.count == 0 || sent < *settings.count; }
 
     /// Opens the socket, and gives subscribers that are waiting for it the time to find it.
     void open() {
@@ -63,14 +81,15 @@ private:
         if (settings.speed <= 0.0) {
             return start;
         }
-        const std::chrono::duration<double, std::nano> scaled(static_cast<double>(time.count()) / settings.speed);
-        return start + std::chrono::duration_cast<std::chrono::nanoseconds>(scaled);
+        const double scaled = static_cast<double>(time.count()) / settings.speed;
+        return start + std::chrono::nanoseconds(static_cast<std::int64_t>(std::clamp(scaled, 0.0, longest)));
     }
 
     const Surroundings& surroundings;
     const Settings& settings;
     const StopSignals& stop;
     rk::socket::Socket socket;
+    std::uint64_t sent = 0;
 };
 
 } // namespace

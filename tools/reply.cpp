@@ -23,7 +23,7 @@ public:
           answer(makeAnswer(settings, *codec, complaints, surroundings.stop)),
           printer(*codec, output, complaints),
           socket(socketName(settings), settings.closePolicy),
-          inbox(socket, settings.maxSize, surroundings.stop) {
+          inbox(socket, settings.maxSize, surroundings.stop, complaints) {
         openSocket(socket, settings);
     }
 
@@ -36,7 +36,7 @@ public:
                 break;
             }
             if (event == Inbox::Event::Message) {
-                serve(inbox.receive());
+                serve();
                 ++answered;
                 deadline = nextDeadline();
             } else if (Clock::now() >= deadline) {
@@ -54,18 +54,23 @@ private:
         return settings.timeout ? Clock::now() + *settings.timeout : Clock::time_point::max();
     }
 
-    /// The reply goes out before anything can fail that has to do with printing the request.
-    void serve(const Inbox::Block& block) {
-        const bool whole = block.size == block.bytes.size();
-        std::string answered = whole ? answer->to(block.bytes) : std::string();
-        socket.send(answered.data(), answered.size());
-        if (whole) {
-            printer.take(block.bytes, Clock::now());
-            output.flush();
-        } else {
-            complaints.add("request of " + std::to_string(block.size) +
-                           " bytes: answered with an empty block, longer than --max-size " +
-                           std::to_string(block.bytes.size()));
+    /// Of a request of several parts all are printed, and the last one is answered. The reply goes out before anything
+    /// can fail that has to do with printing what it answers.
+    void serve() {
+        auto request = inbox.receive();
+        while (inbox.holdsMore()) {
+            print(request);
+            request = inbox.receive();
+        }
+        std::string block = request ? answer->to(request->bytes) : std::string();
+        socket.send(block.data(), block.size());
+        print(request);
+        output.flush();
+    }
+
+    void print(const std::optional<Received>& request) {
+        if (request) {
+            printer.take(*request);
         }
     }
 

@@ -26,7 +26,7 @@ public:
           printer(*codec, output, complaints),
           outgoing(settings, *codec, complaints, surroundings.stop),
           socket(socketName(settings), settings.closePolicy),
-          inbox(socket, settings.maxSize, surroundings.stop) {
+          inbox(socket, settings.maxSize, surroundings.stop, complaints) {
         openSocket(socket, settings);
     }
 
@@ -63,21 +63,27 @@ private:
             complaints.add("no reply within " + described(*settings.timeout) + " on " + socket.debugString());
             return true;
         }
-        take(inbox.receive(), Clock::now() - start);
+        take(start);
         return true;
     }
 
-    void take(const Inbox::Block& block, std::chrono::nanoseconds time) {
-        roundTrips.add(time);
-        if (block.size > block.bytes.size()) {
-            complaints.add("reply " + std::to_string(roundTrips.count()) + ", " + std::to_string(block.size) +
-                           " bytes: left out, longer than --max-size " + std::to_string(block.bytes.size()));
-        } else {
-            printer.take(block.bytes, Clock::now());
+    /// A reply of several parts counts as one, and is printed as several.
+    void take(Clock::time_point start) {
+        auto reply = inbox.receive();
+        roundTrips.add(Clock::now() - start);
+        print(reply);
+        while (inbox.holdsMore()) {
+            print(inbox.receive());
         }
         if (!settings.count) {
             output.flush();
             std::fprintf(stderr, "round trip %s ms\n", fixed(roundTrips.last(), 3).c_str());
+        }
+    }
+
+    void print(const std::optional<Received>& reply) {
+        if (reply) {
+            printer.take(*reply);
         }
     }
 

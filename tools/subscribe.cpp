@@ -21,14 +21,14 @@ public:
           complaints(surroundings.complaints),
           output(surroundings.stop),
           socket(socketName(settings), settings.closePolicy),
-          inbox(socket, settings.maxSize, surroundings.stop) {
+          inbox(socket, settings.maxSize, surroundings.stop, complaints) {
         if (!settings.stats && settings.record.empty()) {
             codec = makeCodec(settings, "", settings.type, complaints);
         }
+        openSocket(socket, settings);
         if (!settings.record.empty()) {
             sinks.push_back(std::make_unique<RecordingSink>(settings.record, settings.count, surroundings.stop));
         }
-        openSocket(socket, settings);
         const auto now = Clock::now();
         if (settings.stats) {
             sinks.push_back(std::make_unique<StatisticsSink>(output, settings.interval, now));
@@ -61,7 +61,7 @@ private:
                 return ExitStatus::Done;
             }
             if (event == Inbox::Event::Message) {
-                take(inbox.receive());
+                take();
             } else if (Clock::now() >= deadline()) {
                 complaints.add("no message within " + described(*settings.timeout) + " on " + socket.debugString());
                 return ExitStatus::TimedOut;
@@ -74,16 +74,14 @@ private:
         return settings.timeout ? lastArrival + *settings.timeout : Clock::time_point::max();
     }
 
-    void take(const Inbox::Block& block) {
-        lastArrival = Clock::now();
+    void take() {
+        const auto message = inbox.receive();
+        lastArrival = message ? message->arrival : Clock::now();
         ++taken;
-        if (block.size > block.bytes.size()) {
-            complaints.add("message " + std::to_string(taken) + ", " + std::to_string(block.size) +
-                           " bytes: left out, longer than --max-size " + std::to_string(block.bytes.size()));
-            return;
-        }
         for (const auto& sink : sinks) {
-            sink->take(block.bytes, lastArrival);
+            if (message) {
+                sink->take(*message);
+            }
         }
     }
 

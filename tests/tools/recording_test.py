@@ -114,6 +114,23 @@ class Replaying(ToolTest):
         self.assertGreaterEqual(self.timed("--speed", "0.5"), 0.8)
         self.assertGreaterEqual(self.timed("--speed", "4"), 0.1)
 
+    def test_is_played_again_until_the_count(self):
+        recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(0.01, b"b"))
+        endpoint = self.fresh_endpoint()
+        subscriber = self.subscriber(endpoint)
+        pub = self.start("pub", endpoint, "--replay", recording, "--count", "0")
+        heard = [subscriber.recv() for _ in range(6)]
+        pub.signal(2)
+
+        self.assertIn(heard, ([b"a", b"b"] * 3, [b"b", b"a"] * 3))
+        self.assertEqual((0, b"", ""), pub.end())
+        self.assertEqual((0, b"", ""), self.run_tool("pub", self.fresh_endpoint(), "--replay", recording, "--count", "5"))
+
+    def test_a_recording_of_nothing_is_not_played_for_ever(self):
+        recording = self.write_file("recording", HEADER)
+
+        self.assertEqual((0, b"", ""), self.run_tool("pub", self.fresh_endpoint(), "--replay", recording, "--count", "0"))
+
     def test_ends_after_the_count(self):
         recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(1000, b"b"))
 

@@ -67,9 +67,21 @@ class Replies(ToolTest):
         self.assertEqual(0, rep.end()[0])
 
     def test_a_request_that_is_too_long_is_answered_with_nothing(self):
-        self.assertEqual(([b"", b"abc"], (1, b"abc\n", "rk-socket: request of 4 bytes: answered with an empty block, "
-                                                       "longer than --max-size 3\n")),
+        self.assertEqual(([b"", b"abc"], (1, b"abc\n", "rk-socket: message 1, 4 bytes: left out, longer than "
+                                                       "--max-size 3\n")),
                          self.ask([b"abcd", b"abc"], "--echo", "--max-size", "3"))
+
+    def test_answers_the_last_part_of_a_request_and_goes_on(self):
+        endpoint = self.fresh_endpoint()
+        rep = self.start("rep", endpoint, "--count", "2", "--echo")
+        client = self.client(endpoint)
+        replies = []
+        for parts in ([b"head", b"body"], [b"", b"a", b"b"]):
+            client.send_multipart(parts)
+            replies.append(client.recv_multipart())
+
+        self.assertEqual([[b"body"], [b"b"]], replies)
+        self.assertEqual((0, b"head\nbody\n\na\nb\n", ""), rep.end())
 
     def test_ends_with_status_3_when_nobody_asks(self):
         endpoint = self.fresh_endpoint()

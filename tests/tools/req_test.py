@@ -37,6 +37,19 @@ class Requests(ToolTest):
         self.assertEqual((0, block[::-1]), self.run_tool("req", endpoint, "--file", self.write_file("in", block),
                                                          "--format", "raw")[:2])
 
+    def test_prints_every_part_of_a_reply_and_goes_on(self):
+        endpoint = self.fresh_endpoint()
+        server = self.peer(zmq.REP)
+        server.bind(endpoint)
+        req = self.start("req", endpoint, "one", "two", "--verbose")
+        for request in (b"one", b"two"):
+            self.assertEqual(request, server.recv())
+            server.send_multipart([b"re", request])
+
+        status, output, errors = req.end()
+        self.assertEqual((0, b"re\none\nre\ntwo\n"), (status, output))
+        self.assertNotIn("Attempting reset", errors)
+
     def test_shows_how_round_trips_are_distributed(self):
         endpoint = self.fresh_endpoint()
         self.serve(endpoint, lambda request: request)

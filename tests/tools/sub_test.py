@@ -1,6 +1,7 @@
 """rk-socket sub, against foreign publishers."""
 
 import json
+import select
 import signal
 import unittest
 
@@ -44,6 +45,11 @@ class Printing(ToolTest):
 
         self.assertEqual((1, b"12345\n1\n"), (status, output))
         self.assertEqual("rk-socket: message 2, 6 bytes: left out, longer than --max-size 5\n", errors)
+
+    def test_counts_what_it_leaves_out_among_the_messages(self):
+        errors = self.sub([b"123456", b"\xff"], "--max-size", "5", "--proto", SCHEMAS + "/plant.proto", "--type", "Order")[2]
+
+        self.assertRegex(errors, "^rk-socket: message 1, 6 bytes: .*\nrk-socket: message 2, 1 bytes: .*\n$")
 
     def test_passes_large_blocks(self):
         block = bytes(range(256)) * 4 * 1024 * 20
@@ -151,19 +157,24 @@ class Protobuf(ToolTest):
         self.assertEqual("rk-socket: cannot read nowhere.proto: No such file or directory\n",
                          self.fails("--proto", "nowhere.proto", "--type", "T"))
 
+    def test_names_the_schema_that_is_a_folder(self):
+        self.assertEqual("rk-socket: cannot read %s: Is a directory\n" % self.folder,
+                         self.fails("--proto", self.folder, "--type", "T"))
+
     def test_names_the_import_that_is_missing(self):
         file = self.write_file("main.proto", b'syntax = "proto3";\nimport "gone.proto";\n')
 
-        self.assertEqual("rk-socket: gone.proto: File not found.\n", self.fails("--proto", file, "--type", "T"))
+        self.assertEqual('rk-socket: %s:2:1: Import "gone.proto" was not found or had errors.\n' % file,
+                         self.fails("--proto", file, "--type", "T"))
 
     def test_names_the_place_where_a_schema_is_wrong(self):
         file = self.write_file("main.proto", b'syntax = "proto3";\nmessage M {\n  int32 = 1;\n}\n')
 
-        self.assertEqual("rk-socket: main.proto:3:9: Expected field name.\n", self.fails("--proto", file, "--type", "M"))
+        self.assertEqual("rk-socket: %s:3:9: Expected field name.\n" % file, self.fails("--proto", file, "--type", "M"))
 
     def test_lists_the_types_when_there_is_none_of_that_name(self):
-        self.assertEqual("rk-socket: plant.proto: no message type 'Nothing'; there are: plant.Sample, "
-                         "plant.Sample.Limits, plant.Order, plant.Receipt\n",
+        self.assertEqual("rk-socket: %s: no message type 'Nothing'; there are: plant.Sample, "
+                         "plant.Sample.Limits, plant.Order, plant.Receipt\n" % self.schema("plant.proto"),
                          self.fails("--proto", self.schema("plant.proto"), "--type", "Nothing"))
 
     def test_pipes_into_jq(self):
@@ -235,6 +246,29 @@ class Ending(ToolTest):
             publisher.send(b"one")
 
         self.assertEqual((0, b"one\n0 0\n", ""), pipe.end())
+
+    def flooded(self, *options):
+        """A sub whose output nobody reads, and which has far more than a pipe holds to write."""
+        sub, publisher = self.subscribed("--fifo", "0", *options)
+        for number in range(100000):
+            publisher.send(b"%08d" % number)
+        select.select([sub.process.stdout], [], [])
+        return sub
+
+    def test_a_signal_lets_a_slow_reader_have_what_was_received_in_whole_lines(self):
+        sub = self.flooded()
+        sub.signal(signal.SIGTERM)
+
+        status, output, errors = sub.end()
+        lines = output.split(b"\n")
+        self.assertEqual((0, "", b""), (status, errors, lines.pop()))
+        self.assertEqual([b"%08d" % number for number in range(len(lines))], lines)
+
+    def test_a_signal_ends_it_although_the_reader_of_its_output_is_stuck(self):
+        sub = self.flooded("--count", "200000")
+        sub.signal(signal.SIGTERM)
+
+        self.assertEqual(128 + signal.SIGTERM, sub.process.wait())
 
     def test_a_full_disk_is_a_failure(self):
         endpoint = self.fresh_endpoint()
