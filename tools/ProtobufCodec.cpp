@@ -1,6 +1,7 @@
 #include "ProtobufCodec.h"
 
 #include "Complaints.h"
+#include "PartialDecoder.h"
 #include "Schema.h"
 #include "Text.h"
 
@@ -69,10 +70,10 @@ std::string inOneLine(std::string complaint) {
     }
     const std::size_t end = complaint.find('\n');
     if (end == std::string::npos) {
-        return complaint;
+        return printable(complaint);
     }
     const std::string excerpt = complaint.substr(end + 1, complaint.find('\n', end + 1) - end - 1);
-    return complaint.substr(0, end) + (excerpt.empty() ? "" : " Near: " + printable(excerpt));
+    return printable(complaint.substr(0, end)) + (excerpt.empty() ? "" : " Near: " + printable(excerpt));
 }
 
 } // namespace
@@ -84,7 +85,10 @@ ProtobufCodec::ProtobufCodec(std::unique_ptr<Schema> schemaToUse, const std::str
       resolver(util::NewTypeResolverForDescriptorPool(urlPrefix, schema->pool())),
       sentMessage(sent.empty() ? nullptr : schema->newMessage(schema->type(sent))),
       receivedMessage(received.empty() ? nullptr : schema->newMessage(schema->type(received))),
-      allFields(printAllFields) {}
+      allFields(printAllFields) {
+    // What the library would write to standard error itself is part of the complaints.
+    google::protobuf::SetLogHandler(nullptr);
+}
 
 ProtobufCodec::~ProtobufCodec() = default;
 
@@ -99,25 +103,28 @@ std::string ProtobufCodec::encode(const std::string& text) {
 
 std::string ProtobufCodec::decode(std::string_view block) {
     if (!receivedMessage->ParsePartialFromArray(block.data(), static_cast<int>(block.size()))) {
-        throw CodecError("not a " + typeOf(*receivedMessage) + "; decoded so far: " + toJson(*receivedMessage));
+        receivedMessage->Clear();
+        const std::size_t place = decodePart(block, *receivedMessage);
+        throw CodecError("not a " + typeOf(*receivedMessage) + " from byte " + std::to_string(place) +
+                         " on; decoded so far: " + toJson(receivedMessage->SerializePartialAsString()));
     }
     if (!receivedMessage->IsInitialized()) {
         throw CodecError("not a whole " + typeOf(*receivedMessage) + ": missing " + missingFields(*receivedMessage) +
-                         "; decoded: " + toJson(*receivedMessage));
+                         "; decoded: " + toJson(receivedMessage->SerializePartialAsString()));
     }
     remarkOnUnknownFields();
-    return toJson(*receivedMessage) + "\n";
+    return toJson(std::string(block)) + "\n";
 }
 
-std::string ProtobufCodec::toJson(const Message& message) const {
+std::string ProtobufCodec::toJson(const std::string& block) const {
     util::JsonPrintOptions options;
     options.preserve_proto_field_names = true;
     options.always_print_primitive_fields = allFields;
     std::string json;
-    const auto status =
-        util::BinaryToJsonString(resolver.get(), urlOf(message), message.SerializePartialAsString(), &json, options);
+    const auto status = util::BinaryToJsonString(resolver.get(), urlOf(*receivedMessage), block, &json, options);
     if (!status.ok()) {
-        throw CodecError("no JSON for this " + typeOf(message) + ": " + inOneLine(std::string(status.message())));
+        throw CodecError("no JSON for this " + typeOf(*receivedMessage) + ": " +
+                         inOneLine(std::string(status.message())));
     }
     return json;
 }

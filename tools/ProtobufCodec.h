@@ -31,7 +31,8 @@ public:
     std::string decode(std::string_view block) override;
 
 private:
-    std::string toJson(const google::protobuf::Message& message) const;
+    /// For a block of the type that is received.
+    std::string toJson(const std::string& block) const;
     void remarkOnUnknownFields();
 
     const Complaints& complaints;

@@ -134,7 +134,7 @@ class Protobuf(ToolTest):
         receipt, (status, output, errors) = self.ask(b"\x0a\x01a\xff", "--reply", "{}")
 
         self.assertEqual((plant.Receipt(), 1, b""), (receipt, status, output))
-        self.assertEqual('rk-socket: message 1, 4 bytes: not a plant.Order; decoded so far: {"name":"a"}\n', errors)
+        self.assertEqual('rk-socket: message 1, 4 bytes: not a plant.Order from byte 3 on; decoded so far: {"name":"a"}\n', errors)
 
 
 if __name__ == "__main__":

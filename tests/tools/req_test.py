@@ -121,7 +121,7 @@ class Protobuf(ToolTest):
 
         status, output, errors = self.run_tool("req", endpoint, *self.OPTIONS, '{"name": "a"}')
         self.assertEqual((1, b""), (status, output))
-        self.assertIn('rk-socket: message 1, 4 bytes: not a plant.Receipt; decoded so far: {"name":"a"}\n', errors)
+        self.assertIn('rk-socket: message 1, 4 bytes: not a plant.Receipt from byte 3 on; decoded so far: {"name":"a"}\n', errors)
 
     def test_a_request_that_is_no_json_is_left_out(self):
         endpoint = self.fresh_endpoint()

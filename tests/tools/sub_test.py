@@ -124,7 +124,7 @@ class Protobuf(ToolTest):
         status, output, errors = self.sub([good, sample(2).SerializeToString()[:-3], good], *self.OPTIONS)
 
         self.assertEqual((1, 2), (status, len(output.splitlines())))
-        self.assertRegex(errors, r"^rk-socket: message 2, \d+ bytes: not a plant.Sample; decoded so far: "
+        self.assertRegex(errors, r"^rk-socket: message 2, \d+ bytes: not a plant.Sample from byte \d+ on; decoded so far: "
                                  r'\{"number":"2","sensor":"boiler".*\}\n$')
 
     def test_tells_which_required_fields_are_missing(self):
