@@ -25,6 +25,9 @@ public:
     /// No message is waiting: the time to hand on what has been kept back. Called ten times a second or more often.
     virtual void pause(Clock::time_point now) = 0;
 
+    /// When `pause` has to be called at the latest.
+    virtual Clock::time_point due() const { return Clock::time_point::max(); }
+
     /// There will be no more messages.
     virtual void finish(Clock::time_point now) = 0;
 };

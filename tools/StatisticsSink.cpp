@@ -12,6 +12,7 @@ namespace rk::tools {
 namespace {
 
 constexpr std::size_t labelWidth = 12;
+constexpr std::chrono::milliseconds shortestInterval{10};
 
 std::string described(const Flow& flow, Flow::Clock::time_point now) {
     return std::to_string(flow.messages()) + " messages, " + flow.rates(now) + ", " + flow.sizeText() + ", " +
@@ -22,9 +23,9 @@ std::string described(const Flow& flow, Flow::Clock::time_point now) {
 
 StatisticsSink::StatisticsSink(Output& outputToUse, std::chrono::nanoseconds showInterval, Clock::time_point begin)
     : output(outputToUse),
-      interval(showInterval),
+      interval(std::max<std::chrono::nanoseconds>(showInterval, shortestInterval)),
       start(begin),
-      next(begin + showInterval),
+      next(begin + interval),
       total(begin),
       period(begin) {
     if (output.isTerminal()) {

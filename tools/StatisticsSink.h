@@ -19,6 +19,7 @@ public:
 
     void take(const Received& message) override;
     void pause(Clock::time_point now) override;
+    Clock::time_point due() const override { return next; }
     void finish(Clock::time_point now) override;
 
 private:

@@ -8,6 +8,8 @@
 #include "StatisticsSink.h"
 #include "openSocket.h"
 
+#include <algorithm>
+
 namespace rk::tools {
 
 namespace {
@@ -55,7 +57,7 @@ private:
                 for (const auto& sink : sinks) {
                     sink->pause(Clock::now());
                 }
-                event = inbox.wait(deadline());
+                event = inbox.wait(std::min(deadline(), due()));
             }
             if (event == Inbox::Event::Stop) {
                 return ExitStatus::Done;
@@ -72,6 +74,15 @@ private:
 
     Clock::time_point deadline() const {
         return settings.timeout ? lastArrival + *settings.timeout : Clock::time_point::max();
+    }
+
+    /// When a sink wants to go on.
+    Clock::time_point due() const {
+        auto earliest = Clock::time_point::max();
+        for (const auto& sink : sinks) {
+            earliest = std::min(earliest, sink->due());
+        }
+        return earliest;
     }
 
     void take() {

@@ -4,11 +4,14 @@ The peers are told apart by port: on 5555 somebody publishes telemetry.Reading, 
 on 5558 somebody echoes; whoever publishes on 5557 is listened to, and whoever answers on 5559 is asked.
 """
 
+import concurrent.futures
+import itertools
 import os
 import re
 import shutil
 import signal
 import subprocess
+import sys
 import threading
 import unittest
 
@@ -118,4 +121,11 @@ for index, example in enumerate(examples_of_document(), 1):
     add_test("document_%d" % index, example)
 
 if __name__ == "__main__":
-    unittest.main()
+    # They mostly wait: several at a time.
+    cases = unittest.defaultTestLoader.loadTestsFromTestCase(Examples)
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:
+        results = list(pool.map(lambda case: case.run(), cases))
+    for case, trace in itertools.chain.from_iterable(result.errors + result.failures for result in results):
+        print(case, trace, sep="\n")
+    print(len(results), "examples")
+    sys.exit(not all(result.wasSuccessful() for result in results))

@@ -267,8 +267,9 @@ class Ending(ToolTest):
     def test_a_signal_ends_it_although_the_reader_of_its_output_is_stuck(self):
         sub = self.flooded("--count", "200000")
         sub.signal(signal.SIGTERM)
+        sub.process.wait()
 
-        self.assertEqual(128 + signal.SIGTERM, sub.process.wait())
+        self.assertEqual(128 + signal.SIGTERM, sub.end()[0])
 
     def test_a_full_disk_is_a_failure(self):
         endpoint = self.fresh_endpoint()

@@ -7,7 +7,9 @@ namespace {
 const char* const description = R"(.P
 Publish and reply sockets listen, subscribe and request sockets connect; the order of starting does not matter.
 On TCP, those that listen do so on all interfaces, whatever the host in the endpoint.
-A message has one part; each part of another program's multi\-part message counts as a message.
+A message has one part; each part of another program's multi\-part message is printed as a message, and
+.B rep
+answers the last one.
 .P
 Only data is written to standard output.
 Errors, remarks, round\-trip times and progress go to standard error.
@@ -38,7 +40,8 @@ messages are protobuf messages of that type, and each is written and read as a J
 Fields are named as in the schema; 64\-bit numbers are strings, as protobuf's JSON has it.
 Imports of google/protobuf/*.proto are always found.
 A type may be named without its package.
-A message that is not of that type is reported on standard error, with what could be decoded, and the next one awaited.
+A message that is not of that type is reported on standard error, with the byte from which on it is none and what could be
+decoded before, and the next one awaited.
 A line that is no JSON of that type is reported with its number, and the next one sent.
 .P
 .B rep
