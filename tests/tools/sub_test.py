@@ -78,7 +78,7 @@ class Printing(ToolTest):
 
     def test_misses_nothing_of_a_flood_that_its_queue_has_room_for(self):
         # Nobody reads the output while the messages come: all but a pipe full of them have to wait in the queue.
-        number = 300000
+        number = 100000
         endpoint = self.fresh_endpoint()
         publisher = self.publisher(endpoint)
         sub = self.start("sub", endpoint, "--fifo", str(number), "--count", str(number))
