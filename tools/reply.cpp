@@ -57,20 +57,20 @@ private:
     /// Of a request of several parts all are printed, and the last one is answered. The reply goes out before anything
     /// can fail that has to do with printing what it answers.
     void serve() {
-        auto request = inbox.receive();
+        auto received = inbox.receive();
         while (inbox.holdsMore()) {
-            print(request);
-            request = inbox.receive();
+            print(received);
+            received = inbox.receive();
         }
-        std::string block = request ? answer->to(request->bytes) : std::string();
+        std::string block = received ? answer->to(received->bytes) : std::string();
         socket.send(block.data(), block.size());
-        print(request);
+        print(received);
         output.flush();
     }
 
-    void print(const std::optional<Received>& request) {
-        if (request) {
-            printer.take(*request);
+    void print(const std::optional<Received>& received) {
+        if (received) {
+            printer.take(*received);
         }
     }
 

@@ -69,9 +69,9 @@ private:
 
     /// A reply of several parts counts as one, and is printed as several.
     void take(Clock::time_point start) {
-        auto reply = inbox.receive();
+        const auto received = inbox.receive();
         roundTrips.add(Clock::now() - start);
-        print(reply);
+        print(received);
         while (inbox.holdsMore()) {
             print(inbox.receive());
         }
@@ -81,9 +81,9 @@ private:
         }
     }
 
-    void print(const std::optional<Received>& reply) {
-        if (reply) {
-            printer.take(*reply);
+    void print(const std::optional<Received>& received) {
+        if (received) {
+            printer.take(*received);
         }
     }
 
