@@ -46,9 +46,19 @@ protected:
         server.close();
     }
 
-    void bindUnseen() {
+    void bindUnseen() { bindUnseen(server); }
+
+    void bindUnseen(Socket& socket) {
         standIn.answer("zmq_bind", 0);
-        bind();
+        socket.createAndConnect(Protocol::Rep, endpoint, 0);
+    }
+
+    void letManyOthersComeAndGo() {
+        for (int number = 0; number < 200; ++number) {
+            clock.advance(seconds(1));
+            Socket passing("passing", ClosePolicy::DropPending);
+            passing.createAndConnect(Protocol::Pub, freshEndpoint(Transport::Inproc), 0);
+        }
     }
 
     void bind() { server.createAndConnect(Protocol::Rep, endpoint, 0); }
@@ -66,6 +76,17 @@ protected:
     SteadyClock clock;
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     Socket server{"server", ClosePolicy::DropPending};
+};
+
+/// An address that one socket has bound, and then another: on IPC, 0MQ lets it.
+class AddressTakenOver : public ReleasedAddress {
+protected:
+    AddressTakenOver() {
+        bindUnseen();
+        bindUnseen(other);
+    }
+
+    Socket other{"other", ClosePolicy::DropPending};
 };
 
 /// What the book remembers, seen by what it deletes. Each test has a process, and hence a book, of its own.
@@ -187,17 +208,37 @@ TEST_F(ReleasedAddress, IsNoReasonToWaitForAnotherOne) {
 
 TEST_F(ReleasedAddress, IsWaitedForThoughItWasHeldForLongWhileManyOthersCameAndWent) {
     bindUnseen();
-    for (int number = 0; number < 200; ++number) {
-        clock.advance(seconds(1));
-        Socket other("other", ClosePolicy::DropPending);
-        other.createAndConnect(Protocol::Pub, freshEndpoint(Transport::Inproc), 0);
-    }
+    letManyOthersComeAndGo();
     server.close();
     refuseBinds(1);
 
     bind();
 
     EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
+}
+
+TEST_F(AddressTakenOver, IsNotTheFormerHoldersToGiveUp) {
+    server.close();
+
+    EXPECT_EQ(0U, pausesUntilRefusal());
+}
+
+TEST_F(AddressTakenOver, IsWaitedForWhenItsHolderHasGivenItUpThoughTheFormerOneIsStillOpen) {
+    other.close();
+    refuseBinds(1);
+    Socket third("third", ClosePolicy::DropPending);
+
+    third.createAndConnect(Protocol::Rep, endpoint, 0);
+
+    EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
+}
+
+TEST_F(AddressTakenOver, MayBeForgottenBeforeItsFormerHolderIsClosed) {
+    other.close();
+    letManyOthersComeAndGo();
+    server.close();
+
+    EXPECT_EQ(0U, pausesUntilRefusal());
 }
 
 TEST_F(AddressBookDeathTest, ForgetsOncePerManyAddressesThoseThatWereGivenUpOverAMinuteAgo) {
