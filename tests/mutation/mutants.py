@@ -38,10 +38,10 @@ token = re.compile(
     r"|(?P<number>\b(?:0[0-7]+|\d+\.\d+|\d+)\b)|(?P<name>\b[A-Za-z_]\w*\b)"
     r"|(?P<operator>(?<= )(?:==|!=|<=|>=|<|>|&&|\|\||\+=|\+|-|\*|/|&|\|)(?= |$)|\+\+|(?<![\w=])!(?!=))", re.MULTILINE)
 # Lines whose words and signs are no behaviour: what only declares, and the labels of a switch, which none can share.
-inert = re.compile(r"\s*(#|using |namespace |template|case |enum |///|//)")
+inert = re.compile(r"\s*(#|using |namespace |template|case |enum |///|//)|.* = (delete|default);")
 declaration = re.compile(r"\s*(const |auto |static |constexpr |return\b|throw\b|using |[\w:<>,*& ]+ \w+(\{.*\})?( = .*)?;$)")
 guard = re.compile(r"\s*const (std::lock_guard<std::mutex>|ErrnoKeeper|SignalBlock) \w+(\(.*\))?;$")
-leaving = re.compile(r"\s*(return|throw|break|continue)\b.*;$")
+leaving = re.compile(r"\s*(return|throw|continue)\b.*;$")
 handler = re.compile(r"catch \((\.\.\.|const std::(?:exception|system_error)&( \w+)?)\)")
 head = re.compile(r"^(?:class |struct )?[\w\[(~].*[({]$|^[\w\[(~].*\(.*")
 
@@ -149,9 +149,10 @@ class Source:
                     yield self.mutant(number, number, [line[:match.start()] + new + line[match.end():]])
 
     def of_initialisers(self):
-        """Of a header, only what the library alone compiles: the values that its members begin with."""
+        """Of a header, only what the library alone compiles: the values that its private members begin with."""
+        first = self.lines.index("private:") if "private:" in self.lines else len(self.lines)
         return self.of_tokens([number for number, line in enumerate(self.lines)
-                               if re.match(r"    [\w:<>*]+ \w+( = .*|\{.*\});", line)])
+                               if number > first and re.match(r"    [\w:<>*]+ \w+( = .*|\{.*\});", line)])
 
     def of_conditions(self):
         for number, line in enumerate(self.lines):
@@ -188,14 +189,15 @@ class Source:
         for first, last in self.statements():
             whole = " ".join(line.strip() for line in self.lines[first:last + 1])
             indent = re.match(r" *", self.lines[first]).group()
-            is_call = not declaration.match(whole) and not leaving.match(whole)
+            is_call = not declaration.match(whole) and not leaving.match(whole) and whole != "break;"
             ends_function = last + 1 < len(self.lines) and self.lines[last + 1] == "}"
             if is_call or guard.match(whole) or leaving.match(whole) and not ends_function:
                 yield self.mutant(first, last, [indent + ";"])
-            if previous and is_call and previous[1] + 1 == first and previous[2] == indent:
+            # Assignments of values that nothing reads in between may stand in any order.
+            if previous and is_call and "(" in whole and previous[1] + 1 == first and previous[2] == indent:
                 swapped = self.lines[first:last + 1] + self.lines[previous[0]:previous[1] + 1]
                 yield self.mutant(previous[0], last, swapped)
-            previous = (first, last, indent) if is_call else None
+            previous = (first, last, indent) if is_call and "(" in whole else None
 
     def of_handlers(self):
         for number, line in enumerate(self.lines):
