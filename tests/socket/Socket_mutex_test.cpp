@@ -66,6 +66,9 @@ TEST_P(UnlockableConnect, ThrowsAndLeavesTheSocketClosedAndTheAddressFree) {
 
     EXPECT_EQ(refused, textThrownAtLock(GetParam(), [&] { server.connect(endpoint, 0); }));
 
+    // The first lock is the book's, after the bind; the second that of the record, after the options.
+    EXPECT_EQ(GetParam() == 1 ? 0U : 1U, standIn.journal().count("zmq_setsockopt 17"));
+    EXPECT_EQ(0U, standIn.journal().count("debug: Connected"));
     EXPECT_EQ("zmq_close", standIn.journal().lines().back());
     expectClosed(standIn, server);
 }

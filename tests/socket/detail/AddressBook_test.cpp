@@ -129,6 +129,20 @@ protected:
         return forgotten;
     }
 
+    /// What the close of a socket with so many endpoints deletes, which 0MQ does not see.
+    static std::size_t deletionsOfClose(Protocol::Protocol protocol, int endpoints) {
+        StandIn standIn;
+        Socket socket("server", ClosePolicy::DropPending);
+        socket.create(protocol);
+        for (int number = 0; number < endpoints; ++number) {
+            standIn.answer("zmq_bind", 0);
+            standIn.answer("zmq_connect", 0);
+            socket.connect({Transport::Inproc, "another-address-that-is-long-" + std::to_string(number), 0}, 0);
+        }
+        standIn.journal().clear();
+        return allocationsOf([&] { socket.close(); }).deletions;
+    }
+
     [[noreturn]] static void leave() { std::exit(HasFailure() ? 1 : 0); }
 };
 
@@ -176,6 +190,17 @@ TEST_F(ReleasedAddress, IsAskedForNoMoreWhenTheFiftyMillisecondsAreJustOver) {
     });
 
     EXPECT_EQ(14U, pausesUntilRefusal());
+}
+
+TEST_F(ReleasedAddress, IsBoundOnceWhateverErrorIsLeftFromBefore) {
+    server.create(Protocol::Rep);
+    standIn.journal().clear();
+    standIn.answer("zmq_bind", 0);
+    errno = EADDRINUSE;
+
+    server.connect(endpoint, 0);
+
+    EXPECT_EQ(1U, standIn.journal().count("zmq_bind"));
 }
 
 TEST_F(ReleasedAddress, IsNotWaitedForWhenItIsRefusedForAnotherReason) {
@@ -257,6 +282,13 @@ TEST_F(AddressBookDeathTest, RemembersThoseThatWereGivenUpWithinTheLastMinute) {
             leave();
         },
         testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AddressBookDeathTest, LosesWhatASocketHeldWhenItIsClosed) {
+    const std::size_t ofBound = deletionsOfClose(Protocol::Rep, 5) - deletionsOfClose(Protocol::Rep, 0);
+    const std::size_t ofConnected = deletionsOfClose(Protocol::Req, 5) - deletionsOfClose(Protocol::Req, 0);
+
+    EXPECT_EQ(10U, ofBound - ofConnected) << "a node of the book and a text for each of five";
 }
 
 } // namespace rk::tests
