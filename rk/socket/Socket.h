@@ -62,8 +62,9 @@ public:
     ///
     /// \throws std::runtime_error "Socket: Failed creating socket " + `debugString()` + " of type " + number + ": " +
     ///         E, where E is "Invalid argument" for a value that is no pattern, "Too many open files" when 0MQ's
-    ///         1,023 sockets are used up, "Context was terminated" once the process's exit has begun. The socket is
-    ///         closed.
+    ///         1,023 sockets are used up, "Context was terminated" once the process's exit has begun
+    /// \throws std::system_error when a mutex cannot be locked
+    ///         After these, the socket is closed.
     void create(Protocol::Protocol protocol);
 
     /// Closes the native socket, if any, and forgets every endpoint. Allowed at any time, any number of times. Does not
@@ -93,6 +94,7 @@ public:
     /// \throws std::runtime_error "Socket: Failed connecting/binding socket: " + E
     /// \throws std::runtime_error "Socket: Error setting ZMQ_RCVTIMEO " + E
     /// \throws std::runtime_error "Socket: Error setting ZMQ_SUBSCRIBE " + E
+    /// \throws std::system_error when a mutex cannot be locked
     ///         After all but the first of these, the socket is closed.
     void connect(const SocketEndpoint& endpoint, unsigned int receiveTimeout);
 

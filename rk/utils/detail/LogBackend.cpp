@@ -64,15 +64,10 @@ public:
 };
 
 spdlog::level::level_enum toSpdlog(Level level) {
-    switch (level) {
-    case Level::Debug:
+    if (level == Level::Debug) {
         return spdlog::level::debug;
-    case Level::Warning:
-        return spdlog::level::warn;
-    case Level::Error:
-        break;
     }
-    return spdlog::level::err;
+    return level == Level::Warning ? spdlog::level::warn : spdlog::level::err;
 }
 
 } // namespace
