@@ -57,7 +57,7 @@ protected:
         Socket socket("cmd", policy);
         void* const handle = context.handleOf(Protocol::ToNativeProtocol(protocol));
         standIn.answer("zmq_socket", handle);
-        socket.createAndConnect(protocol, freshEndpoint(Transport::Inproc), 0);
+        socket.createAndConnect(protocol, freshEndpoint(Transport::Ipc), 0);
         return optionOf(handle, ZMQ_LINGER);
     }
 };

@@ -331,7 +331,7 @@ TEST_P(ReceiveTimeout, Reaches0MqAsItsOption) {
     void* const handle = context.handleOf(ZMQ_REQ);
     standIn.answer("zmq_socket", handle);
 
-    socket.createAndConnect(Protocol::Req, freshEndpoint(Transport::Inproc), GetParam().given);
+    socket.createAndConnect(Protocol::Req, freshEndpoint(Transport::Ipc), GetParam().given);
 
     EXPECT_EQ(GetParam().option, optionOf(handle, ZMQ_RCVTIMEO));
     EXPECT_THAT(standIn.journal().linesWith("zmq_setsockopt 27"),
