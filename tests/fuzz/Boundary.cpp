@@ -171,17 +171,20 @@ struct Calls {
         }
     }
 
-    /// libzmq crashes when a queue's length changes while a peer goes: a socket in use keeps the one that it has.
+    /// libzmq 4.3.4 may crash when the length of a queue is set while a peer goes, even to a length that it refuses: a
+    /// socket in use keeps the one that it has.
     int setOption(void* socket, int option, const void* value, std::size_t length) {
         const bool isNumber = value != nullptr && length == sizeof(int);
-        const std::string text = isNumber ? std::to_string(*static_cast<const int*>(value)) : "none";
+        const int number = isNumber ? *static_cast<const int*>(value) : 0;
+        const std::string text = isNumber ? std::to_string(number) : "none";
         return make(numberOf(socket) + "zmq_setsockopt " + std::to_string(option) + " = " + text, -1,
                     [&] {
                         const bool isQueue = option == ZMQ_SNDHWM || option == ZMQ_RCVHWM;
-                        if (isQueue && text[0] != '-' && isInUse(socket)) {
-                            return 0;
+                        if (!isQueue || !isInUse(socket)) {
+                            return real().setsockopt(socket, option, value, length);
                         }
-                        return real().setsockopt(socket, option, value, length);
+                        errno = EINVAL;
+                        return number < 0 ? -1 : 0;
                     })
             .result;
     }

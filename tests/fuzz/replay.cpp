@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -25,7 +24,8 @@ std::vector<fs::path> filesOf(const fs::path& path) {
 
 void replay(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
-    const std::string content{std::istreambuf_iterator<char>(file), {}};
+    std::string content(fs::file_size(path), '\0');
+    file.read(content.data(), static_cast<std::streamsize>(content.size()));
     std::fprintf(stderr, "%s\n", path.filename().c_str());
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
 }
