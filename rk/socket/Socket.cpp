@@ -81,7 +81,7 @@ private:
 
 /// The same text for equal endpoints, and for no others.
 std::string keyOf(const SocketEndpoint& endpoint) {
-    const std::string key = std::to_string(endpoint.transport) + endpoint.address;
+    const std::string key = std::to_string(endpoint.transport) + ":" + endpoint.address;
     return endpoint.transport == Transport::Tcp ? key + ":" + std::to_string(endpoint.port) : key;
 }
 
