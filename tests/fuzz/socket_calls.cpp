@@ -36,13 +36,13 @@ namespace Transport = socket::Transport;
 
 /// Few, so that sockets meet. Two differ by what a binding socket ignores, two are nowhere.
 const SocketEndpoint endpoints[] = {{Transport::Inproc, "a", 0},
-                                    {Transport::Inproc, "b", 1},
+                                    {Transport::Inproc, "9a", 1},
                                     {Transport::Ipc, "/a", 0},
                                     {Transport::Tcp, "h", 1},
                                     {Transport::Tcp, "other", 1},
                                     {Transport::Tcp, "h", 2},
                                     {},
-                                    {static_cast<Transport::Transport>(9), "a", 0}};
+                                    {static_cast<Transport::Transport>(19), "a", 0}};
 
 const unsigned int timeouts[] = {0, 1, 2000, 2147483647, 2147483648, 4294967295};
 const int queueSizes[] = {0, 1, 2, 1000, -1, std::numeric_limits<int>::min()};
