@@ -163,9 +163,9 @@ struct Calls {
     /// 0MQ can be told to connect to an inproc name before somebody binds it; but it keeps a socket for good that was
     /// closed in between, and ends with a race of its own threads then.
     void connectWhoWaitsFor(const std::string& name) {
-        for (auto& [handle, socket] : boundary.sockets) {
-            if (socket.waitsFor.erase(name) != 0) {
-                socket.isConnected = true;
+        for (auto& [handle, waiting] : boundary.sockets) {
+            if (waiting.waitsFor.erase(name) != 0) {
+                waiting.isConnected = true;
                 real().connect(handle, name.c_str());
             }
         }
