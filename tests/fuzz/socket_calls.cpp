@@ -117,9 +117,8 @@ public:
             return both(subject, [](auto& socket, Outcome&) { socket.resetConnections(); });
         case 7:
         case 8:
-            return send(subject, bytes, 1);
         case 9:
-            return send(subject, bytes, bytes.below(64));
+            return send(subject, bytes);
         case 10:
         case 11:
             return receive(subject, bytes);
@@ -201,11 +200,9 @@ private:
         both(subject, [&](auto& socket, Outcome&) { socket.createAndConnect(pattern, endpoint, 0); });
     }
 
-    void send(Subject& subject, Bytes& bytes, unsigned int times) {
+    void send(Subject& subject, Bytes& bytes) {
         std::string message = std::to_string(++messages) + std::string(bytes.byte(), 'x');
-        for (unsigned int time = 0; time < times; ++time) {
-            both(subject, [&](auto& socket, Outcome&) { socket.send(message.data(), message.size()); });
-        }
+        both(subject, [&](auto& socket, Outcome&) { socket.send(message.data(), message.size()); });
     }
 
     void receive(Subject& subject, Bytes& bytes) {
@@ -292,11 +289,17 @@ private:
         });
     }
 
+    /// A period of the statistics has 50 blocks.
     void count(Subject& subject, Bytes& bytes) {
         const unsigned int size = oneOf(blockSizes, bytes);
-        const bool caps = bytes.below(2) == 1;
+        const unsigned int choice = bytes.byte();
         both(subject, [&](auto& socket, Outcome&) {
-            caps ? socket.handleBitRateCapping(size) : socket.addBlockToStatistics(size);
+            if (choice % 2 == 0) {
+                return socket.handleBitRateCapping(size);
+            }
+            for (unsigned int block = 0; block < choice % 64; ++block) {
+                socket.addBlockToStatistics(size);
+            }
         });
     }
 
