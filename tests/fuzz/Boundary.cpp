@@ -37,9 +37,9 @@ struct RealFunctions {
     decltype(zmq_send)* send = realFunction<decltype(zmq_send)>("zmq_send");
     decltype(zmq_recv)* recv = realFunction<decltype(zmq_recv)>("zmq_recv");
     decltype(zmq_poll)* poll = realFunction<decltype(zmq_poll)>("zmq_poll");
-    decltype(chmod)* chmod = realFunction<decltype(::chmod)>("chmod");
+    decltype(::chmod)* chmod = realFunction<decltype(::chmod)>("chmod");
     int (*gettimeofday)(timeval*, void*) = realFunction<int(timeval*, void*)>("gettimeofday");
-    decltype(usleep)* usleep = realFunction<decltype(::usleep)>("usleep");
+    decltype(::usleep)* usleep = realFunction<decltype(::usleep)>("usleep");
 };
 
 const RealFunctions& real() {
