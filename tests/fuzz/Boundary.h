@@ -32,8 +32,9 @@ struct Fault {
 /// Stands between the library and what it calls, on the thread that made it, and keeps the ledger of native sockets:
 /// each is used only while it is open, and closed exactly once.
 ///
-/// The calls reach 0MQ. Every transport goes over inproc, where what is sent is there at once; nothing waits: a send that would block is interrupted, the time of a receive or a poll has run out.
-/// The clock stands still but for the pauses.
+/// The calls reach 0MQ. Every transport goes over inproc, where what is sent is there at once; nothing waits: a send
+/// that would block is interrupted, and the time of a receive or a poll has run out. The clock stands still but for the
+/// pauses.
 class Boundary {
 public:
     Boundary();
