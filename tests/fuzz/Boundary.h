@@ -55,8 +55,6 @@ public:
 
     void moveClock(std::int64_t microseconds) { clock = std::max<std::int64_t>(0, clock + microseconds); }
 
-    std::size_t openSockets() const { return sockets.size(); }
-
 private:
     friend struct Calls;
 
