@@ -60,7 +60,7 @@ protected:
         const int other = 12345;
         zmq_setsockopt(handle, ZMQ_LINGER, &other, sizeof other);
         standIn.answer("zmq_socket", handle);
-        socket.createAndConnect(protocol, freshEndpoint(Transport::Inproc), 0);
+        socket.createAndConnect(protocol, freshEndpoint(Transport::Ipc), 0);
         return optionOf(handle, ZMQ_LINGER);
     }
 };
