@@ -11,4 +11,10 @@ std::vector<Outcome> documented(const Step& step, const std::vector<Strike>& str
 /// process.
 std::vector<Outcome> documentedOfThread(const Step& step, const std::vector<Strike>& strikes);
 
+/// Whether a listener's thread may log the line when more than one fault strikes in it.
+bool isOfFailingThread(const Step& step, const std::string& line);
+
+/// The same for a thread whose socket was closed before it began.
+std::vector<Outcome> documentedOfDeafThread(const Step& step, const std::vector<Strike>& strikes);
+
 } // namespace rk::tests

@@ -11,9 +11,18 @@ namespace rk::tests {
 
 namespace {
 
+/// Of all threads. The main thread's comes first.
+std::vector<Operation*>& operations() {
+    return immortal<std::vector<Operation*>>();
+}
+std::mutex operationsMutex;
+
 /// Never destroyed: calls are made until the process is gone.
 Operation& current() {
-    thread_local Operation* const operation = std::make_unique<Operation>().release();
+    thread_local Operation* const operation = [] {
+        const std::lock_guard<std::mutex> lock(operationsMutex);
+        return operations().emplace_back(std::make_unique<Operation>().release());
+    }();
     return *operation;
 }
 
@@ -27,6 +36,25 @@ Faults& Faults::instance() {
 
 Operation& Faults::operation() {
     return current();
+}
+
+std::vector<Strike> Faults::takeStrikesOfOthers() {
+    const std::lock_guard<std::mutex> lock(operationsMutex);
+    std::vector<Strike> strikes;
+    for (Operation* const operation : operations()) {
+        if (operation != &current()) {
+            strikes.insert(strikes.end(), operation->strikes.begin(), operation->strikes.end());
+            *operation = {};
+        }
+    }
+    return strikes;
+}
+
+bool Faults::struckOthers() {
+    const std::lock_guard<std::mutex> lock(operationsMutex);
+    return std::any_of(operations().begin(), operations().end(), [](Operation* operation) {
+        return operation != &current() && !operation->strikes.empty();
+    });
 }
 
 void Faults::arm(const std::vector<Fault>& faults) {

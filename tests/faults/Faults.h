@@ -29,6 +29,7 @@ struct Progress {
     bool opened = false;   ///< a native socket was made
     bool received = false; ///< a message was taken
     bool attached = false; ///< a rebuilt socket was connected again
+    bool told = false;     ///< a line about a failure was logged
     bool logging = false;  ///< a line was being logged
 };
 
@@ -71,13 +72,19 @@ public:
 
     /// The calling thread's.
     static Operation& operation();
+    /// The faults that struck in other threads. They are forgotten.
+    static std::vector<Strike> takeStrikesOfOthers();
+    static bool struckOthers();
 
     const std::vector<Call>& calls() const { return seen; }
+    bool struck() const { return strikes > 0; }
     /// Whether every call of `function` fails from now on.
     bool isLasting(std::string_view function);
     bool sawUnlisted() const { return unlisted; }
 
     std::atomic<bool> watching{false};
+    /// Whether a listener has, by a fault, no socket to serve.
+    std::atomic<bool> listenerIsDeaf{false};
 
 private:
     struct Failure {
@@ -96,7 +103,7 @@ private:
     std::vector<Lasting> lasting;
     std::map<int, int> counts;
     std::vector<Call> seen;
-    int strikes = 0;
+    std::atomic<int> strikes{0};
     bool unlisted = false;
 };
 

@@ -142,6 +142,11 @@ void Ledger::socketClosed(void* socket) {
     }
 }
 
+void Ledger::socketClosedByOthers(void* socket) {
+    const std::lock_guard<std::mutex> lock(ledgerMutex);
+    sockets.erase(std::remove(sockets.begin(), sockets.end(), socket), sockets.end());
+}
+
 void Ledger::contextMade(void* context) {
     const std::lock_guard<std::mutex> lock(ledgerMutex);
     contexts.push_back(context);

@@ -19,6 +19,7 @@ public:
 
     void socketOpened(void* socket);
     void socketClosed(void* socket);
+    void socketClosedByOthers(void* socket);
     void contextMade(void* context);
     /// `ended` unless the context lives on.
     void contextTerminated(void* context, bool ended);

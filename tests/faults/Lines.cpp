@@ -1,5 +1,6 @@
 #include "Lines.h"
 
+#include "Faults.h"
 #include "Immortal.h"
 
 #include <utility>
@@ -20,7 +21,14 @@ void Lines::begin() {
     isOwnThread = true;
 }
 
+bool Lines::isOwn() {
+    return isOwnThread;
+}
+
 void Lines::add(const std::string& level, const std::string& text) {
+    if (Unwatched::isOn()) {
+        return;
+    }
     const std::lock_guard<std::mutex> lock(mutex);
     const std::string line = level + ": " + text;
     everything.push_back(line);

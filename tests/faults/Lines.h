@@ -13,6 +13,7 @@ public:
 
     /// The calling thread is the one whose lines `takeOwn` gives.
     void begin();
+    static bool isOwn();
 
     void add(const std::string& level, const std::string& text);
 

@@ -2,6 +2,7 @@
 
 #include "Documented.h"
 #include "Errors.h"
+#include "Interposed.h"
 #include "Ledger.h"
 #include "Lines.h"
 #include "Sites.h"
@@ -98,6 +99,7 @@ public:
             index = perform(index);
         }
         step = &exitStep;
+        steps.clear();
         Faults::operation() = {};
         Lines::instance().takeOwn();
     }
@@ -112,7 +114,7 @@ public:
                 fail("the process ends as if nothing had happened", outcome, strikes);
             }
         }
-        for (const std::string& text : Ledger::instance().imbalances(contextMayLive(strikes))) {
+        for (const std::string& text : Ledger::instance().imbalances(failedTerminations > 1)) {
             fail(text);
         }
         checkWrittenLines();
@@ -126,8 +128,9 @@ public:
     [[noreturn]] void terminated() {
         Faults::instance().watching = false;
         const std::vector<Strike> strikes = Faults::operation().strikes;
-        const bool onThread = step->endsThread && !strikes.empty();
-        const auto expected = onThread ? documentedOfThread(*step, strikes) : documented(*step, strikes);
+        const bool onThread = !Lines::isOwn();
+        const auto ending = std::find_if(steps.begin(), steps.end(), [](const Step& each) { return each.endsThread; });
+        const auto expected = onThread ? documentedOfThread(*ending, strikes) : documented(*step, strikes);
         if (std::none_of(expected.begin(), expected.end(),
                          [](const Outcome& outcome) { return outcome.kind == Kind::Ends; })) {
             fail("std::terminate is called", expected.front(), strikes);
@@ -148,25 +151,65 @@ private:
         const std::vector<Strike> strikes = Faults::operation().strikes;
         Faults::operation() = {};
         if (strikes.empty() && isUnnotedAddress(seen)) {
-            return 0;
+            return restartDeafListener();
         }
         const std::vector<Outcome> allowed =
-            strikes.empty() ? std::vector<Outcome>{step->normal} : documented(*step, strikes);
+            documented(*step, strikes);
         const auto match = std::find_if(allowed.begin(), allowed.end(),
-                                        [&](const Outcome& outcome) { return agrees(seen, outcome, strikes); });
+                                        [&](const Outcome& outcome) { return agrees(seen, outcome); });
         if (match == allowed.end()) {
             fail(textOf(seen.outcome) + joined(seen.debug), allowed.front(), strikes);
             end();
         }
         note(strikes, *match);
+        if (step->endsThread && !threadIsFine()) {
+            Faults::instance().disarm();
+            return 0;
+        }
+        Faults::instance().listenerIsDeaf = Faults::instance().listenerIsDeaf || match->deafens;
         const bool goesOn = match->kind == step->normal.kind && match->type == step->normal.type &&
-                            match->text == step->normal.text && match->then != Then::Reopen;
+                            match->text == step->normal.text && match->then != Then::Reopen && !match->again;
         return goesOn ? index + 1 : recover(index, *match, strikes);
+    }
+
+    /// Whether the thread of the listener that has just ended did nothing but serve. What else it did has to be what
+    /// is documented.
+    bool threadIsFine() {
+        const std::vector<Strike> strikes = Faults::takeStrikesOfOthers();
+        Observed seen;
+        split(Lines::instance().takeOthers(), seen);
+        std::vector<Outcome> allowed = documentedOfThread(*step, strikes);
+        if (Faults::instance().listenerIsDeaf.exchange(false)) {
+            allowed = documentedOfDeafThread(*step, strikes);
+        }
+        const auto match = std::find_if(allowed.begin(), allowed.end(), [&](const Outcome& outcome) {
+            return outcome.kind != Kind::Ends && outcome.lines == seen.outcome.lines;
+        });
+        const bool isOfMany =
+            strikes.size() > 1 && std::all_of(seen.outcome.lines.begin(), seen.outcome.lines.end(),
+                                              [&](const auto& line) { return isOfFailingThread(*step, line); });
+        if (match == allowed.end() && !isOfMany) {
+            fail("the thread logs" + joined(seen.outcome.lines), allowed.front(), strikes);
+            end();
+        }
+        note(strikes, isOfMany ? seen.outcome : *match, "listener's thread");
+        return strikes.empty() && seen.outcome.lines.empty();
     }
 
     /// When the book of addresses could not be locked, an address is not waited for that is about to come free.
     bool isUnnotedAddress(const Observed& seen) const {
-        return unnoted && seen.outcome.text.find("Address already in use") != std::string::npos;
+        const std::string text = "Address already in use";
+        return unnoted && (seen.outcome.text.find(text) != std::string::npos ||
+                           joined(seen.outcome.lines).find(text) != std::string::npos);
+    }
+
+    std::size_t restartDeafListener() {
+        const Unwatched unwatched;
+        if (step->operation == "start") {
+            std::find_if(steps.begin(), steps.end(), [](const Step& each) { return each.endsThread; })->run();
+            Lines::instance().takeOthers();
+        }
+        return 0;
     }
 
     std::size_t recover(std::size_t index, const Outcome& outcome, const std::vector<Strike>& strikes) {
@@ -174,7 +217,7 @@ private:
         const Unwatched unwatched;
         const auto gone = std::find_if(strikes.begin(), strikes.end(),
                                        [](const Strike& strike) { return strike.function == "zmq_ctx_new"; });
-        if (gone != strikes.end()) {
+        if (gone != strikes.end() && step->operation != "SocketContext") {
             return checkThatNothingHelps(*gone);
         }
         if (outcome.then == Then::Retry) {
@@ -200,11 +243,6 @@ private:
         const Observed again = observe(*step);
         if (textOf(again.outcome) != textOf(expected)) {
             fail("a later call " + textOf(again.outcome), expected, {});
-        }
-        for (const Step& each : steps) {
-            if (each.party) {
-                each.party->socket.reset();
-            }
         }
         return steps.size();
     }
@@ -234,15 +272,16 @@ private:
         return seen;
     }
 
-    bool agrees(const Observed& seen, const Outcome& expected, const std::vector<Strike>& strikes) const {
+    bool agrees(const Observed& seen, const Outcome& expected) const {
         const Outcome& is = seen.outcome;
         return is.kind == expected.kind && is.type == expected.type && is.text == expected.text &&
-               is.lines == expected.lines && debugAgrees(seen.debug, strikes);
+               is.lines == expected.lines && debugAgrees(seen.debug);
     }
 
     /// All lines when nothing failed; the first of them when something did; more of them when a socket was rebuilt.
-    bool debugAgrees(const std::vector<std::string>& seen, const std::vector<Strike>& strikes) const {
-        if (strikes.empty()) {
+    /// What was counted before counts in statistics.
+    bool debugAgrees(const std::vector<std::string>& seen) const {
+        if (!Faults::instance().struck()) {
             return seen.size() == step->debug.size() &&
                    std::equal(seen.begin(), seen.end(), step->debug.begin(), isSameLine);
         }
@@ -272,12 +311,6 @@ private:
         return lines;
     }
 
-    static bool contextMayLive(const std::vector<Strike>& strikes) {
-        return std::count_if(strikes.begin(), strikes.end(), [](const Strike& strike) {
-                   return strike.function == "zmq_term" || strike.function == "zmq_ctx_destroy";
-               }) > 1;
-    }
-
     /// Every line was written to standard error, but for those that a fault took away.
     void checkWrittenLines() {
         std::string text;
@@ -300,10 +333,11 @@ private:
     }
 
     /// A row of the table: what one fault in an operation comes to.
-    void note(const std::vector<Strike>& strikes, const Outcome& outcome) {
+    void note(const std::vector<Strike>& strikes, const Outcome& outcome, const std::string& thread = "") {
         for (const Strike& strike : strikes) {
             report.struck = true;
             lineMayBeLost = lineMayBeLost || strike.progress.logging;
+            failedTerminations += strike.function == "zmq_term" || strike.function == "zmq_ctx_destroy" ? 1 : 0;
             unnoted = unnoted || (strike.function == "pthread_mutex_lock" &&
                                   Sites::instance()[strike.site].isIn("AddressBook"));
         }
@@ -312,7 +346,7 @@ private:
         }
         const Strike& strike = strikes.front();
         std::ostringstream row;
-        row << step->operation << '|' << strike.function
+        row << (thread.empty() ? step->operation : thread) << '|' << strike.function
             << (strike.function == "zmq_setsockopt" ? optionName(strike.option) : "") << '|' << nameOf(strike.error)
             << '|' << phaseOf(strike) << '|' << generic(outcome, strike) << '\n';
         append(report.rows, row.str());
@@ -399,10 +433,11 @@ private:
     std::vector<Step> steps;
     Report& report;
     const Step* step = nullptr;
-    Step exitStep{"exit", nullptr, {}, {}, {}, false};
+    Step exitStep{"exit", nullptr, {}, {}, {}};
     int standardError = -1;
     bool lineMayBeLost = false;
     bool unnoted = false;
+    int failedTerminations = 0;
 };
 
 Child* child = nullptr;
@@ -411,6 +446,7 @@ Child* child = nullptr;
 
 void run(const Scenario& scenario, const std::vector<Fault>& faults, Report& report) {
     alarm(watchdogSeconds);
+    prepareInterposition();
     // Registered before all that the library registers, hence run after it.
     std::atexit([] { child->finish(); });
     std::set_terminate([] { child->terminated(); });

@@ -23,8 +23,7 @@ struct Outcome {
     enum class Then {
         Retry,   ///< the same call again
         Restart, ///< open, but something is used up: from the beginning
-        Reopen,  ///< closed: from the beginning, with `create`
-        Nothing  ///< no context can be had any more
+        Reopen   ///< closed: from the beginning, with `create`
     };
 
     Kind kind = Kind::Returns;
@@ -32,6 +31,8 @@ struct Outcome {
     std::string text;
     std::vector<std::string> lines; ///< the warnings and errors logged
     Then then = Then::Retry;
+    bool deafens = false; ///< a listener runs, whose socket is closed
+    bool again = false;   ///< a call that says nothing of its failure has to be made again
 };
 
 /// A socket of a scenario.
@@ -63,8 +64,9 @@ struct Step {
     std::function<void()> run;
     Outcome normal;                 ///< without a fault
     std::vector<std::string> debug; ///< the debug lines, without a fault
-    /// Thread of a listener at work: what it logs is looked at, and what it gives to others may fail to come.
-    bool endsThread = false;
+    bool jams = false;       ///< without a fault, too, the socket is rebuilt and the call made again
+    std::string endpoint{};  ///< of a listener
+    bool endsThread = false; ///< of a listener: what that has logged is looked at
 };
 
 struct Scenario {

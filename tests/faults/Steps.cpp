@@ -109,8 +109,7 @@ Step throwing(Step step, const std::string& text) {
 }
 
 Step jammed(Step step, const SocketEndpoint& endpoint) {
-    step.normal.lines = {"warning: " + step.party->header() +
-                         " Attempting reset of the connections to preserve 0MQ state machine integrity"};
+    step.jams = true;
     step.debug = linesOfConnect(*step.party, endpoint);
     return step;
 }

@@ -63,12 +63,45 @@ std::vector<Step> enumerations() {
 }
 
 
+void* orReported(void* handle) {
+    if (handle == nullptr) {
+        throw Reported{zmq_strerror(zmq_errno())};
+    }
+    return handle;
+}
+
+/// A context of the application's own, and that of the process.
+std::vector<Step> contexts() {
+    Step own = call("SocketContext", nullptr, [] {
+        socket::SocketContext context;
+        zmq_close(orReported(context.createSocket(Protocol::Pub)));
+    });
+    for (const char* const text : {"Terminating 0MQ context", "Terminating 0MQ context Done", "Destroying 0MQ context",
+                                   "Destroying 0MQ context Done"}) {
+        own.debug.push_back(std::string("debug: [SocketContext]: ") + text);
+    }
+    return {own, call("getSocket", nullptr, [] { zmq_close(orReported(socket::getSocket(Protocol::Pub))); })};
+}
+
+Step format(const std::string& name) {
+    return call("MessageFormatter::formatMessage", nullptr, [=] {
+        const utils::MessageFormatter formatter(name);
+        require(formatter.formatMessage("text") == "[" + name + "]: text", "another text");
+    });
+}
+
+std::vector<Step> formatters() {
+    return {format("short"), format(longName)};
+}
+
 } // namespace
 
 std::vector<Scenario> valueScenarios() {
     return {
         {"endpoints", endpoints, true},
         {"enumerations", enumerations, true},
+        {"formatters", formatters, true},
+        {"contexts", contexts, true},
     };
 }
 
