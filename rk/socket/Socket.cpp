@@ -250,8 +250,8 @@ void Socket::resetConnections() noexcept {
             connect(target, receiveTimeout);
         }
     } catch (const std::exception& failure) {
-        rk::utils::detail::logIfPossible(
-            rk::utils::logError, [&] { return debugString() + ": Error resetting socket: " + failure.what(); });
+        rk::utils::detail::logIfPossible(rk::utils::logError,
+                                         [&] { return debugString() + ": Error resetting socket: " + failure.what(); });
     }
 }
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <memory>
 
 namespace rk::tests {
 
@@ -37,16 +38,19 @@ const std::vector<int>& errorsOf(std::string_view function) {
 }
 
 std::string nameOf(int error) {
-    static const std::map<int, std::string> names{
-        {EFSM, "EFSM"},
-        {ETERM, "ETERM"},
-        {EMTHREAD, "EMTHREAD"},
-        {ENOCOMPATPROTO, "ENOCOMPATPROTO"},
-        {readyForNothing, "ready, revents 0"},
-        {readyInError, "ready, revents ZMQ_POLLERR"},
-    };
-    const auto found = names.find(error);
-    return found != names.end() ? found->second : strerrorname_np(error);
+    // Never destroyed: asked when the process has run its destructors, too.
+    static const auto* const names =
+        std::make_unique<std::map<int, std::string>>(std::map<int, std::string>{
+                                                         {EFSM, "EFSM"},
+                                                         {ETERM, "ETERM"},
+                                                         {EMTHREAD, "EMTHREAD"},
+                                                         {ENOCOMPATPROTO, "ENOCOMPATPROTO"},
+                                                         {readyForNothing, "ready, revents 0"},
+                                                         {readyInError, "ready, revents ZMQ_POLLERR"},
+                                                     })
+            .release();
+    const auto found = names->find(error);
+    return found != names->end() ? found->second : strerrorname_np(error);
 }
 
 } // namespace rk::tests

@@ -1,6 +1,5 @@
 #include "ScenarioList.h"
 #include "Steps.h"
-
 #include "support/Endpoints.h"
 #include "support/messages.pb.h"
 
@@ -57,19 +56,20 @@ std::vector<Step> publish() {
             destroy(publisher)};
 }
 
-std::vector<Step> publishFrom(Transport::Transport transport) {
-    const auto endpoint = freshEndpoint(transport);
-    const PartyPointer publisher = party("the one who publishes", Protocol::Pub);
-    const PartyPointer subscriber = party("the one who subscribes", Protocol::Sub);
-    return {construct(publisher),
-            construct(subscriber),
-            createAndConnect(publisher, endpoint, 0),
-            createAndConnect(subscriber, endpoint, 0),
-            send(publisher, "to nobody"),
-            close(subscriber),
-            close(publisher),
-            destroy(subscriber),
-            destroy(publisher)};
+std::vector<Step> open(Protocol::Protocol pattern, Transport::Transport transport) {
+    const PartyPointer one = party("the one who is alone", pattern);
+    return {construct(one), createAndConnect(one, freshEndpoint(transport), 100), close(one), destroy(one)};
+}
+
+/// 0MQ is made to give a socket for what is no pattern.
+std::vector<Step> unknownPattern() {
+    const PartyPointer one = party("the one who is alone", static_cast<Protocol::Protocol>(7));
+    const auto endpoint = freshEndpoint(Transport::Tcp);
+    Step step = connect(one, endpoint, 0);
+    step.debug = {"debug: Connecting " + one->header() + ", [undef protocol] to " + endpoint.toString(Protocol::Undef)};
+    step = throwing(step, "Socket: Socket type not handled");
+    step.normal.then = Outcome::Then::Reopen;
+    return {construct(one), create(one), step, destroy(one)};
 }
 
 template <class Message>
@@ -128,6 +128,7 @@ std::vector<Step> closedSocket() {
     const PartyPointer nobody = party("the one who is closed", Protocol::Req);
     const auto connecting = call("connect", nobody, [=] { nobody->socket->connect({}, 0); });
     return {construct(nobody),
+            call("debugString", nobody, [=] { require(nobody->socket->debugString() == nobody->header(), "another"); }),
             throwing(connecting, "Socket: Cannot connect a NULL socket"),
             throwing(send(nobody, ""), "Socket: Cannot send on a NULL socket"),
             throwing(receive(nobody, ""), "Socket: Cannot receive on a NULL socket"),
@@ -143,8 +144,9 @@ std::vector<Scenario> exchangeScenarios() {
         {"request and reply, tcp", [] { return exchange(Transport::Tcp); }, false},
         {"request and reply, ipc", [] { return exchange(Transport::Ipc); }, false},
         {"request and reply, inproc", [] { return exchange(Transport::Inproc); }, false},
-        {"publish and subscribe, tcp", [] { return publishFrom(Transport::Tcp); }, false},
-        {"publish and subscribe, ipc", [] { return publishFrom(Transport::Ipc); }, true},
+        {"publisher, ipc", [] { return open(Protocol::Pub, Transport::Ipc); }, true},
+        {"subscriber, tcp", [] { return open(Protocol::Sub, Transport::Tcp); }, false},
+        {"unknown pattern", unknownPattern, false},
         {"publish and subscribe, inproc", publish, false},
         {"protobuf", protobuf, false},
         {"closed socket", closedSocket, true},

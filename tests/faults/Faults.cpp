@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <memory>
 
-
 namespace rk::tests {
 
 namespace {
@@ -52,9 +51,8 @@ std::vector<Strike> Faults::takeStrikesOfOthers() {
 
 bool Faults::struckOthers() {
     const std::lock_guard<std::mutex> lock(operationsMutex);
-    return std::any_of(operations().begin(), operations().end(), [](Operation* operation) {
-        return operation != &current() && !operation->strikes.empty();
-    });
+    return std::any_of(operations().begin(), operations().end(),
+                       [](Operation* operation) { return operation != &current() && !operation->strikes.empty(); });
 }
 
 void Faults::arm(const std::vector<Fault>& faults) {
@@ -84,8 +82,7 @@ std::optional<int> Faults::due(int site, std::string_view function, int option) 
         return std::nullopt;
     }
     ++strikes;
-    current().strikes.push_back(
-        {site, function, option, failure->error, failure->lasting, current().progress});
+    current().strikes.push_back({site, function, option, failure->error, failure->lasting, current().progress});
     return failure->error;
 }
 

@@ -14,8 +14,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <dlfcn.h>
 #include <new>
@@ -69,7 +69,8 @@ int pollsEnd() {
 /// After a rebuild there may be nothing more to receive: the time then runs out sooner than the scenario says.
 bool nothingComes(void* socket) {
     zmq_pollitem_t item{socket, 0, ZMQ_POLLIN, 0};
-    if (!Faults::operation().progress.warned || socket == nullptr || real<decltype(zmq_poll)>("zmq_poll")(&item, 1, 3) > 0) {
+    if (!Faults::operation().progress.warned || socket == nullptr ||
+        real<decltype(zmq_poll)>("zmq_poll")(&item, 1, 3) > 0) {
         return false;
     }
     errno = EAGAIN;
@@ -119,7 +120,8 @@ using namespace rk::tests;
 namespace rk::utils {
 
 void logDebug(const std::string& text) {
-    static auto* const write = real<LogCall>("_ZN2rk5utils8logDebugERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE");
+    static auto* const write =
+        real<LogCall>("_ZN2rk5utils8logDebugERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE");
     log("debug", text, write);
 }
 
@@ -130,7 +132,8 @@ void logWarning(const std::string& text) {
 }
 
 void logError(const std::string& text) {
-    static auto* const write = real<LogCall>("_ZN2rk5utils8logErrorERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE");
+    static auto* const write =
+        real<LogCall>("_ZN2rk5utils8logErrorERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE");
     log("error", text, write);
 }
 
@@ -168,10 +171,12 @@ int zmq_ctx_destroy(void* context) {
     return result;
 }
 
+/// Gives a socket for what is no pattern, too.
 void* zmq_socket(void* context, int type) {
     static auto* const call = real<decltype(zmq_socket)>("zmq_socket");
     const void* const caller = __builtin_return_address(0);
-    void* const socket = callOrFail<void*>(caller, "zmq_socket", nullptr, [&] { return call(context, type); });
+    void* const socket = callOrFail<void*>(
+        caller, "zmq_socket", nullptr, [&] { return call(context, isOurs(caller) && type == -1 ? ZMQ_PUB : type); });
     if (socket != nullptr && isOurs(caller)) {
         Ledger::instance().socketOpened(socket);
         Faults::operation().progress.opened = true;

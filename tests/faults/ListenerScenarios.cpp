@@ -1,6 +1,5 @@
 #include "ScenarioList.h"
 #include "Steps.h"
-
 #include "support/Endpoints.h"
 #include "support/messages.pb.h"
 
@@ -157,10 +156,27 @@ std::vector<Step> serve() {
             destroyListener(service)};
 }
 
+/// Nothing is sent to it; but its endpoint has a long address.
+std::vector<Step> listenTo(Transport::Transport transport) {
+    const Service service = serviceOn(transport);
+    return {construct(service), addListenEndpoint(service, service.endpoint.toString(Protocol::Req)), start(service),
+            stop(service), destroyListener(service)};
+}
+
+std::vector<Step> wrongListener() {
+    Service service = serviceOn(Transport::Tcp);
+    service.party = party("the one who listens", Protocol::Pub);
+    Step refused = reporting(start(service), "");
+    refused.normal.text = "[Socket Listener pub] Only Sub and Rep protocols are supported";
+    return {construct(service), refused, destroyListener(service)};
+}
+
 } // namespace
 
 std::vector<Scenario> listenerScenarios() {
     return {
+        {"listener without messages", [] { return listenTo(Transport::Ipc); }, false},
+        {"listener of no service", wrongListener, true},
         {"listener", serve, false},
     };
 }

@@ -1,6 +1,5 @@
 #include "ScenarioList.h"
 #include "Steps.h"
-
 #include "support/Endpoints.h"
 
 namespace rk::tests {

@@ -21,6 +21,7 @@ struct Report {
     bool struck = false; ///< at least one fault
     std::array<char, 8000> failure{};
     std::array<char, 8000> rows{}; ///< of the table of outcomes
+    std::array<bool, 1000> struckSites{};
     std::size_t callCount = 0;
     std::array<SeenCall, capacity> calls{};
 };

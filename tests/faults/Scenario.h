@@ -16,8 +16,8 @@ namespace rk::tests {
 struct Outcome {
     enum class Kind {
         Returns,
-        Throws,  ///< an exception of type `type`; or returns a failure, of type "result"
-        Ends     ///< the process
+        Throws, ///< an exception of type `type`; or returns a failure, of type "result"
+        Ends    ///< the process
     };
     /// What the object is good for afterwards.
     enum class Then {
@@ -64,9 +64,10 @@ struct Step {
     std::function<void()> run;
     Outcome normal;                 ///< without a fault
     std::vector<std::string> debug; ///< the debug lines, without a fault
-    bool jams = false;       ///< without a fault, too, the socket is rebuilt and the call made again
-    std::string endpoint{};  ///< of a listener
-    bool endsThread = false; ///< of a listener: what that has logged is looked at
+    bool counts = false;            ///< blocks, in statistics
+    bool jams = false;              ///< without a fault, too, the socket is rebuilt and the call made again
+    std::string endpoint{};         ///< of a listener
+    bool endsThread = false;        ///< of a listener: what that has logged is looked at
 };
 
 struct Scenario {

@@ -88,6 +88,18 @@ void Sites::load(const std::string& file) {
     }
 }
 
+void Sites::loadUnreachable(const std::string& file) {
+    std::ifstream lines(file);
+    for (std::string line; std::getline(lines, line);) {
+        for (Site& site : sites) {
+            const std::string start = site.caller + "|" + site.callee + "|" + std::to_string(site.number) + "|";
+            if (line.compare(0, start.size(), start) == 0) {
+                site.unreachableBecause = line.substr(start.size());
+            }
+        }
+    }
+}
+
 int Sites::of(const void* address) const {
     const auto caller = reinterpret_cast<std::uintptr_t>(address);
     if (library.holds(caller)) {
@@ -97,9 +109,8 @@ int Sites::of(const void* address) const {
 }
 
 int Sites::at(std::uintptr_t address) const {
-    const auto found =
-        std::lower_bound(sites.begin(), sites.end(), address - base,
-                         [](const Site& site, std::uintptr_t offset) { return site.offset < offset; });
+    const auto found = std::lower_bound(sites.begin(), sites.end(), address - base,
+                                        [](const Site& site, std::uintptr_t offset) { return site.offset < offset; });
     return found != sites.end() && found->offset == address - base ? static_cast<int>(found - sites.begin()) : unlisted;
 }
 

@@ -12,6 +12,7 @@ struct Site {
     std::string caller;
     std::string callee;
     int number; ///< among the calls of `callee` by `caller`
+    std::string unreachableBecause;
 
     std::string text() const { return caller + " -> " + callee + " #" + std::to_string(number); }
     bool isIn(const char* function) const { return caller.find(function) != std::string::npos; }
@@ -33,6 +34,8 @@ public:
 
     /// Reads what find-sites has written.
     void load(const std::string& file);
+    /// Reads which sites cannot be reached, and why.
+    void loadUnreachable(const std::string& file);
 
     const std::vector<Site>& all() const { return sites; }
     const Site& operator[](int site) const { return sites[static_cast<std::size_t>(site)]; }

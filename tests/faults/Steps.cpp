@@ -2,9 +2,9 @@
 
 namespace rk::tests {
 
-using socket::ClosePolicy::DropPending;
 using socket::Socket;
 using socket::SocketEndpoint;
+using socket::ClosePolicy::DropPending;
 
 void require(bool condition, const std::string& text) {
     if (!condition) {
@@ -18,12 +18,13 @@ PartyPointer party(const std::string& name, socket::Protocol::Protocol pattern) 
 
 std::vector<std::string> linesOfConnect(const Party& party, const SocketEndpoint& endpoint) {
     static const char* const phrases[] = {"", ", sending to ", ", subscribing to ", ", listening on ", ", sending to "};
-    return {"debug: Connecting " + party.header() + phrases[party.pattern] + endpoint.toString(party.pattern),
+    return {"debug: Connecting " + party.header() + phrases[party.pattern % 5] + endpoint.toString(party.pattern),
             "debug: Connected " + party.header()};
 }
 
 Step construct(const PartyPointer& party) {
-    return {"construct", party,
+    return {"construct",
+            party,
             [party] {
                 if (!party->socket) {
                     party->socket = std::make_unique<Socket>(party->name, DropPending);
@@ -42,12 +43,16 @@ Step connect(const PartyPointer& party, const SocketEndpoint& endpoint, unsigned
 }
 
 Step createAndConnect(const PartyPointer& party, const SocketEndpoint& endpoint, unsigned int timeout) {
-    return {"createAndConnect", party, [=] { party->socket->createAndConnect(party->pattern, endpoint, timeout); }, {},
+    return {"createAndConnect",
+            party,
+            [=] { party->socket->createAndConnect(party->pattern, endpoint, timeout); },
+            {},
             linesOfConnect(*party, endpoint)};
 }
 
 Step send(const PartyPointer& party, const std::string& text) {
-    return {"send", party,
+    return {"send",
+            party,
             [=] {
                 std::string copy = text;
                 party->socket->send(copy.data(), copy.size());
@@ -57,7 +62,8 @@ Step send(const PartyPointer& party, const std::string& text) {
 }
 
 Step receive(const PartyPointer& party, const std::string& text) {
-    return {"receive", party,
+    return {"receive",
+            party,
             [=] {
                 char buffer[100];
                 const int size = party->socket->receive(buffer, sizeof buffer);
@@ -76,7 +82,8 @@ Step destroy(const PartyPointer& party) {
 }
 
 Step poll(const PartyPointer& party, unsigned int timeout, socket::PollResult::PollResult result) {
-    return {"poll", party,
+    return {"poll",
+            party,
             [=] {
                 std::string error;
                 const auto polled = party->socket->poll(timeout, error);

@@ -1,4 +1,4 @@
-// usage: fault_sweep SITES TABLE [SCENARIO]
+// usage: fault_sweep SITES UNREACHABLE TABLE [SCENARIO]
 //
 // Runs every scenario, or the one that is named, once without a fault, and then once for every fault: at each call from
 // each of the SITES, each error, once and from then on. Writes what they come to into TABLE. Fails when an outcome is
@@ -9,6 +9,8 @@
 #include "ScenarioList.h"
 #include "Sites.h"
 #include "Table.h"
+
+#include <zmq.h>
 
 #include <algorithm>
 #include <atomic>
@@ -29,7 +31,7 @@ namespace {
 
 constexpr int workers = 2;
 /// The calls of one site in one scenario that are made to fail: the first ones, and the last.
-constexpr int firstCalls = 4;
+constexpr int firstCalls = 3;
 
 struct Job {
     const Scenario* scenario;
@@ -39,8 +41,7 @@ struct Job {
 
 template <class Type>
 Type& shared() {
-    void* const memory =
-        mmap(nullptr, sizeof(Type), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void* const memory = mmap(nullptr, sizeof(Type), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) {
         throw std::bad_alloc();
     }
@@ -59,8 +60,8 @@ struct Tally {
 
 std::vector<Scenario> allScenarios() {
     std::vector<Scenario> all;
-    for (const auto& some : {exchangeScenarios(), repairScenarios(), tuningScenarios(), valueScenarios(),
-                             listenerScenarios()}) {
+    for (const auto& some :
+         {exchangeScenarios(), repairScenarios(), tuningScenarios(), valueScenarios(), listenerScenarios()}) {
         all.insert(all.end(), some.begin(), some.end());
     }
     return all;
@@ -85,7 +86,6 @@ std::string describe(const std::vector<Fault>& faults, const Report& report) {
 bool runChild(const Scenario& scenario, const std::vector<Fault>& faults, Report& report, Tally& tally) {
     report.~Report();
     ::new (&report) Report;
-    const auto begun = std::chrono::steady_clock::now();
     const pid_t process = fork();
     if (process == 0) {
         run(scenario, faults, report);
@@ -94,10 +94,10 @@ bool runChild(const Scenario& scenario, const std::vector<Fault>& faults, Report
     waitpid(process, &status, 0);
     ++tally.runs;
     std::string failure = report.failure.data();
-    if (getenv("SLOW") && std::chrono::steady_clock::now() - begun > std::chrono::milliseconds(300)) std::cerr << "SLOW " << scenario.name << describe(faults, report) << "\n";
     if (WIFSIGNALED(status)) {
-        failure += WTERMSIG(status) == SIGALRM ? "  the process does not end\n"
-                                               : "  the process is killed by signal " + std::to_string(WTERMSIG(status)) + "\n";
+        failure += WTERMSIG(status) == SIGALRM
+                       ? "  the process does not end\n"
+                       : "  the process is killed by signal " + std::to_string(WTERMSIG(status)) + "\n";
     } else if (!report.ended || WEXITSTATUS(status) != 0) {
         failure += "  the process ends with status " + std::to_string(WEXITSTATUS(status)) + "\n";
     }
@@ -122,7 +122,7 @@ std::vector<Job> jobsOf(const Scenario& scenario, const Report& report) {
         }
         const std::vector<int>& errors = errorsOf(call.function.data());
         for (const int error : errors) {
-            jobs.push_back({&scenario, {call.site, call.nth, error, false}, error == errors.front()});
+            jobs.push_back({&scenario, {call.site, call.nth, error, false}, error == errors.front() || error == ETERM});
             jobs.push_back({&scenario, {call.site, call.nth, error, true}, false});
         }
     }
@@ -143,7 +143,7 @@ public:
 private:
     void perform(const Job& job) {
         attempt(*job.scenario, {job.fault});
-        if (!job.leadsToPairs) {
+        if (!job.leadsToPairs || (job.fault.nth > 1 && !job.scenario->isShort)) {
             return;
         }
         std::vector<Report::SeenCall> later;
@@ -162,7 +162,9 @@ private:
         runChild(scenario, faults, report, tally);
         if (report.struck) {
             ++tally.strikes;
-            ++tally.struckSites[static_cast<std::size_t>(faults.back().site)];
+        }
+        for (std::size_t site = 0; site < report.struckSites.size(); ++site) {
+            tally.struckSites[site] += report.struckSites[site] ? 1 : 0;
         }
         rows << report.rows.data();
     }
@@ -200,6 +202,20 @@ std::string performAll(const std::vector<Job>& jobs, Tally& tally) {
     return all;
 }
 
+/// The sites that were never made to fail, though they can be reached, and the reverse.
+int countIdle(const Tally& tally) {
+    int idle = 0;
+    for (std::size_t index = 0; index < Sites::instance().all().size(); ++index) {
+        const Site& site = Sites::instance().all()[index];
+        if ((tally.struckSites[index] == 0) == site.unreachableBecause.empty()) {
+            std::cerr << (site.unreachableBecause.empty() ? "never made to fail: " : "reached all the same: ")
+                      << site.text() << "\n";
+            ++idle;
+        }
+    }
+    return idle;
+}
+
 int sweep(const std::string& tableFile, const std::string& only) {
     auto& tally = shared<Tally>();
     auto& report = shared<Report>();
@@ -215,13 +231,7 @@ int sweep(const std::string& tableFile, const std::string& only) {
         }
     }
     const std::string rows = performAll(jobs, tally);
-    int idle = 0;
-    for (std::size_t site = 0; only.empty() && site < Sites::instance().all().size(); ++site) {
-        if (tally.struckSites[site] == 0) {
-            std::cerr << "never made to fail: " << Sites::instance()[static_cast<int>(site)].text() << "\n";
-            ++idle;
-        }
-    }
+    const int idle = only.empty() ? countIdle(tally) : 0;
     writeTable(tableFile, rows);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
     std::cout << Sites::instance().all().size() << " sites, " << tally.runs << " runs, " << tally.strikes
@@ -235,10 +245,11 @@ int sweep(const std::string& tableFile, const std::string& only) {
 } // namespace rk::tests
 
 int main(int count, char** arguments) {
-    if (count < 3) {
-        std::cerr << "usage: fault_sweep SITES TABLE [SCENARIO]\n";
+    if (count < 4) {
+        std::cerr << "usage: fault_sweep SITES UNREACHABLE TABLE [SCENARIO]\n";
         return 2;
     }
     rk::tests::Sites::instance().load(arguments[1]);
-    return rk::tests::sweep(arguments[2], count > 3 ? arguments[3] : "");
+    rk::tests::Sites::instance().loadUnreachable(arguments[2]);
+    return rk::tests::sweep(arguments[3], count > 4 ? arguments[4] : "");
 }

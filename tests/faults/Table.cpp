@@ -55,14 +55,39 @@ void writeSites(std::ostream& output) {
     }
 }
 
+void writeUnreachable(std::ostream& output) {
+    output << "| in | call of | why |\n|---|---|---|\n";
+    for (const Site& site : Sites::instance().all()) {
+        if (!site.unreachableBecause.empty()) {
+            output << "| `" << site.caller << "` | `" << site.callee << "` | " << site.unreachableBecause << " |\n";
+        }
+    }
+}
+
 } // namespace
 
 void writeTable(const std::string& file, const std::string& rows) {
     std::ofstream output(file);
-    output << "# Faults\n\n## Outcomes\n\n";
+    output << R"(# Faults
+
+What the library does when what it calls fails. `scripts/faults` makes every call of the shared library fail that can,
+with every error that its documentation names, once and from then on, and two calls at once; `tests/faults/` says how.
+This page is written by it, and a test fails when it is not up to date.
+
+After each fault, every native socket, context, thread, descriptor and block of memory is given back exactly once, and
+the same calls then succeed: on the same object where the socket is as before, else after `create`.
+
+## Outcomes
+
+What one failure leads to; E stands for the text of the error. A failure of `operator new` in an operation that says
+nothing of it is thrown as `std::bad_alloc`.
+
+)";
     writeOutcomes(output, rows);
-    output << "\n## Sites\n\n";
+    output << "\n## Sites\n\nWhere the library calls what can fail, or what makes such a call on its behalf.\n\n";
     writeSites(output);
+    output << "\n## Unreachable sites\n\nWhat the compiler has put there, and no call reaches.\n\n";
+    writeUnreachable(output);
 }
 
 } // namespace rk::tests

@@ -1,6 +1,5 @@
 #include "ScenarioList.h"
 #include "Steps.h"
-
 #include "support/Endpoints.h"
 
 namespace rk::tests {
@@ -14,7 +13,13 @@ namespace Transport = socket::Transport;
 constexpr int blocksPerPeriod = 50;
 
 Step whileStatisticsRun(Step step) {
+    step.counts = true;
     step.debug = {"debug: [Socket " + step.party->name + "]: Rate is "};
+    return step;
+}
+
+Step counted(Step step) {
+    step.counts = true;
     return step;
 }
 
@@ -25,7 +30,7 @@ std::vector<Step> statistics() {
     const auto count = [](const PartyPointer& party, int blocks) {
         return call("addBlockToStatistics", party, [=] {
             for (int block = 0; block < blocks; ++block) {
-                party->socket->addBlockToStatistics(1000);
+                party->socket->addBlockToStatistics(80000000);
             }
         });
     };
@@ -41,11 +46,11 @@ std::vector<Step> statistics() {
             activate(subscriber),
             poll(publisher, 0, PollResult::Timeout),
             count(subscriber, blocksPerPeriod - 1),
-            send(publisher, "first"),
+            counted(send(publisher, "first")),
             whileStatisticsRun(receive(subscriber, "first")),
             count(publisher, blocksPerPeriod - 2),
             whileStatisticsRun(send(publisher, "second")),
-            receive(subscriber, "second"),
+            counted(receive(subscriber, "second")),
             destroy(subscriber),
             destroy(publisher)};
 }

@@ -44,24 +44,23 @@ std::vector<Step> endpoints() {
                      const SocketEndpoint nowhere(static_cast<Transport::Transport>(-1234567890), name, 0);
                      require(nowhere.toString(Protocol::Pub) == "Invalid -1234567890", "another text");
                  }),
-            call("SocketEndpoint::formatMessage", nullptr,
-                 [=] {
-                     const SocketEndpoint endpoint(Transport::Ipc, name, 0);
-                     require(endpoint.formatMessage("text") == "SocketEndpoint ipc://" + name + ": text", "another");
-                 })};
-}
-
-std::vector<Step> enumerations() {
-    return {call("Protocol::ToString", nullptr,
-                 [] { require(Protocol::FromString(Protocol::ToString(Protocol::Rep)) == Protocol::Rep, "another"); }),
-            call("Transport::ToString", nullptr,
-                 [] { require(Transport::FromString(Transport::ToString(Transport::Tcp)) == Transport::Tcp, "another"); }),
-            call("ZmqContextTerminationException", nullptr, [] {
-                const socket::ZmqContextTerminationException exception(longName);
-                require(std::string(exception.what()) == longName, "another text");
+            call("SocketEndpoint::formatMessage", nullptr, [=] {
+                const SocketEndpoint endpoint(Transport::Ipc, name, 0);
+                require(endpoint.formatMessage("text") == "SocketEndpoint ipc://" + name + ": text", "another");
             })};
 }
 
+std::vector<Step> enumerations() {
+    return {
+        call("Protocol::ToString", nullptr,
+             [] { require(Protocol::FromString(Protocol::ToString(Protocol::Rep)) == Protocol::Rep, "another"); }),
+        call("Transport::ToString", nullptr,
+             [] { require(Transport::FromString(Transport::ToString(Transport::Tcp)) == Transport::Tcp, "another"); }),
+        call("ZmqContextTerminationException", nullptr, [] {
+            const socket::ZmqContextTerminationException exception(longName);
+            require(std::string(exception.what()) == longName, "another text");
+        })};
+}
 
 void* orReported(void* handle) {
     if (handle == nullptr) {
@@ -86,7 +85,7 @@ std::vector<Step> contexts() {
 Step format(const std::string& name) {
     return call("MessageFormatter::formatMessage", nullptr, [=] {
         const utils::MessageFormatter formatter(name);
-        require(formatter.formatMessage("text") == "[" + name + "]: text", "another text");
+        require(formatter.formatMessage(longName) == "[" + name + "]: " + longName, "another text");
     });
 }
 
