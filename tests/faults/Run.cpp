@@ -388,6 +388,10 @@ private:
     }
 
     std::string generic(const Outcome& outcome, const Strike& strike) const {
+        if (outcome.kind == step->normal.kind && outcome.text == step->normal.text &&
+            outcome.lines == step->normal.lines) {
+            return "nothing else fails";
+        }
         std::string text;
         switch (outcome.kind) {
         case Kind::Returns:
@@ -411,6 +415,9 @@ private:
             text = replaceAll(text, zmq_strerror(strike.error), "E");
         }
         text = replaceAll(text, step->endpoint, "ENDPOINT");
+        if (step->party) {
+            text = replaceAll(text, " of type " + std::to_string(step->party->pattern), " of type TYPE");
+        }
         return step->party ? replaceAll(text, step->party->name, "NAME") : text;
     }
 

@@ -152,9 +152,25 @@ private:
                          return call.inStruckOperation || (job.scenario->isShort && call.afterStrike);
                      });
         for (const Report::SeenCall& call : later) {
-            const int error = errorsOf(call.function.data()).front();
-            attempt(*job.scenario, {job.fault, {call.site, call.nth, error, false}});
+            const Fault second = firstFault(call);
+            attempt(*job.scenario, {job.fault, second});
             ++tally.pairs;
+            attemptToThrowWithoutMemory(job, second);
+        }
+    }
+
+    static Fault firstFault(const Report::SeenCall& call) {
+        return {call.site, call.nth, errorsOf(call.function.data()).front(), false};
+    }
+
+    /// What throws needs memory: there may be none when the second fault makes the library throw.
+    void attemptToThrowWithoutMemory(const Job& job, const Fault& second) {
+        for (std::size_t index = 0; index < report.callCount; ++index) {
+            const Report::SeenCall call = report.calls[index];
+            if (call.inStruckOperation && Sites::instance()[call.site].callee == "std::__throw_system_error") {
+                attempt(*job.scenario, {job.fault, second, firstFault(call)});
+                return;
+            }
         }
     }
 
