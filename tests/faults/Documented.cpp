@@ -183,13 +183,19 @@ private:
             return {state, refused};
         }
         if (step.operation == "start") {
+            const bool wasFailing = state.connectFailed || !isSame(state.outcome, step.normal);
             State noText = state;
             noText.connectFailed = false;
             fail(noText, "std::bad_alloc", "std::bad_alloc", Then::Retry);
             State noThread = state;
             fail(noThread, "std::bad_alloc", "std::bad_alloc", Then::Retry);
             failStart(state, strike, "std::bad_alloc");
-            return {noText, noThread, state};
+            if (strike.progress.connected) {
+                return {noThread};
+            }
+            // While it is being connected, only what tells of a first failure can be thrown.
+            const bool isFirst = strike.progress.opened && !wasFailing;
+            return isFirst ? std::vector<State>{state} : std::vector<State>{noText, noThread, state};
         }
         const State lineLost = state;
         state.jammed = state.jammed && strike.progress.warned;
@@ -438,9 +444,9 @@ private:
             return {rebuilding(none), {}};
         }
         if (strike.progress.received) {
-            return {{handling(none), warning()}, {reading(none)}, {}};
+            return {{handling(none), warning()}};
         }
-        return {{handling(none)}, {reading(none)}, {}};
+        return {{handling(none)}};
     }
 
     Lines rebuilding(const std::string& cause) const {

@@ -24,13 +24,14 @@ constexpr int readyInError = -2;
 
 /// How far an operation had come.
 struct Progress {
-    bool warned = false;   ///< the warning before a rebuild was logged
-    bool released = false; ///< a native socket was closed
-    bool opened = false;   ///< a native socket was made
-    bool received = false; ///< a message was taken
-    bool attached = false; ///< a rebuilt socket was connected again
-    bool told = false;     ///< a line about a failure was logged
-    bool logging = false;  ///< a line was being logged
+    bool warned = false;    ///< the warning before a rebuild was logged
+    bool released = false;  ///< a native socket was closed
+    bool opened = false;    ///< a native socket was made
+    bool received = false;  ///< a message was taken
+    bool connected = false; ///< a socket was connected
+    bool attached = false;  ///< a rebuilt socket was connected again
+    bool told = false;      ///< a line about a failure was logged
+    bool logging = false;   ///< a line was being logged
 };
 
 /// A fault that struck.

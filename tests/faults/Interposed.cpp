@@ -99,6 +99,7 @@ using LogCall = void(const std::string&);
 void log(const char* level, const std::string& text, LogCall* write) {
     Progress& progress = Faults::operation().progress;
     progress.warned = progress.warned || std::string_view(level) == "warning";
+    progress.connected = progress.connected || text.compare(0, 9, "Connected") == 0;
     progress.attached = progress.attached || (progress.warned && text.compare(0, 9, "Connected") == 0);
     progress.told = progress.told || std::string_view(level) == "error";
     Lines::instance().add(level, text);

@@ -61,7 +61,7 @@ std::vector<Scenario> repairScenarios() {
         {"jammed request, inproc", [] { return jammedRequest(Transport::Inproc); }, false},
         {"jammed reply, tcp", [] { return jammedReply(Transport::Tcp); }, false},
         {"jammed reply, ipc", [] { return jammedReply(Transport::Ipc); }, false},
-        {"reset, publisher", [] { return reset(Protocol::Pub); }, true},
+        {"reset, publisher", [] { return reset(Protocol::Pub); }, false},
         {"reset, subscriber", [] { return reset(Protocol::Sub); }, false},
         {"reset, reply", [] { return reset(Protocol::Rep); }, false},
         {"reset, request", [] { return reset(Protocol::Req); }, false},

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <iostream>
@@ -143,7 +144,9 @@ public:
 private:
     void perform(const Job& job) {
         attempt(*job.scenario, {job.fault});
-        if (!job.leadsToPairs || (job.fault.nth > 1 && !job.scenario->isShort)) {
+        // Later calls of a site differ from the first where an address is given up and bound again.
+        const bool isNew = job.fault.nth == 1 || job.scenario->isShort || job.fault.error == EADDRINUSE;
+        if (!job.leadsToPairs || !isNew) {
             return;
         }
         std::vector<Report::SeenCall> later;
