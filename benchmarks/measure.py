@@ -16,11 +16,11 @@ import tempfile
 import time
 
 MODES = {
-    # episodes, rounds and milliseconds of the comparison; cycles and cures of the repair; seconds of the cap;
-    # how often each point of a curve is measured; the greatest number of each curve
-    "full": dict(comparison=("3", "11", "25"), repair=("2000", "40"), cap="1.0", repeats=5,
+    # episodes, rounds and milliseconds of the comparison; cycles and cures of the repair; seconds of the cap, and
+    # of its longest block; how often each point of a curve is measured; the greatest number of each curve
+    "full": dict(comparison=("3", "11", "25"), repair=("2000", "40"), cap=("1", "70"), repeats=5,
                  endpoints=10000, sockets=1000, subscribers=100, size=1 << 28, listeners=50),
-    "quick": dict(comparison=("1", "16", "2"), repair=("100", "5"), cap="0.1", repeats=1,
+    "quick": dict(comparison=("1", "16", "2"), repair=("100", "5"), cap=("0.1", "0.2"), repeats=1,
                   endpoints=1000, sockets=300, subscribers=30, size=1 << 24, listeners=10),
 }
 
@@ -176,11 +176,11 @@ def measure_repair(programs, settings, progress):
 
 def measure_cap(programs, settings, progress):
     taken = []
-    for sample in samples([f"{programs}/benchmarks/cap", settings["cap"]]):
-        if not taken or taken[-1]["rate"] != sample["rate"]:
+    for sample in samples([f"{programs}/benchmarks/cap", *settings["cap"]]):
+        if sample["rate"] not in (earlier["rate"] for earlier in taken):
             progress.step(f"cap of {sample['rate']} Mbit/s")
         taken.append(sample)
-    return taken
+    return sorted(taken, key=lambda sample: (sample["rate"], sample["size"]))
 
 
 def machine():

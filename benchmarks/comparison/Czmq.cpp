@@ -80,6 +80,8 @@ std::string czmqVersion() {
 
 std::unique_ptr<Peer> makeCzmq() {
     zsys_handler_set(nullptr);
+    // Else both sides of an in-process connection would do it, at once.
+    zsys_init();
     return std::make_unique<LinkPeer<CzmqLink>>("CZMQ", czmqVersion());
 }
 

@@ -1,8 +1,8 @@
 #include "Addresses.h"
 
+#include "support/TemporaryFolder.h"
+
 #include <arpa/inet.h>
-#include <cstdlib>
-#include <filesystem>
 #include <netinet/in.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -11,26 +11,6 @@
 namespace rk::benchmarks {
 
 namespace {
-
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        if (mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("cannot make a temporary folder");
-        }
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(pattern, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::string& path() const { return pattern; }
-
-private:
-    std::string pattern = "/tmp/rk-socket-benchmark-XXXXXX";
-};
 
 int freePort() {
     const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -50,7 +30,7 @@ int freePort() {
 
 std::string freshAddress(const std::string& transport) {
     static int number = 0;
-    static const TemporaryFolder folder;
+    static const rk::tests::TemporaryFolder folder;
     if (transport == "tcp") {
         return std::to_string(freePort());
     }
