@@ -3,6 +3,7 @@
 #include <rk/socket/ZmqContextTerminationException.h>
 #include <rk/socket/detail/AddressBook.h>
 #include <rk/utils/Log.h>
+#include <rk/utils/detail/LogIfPossible.h>
 
 #include <google/protobuf/message.h>
 #include <zmq.h>
@@ -160,11 +161,10 @@ void Socket::connect(const SocketEndpoint& target, unsigned int receiveTimeout) 
     if (zmqSocket == nullptr) {
         throw std::runtime_error("Socket: Cannot connect a NULL socket");
     }
-    if (isConnectedTo(target)) {
-        return;
-    }
     try {
-        attach(target, receiveTimeout);
+        if (!isConnectedTo(target)) {
+            attach(target, receiveTimeout);
+        }
     } catch (...) {
         close();
         throw;
@@ -250,7 +250,8 @@ void Socket::resetConnections() noexcept {
             connect(target, receiveTimeout);
         }
     } catch (const std::exception& failure) {
-        rk::utils::logError(debugString() + ": Error resetting socket: " + failure.what());
+        rk::utils::detail::logIfPossible(rk::utils::logError,
+                                         [&] { return debugString() + ": Error resetting socket: " + failure.what(); });
     }
 }
 

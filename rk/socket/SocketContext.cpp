@@ -1,6 +1,7 @@
 #include <rk/socket/SocketContext.h>
 #include <rk/utils/Log.h>
 #include <rk/utils/detail/LogBackend.h>
+#include <rk/utils/detail/LogIfPossible.h>
 
 #include <zmq.h>
 
@@ -11,16 +12,19 @@ namespace rk::socket {
 SocketContext::SocketContext() : MessageFormatter("SocketContext"), context(zmq_ctx_new()) {}
 
 SocketContext::~SocketContext() {
-    rk::utils::logDebug(formatMessage("Terminating 0MQ context"));
+    const auto log = [this](const char* text) {
+        rk::utils::detail::logIfPossible(rk::utils::logDebug, [&] { return formatMessage(text); });
+    };
+    log("Terminating 0MQ context");
     // Both calls are names of one. A handle that the first has released may already be another context's memory; one
     // that it left alive, because a signal interrupted it, is the second's to terminate.
     if (zmq_term(context) == 0) {
         context = nullptr;
     }
-    rk::utils::logDebug(formatMessage("Terminating 0MQ context Done"));
-    rk::utils::logDebug(formatMessage("Destroying 0MQ context"));
+    log("Terminating 0MQ context Done");
+    log("Destroying 0MQ context");
     zmq_ctx_destroy(context);
-    rk::utils::logDebug(formatMessage("Destroying 0MQ context Done"));
+    log("Destroying 0MQ context Done");
 }
 
 void* SocketContext::createSocket(Protocol::Protocol protocol) {

@@ -90,6 +90,8 @@ public:
     void threadFunction(std::shared_ptr<Socket> socket);
 
 private:
+    RK_SOCKET_NO_EXPORT void logFailure(const char* what, const char* reason = "",
+                                        const char* consequence = "") const noexcept;
     RK_SOCKET_NO_EXPORT void connectAll(Socket& socket) const;
     RK_SOCKET_NO_EXPORT void serveUntilStopped(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT bool serve(const std::shared_ptr<Socket>& socket);

@@ -4,6 +4,7 @@
 #include <spdlog/spdlog.h>
 
 #include <cerrno>
+#include <exception>
 #include <memory>
 #include <mutex>
 
@@ -58,7 +59,13 @@ private:
 class RegistryWatch {
 public:
     RegistryWatch() { spdlog::get(loggerName); }
-    ~RegistryWatch() { Backend::instance().registryEnds(); }
+    ~RegistryWatch() {
+        try {
+            Backend::instance().registryEnds();
+        } catch (const std::exception&) {
+            // The last lines of the process are lost, and nothing else.
+        }
+    }
     RegistryWatch(const RegistryWatch&) = delete;
     RegistryWatch& operator=(const RegistryWatch&) = delete;
 };
