@@ -203,7 +203,8 @@ int main() {
     rk::tests::Peer peer;
     for (std::string line; std::getline(std::cin, line);) {
         try {
-            std::cout << "ok " << peer.answer(line) << std::endl;
+            const std::string answer = peer.answer(line);
+            std::cout << "ok " << answer << std::endl;
         } catch (const std::exception& failure) {
             std::cout << "error " << failure.what() << std::endl;
         }
