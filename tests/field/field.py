@@ -86,9 +86,9 @@ class Program:
             raise AssertionError(f"it ended with {status}\n{log}")
 
 
-def peer(**options):
-    """The library behind a pipe."""
-    return Program([os.environ["RK_FIELD_PEER"]], **options)
+def peer(through=(), **options):
+    """The library behind a pipe, started by the command `through`, if any."""
+    return Program([*through, os.environ["RK_FIELD_PEER"]], **options)
 
 
 def words_of(block):

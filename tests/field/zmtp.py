@@ -56,8 +56,12 @@ def joined(endpoint, pattern=b"DEALER"):
     """A connection that the other side takes for that of a 0MQ socket."""
     bare = connection(endpoint)
     bare.sendall(greeting() + ready(pattern))
+    await_joined(bare)
+    return bare
+
+
+def await_joined(bare):
     receive_exactly(bare, len(greeting()))
     head = receive_exactly(bare, 2)
     assert head[0] == COMMAND
     receive_exactly(bare, head[1])
-    return bare
