@@ -16,7 +16,6 @@ PATIENCE = 20
 POLICIES = {"DropPending": 0, "LingerTwoSeconds": 1, "WaitForDelivery": 2}
 BUILD = pathlib.Path(os.environ["RK_FIELD_BUILD"])
 MESSAGES = pathlib.Path(__file__).parent.parent / "support/messages.proto"
-SANITIZED = bool(os.environ.get("RK_FIELD_SANITIZED"))
 
 
 class Refused(Exception):

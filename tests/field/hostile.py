@@ -85,8 +85,7 @@ class Hostile(field.TestCase):
     def assert_bounded(self, megabytes, before):
         grown = self.resident() - before
         self.note(f"memory has grown by {grown:.1f} MB, at most {megabytes} allowed")
-        if not field.SANITIZED:
-            self.assertLess(grown, megabytes)
+        self.assertLess(grown, megabytes)
 
     def assert_all_left(self):
         self.assertTrue(field.wait_until(self.has_no_connections_but(0)), f"{self.connections()} connections stay")
