@@ -396,7 +396,7 @@ class Floods(Hostile):
         before = self.resident()
         subscribe()
         self.assert_bounded(30, before)
-        self.assert_does_not_add_up(subscribe, megabytes=20)
+        self.assert_does_not_add_up(subscribe, megabytes=40)
 
     @staticmethod
     def hears(bare):
