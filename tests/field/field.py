@@ -178,8 +178,8 @@ class TestCase(unittest.TestCase):
         return self.stack.enter_context(context)
 
     def note(self, text):
-        """A figure, for who reads the output, and for scripts/field-figures."""
-        print(f"{self.id()}: {text}", flush=True)
+        """What scripts/field-figures shows."""
+        print(f"figure: {self.id()}: {text}", flush=True)
 
     def assert_refused(self, text, program, line):
         with self.assertRaises(Refused) as caught:

@@ -60,15 +60,21 @@ class Hostile(field.TestCase):
             client.send(QUESTION)
             self.assertEqual(QUESTION[::-1], client.recv())
 
-    def insist(self):
-        """How often a client has to ask, each time anew after a fifth of a second, until it gets its reply."""
-        for attempt in range(1, 100):
-            with self.plain(zmq.REQ, timeout=200) as client:
-                client.send(QUESTION)
-                with contextlib.suppress(zmq.Again):
-                    self.assertEqual(QUESTION[::-1], client.recv())
-                    return attempt
-        raise AssertionError("the victim serves nobody any more")
+    def assert_serves_who_insists(self):
+        """Each stray connection before may have cost a reply, and a few may still be waiting to be read."""
+        attempts = 1
+        while not self.replies_within_a_second():
+            attempts += 1
+        self.assertLessEqual(attempts, 3)
+        self.assert_serves()
+
+    def replies_within_a_second(self):
+        with self.plain(zmq.REQ, timeout=1000) as client:
+            client.send(QUESTION)
+            with contextlib.suppress(zmq.Again):
+                self.assertEqual(QUESTION[::-1], client.recv())
+                return True
+        return False
 
     def resident(self):
         return field.resident_megabytes(self.victim.pid)
@@ -111,23 +117,20 @@ class Greetings(Hostile):
             with zmtp.connection(self.endpoint) as bare:
                 bare.sendall(block)
 
-    def test_of_garbage_leave_nothing_behind_and_cost_others_one_reply_at_most(self):
+    def test_of_garbage_leave_nothing_behind_and_whoever_insists_served(self):
         dice = random.Random(5)
         self.assert_does_not_add_up(lambda: self.throw(dice.randbytes(dice.randrange(1, 1000)) for _ in range(300)))
-        self.assertLessEqual(self.insist(), 3)
-        self.assert_serves()
+        self.assert_serves_who_insists()
 
-    def test_of_other_protocols_cost_others_one_reply_at_most(self):
+    def test_of_other_protocols_leave_whoever_insists_served(self):
         self.throw([b"GET / HTTP/1.1\r\nHost: rk\r\n\r\n", b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03", b"EHLO rk\r\n"])
-        self.assertLessEqual(self.insist(), 3)
-        self.assert_serves()
+        self.assert_serves_who_insists()
 
     def test_of_every_version_are_taken_or_refused(self):
         for major in range(256):
             self.throw([zmtp.greeting((major, 0)) + zmtp.ready(b"REQ"), zmtp.greeting((major, 255))])
         self.assert_all_left()
-        self.assertLessEqual(self.insist(), 3)
-        self.assert_serves()
+        self.assert_serves_who_insists()
 
     def test_of_other_mechanisms_and_patterns_are_refused(self):
         wrong = [zmtp.greeting(mechanism=name) for name in (b"PLAIN", b"CURVE", b"GSSAPI", b"", b"\xff" * 20)]
@@ -141,7 +144,7 @@ class Greetings(Hostile):
     def test_that_end_anywhere_leave_nothing_behind(self):
         whole = zmtp.greeting() + zmtp.ready(b"REQ") + zmtp.request(b"question")
         self.assert_does_not_add_up(lambda: self.throw(whole[:length] for length in range(len(whole))), times=20)
-        self.assertLessEqual(self.insist(), 3)
+        self.assert_serves_who_insists()
 
 
 class Connections(Hostile):
@@ -180,7 +183,7 @@ class Connections(Hostile):
         self.disperse(crowd)
         self.assert_all_left()
         self.disperse(self.crowd(2000, zmtp.joined))
-        self.assert_bounded(80, before)
+        self.assert_bounded(100, before)
 
     def test_of_a_thousand_that_speak_byte_by_byte_leave_room_for_others(self):
         crowd = self.crowd(1000, zmtp.connection)
@@ -225,8 +228,7 @@ class Frames(Hostile):
                     bare.sendall(zmtp.frame(b"", flags) + dice.randbytes(100))
 
         self.assert_does_not_add_up(throw)
-        self.assertLessEqual(self.insist(), 3)
-        self.assert_serves()
+        self.assert_serves_who_insists()
 
     def test_without_an_envelope_are_passed_over(self):
         self.serve()

@@ -354,6 +354,18 @@ class Repetitions(Limits):
         self.assertEqual(1022, self.use_up(endpoint, "LingerTwoSeconds"))
         self.assertTrue(field.wait_until(lambda: self.can("create own req"), patience=4))
 
+    def test_with_linger_two_seconds_and_a_pause_take_as_many_sockets_as_there_are_pauses_in_two_seconds(self):
+        self.open("own", "req", fresh_endpoint("tcp"), policy="LingerTwoSeconds")
+        self.ask("send own 01")
+        before = field.descriptors(self.peer.pid)
+        most = 0
+        for _ in range(60):
+            self.assertEqual("1 ", self.ask("poll own 50"))
+            self.ask("send own 01")
+            most = max(most, field.descriptors(self.peer.pid) - before)
+        self.note(f"{most} descriptors at most, with 50 ms between repetitions")
+        self.assertLessEqual(most, 2000 / 50 + 5)
+
     def test_with_wait_for_delivery_use_up_the_sockets_until_the_server_comes(self):
         endpoint = fresh_endpoint("tcp")
         count = self.use_up(endpoint, "WaitForDelivery")
