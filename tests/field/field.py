@@ -65,7 +65,7 @@ class Program:
         return self.log.read()
 
     def end(self):
-        """Ends the program as its user would, and returns its exit status."""
+        """Ends the program as its user would, if it has not ended, and returns its exit status."""
         self.process.stdin.close()
         try:
             return self.process.wait(PATIENCE)
