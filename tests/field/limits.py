@@ -337,7 +337,7 @@ class Repetitions(Limits):
         before = self.footprint()
         self.repeat_and_settle(3000, descriptors)
         self.note_growth(3000, before)
-        self.assertLess(self.footprint()[1] - before[1], 1)
+        self.assertLess(self.footprint()[1] - before[1], 5)  # kept ones would take 45
 
     def test_with_drop_pending_over_tcp_take_nothing(self):
         self.assert_flat(fresh_endpoint("tcp"))
