@@ -5,7 +5,10 @@
 
 #include <zmq.h>
 
+#include <array>
 #include <cerrno>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace rk::socket {
 
@@ -38,9 +41,24 @@ namespace {
 /// gone.
 struct Gate {
     std::mutex mutex;
+    bool started = false;
     bool shut = false;
 };
 Gate gate;
+
+/// Whether as many descriptors are left as 0MQ takes for its threads and a first socket. Out of them in the midst of
+/// that, it aborts the process; out of them before, it leaves a context that is of no use ever after.
+bool hasDescriptorsToStart() {
+    std::array<int, 6> descriptors{};
+    for (int& descriptor : descriptors) {
+        descriptor = eventfd(0, EFD_CLOEXEC);
+    }
+    const bool hasAll = descriptors.back() >= 0;
+    for (const int descriptor : descriptors) {
+        close(descriptor);
+    }
+    return hasAll;
+}
 
 /// The context of the process. The gate shuts before the context is destroyed, and only once no socket is being made:
 /// no call can reach the context's memory after 0MQ has released it.
@@ -61,13 +79,19 @@ public:
 
 void* getSocket(Protocol::Protocol protocol) {
     rk::utils::detail::prepareForExit();
-    static ProcessContext process;
     const std::lock_guard<std::mutex> lock(gate.mutex);
     if (gate.shut) {
         errno = ETERM;
         return nullptr;
     }
-    return process.context.createSocket(protocol);
+    if (!gate.started && !hasDescriptorsToStart()) {
+        errno = EMFILE;
+        return nullptr;
+    }
+    static ProcessContext process;
+    void* const socket = process.context.createSocket(protocol);
+    gate.started = gate.started || socket != nullptr;
+    return socket;
 }
 
 } // namespace rk::socket

@@ -32,7 +32,8 @@ namespace rk::socket::utils {
 ///
 /// A reply listener answers through the socket that its handler is given. When a handler returns or throws without
 /// having replied, or a request was too long or did not parse, the request is abandoned: the socket is rebuilt, with a
-/// warning logged, so that other clients are served. The client of that request gets no reply.
+/// warning logged, so that other clients are served. The client of that request gets no reply. Its socket has a receive
+/// timeout of a second: a request without 0MQ's envelope, which is no request, is input all the same.
 ///
 /// Threads: `start`, `stop`, `addListenEndpoint` and the destructor are called from one controlling thread at a time,
 /// and never from the handlers: that ends the process. `createMessage` and `handleMessage` run on the listener's
