@@ -1,0 +1,41 @@
+#include "soak/Trend.h"
+
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+
+using namespace rk::tests::soak;
+using testing::DoubleNear;
+
+TEST(Trend, OfPointsOnALineIsTheLineWithoutError) {
+    const Trend trend = fit({{1, 5}, {2, 7}, {3, 9}, {4, 11}});
+    EXPECT_THAT(trend.slope, DoubleNear(2, 1e-12));
+    EXPECT_THAT(trend.error, DoubleNear(0, 1e-12));
+    EXPECT_THAT(trend.first, DoubleNear(5, 1e-12));
+    EXPECT_THAT(trend.last, DoubleNear(11, 1e-12));
+}
+
+TEST(Trend, HasTheErrorOfTheTextbook) {
+    // Rests 0.5, -1, 0.5 about the line y = x + 0.5: their squares sum up to 1.5, on one degree of freedom.
+    const Trend trend = fit({{0, 1}, {1, 0.5}, {2, 3}});
+    EXPECT_THAT(trend.slope, DoubleNear(1, 1e-12));
+    EXPECT_THAT(trend.error, DoubleNear(0.8660254037844386, 1e-12));
+}
+
+TEST(Trend, IsNotFittedToLessThanThreePointsOrOnePlace) {
+    EXPECT_THROW(fit({{0, 0}, {1, 1}}), std::invalid_argument);
+    EXPECT_THROW(fit({{1, 0}, {1, 1}, {1, 2}}), std::invalid_argument);
+}
+
+TEST(Means, AreThoseOfEqualStretches) {
+    const std::vector<Point> result = means({{0, 1}, {1, 3}, {2, 5}, {3, 9}, {4, 4}, {5, 0}}, 3);
+    ASSERT_EQ(result.size(), 3U);
+    EXPECT_EQ(result[0].x, 0.5);
+    EXPECT_EQ(result[0].y, 2);
+    EXPECT_EQ(result[1].y, 7);
+    EXPECT_EQ(result[2].y, 2);
+}
+
+TEST(Means, OfFewPointsAreThePoints) {
+    EXPECT_EQ(means({{0, 1}, {1, 3}}, 40).size(), 2U);
+}
