@@ -35,7 +35,8 @@ ProcessUse processUse() {
     getrusage(RUSAGE_SELF, &used);
     ProcessUse use;
     use.residentKiB = residentKiB();
-    use.allocatedKiB = static_cast<double>(mallinfo2().uordblks) / 1024;
+    const struct mallinfo2 memory = mallinfo2();
+    use.allocatedKiB = static_cast<double>(memory.uordblks + memory.hblkhd) / 1024;
     use.descriptors = entries("/proc/self/fd");
     use.threads = entries("/proc/self/task");
     use.processorSeconds = seconds(used.ru_utime) + seconds(used.ru_stime);

@@ -51,9 +51,9 @@ std::string liveLine(double seconds, const Figures& figures, const ProcessUse& u
     for (const Count& count : counts(figures)) {
         text << "  " << count.name << ' ' << count.value;
     }
-    text << "  breaches " << figures.breaches().size() << "  " << use.residentKiB << " KiB  " << use.descriptors
-         << " descriptors  " << use.threads << " threads  cpu " << std::setprecision(1)
-         << 100 * use.processorSeconds / seconds << " %";
+    text << "  breaches " << figures.breaches().size() << "  " << use.residentKiB << " KiB, " << use.allocatedKiB
+         << " allocated  " << use.descriptors << " descriptors  " << use.threads << " threads  cpu "
+         << std::setprecision(1) << 100 * use.processorSeconds / seconds << " %";
     return text.str();
 }
 

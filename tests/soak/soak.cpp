@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <malloc.h>
 #include <unistd.h>
 
 using namespace rk::tests::soak;
@@ -66,6 +67,13 @@ private:
     double next = 0;
 };
 
+/// One reserve for all threads, and large blocks straight from the system: what is released is given back, so that
+/// nothing but what is still in use can grow.
+void keepAllocatorFromHoarding() {
+    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, 4096);
+}
+
 Outcome run(double seconds, std::uint64_t seed, Figures& figures) {
     const sigset_t signals = blockEndSignals();
     const Clock::time_point start = Clock::now();
@@ -100,6 +108,7 @@ int main(int argc, char** argv) {
         std::cerr << "usage: soak MINUTES SEED [SUMMARY.json]\n";
         return 2;
     }
+    keepAllocatorFromHoarding();
     Figures figures;
     const Outcome outcome = run(std::atof(argv[1]) * 60, std::strtoull(argv[2], nullptr, 10), figures);
     std::cout << summary(outcome, figures) << std::flush;
