@@ -1,0 +1,142 @@
+#!/usr/bin/env python3
+"""Kills, freezes and restarts clients and servers at random points, and judges what they have written down.
+
+usage: crash.py PROGRAM ROUNDS [SEED]
+"""
+
+import random
+import signal
+import sys
+import threading
+
+from run import REPLY_TIMEOUT, Run, verdict
+
+ROUNDS_OF_A_RUN = 250  # then all start anew
+LONGEST_PAUSE = 0.05
+LONGEST_FREEZE = 0.6
+LONGEST_ABSENCE = 0.3
+LINGER_TWO_SECONDS = 1
+WAIT_FOR_DELIVERY = 2
+
+
+class CrashRun(Run):
+    """One server on TCP and IPC with three clients, one feed with one reader."""
+
+    def __init__(self, program, seed):
+        super().__init__(program, seed)
+        self.path = f"ipc://{self.host.folder}/requests"
+        self.address = f"tcp://127.0.0.1:{self.port()}"
+        feed = f"tcp://127.0.0.1:{self.port()}"
+        self.host.start("server", self.address, self.path)
+        self.host.start("client-1", self.address, REPLY_TIMEOUT)
+        self.host.start("client-2", self.address, REPLY_TIMEOUT)
+        self.host.start("client-3", self.path, REPLY_TIMEOUT)
+        self.host.start("publisher", feed)
+        self.host.start("subscriber", feed)
+
+    def pause(self, longest):
+        threading.Event().wait(self.random.uniform(0, longest))
+
+    def anybody(self):
+        return self.random.choice(["server", "server", *self.names("client"), "publisher", "subscriber"])
+
+    # What may happen in a round
+
+    def kill(self, *names):
+        disturbances = [self.host.disturb("kill", name) for name in names]
+        for name in names:
+            self.host.kill(name)
+        self.pause(LONGEST_ABSENCE)
+        for name in names:
+            self.host.restart(name)
+        for disturbance in disturbances:
+            self.host.calm(disturbance)
+
+    def kill_one(self):
+        self.kill(self.anybody())
+
+    def kill_both(self):
+        self.kill("server", self.random.choice(self.names("client")))
+
+    def freeze(self):
+        name = self.anybody()
+        disturbance = self.host.disturb("freeze", name)
+        self.host.signal(name, signal.SIGSTOP)
+        self.pause(LONGEST_FREEZE)
+        self.host.signal(name, signal.SIGCONT)
+        self.host.calm(disturbance)
+
+    def restart(self):
+        name = self.anybody()
+        disturbance = self.host.disturb("restart", name)
+        self.host.stop(name)
+        self.host.restart(name)
+        self.host.calm(disturbance)
+
+    def close_while_the_server_is_away(self):
+        """A request that was sent and given into the care of its close policy before the server came."""
+        disturbance = self.host.disturb("kill", "server")
+        self.host.kill("server")
+        closer = self.send_and_close()
+        self.host.wait_until(lambda: self.host.latest_time("closer", "closed") > self.host.latest_time("host", "begin"))
+        self.host.restart("server")
+        self.host.calm(disturbance)
+        self.wait_for_delivery(closer)
+
+    def close_at_once(self):
+        self.wait_for_delivery(self.send_and_close())
+
+    def send_and_close(self):
+        policy = self.random.choice([LINGER_TWO_SECONDS, WAIT_FOR_DELIVERY])
+        return self.host.start("closer", self.random.choice([self.address, self.path]), policy).label
+
+    def wait_for_delivery(self, closer):
+        """Until the closer has ended, and its request is served or an accident of the server excuses its loss."""
+        closed = self.host.latest_time("closer", "closed")
+        self.host.end("closer")
+        self.host.wait_until(
+            lambda: self.host.latest_time("server", "repair") > closed
+            or any(event.kind == "serve" and event.args[0] == closer for event in reversed(self.host.events[-2000:])),
+            patience=3,
+        )
+
+    def round(self):
+        what = self.random.choices(
+            [
+                self.kill_one,
+                self.kill_both,
+                self.freeze,
+                self.restart,
+                self.close_while_the_server_is_away,
+                self.close_at_once,
+            ],
+            weights=[8, 3, 6, 1, 2, 2],
+        )[0]
+        self.pause(LONGEST_PAUSE)
+        what()
+        return self.wait_for_recovery()
+
+
+def crash(program, rounds, seed):
+    run = CrashRun(program, seed)
+    done = 0
+    while done < rounds and run.round():
+        done += 1
+    return verdict("crash", run, f"crash-{seed}.history", done)
+
+
+def main():
+    if len(sys.argv) not in (3, 4):
+        sys.exit(__doc__)
+    rounds = int(sys.argv[2])
+    seed = int(sys.argv[3]) if len(sys.argv) == 4 else random.SystemRandom().randrange(1 << 30)
+    result = 0
+    while rounds > 0:
+        result |= crash(sys.argv[1], min(rounds, ROUNDS_OF_A_RUN), seed)
+        rounds -= ROUNDS_OF_A_RUN
+        seed += 1
+    sys.exit(result)
+
+
+if __name__ == "__main__":
+    main()
