@@ -4,15 +4,11 @@
 usage: crash.py PROGRAM ROUNDS [SEED]
 """
 
-import random
 import signal
 import sys
-import threading
 
-from run import REPLY_TIMEOUT, Run, verdict
+from run import REPLY_TIMEOUT, Run, main
 
-ROUNDS_OF_A_RUN = 250  # then all start anew
-LONGEST_PAUSE = 0.05
 LONGEST_FREEZE = 0.6
 LONGEST_ABSENCE = 0.3
 LINGER_TWO_SECONDS = 1
@@ -21,6 +17,8 @@ WAIT_FOR_DELIVERY = 2
 
 class CrashRun(Run):
     """One server on TCP and IPC with three clients, one feed with one reader."""
+
+    name = "crash"
 
     def __init__(self, program, seed):
         super().__init__(program, seed)
@@ -33,9 +31,6 @@ class CrashRun(Run):
         self.host.start("client-3", self.path, REPLY_TIMEOUT)
         self.host.start("publisher", feed)
         self.host.start("subscriber", feed)
-
-    def pause(self, longest):
-        threading.Event().wait(self.random.uniform(0, longest))
 
     def anybody(self):
         return self.random.choice(["server", "server", *self.names("client"), "publisher", "subscriber"])
@@ -100,7 +95,7 @@ class CrashRun(Run):
             patience=3,
         )
 
-    def round(self):
+    def act(self):
         what = self.random.choices(
             [
                 self.kill_one,
@@ -112,31 +107,8 @@ class CrashRun(Run):
             ],
             weights=[8, 3, 6, 1, 2, 2],
         )[0]
-        self.pause(LONGEST_PAUSE)
         what()
-        return self.wait_for_recovery()
-
-
-def crash(program, rounds, seed):
-    run = CrashRun(program, seed)
-    done = 0
-    while done < rounds and run.round():
-        done += 1
-    return verdict("crash", run, f"crash-{seed}.history", done)
-
-
-def main():
-    if len(sys.argv) not in (3, 4):
-        sys.exit(__doc__)
-    rounds = int(sys.argv[2])
-    seed = int(sys.argv[3]) if len(sys.argv) == 4 else random.SystemRandom().randrange(1 << 30)
-    result = 0
-    while rounds > 0:
-        result |= crash(sys.argv[1], min(rounds, ROUNDS_OF_A_RUN), seed)
-        rounds -= ROUNDS_OF_A_RUN
-        seed += 1
-    sys.exit(result)
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main(CrashRun, __doc__))

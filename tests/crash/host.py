@@ -138,6 +138,8 @@ class Host:
         self.note("end", disturbance)
 
     def close(self):
+        """Ends everybody, in any order."""
+        self.disturb("restart", "network")
         for name in list(self.running):
             self.signal(name, signal.SIGCONT)
             self.stop(name)

@@ -4,12 +4,16 @@ import os
 import random
 import socket
 import statistics
+import sys
+import threading
 
 from checker import check
 from history import SECOND
 from host import Host
 
 REPLY_TIMEOUT = 300  # milliseconds
+LONGEST_PAUSE = 0.05
+ROUNDS_OF_A_RUN = 250  # then all start anew
 
 
 def reserve_port(generator):
@@ -29,7 +33,10 @@ def reserve_port(generator):
 
 
 class Run:
-    """A server with its clients, a feed with its reader, and how long they take to recover."""
+    """A server with its clients, a feed with its reader, and how long they take to recover. Derived classes start the
+    cast, have a name, and know what may happen: `act`."""
+
+    name = ""
 
     def __init__(self, program, seed):
         self.seed = seed
@@ -38,6 +45,18 @@ class Run:
         self.host = Host(program)
         self.recoveries = []
         self.reservations = []
+
+    def act(self):
+        raise NotImplementedError
+
+    def round(self):
+        """Lets something happen at some moment; whether all recover from it."""
+        self.pause(LONGEST_PAUSE)
+        self.act()
+        return self.wait_for_recovery()
+
+    def pause(self, longest):
+        threading.Event().wait(self.random.uniform(0, longest))
 
     def port(self):
         port, reservation = reserve_port(self.ports)
@@ -68,17 +87,15 @@ class Run:
             return False
         return not feed or feed.process != publisher or number > int(feed.args[0])
 
-    def finish(self, record):
-        """Ends everybody; the breaches of all promises. The history goes to the file `record` when there are any."""
+    def close(self):
         self.host.close()
         for reservation in self.reservations:
             reservation.close()
-        breaches = check(self.host.events)
-        if breaches:
-            with open(record, "w", encoding="utf-8") as file:
-                for event in sorted(self.host.events):
-                    print(event.time, event.process, event.kind, *event.args, file=file)
-        return breaches
+
+    def write(self, path):
+        with open(path, "w", encoding="utf-8") as file:
+            for event in sorted(self.host.events):
+                print(event.time, event.process, event.kind, *event.args, file=file)
 
     def figures(self):
         """What was seen, in one line."""
@@ -105,12 +122,38 @@ class Run:
         return ", ".join(parts)
 
 
-def verdict(name, run, record, rounds):
-    """Finishes the run and says what came of it; 0 when all promises were kept."""
-    breaches = run.finish(record)
-    print(f"{name}: seed {run.seed}, {rounds} rounds, {run.figures()}")
+def play(kind, program, rounds, seed):
+    """One run; whether all promises were kept. Else its history is left in a file."""
+    run = kind(program, seed)
+    done = 0
+    try:
+        while done < rounds and run.round():
+            done += 1
+    finally:
+        run.close()
+    breaches = check(run.host.events)
+    if done < rounds:
+        breaches.append("somebody has not recovered")
+    print(f"{kind.name}: seed {seed}, {done} rounds, {run.figures()}", flush=True)
     for breach in breaches[:20]:
         print(f"  BROKEN {breach}")
     if breaches:
-        print(f"  {len(breaches)} promises broken; the history is in {record}")
-    return 1 if breaches else 0
+        record = f"{kind.name}-{seed}.history"
+        run.write(record)
+        print(f"  {len(breaches)} promises broken; the history is in {record}", flush=True)
+    return not breaches
+
+
+def main(kind, usage):
+    """The exit status of a program PROGRAM ROUNDS [SEED]."""
+    if len(sys.argv) not in (3, 4):
+        print(usage, file=sys.stderr)
+        return 2
+    rounds = int(sys.argv[2])
+    seed = int(sys.argv[3]) if len(sys.argv) == 4 else random.SystemRandom().randrange(1 << 30)
+    kept = True
+    while rounds > 0:
+        kept = play(kind, sys.argv[1], min(rounds, ROUNDS_OF_A_RUN), seed) and kept
+        rounds -= ROUNDS_OF_A_RUN
+        seed += 1
+    return 0 if kept else 1
