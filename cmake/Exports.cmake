@@ -1,3 +1,4 @@
+include(CheckCXXCompilerFlag)
 include(GenerateExportHeader)
 
 # The library lets out rk::* and nothing else: hidden visibility for our own symbols, a version script for those that
@@ -16,6 +17,15 @@ set_target_properties(rk-socket PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON
   LINK_DEPENDS ${RK_SOCKET_VERSION_SCRIPT})
+# Within a file the library calls its own functions directly, and those of other libraries without a detour. What an
+# application may replace, the logging calls, stands in a file that holds nothing else, and is found by the linker.
+foreach(flag -fno-semantic-interposition -fno-plt)
+  string(MAKE_C_IDENTIFIER "RK_SOCKET_HAS${flag}" known)
+  check_cxx_compiler_flag(${flag} ${known})
+  if(${known})
+    target_compile_options(rk-socket PRIVATE ${flag})
+  endif()
+endforeach()
 target_link_options(rk-socket PRIVATE -Wl,--version-script=${RK_SOCKET_VERSION_SCRIPT})
 if(NOT RK_SOCKET_SANITIZERS)
   target_link_options(rk-socket PRIVATE -Wl,-z,defs)

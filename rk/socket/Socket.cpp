@@ -18,6 +18,8 @@
 #include <unistd.h>
 #include <vector>
 
+// A function marked cold is one that hardly any message meets: what it needs is kept out of the way of all others.
+
 namespace rk::socket {
 
 namespace {
@@ -77,6 +79,12 @@ private:
     const int kept = errno;
 };
 
+/// The same text for equal endpoints, and for no others.
+std::string keyOf(const SocketEndpoint& endpoint) {
+    const std::string key = std::to_string(endpoint.transport) + endpoint.address;
+    return endpoint.transport == Transport::Tcp ? key + ":" + std::to_string(endpoint.port) : key;
+}
+
 std::string missingFields(const google::protobuf::Message& message) {
     std::vector<std::string> fields;
     message.FindInitializationErrors(&fields);
@@ -85,6 +93,10 @@ std::string missingFields(const google::protobuf::Message& message) {
         text += "[" + field + "]";
     }
     return text;
+}
+
+[[noreturn, gnu::cold]] void refuseClosed(const char* reason) {
+    throw std::runtime_error(reason);
 }
 
 } // namespace
@@ -118,7 +130,12 @@ void Socket::close() {
     protocol = Protocol::Undef;
     endpoint = SocketEndpoint();
     receiveTimeoutText = "undef";
+    forgetConnections();
+}
+
+void Socket::forgetConnections() noexcept {
     connections.clear();
+    connectionKeys.clear();
 }
 
 void Socket::closeNativeSocket() noexcept {
@@ -155,8 +172,7 @@ void Socket::connect(const SocketEndpoint& target, unsigned int receiveTimeout) 
 }
 
 bool Socket::isConnectedTo(const SocketEndpoint& target) const {
-    return std::any_of(connections.begin(), connections.end(),
-                       [&target](const auto& connection) { return connection.first == target; });
+    return connectionKeys.count(keyOf(target)) != 0;
 }
 
 void Socket::attach(const SocketEndpoint& target, unsigned int receiveTimeout) {
@@ -210,6 +226,7 @@ void Socket::remember(const SocketEndpoint& target, unsigned int receiveTimeout)
         receiveTimeoutText = std::to_string(receiveTimeout);
     }
     connections.emplace_back(target, receiveTimeout);
+    connectionKeys.insert(keyOf(target));
 }
 
 void Socket::createAndConnect(Protocol::Protocol newProtocol, const SocketEndpoint& target,
@@ -226,7 +243,7 @@ void Socket::resetConnections() noexcept {
     }
     const auto recorded = connections;
     closeNativeSocket();
-    connections.clear();
+    forgetConnections();
     try {
         create(protocol);
         for (const auto& [target, receiveTimeout] : recorded) {
@@ -239,7 +256,7 @@ void Socket::resetConnections() noexcept {
 
 /// A request socket that has had no reply refuses to send, a reply socket that has sent none refuses to receive: a
 /// fresh native socket does neither.
-void Socket::repairJam() {
+[[gnu::cold]] void Socket::repairJam() {
     rk::utils::logWarning(debugString() +
                           " Attempting reset of the connections to preserve 0MQ state machine integrity");
     resetConnections();
@@ -267,23 +284,34 @@ bool Socket::abandonUnansweredRequest(std::string& error) {
 
 void Socket::send(void* data, unsigned long size) {
     if (zmqSocket == nullptr) {
-        throw std::runtime_error("Socket: Cannot send on a NULL socket");
+        refuseClosed("Socket: Cannot send on a NULL socket");
     }
-    int result = zmq_send(zmqSocket, data, size, 0);
-    if (result < 0 && protocol == Protocol::Req && zmq_errno() == EFSM) {
-        repairJam();
-        result = zmq_send(zmqSocket, data, size, 0);
+    if (zmq_send(zmqSocket, data, size, 0) < 0) {
+        sendAfterFailure(data, size);
     }
     if (statisticsActive) {
         addBlockToStatistics(static_cast<unsigned int>(size));
     }
-    if (result < 0) {
-        throwTransferFailure("send()", "Send error: ");
+    if (targetBitRate != 0) {
+        handleBitRateCapping(static_cast<unsigned int>(size));
     }
-    handleBitRateCapping(static_cast<unsigned int>(size));
 }
 
-void Socket::throwTransferFailure(const char* operation, const char* prefix) const {
+/// Sends once more if the failure was a jam that can be repaired. What fails for good is counted all the same.
+[[gnu::cold]] void Socket::sendAfterFailure(void* data, unsigned long size) {
+    if (protocol == Protocol::Req && zmq_errno() == EFSM) {
+        repairJam();
+        if (zmq_send(zmqSocket, data, size, 0) >= 0) {
+            return;
+        }
+    }
+    if (statisticsActive) {
+        addBlockToStatistics(static_cast<unsigned int>(size));
+    }
+    throwTransferFailure("send()", "Send error: ");
+}
+
+[[gnu::cold]] void Socket::throwTransferFailure(const char* operation, const char* prefix) const {
     const int error = zmq_errno();
     if (error == ETERM) {
         throw ZmqContextTerminationException(std::string("Context terminated in ") + operation + " for socket " +
@@ -292,43 +320,64 @@ void Socket::throwTransferFailure(const char* operation, const char* prefix) con
     throw std::runtime_error(prefix + failureText(error));
 }
 
+[[gnu::cold]] void Socket::refuse(std::string_view reason) const {
+    throw std::runtime_error(debugString().append(reason));
+}
+
 void Socket::sendProtoBuf(google::protobuf::Message* message) {
     if (message == nullptr) {
         throw std::runtime_error("Socket: Cannot send NULL message");
     }
     if (!message->IsInitialized()) {
-        throw std::runtime_error(debugString() + ": Cannot send message: not initialized: " + missingFields(*message));
+        refuseUninitialized(*message);
     }
     const std::size_t size = message->ByteSizeLong();
     if (size > INT_MAX) {
-        throw std::runtime_error(debugString() + ": Cannot send message: " + std::to_string(size) +
-                                 " bytes serialized, at most " + std::to_string(INT_MAX) + " possible");
+        refuseOversized(size);
     }
     // Not made by make_unique, which would write every byte twice.
     const std::unique_ptr<char[]> buffer(new char[size]);
     auto* const begin = reinterpret_cast<std::uint8_t*>(buffer.get());
     if (message->SerializeWithCachedSizesToArray(begin) != begin + size) {
-        throw std::runtime_error(debugString() + ": Cannot send message: changed while being serialized");
+        refuse(": Cannot send message: changed while being serialized");
     }
     send(buffer.get(), size);
+}
+
+[[gnu::cold]] void Socket::refuseUninitialized(const google::protobuf::Message& message) const {
+    refuse(": Cannot send message: not initialized: " + missingFields(message));
+}
+
+[[gnu::cold]] void Socket::refuseOversized(std::size_t size) const {
+    refuse(": Cannot send message: " + std::to_string(size) + " bytes serialized, at most " + std::to_string(INT_MAX) +
+           " possible");
 }
 
 // Receiving
 
 int Socket::receive(void* buffer, unsigned long size) {
     if (zmqSocket == nullptr) {
-        throw std::runtime_error("Socket: Cannot receive on a NULL socket");
+        refuseClosed("Socket: Cannot receive on a NULL socket");
     }
     int result = zmq_recv(zmqSocket, buffer, size, 0);
-    if (result < 0 && protocol == Protocol::Rep && zmq_errno() == EFSM) {
+    if (result < 0) {
+        result = receiveAfterFailure(buffer, size);
+    }
+    if (statisticsActive) {
+        addBlockToStatistics(static_cast<unsigned int>(result));
+    }
+    return result;
+}
+
+/// Receives once more if the failure was a jam that can be repaired.
+[[gnu::cold]] int Socket::receiveAfterFailure(void* buffer, unsigned long size) {
+    int result = -1;
+    if (protocol == Protocol::Rep && zmq_errno() == EFSM) {
         repairJam();
         result = zmq_recv(zmqSocket, buffer, size, 0);
     }
     if (result < 0) {
         throwTransferFailure("recv()", "Receive error: ");
-    }
-    if (statisticsActive) {
-        addBlockToStatistics(static_cast<unsigned int>(result));
     }
     return result;
 }
@@ -338,7 +387,7 @@ void Socket::receiveProtoBuf(google::protobuf::Message* message, unsigned int si
         throw std::runtime_error("Socket: Cannot receive on a NULL message");
     }
     if (size == 0) {
-        throw std::runtime_error(debugString() + ": Wrong receive buffer size");
+        refuse(": Wrong receive buffer size");
     }
     if (size > receiveBufferSize) {
         receiveBuffer.reset(new char[size]);
@@ -346,12 +395,16 @@ void Socket::receiveProtoBuf(google::protobuf::Message* message, unsigned int si
     }
     const int received = receive(receiveBuffer.get(), receiveBufferSize);
     if (received > static_cast<int>(receiveBufferSize)) {
-        throw std::runtime_error(debugString() + ": Receive buffer size too small: Required: " +
-                                 std::to_string(received) + ", Actual: " + std::to_string(receiveBufferSize));
+        refuseTruncated(received);
     }
     if (!message->ParseFromArray(receiveBuffer.get(), received)) {
-        throw std::runtime_error(debugString() + ": Failed deserializing message");
+        refuse(": Failed deserializing message");
     }
+}
+
+[[gnu::cold]] void Socket::refuseTruncated(int received) const {
+    refuse(": Receive buffer size too small: Required: " + std::to_string(received) +
+           ", Actual: " + std::to_string(receiveBufferSize));
 }
 
 // Polling and draining
@@ -437,12 +490,12 @@ void Socket::addBlockToStatistics(unsigned int size) noexcept {
     }
 }
 
-void Socket::beginPeriod() noexcept {
+[[gnu::cold]] void Socket::beginPeriod() noexcept {
     const ErrnoKeeper keeper;
     statisticsStartTime = wallClockSeconds();
 }
 
-void Socket::endPeriod() noexcept {
+[[gnu::cold]] void Socket::endPeriod() noexcept {
     const ErrnoKeeper keeper;
     const double elapsed = wallClockSeconds() - statisticsStartTime;
     const double megabits = statisticsByteCount / elapsed * 0.0009765625 * 0.0009765625 * 8.0;

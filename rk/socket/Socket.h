@@ -7,11 +7,14 @@
 #include <rk/socket/SocketEndpoint.h>
 #include <rk/utils/MessageFormatter.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 
 namespace google::protobuf {
@@ -208,13 +211,20 @@ private:
     RK_SOCKET_NO_EXPORT void bindOrConnect(const SocketEndpoint& target);
     RK_SOCKET_NO_EXPORT void setOptions(unsigned int receiveTimeout);
     RK_SOCKET_NO_EXPORT void remember(const SocketEndpoint& target, unsigned int receiveTimeout);
+    RK_SOCKET_NO_EXPORT void forgetConnections() noexcept;
     RK_SOCKET_NO_EXPORT void closeNativeSocket() noexcept;
 
     RK_SOCKET_NO_EXPORT void repairJam();
     RK_SOCKET_NO_EXPORT bool abandonUnansweredRequest(std::string& error);
     RK_SOCKET_NO_EXPORT std::string pollFailure() const;
     RK_SOCKET_NO_EXPORT std::string failureText(int error) const;
+    RK_SOCKET_NO_EXPORT void sendAfterFailure(void* data, unsigned long size);
+    RK_SOCKET_NO_EXPORT int receiveAfterFailure(void* buffer, unsigned long size);
     [[noreturn]] RK_SOCKET_NO_EXPORT void throwTransferFailure(const char* operation, const char* prefix) const;
+    [[noreturn]] RK_SOCKET_NO_EXPORT void refuse(std::string_view reason) const;
+    [[noreturn]] RK_SOCKET_NO_EXPORT void refuseUninitialized(const google::protobuf::Message& message) const;
+    [[noreturn]] RK_SOCKET_NO_EXPORT void refuseOversized(std::size_t size) const;
+    [[noreturn]] RK_SOCKET_NO_EXPORT void refuseTruncated(int received) const;
     RK_SOCKET_NO_EXPORT void setQueueSize(int option, int size, const char* failurePrefix);
     RK_SOCKET_NO_EXPORT void beginPeriod() noexcept;
     RK_SOCKET_NO_EXPORT void endPeriod() noexcept;
@@ -224,6 +234,7 @@ private:
     std::string name;
     ClosePolicy::ClosePolicy closePolicy;
     std::list<std::pair<SocketEndpoint, unsigned int>> connections;
+    std::unordered_set<std::string> connectionKeys; ///< of `connections`, so that the thousandth is found as fast
     SocketEndpoint endpoint;
     std::string receiveTimeoutText = "undef";
     std::string header;

@@ -1,10 +1,10 @@
 #include "Endpoints.h"
 
+#include "TemporaryFolder.h"
+
 #include <arpa/inet.h>
 #include <atomic>
 #include <cstddef>
-#include <cstdlib>
-#include <filesystem>
 #include <netinet/in.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -41,26 +41,6 @@ bool isFree(unsigned short port) {
     ::close(probe);
     return bound;
 }
-
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        if (mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("cannot make a temporary folder");
-        }
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(pattern, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::string& path() const { return pattern; }
-
-private:
-    std::string pattern = "/tmp/rk-socket-test-XXXXXX";
-};
 
 } // namespace
 

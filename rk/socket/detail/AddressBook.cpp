@@ -37,6 +37,9 @@ int AddressBook::bind(void* socket, const std::string& address) {
     Holdings fresh;
     fresh[address].holder = socket;
     Holdings::node_type entry = fresh.extract(address);
+    Holders freshHolder;
+    freshHolder.emplace(socket, address);
+    Holders::node_type holder = freshHolder.extract(socket);
 
     const Clock::time_point firstAttempt = Clock::now();
     microseconds pause = firstPause;
@@ -52,7 +55,7 @@ int AddressBook::bind(void* socket, const std::string& address) {
         errno = error;
         return result;
     }
-    enter(std::move(entry));
+    enter(std::move(entry), std::move(holder));
     return result;
 }
 
@@ -74,21 +77,26 @@ bool AddressBook::isBeingReleased(const std::string& address, Clock::time_point 
     return Clock::now() < std::max(found->second.givenUp + releaseTime, firstAttempt + leastPatience);
 }
 
-void AddressBook::enter(Holdings::node_type entry) {
+void AddressBook::enter(Holdings::node_type entry, Holders::node_type holder) {
     const std::lock_guard<std::mutex> lock(mutex);
     holdings.erase(entry.key());
     holdings.insert(std::move(entry));
+    holders.insert(std::move(holder));
     forgetOld();
 }
 
 /// Noted before the socket is closed, so that no other thread finds the address taken and nobody to wait for.
 void AddressBook::giveUpAddressesOf(void* socket) {
     const std::lock_guard<std::mutex> lock(mutex);
-    for (auto& [address, holding] : holdings) {
-        if (holding.holder == socket) {
-            holding = {nullptr, Clock::now()};
+    const auto [first, last] = holders.equal_range(socket);
+    for (auto entry = first; entry != last; ++entry) {
+        const auto held = holdings.find(entry->second);
+        // Another socket may have taken the address over meanwhile.
+        if (held != holdings.end() && held->second.holder == socket) {
+            held->second = {nullptr, Clock::now()};
         }
     }
+    holders.erase(first, last);
 }
 
 /// Keeps the book small in a process that binds ever new addresses, at a cost that each new one pays its share of.

@@ -37,14 +37,16 @@ private:
         Clock::time_point givenUp;
     };
     using Holdings = std::map<std::string, Holding>;
+    using Holders = std::multimap<void*, std::string>;
 
     bool isBeingReleased(const std::string& address, Clock::time_point firstAttempt);
-    void enter(Holdings::node_type entry);
+    void enter(Holdings::node_type entry, Holders::node_type holder);
     void giveUpAddressesOf(void* socket);
     void forgetOld();
 
     std::mutex mutex;
     Holdings holdings;
+    Holders holders; ///< the same, the other way round, so that a socket's addresses are found at once
     std::size_t sizeToForgetAt = 64;
 };
 

@@ -1,0 +1,97 @@
+#include "support/Addresses.h"
+#include "support/Report.h"
+#include "support/Stopwatch.h"
+
+#include <rk/socket/Socket.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <future>
+#include <vector>
+
+// How well a socket holds the bit rate that it is told, and how much it lets out at once.
+//
+// usage: cap SECONDS LONGEST     for each rate and each block size whose blocks take at most LONGEST seconds each
+
+namespace rk::benchmarks {
+
+namespace {
+
+constexpr double megabit = 1048576.0;
+constexpr double window = 0.1;
+
+/// The most that left within any window, over what the rate grants it; 1 is perfect.
+double burst(const std::vector<double>& times, double bitsPerBlock, double rate) {
+    std::size_t most = 0;
+    std::size_t begin = 0;
+    for (std::size_t end = 0; end < times.size(); ++end) {
+        while (times[end] - times[begin] >= window) {
+            ++begin;
+        }
+        most = std::max(most, end - begin + 1);
+    }
+    return static_cast<double>(most) * bitsPerBlock / std::max(rate * megabit * window, bitsPerBlock);
+}
+
+void measure(unsigned int rate, std::size_t size, double seconds) {
+    socket::Socket publisher("capped", socket::ClosePolicy::DropPending);
+    publisher.createAndConnect(socket::Protocol::Pub,
+                               socket::SocketEndpoint::FromString("inproc://" + freshAddress("inproc")), 0);
+    publisher.setTargetBitRate(rate);
+    std::vector<char> block(size);
+    publisher.send(block.data(), block.size());
+    std::vector<double> times;
+    const Stopwatch watch;
+    while (times.size() < 3 || watch.seconds() < seconds) {
+        publisher.send(block.data(), block.size());
+        times.push_back(watch.seconds());
+    }
+    const double bits = static_cast<double>(size) * 8.0;
+    const double measured = bits * static_cast<double>(times.size()) / times.back() / megabit;
+    Sample()
+        .number("rate", rate)
+        .number("size", static_cast<double>(size))
+        .number("measured", measured)
+        .number("burst", burst(times, bits, rate))
+        .write();
+}
+
+void measureAll(double seconds, double longest) {
+    std::vector<std::future<void>> slow;
+    for (const unsigned int rate : {1U, 3U, 10U, 30U, 100U, 300U, 1000U}) {
+        for (const std::size_t size : {64U, 1024U, 16384U, 262144U, 1048576U, 8388608U}) {
+            const double secondsOfABlock = static_cast<double>(size) * 8.0 / (rate * megabit);
+            if (secondsOfABlock > longest) {
+                continue;
+            }
+            if (secondsOfABlock > seconds) {
+                // Beside the others: it sleeps nearly all the time.
+                slow.push_back(std::async(std::launch::async, measure, rate, size, seconds));
+            } else {
+                measure(rate, size, seconds);
+            }
+        }
+    }
+    for (std::future<void>& measurement : slow) {
+        measurement.get();
+    }
+}
+
+} // namespace
+
+} // namespace rk::benchmarks
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::fputs("usage: cap SECONDS LONGEST\n", stderr);
+        return 2;
+    }
+    try {
+        rk::benchmarks::measureAll(std::atof(argv[1]), std::atof(argv[2]));
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+        return 1;
+    }
+}

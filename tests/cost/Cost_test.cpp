@@ -1,0 +1,126 @@
+#include "support/Child.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+// What a call costs over the same work done by hand on 0MQ's C interface, counted with 0MQ left out: instructions as
+// callgrind counts them, and allocations. Both are exact, whatever else the machine does.
+
+namespace rk::tests {
+
+namespace {
+
+/// The number behind `label` in what a child wrote to standard error.
+double numberBehind(const std::string& label, const ChildResult& result) {
+    for (const std::string& line : result.errorLines) {
+        const std::string::size_type at = line.find(label);
+        if (at != std::string::npos) {
+            return std::strtod(line.c_str() + at + label.size(), nullptr);
+        }
+    }
+    throw std::runtime_error("a child did not write " + label);
+}
+
+struct Work {
+    std::string name;
+    int payload = 64;
+};
+
+double instructionsOf(const Work& work, int times) {
+    return numberBehind("Collected : ",
+                        runChild({RK_VALGRIND, "--tool=callgrind", "--callgrind-out-file=/dev/null", RK_COST_CHILD,
+                                  work.name, std::to_string(work.payload), std::to_string(times)}));
+}
+
+/// Per call: the difference of a long run and a short one, in which everything else is the same.
+double instructions(const Work& work) {
+    constexpr int shortRun = 20 * 49;
+    constexpr int longRun = 120 * 49;
+    return (instructionsOf(work, longRun) - instructionsOf(work, shortRun)) / (longRun - shortRun);
+}
+
+double allocations(const Work& work) {
+    constexpr int times = 1000;
+    const ChildResult result =
+        runChild({RK_COST_CHILD, work.name, std::to_string(work.payload), std::to_string(times)});
+    return numberBehind("allocations: ", result) / times;
+}
+
+// Strays by a few instructions in a whole run, which do not belong to any one call.
+constexpr double slack = 0.1;
+
+/// Instructions per call; noted in the test's report, as "send" or "sendProtoBuf_by_hand".
+double counted(const Work& work) {
+    std::string key = work.name;
+    std::replace(key.begin(), key.end(), ' ', '_');
+    const double count = instructions(work);
+    ::testing::Test::RecordProperty(key, std::to_string(count));
+    return count;
+}
+
+double overhead(const std::string& work, const std::string& baseline, int payload = 64) {
+    return counted({work, payload}) - counted({baseline, payload});
+}
+
+} // namespace
+
+TEST(Cost, ASendTakesAtMostThirtyInstructionsOverTheBareCall) {
+    EXPECT_LE(overhead("send", "send by hand"), 30 + slack);
+}
+
+TEST(Cost, ASendAllocatesNothing) {
+    EXPECT_EQ(0, allocations({"send"}));
+}
+
+TEST(Cost, AReceiveTakesAtMostTwentyFiveInstructionsOverTheBareCall) {
+    EXPECT_LE(overhead("receive", "receive by hand"), 25 + slack);
+}
+
+TEST(Cost, AReceiveAllocatesNothing) {
+    EXPECT_EQ(0, allocations({"receive"}));
+}
+
+TEST(Cost, ACapOfZeroIsNoCap) {
+    EXPECT_NEAR(0, overhead("send with a cap of 0", "send"), slack);
+}
+
+TEST(Cost, StatisticsTakeAtMostTwentyFiveInstructionsForEachBlockSent) {
+    EXPECT_LE(overhead("send with statistics", "send without statistics"), 25 + slack);
+}
+
+TEST(Cost, StatisticsTakeAtMostTwentyFiveInstructionsForEachBlockReceived) {
+    EXPECT_LE(overhead("receive with statistics", "receive without statistics"), 25 + slack);
+}
+
+TEST(Cost, StatisticsAllocateNothing) {
+    EXPECT_EQ(0, allocations({"send with statistics"}));
+    EXPECT_EQ(0, allocations({"receive with statistics"}));
+}
+
+/// By the size of the bytes in the message.
+class ProtoBufCost : public ::testing::TestWithParam<int> {};
+
+TEST_P(ProtoBufCost, SendingTakesNoMoreInstructionsThanByHand) {
+    EXPECT_LE(overhead("sendProtoBuf", "sendProtoBuf by hand", GetParam()), slack);
+    EXPECT_LE(overhead("sendProtoBuf of a blob", "sendProtoBuf of a blob by hand", GetParam()), slack);
+}
+
+TEST_P(ProtoBufCost, SendingAllocatesOnce) {
+    EXPECT_EQ(1, allocations({"sendProtoBuf", GetParam()}));
+}
+
+TEST_P(ProtoBufCost, ReceivingTakesAtMostFortyFiveInstructionsOverReceivingAndParsing) {
+    EXPECT_LE(overhead("receiveProtoBuf", "receiveProtoBuf by hand", GetParam()), 45 + slack);
+}
+
+TEST_P(ProtoBufCost, ReceivingAllocatesNothing) {
+    EXPECT_EQ(0, allocations({"receiveProtoBuf", GetParam()}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Payload, ProtoBufCost, ::testing::Values(0, 64, 4096), ::testing::PrintToStringParamName());
+
+} // namespace rk::tests

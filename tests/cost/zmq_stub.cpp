@@ -1,0 +1,69 @@
+#include "zmq_stub.h"
+
+#include <zmq.h>
+
+#include <cstring>
+#include <string>
+
+// 0MQ for the trial. The functions stand in the executable, where the library and the work done by hand both find them,
+// and in a file of their own, so that neither gets them inlined.
+
+namespace {
+
+std::string waiting;
+
+} // namespace
+
+namespace rk::cost {
+
+void letBeReceived(const std::string& message) {
+    waiting = message;
+}
+
+} // namespace rk::cost
+
+extern "C" {
+
+void* zmq_ctx_new() {
+    return &waiting;
+}
+
+int zmq_term(void*) {
+    return 0;
+}
+
+int zmq_ctx_destroy(void*) {
+    return 0;
+}
+
+void* zmq_socket(void* context, int) {
+    return context;
+}
+
+int zmq_close(void*) {
+    return 0;
+}
+
+int zmq_connect(void*, const char*) {
+    return 0;
+}
+
+int zmq_setsockopt(void*, int, const void*, size_t) {
+    return 0;
+}
+
+int zmq_send(void*, const void*, size_t size, int) {
+    return static_cast<int>(size);
+}
+
+int zmq_recv(void*, void* buffer, size_t size, int) {
+    std::memcpy(buffer, waiting.data(), size < waiting.size() ? size : waiting.size());
+    return static_cast<int>(waiting.size());
+}
+
+int zmq_poll(zmq_pollitem_t* item, int, long) {
+    item->revents = ZMQ_POLLIN;
+    return 1;
+}
+
+} // extern "C"
