@@ -11,7 +11,7 @@ constexpr double descriptorLimit = 1;
 constexpr double threadLimit = 1;
 
 Growth growthOf(const std::string& name, const std::vector<Point>& points, double limit) {
-    return {name, fit(means(points, stretches)), points.back().x - points.front().x, limit};
+    return {name, fit(minima(points, stretches)), points.back().x - points.front().x, limit};
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "soak/Trend.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -46,13 +47,19 @@ Trend fit(const std::vector<Point>& points) {
     return trend;
 }
 
-std::vector<Point> means(const std::vector<Point>& points, std::size_t count) {
+std::vector<Point> minima(const std::vector<Point>& points, std::size_t count) {
     if (points.size() <= count) {
         return points;
     }
     std::vector<Point> result;
     for (std::size_t i = 0; i < count; ++i) {
-        result.push_back(mean(points, i * points.size() / count, (i + 1) * points.size() / count));
+        const std::size_t begin = i * points.size() / count;
+        const std::size_t end = (i + 1) * points.size() / count;
+        double least = points[begin].y;
+        for (std::size_t k = begin; k < end; ++k) {
+            least = std::min(least, points[k].y);
+        }
+        result.push_back({mean(points, begin, end).x, least});
     }
     return result;
 }

@@ -21,8 +21,8 @@ struct Trend {
 /// At least three points, not all at the same `x`; `std::invalid_argument` otherwise.
 Trend fit(const std::vector<Point>& points);
 
-/// The means of `count` equal stretches of the points. What one sample has in common with the next, say a restart
-/// under way, would make a line through the samples look more certain than it is.
-std::vector<Point> means(const std::vector<Point>& points, std::size_t count);
+/// The least of each of `count` equal stretches of the points, at its middle. What comes and goes, say a restart under
+/// way, is not seen; what has leaked is in every point.
+std::vector<Point> minima(const std::vector<Point>& points, std::size_t count);
 
 } // namespace rk::tests::soak

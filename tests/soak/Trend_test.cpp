@@ -27,15 +27,15 @@ TEST(Trend, IsNotFittedToLessThanThreePointsOrOnePlace) {
     EXPECT_THROW(fit({{1, 0}, {1, 1}, {1, 2}}), std::invalid_argument);
 }
 
-TEST(Means, AreThoseOfEqualStretches) {
-    const std::vector<Point> result = means({{0, 1}, {1, 3}, {2, 5}, {3, 9}, {4, 4}, {5, 0}}, 3);
+TEST(Minima, AreThoseOfEqualStretches) {
+    const std::vector<Point> result = minima({{0, 1}, {1, 3}, {2, 9}, {3, 5}, {4, 4}, {5, 0}}, 3);
     ASSERT_EQ(result.size(), 3U);
     EXPECT_EQ(result[0].x, 0.5);
-    EXPECT_EQ(result[0].y, 2);
-    EXPECT_EQ(result[1].y, 7);
-    EXPECT_EQ(result[2].y, 2);
+    EXPECT_EQ(result[0].y, 1);
+    EXPECT_EQ(result[1].y, 5);
+    EXPECT_EQ(result[2].y, 0);
 }
 
-TEST(Means, OfFewPointsAreThePoints) {
-    EXPECT_EQ(means({{0, 1}, {1, 3}}, 40).size(), 2U);
+TEST(Minima, OfFewPointsAreThePoints) {
+    EXPECT_EQ(minima({{0, 1}, {1, 3}}, 40).size(), 2U);
 }
