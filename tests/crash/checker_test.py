@@ -184,6 +184,15 @@ class Checker(unittest.TestCase):
             "6.5 host begin 2 cut network\n7 host end 2\n20 host end-of-run"), "clients_are_served_again",
             "subscribers_are_fed_again")
 
+    def test_a_server_that_is_deaf_after_a_failure_is_refused(self):
+        deaf = "7 client-1#1 provoke 6 1\n7.1 server#2 fail client-1#1 6 1\n" + "".join(
+            f"{time} client-1#1 timeout 6 {time - 6}\n{time + 0.1} client-1#1 ask 6 {time - 5}\n"
+            for time in range(7, 25)
+        )
+        self.assertIn(
+            "clients_are_served_again: client-1 is not served within 10 s after 10100000000", check(with_lines(deaf))
+        )
+
     def test_a_malformed_line_is_refused(self):
         with self.assertRaises(ValueError):
             parse("half a line")

@@ -8,6 +8,8 @@ import math
 Event = collections.namedtuple("Event", "time process kind args")
 
 SECOND = 1_000_000_000
+# A server is rebuilt within this time, or not at all: its address may be waited for, two seconds at most.
+REBUILD = 3 * SECOND
 
 
 def parse(line):
@@ -110,4 +112,4 @@ class History:
                     yield begin, end, "repair", "server"
                     begin = end = None
             if begin is not None:
-                yield begin, end or math.inf, "repair", "server"
+                yield begin, end or begin + REBUILD, "repair", "server"
