@@ -1,6 +1,5 @@
 """Two hosts of a network of their own: namespaces joined by a pair of virtual Ethernet devices. Needs root."""
 
-import os
 import subprocess
 
 
@@ -14,14 +13,28 @@ def run(*command):
         raise NotPossible(f"{' '.join(command)}: {result.stderr.strip()}")
 
 
+def hold_namespace():
+    """A process that keeps a network namespace, and ends with this one."""
+    holder = subprocess.Popen(
+        ("unshare", "--net", "cat"), stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
+    )
+    try:
+        print("there?", file=holder.stdin, flush=True)
+    except BrokenPipeError:
+        pass
+    if not holder.stdout.readline():
+        raise NotPossible(holder.communicate()[1].strip())
+    return holder
+
+
 class Network:
     """Hosts "near" and "far", and a link that can be made bad."""
 
     ADDRESS = {"near": "10.77.0.1", "far": "10.77.0.2"}
 
     def __init__(self):
-        self.space = {host: f"rk-{os.getpid()}-{host}" for host in self.ADDRESS}
-        self.made = []
+        self.holders = {}
+        self.queued = False  # whether a discipline other than the usual one holds packets back
         try:
             self._make()
         except (NotPossible, FileNotFoundError) as failure:
@@ -29,28 +42,27 @@ class Network:
             raise NotPossible(str(failure)) from failure
 
     def _make(self):
-        for space in self.space.values():
-            run("ip", "netns", "add", space)
-            self.made.append(space)
-        near, far = self.space.values()
-        run("ip", "link", "add", "name", "wire", "netns", near, "type", "veth", "peer", "name", "wire", "netns", far)
-        for host, space in self.space.items():
-            run("ip", "-n", space, "address", "add", f"{self.ADDRESS[host]}/24", "dev", "wire")
-            run("ip", "-n", space, "link", "set", "wire", "up")
-            run("ip", "-n", space, "link", "set", "lo", "up")
-            self._nft(host, "add table inet bad")
-            for hook in ("input", "output"):
-                self._nft(host, f"add chain inet bad {hook} {{ type filter hook {hook} priority 0; }}")
+        for host in self.ADDRESS:
+            self.holders[host] = hold_namespace()
+        far = str(self.holders["far"].pid)
+        self._run("near", "ip", "link", "add", "name", "wire", "type", "veth", "peer", "name", "wire", "netns", far)
+        for host, address in self.ADDRESS.items():
+            self._run(host, "ip", "address", "add", f"{address}/24", "dev", "wire")
+            self._run(host, "ip", "link", "set", "wire", "up")
+            self._run(host, "ip", "link", "set", "lo", "up")
+        self._run("far", "nft", "add table inet bad")
+        for hook in ("input", "output"):
+            self._run("far", "nft", f"add chain inet bad {hook} {{ type filter hook {hook} priority 0; }}")
 
     def prefix(self, host):
         """What a command is begun with, to run on the host."""
-        return ("ip", "netns", "exec", self.space[host])
+        return ("nsenter", f"--net=/proc/{self.holders[host].pid}/ns/net")
 
-    def _nft(self, host, command):
-        run(*self.prefix(host), "nft", command)
+    def _run(self, host, *command):
+        run(*self.prefix(host), *command)
 
     def _drop(self, hook, which=""):
-        self._nft("far", f"add rule inet bad {hook} {which} drop")
+        self._run("far", "nft", f"add rule inet bad {hook} {which} drop")
 
     # What the link may be like
 
@@ -75,15 +87,18 @@ class Network:
         self._queue("netem", "delay", "20ms", "10ms")
 
     def _queue(self, *discipline):
-        for space in self.space.values():
-            run("tc", "-n", space, "qdisc", "replace", "dev", "wire", "root", *discipline)
+        for host in self.ADDRESS:
+            self._run(host, "tc", "qdisc", "replace", "dev", "wire", "root", *discipline)
+        self.queued = True
 
     def heal(self):
-        self._nft("far", "flush chain inet bad input")
-        self._nft("far", "flush chain inet bad output")
-        for space in self.space.values():
-            subprocess.run(("tc", "-n", space, "qdisc", "del", "dev", "wire", "root"), capture_output=True, check=False)
+        for hook in ("input", "output"):
+            self._run("far", "nft", f"flush chain inet bad {hook}")
+        if self.queued:
+            for host in self.ADDRESS:
+                self._run(host, "tc", "qdisc", "del", "dev", "wire", "root")
+            self.queued = False
 
     def close(self):
-        for space in self.made:
-            subprocess.run(("ip", "netns", "del", space), capture_output=True, check=False)
+        for holder in self.holders.values():
+            holder.communicate()
