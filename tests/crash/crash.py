@@ -7,12 +7,10 @@ usage: crash.py PROGRAM ROUNDS [SEED]
 import signal
 import sys
 
-from run import REPLY_TIMEOUT, Run, main
+from run import LINGER_TWO_SECONDS, REPLY_TIMEOUT, WAIT_FOR_DELIVERY, Run, main
 
 LONGEST_FREEZE = 0.6
 LONGEST_ABSENCE = 0.3
-LINGER_TWO_SECONDS = 1
-WAIT_FOR_DELIVERY = 2
 
 
 class CrashRun(Run):
@@ -72,28 +70,18 @@ class CrashRun(Run):
         """A request that was sent and given into the care of its close policy before the server came."""
         disturbance = self.host.disturb("kill", "server")
         self.host.kill("server")
-        closer = self.send_and_close()
-        self.host.wait_until(lambda: self.host.latest_time("closer", "closed") > self.host.latest_time("host", "begin"))
+        closer = self.send_and_close(*self.somewhere())
+        self.host.wait_until(lambda: self.host.is_latest("closer", "closed", closer))
         self.host.restart("server")
         self.host.calm(disturbance)
         self.wait_for_delivery(closer)
 
     def close_at_once(self):
-        self.wait_for_delivery(self.send_and_close())
+        self.wait_for_delivery(self.send_and_close(*self.somewhere()))
 
-    def send_and_close(self):
+    def somewhere(self):
         policy = self.random.choice([LINGER_TWO_SECONDS, WAIT_FOR_DELIVERY])
-        return self.host.start("closer", self.random.choice([self.address, self.path]), policy).label
-
-    def wait_for_delivery(self, closer):
-        """Until the closer has ended, and its request is served or an accident of the server excuses its loss."""
-        closed = self.host.latest_time("closer", "closed")
-        self.host.end("closer")
-        self.host.wait_until(
-            lambda: self.host.latest_time("server", "repair") > closed
-            or any(event.kind == "serve" and event.args[0] == closer for event in reversed(self.host.events[-2000:])),
-            patience=3,
-        )
+        return self.random.choice([self.address, self.path]), policy
 
     def act(self):
         what = self.random.choices(

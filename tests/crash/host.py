@@ -61,6 +61,11 @@ class Host:
         event = self.latest.get((name, kind))
         return event.time if event else 0
 
+    def is_latest(self, name, kind, process):
+        """Whether the last event of the kind in the role is that of the process."""
+        event = self.latest.get((name, kind))
+        return event is not None and event.process == process
+
     def _read(self):
         rest = {}
         while True:
@@ -93,8 +98,7 @@ class Host:
         os.write(self.waken, b".")
         if not name.startswith("closer"):
             began = self.wait_until(
-                lambda: self.latest.get((name, "ready"), Event(0, "", "", ())).process == process.label
-                or process.read.is_set()
+                lambda: self.is_latest(name, "ready", process.label) or process.read.is_set()
             )
             if not began or process.read.is_set():
                 raise RuntimeError(f"{process.label} does not start")

@@ -7,7 +7,7 @@ usage: hosts.py PROGRAM ROUNDS [SEED]     the exit status is 77 where the machin
 import sys
 
 from network import Network, NotPossible
-from run import REPLY_TIMEOUT, Run, main
+from run import REPLY_TIMEOUT, WAIT_FOR_DELIVERY, Run, main
 
 SKIPPED = 77
 LONGEST_CUT = 1.5
@@ -22,10 +22,10 @@ class HostsRun(Run):
         self.network = Network()
         super().__init__(program, seed)
         near, far = self.network.prefix("near"), self.network.prefix("far")
-        requests, feed = (f"tcp://{Network.ADDRESS['near']}:{port}" for port in (5555, 5556))
-        self.host.start("server", requests, prefix=near)
-        self.host.start("client-1", requests, REPLY_TIMEOUT, prefix=far)
-        self.host.start("client-2", requests, REPLY_TIMEOUT, prefix=far)
+        self.requests, feed = (f"tcp://{Network.ADDRESS['near']}:{port}" for port in (5555, 5556))
+        self.host.start("server", self.requests, prefix=near)
+        self.host.start("client-1", self.requests, REPLY_TIMEOUT, prefix=far)
+        self.host.start("client-2", self.requests, REPLY_TIMEOUT, prefix=far)
         self.host.start("publisher", feed, prefix=near)
         self.host.start("subscriber", feed, prefix=far)
         network = self.network
@@ -41,13 +41,19 @@ class HostsRun(Run):
             print(f"hosts: without netem: {failure}")
 
     def act(self):
-        """The link is bad for a while. It loses packets, not connections: nothing of the feed may be missed."""
+        """The link is bad for a while. It loses packets, not connections: nothing of the feed may be missed, and what
+        is sent and closed meanwhile arrives afterwards."""
         way = self.random.choice(self.ways)
         disturbance = self.host.disturb(way.__name__, "network")
         way()
+        closer = None
+        if self.random.random() < 0.25:
+            closer = self.send_and_close(self.requests, WAIT_FOR_DELIVERY, self.network.prefix("far"))
         self.pause(LONGEST_CUT)
         self.network.heal()
         self.host.calm(disturbance)
+        if closer:
+            self.wait_for_delivery(closer)
 
     def close(self):
         super().close()

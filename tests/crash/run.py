@@ -12,6 +12,9 @@ from history import SECOND
 from host import Host
 
 REPLY_TIMEOUT = 300  # milliseconds
+# Close policies.
+LINGER_TWO_SECONDS = 1
+WAIT_FOR_DELIVERY = 2
 LONGEST_PAUSE = 0.05
 ROUNDS_OF_A_RUN = 250  # then all start anew
 
@@ -86,6 +89,20 @@ class Run:
         if publisher != self.host.running["publisher"].label:
             return False
         return not feed or feed.process != publisher or number > int(feed.args[0])
+
+    def send_and_close(self, endpoint, policy, prefix=()):
+        """Starts a process that sends one request and ends; its name."""
+        return self.host.start("closer", endpoint, policy, prefix=prefix).label
+
+    def wait_for_delivery(self, closer):
+        """Until the closer has ended, and its request is served or an accident of the server excuses its loss."""
+        self.host.end("closer")
+        closed = self.host.latest_time("closer", "closed")
+        self.host.wait_until(
+            lambda: self.host.latest_time("server", "repair") > closed
+            or any(event.kind == "serve" and event.args[0] == closer for event in reversed(self.host.events[-2000:])),
+            patience=3,
+        )
 
     def close(self):
         self.host.close()
