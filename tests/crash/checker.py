@@ -192,10 +192,11 @@ def close_policies_are_kept(history):
                 yield f"{process} is lost, against its close policy {policy}"
 
 
-def _moments_of_calm(history, disturbed):
-    """The ends of disturbances behind which there is calm for long enough to be judged."""
-    for end in disturbed.ends:
-        if disturbed.next_begin_after(end) > end + RECOVERY and end + RECOVERY < history.end:
+def _moments_of_calm(history, *roles):
+    """The ends of disturbances behind which nothing comes from outside for long enough to be judged."""
+    from_outside = history.disturbed(*roles, repairs=False)
+    for end in history.disturbed(*roles).ends:
+        if from_outside.next_begin_after(end) > end + RECOVERY and end + RECOVERY < history.end:
             yield end
 
 
@@ -209,7 +210,7 @@ def clients_are_served_again(history):
                     asked = event
                 elif event.kind == "reply":
                     replies.append((asked.time, event.time))
-        for calm in _moments_of_calm(history, history.disturbed("server", client)):
+        for calm in _moments_of_calm(history, "server", client):
             if not any(sent >= calm and came <= calm + RECOVERY for sent, came in replies):
                 yield f"{client} is not served within {RECOVERY // SECOND} s after {calm}"
 
@@ -225,6 +226,6 @@ def subscribers_are_fed_again(history):
     ]
     if not history.processes("subscriber"):
         return
-    for calm in _moments_of_calm(history, history.disturbed("publisher", "subscriber")):
+    for calm in _moments_of_calm(history, "publisher", "subscriber"):
         if not any(sent >= calm and came <= calm + RECOVERY for sent, came in received):
             yield f"the subscriber is not fed within {RECOVERY // SECOND} s after {calm}"

@@ -193,6 +193,16 @@ class Checker(unittest.TestCase):
             "clients_are_served_again: client-1 is not served within 10 s after 10100000000", check(with_lines(deaf))
         )
 
+    def test_a_client_that_is_forgotten_while_the_server_is_rebuilt_for_others_is_refused(self):
+        forgotten = "7 client-1#1 ask 6 1\n" + "".join(
+            f"{time}.1 server#2 repair\n{time}.2 server#2 connected\n{time}.3 server#2 serve client-2#1 {time} 1\n"
+            for time in range(7, 30)
+        )
+        self.assertIn(
+            "clients_are_served_again: client-1 is not served within 10 s after 7200000000",
+            check(with_lines(forgotten)),
+        )
+
     def test_a_malformed_line_is_refused(self):
         with self.assertRaises(ValueError):
             parse("half a line")

@@ -78,13 +78,13 @@ class History:
     def roles(self, prefix):
         return sorted({role(process) for process in self.of_process if role(process).startswith(prefix)})
 
-    def disturbed(self, *roles, lossy=False):
-        """The times at which one of the roles, or the network, was disturbed."""
+    def disturbed(self, *roles, lossy=False, repairs=True):
+        """The times at which one of the roles, or the network, was disturbed; from outside alone, if not by repairs."""
         roles += ("network",)
         return Intervals(
             (begin, end)
             for begin, end, kind, target in self.disturbances
-            if target in roles and (not lossy or kind in self.LOSSY)
+            if target in roles and (not lossy or kind in self.LOSSY) and (repairs or kind != "repair")
         )
 
     def _by_host(self):
