@@ -3,6 +3,8 @@
 #include "soak/ProcessUse.h"
 #include "soak/Trend.h"
 
+#include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,10 +23,11 @@ struct Growth {
     bool isFlat() const { return grown() - 2 * error() <= limit; }
 };
 
-/// The samples of a run.
+/// The least that was held in each of forty stretches of a run. What comes and goes, say a restart under way, is not
+/// seen; what has leaked is in every stretch. The record does not grow itself.
 class Record {
 public:
-    explicit Record(double warmUpSeconds) : warmUp(warmUpSeconds) {}
+    Record(double warmUpSeconds, double runSeconds);
 
     void add(double time, const ProcessUse& use);
 
@@ -32,11 +35,14 @@ public:
     std::vector<Growth> growth() const;
 
 private:
+    static constexpr std::size_t stretches = 40;
+    static constexpr std::size_t enough = 10;
+
+    Growth growthOf(const std::string& name, double ProcessUse::*quantity, double limit) const;
+
     const double warmUp;
-    std::vector<Point> resident;
-    std::vector<Point> allocated;
-    std::vector<Point> descriptors;
-    std::vector<Point> threads;
+    const double end;
+    std::array<std::optional<ProcessUse>, stretches> least;
 };
 
 } // namespace rk::tests::soak

@@ -14,7 +14,7 @@ constexpr double end = 1000;
 /// A run whose memory, descriptors and threads grow by so much from the end of the warm-up to its own end, on top of a
 /// swing that comes and goes.
 std::vector<Growth> runThatGrowsBy(const ProcessUse& growth) {
-    Record record(warmUp);
+    Record record(warmUp, end);
     for (double time = 0; time <= end; ++time) {
         const double done = (time - warmUp) / (end - warmUp);
         const double swing = std::sin(time);
@@ -51,16 +51,34 @@ TEST(Record, TellsTheQuantityThatGrows) {
 }
 
 TEST(Record, LeavesTheWarmUpOut) {
-    Record record(warmUp);
+    Record record(warmUp, end);
     for (double time = 0; time <= end; ++time) {
         record.add(time, {time < warmUp ? 100 * time : 10000, 1000, 10, 10, 0});
     }
     EXPECT_EQ(record.growth().front().trend.first, 10000);
-    EXPECT_EQ(record.growth().front().span, end - warmUp);
+    EXPECT_DOUBLE_EQ(record.growth().front().span, end - warmUp);
 }
 
 TEST(Record, OfAShortRunTellsNothing) {
-    Record record(0);
+    Record record(0, end);
     record.add(1, {1, 1, 1, 1, 0});
     EXPECT_THAT(record.growth(), testing::IsEmpty());
+}
+
+TEST(Record, TakesTheLeastOfEachStretch) {
+    Record record(0, 40);
+    for (double time = 0; time < 40; time += 0.25) {
+        const double peak = time == 7.5 ? 5000 : 0;
+        record.add(time, {10000 + peak, 1000, 10, 10, 0});
+    }
+    EXPECT_EQ(record.growth().front().trend.error, 0);
+}
+
+TEST(Record, OfARunThatEndsEarlyTellsWhatItHasSeen) {
+    Record record(0, 1000);
+    for (double time = 0; time < 500; ++time) {
+        record.add(time, {10000 + 10 * time, 1000, 10, 10, 0});
+    }
+    EXPECT_NEAR(record.growth().front().grown(), 5000, 1);
+    EXPECT_FALSE(record.growth().front().isFlat());
 }

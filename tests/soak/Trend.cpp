@@ -1,6 +1,5 @@
 #include "soak/Trend.h"
 
-#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -8,13 +7,13 @@ namespace rk::tests::soak {
 
 namespace {
 
-Point mean(const std::vector<Point>& points, std::size_t begin, std::size_t end) {
+Point meanOf(const std::vector<Point>& points) {
     Point sum;
-    for (std::size_t i = begin; i < end; ++i) {
-        sum.x += points[i].x;
-        sum.y += points[i].y;
+    for (const Point& point : points) {
+        sum.x += point.x;
+        sum.y += point.y;
     }
-    const auto count = static_cast<double>(end - begin);
+    const auto count = static_cast<double>(points.size());
     return {sum.x / count, sum.y / count};
 }
 
@@ -24,7 +23,7 @@ Trend fit(const std::vector<Point>& points) {
     if (points.size() < 3) {
         throw std::invalid_argument("a trend needs three points");
     }
-    const Point centre = mean(points, 0, points.size());
+    const Point centre = meanOf(points);
     double xx = 0;
     double xy = 0;
     for (const Point& point : points) {
@@ -45,23 +44,6 @@ Trend fit(const std::vector<Point>& points) {
     trend.first = centre.y + trend.slope * (points.front().x - centre.x);
     trend.last = centre.y + trend.slope * (points.back().x - centre.x);
     return trend;
-}
-
-std::vector<Point> minima(const std::vector<Point>& points, std::size_t count) {
-    if (points.size() <= count) {
-        return points;
-    }
-    std::vector<Point> result;
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::size_t begin = i * points.size() / count;
-        const std::size_t end = (i + 1) * points.size() / count;
-        double least = points[begin].y;
-        for (std::size_t k = begin; k < end; ++k) {
-            least = std::min(least, points[k].y);
-        }
-        result.push_back({mean(points, begin, end).x, least});
-    }
-    return result;
 }
 
 } // namespace rk::tests::soak

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <vector>
 
 namespace rk::tests::soak {
@@ -20,9 +19,5 @@ struct Trend {
 
 /// At least three points, not all at the same `x`; `std::invalid_argument` otherwise.
 Trend fit(const std::vector<Point>& points);
-
-/// The least of each of `count` equal stretches of the points, at its middle. What comes and goes, say a restart under
-/// way, is not seen; what has leaked is in every point.
-std::vector<Point> minima(const std::vector<Point>& points, std::size_t count);
 
 } // namespace rk::tests::soak

@@ -26,16 +26,3 @@ TEST(Trend, IsNotFittedToLessThanThreePointsOrOnePlace) {
     EXPECT_THROW(fit({{0, 0}, {1, 1}}), std::invalid_argument);
     EXPECT_THROW(fit({{1, 0}, {1, 1}, {1, 2}}), std::invalid_argument);
 }
-
-TEST(Minima, AreThoseOfEqualStretches) {
-    const std::vector<Point> result = minima({{0, 1}, {1, 3}, {2, 9}, {3, 5}, {4, 4}, {5, 0}}, 3);
-    ASSERT_EQ(result.size(), 3U);
-    EXPECT_EQ(result[0].x, 0.5);
-    EXPECT_EQ(result[0].y, 1);
-    EXPECT_EQ(result[1].y, 5);
-    EXPECT_EQ(result[2].y, 0);
-}
-
-TEST(Minima, OfFewPointsAreThePoints) {
-    EXPECT_EQ(minima({{0, 1}, {1, 3}}, 40).size(), 2U);
-}

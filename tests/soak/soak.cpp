@@ -78,7 +78,7 @@ Outcome run(double seconds, std::uint64_t seed, Figures& figures) {
     const sigset_t signals = blockEndSignals();
     const Clock::time_point start = Clock::now();
     Crew crew(seed, figures);
-    Record record(warmUp(seconds));
+    Record record(warmUp(seconds), seconds);
     Display display;
     ProcessUse use;
     while (secondsSince(start) < seconds && !isEndSignalledWithinASecond(signals)) {
