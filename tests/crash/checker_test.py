@@ -164,6 +164,13 @@ class Checker(unittest.TestCase):
         cut = "3.12 host begin 2 cut network\n3.15 host end 2\n3.16 publisher#1 publish 5\n"
         self.assert_breaches(with_lines(cut + "3.2 subscriber#1 got publisher#1 5 1"))
 
+    def test_a_gap_in_a_feed_that_begins_while_the_link_is_cut_passes(self):
+        cut = "3.12 host begin 2 cut network\n3.13 publisher#1 publish 3\n3.15 host end 2\n3.16 publisher#1 publish 5\n"
+        late = without("3.11 subscriber#1 got publisher#1 2 1") + events(
+            cut + "3.17 subscriber#1 got publisher#1 2 1\n3.2 subscriber#1 got publisher#1 5 1"
+        )
+        self.assert_breaches(late)
+
     def test_a_request_lost_against_its_close_policy_is_refused(self):
         self.assert_breaches(without("4.02 server#2 serve closer#1 1 1"), "close_policies_are_kept")
 
