@@ -2,9 +2,11 @@
 #include "crash/History.h"
 #include "crash/roles.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <sys/prctl.h>
 
 using namespace rk::tests::crash;
 using rk::socket::SocketEndpoint;
@@ -43,6 +45,8 @@ int main(int argc, char** argv) {
     if (argc < 4) {
         return usage();
     }
+    // Nobody is left behind by a run that is killed itself.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     nameProcess(argv[2]);
     blockEndSignal();
     try {
