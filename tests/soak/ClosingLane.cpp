@@ -2,11 +2,38 @@
 
 #include "soak/Patience.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <stdexcept>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace rk::tests::soak {
 
 namespace {
+
+bool accepts(int family, const void* address, socklen_t size) {
+    const int probe = ::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool accepted = ::connect(probe, static_cast<const sockaddr*>(address), size) == 0;
+    ::close(probe);
+    return accepted;
+}
+
+/// Whether a connection to the endpoint would be accepted now. 0MQ closes a socket some time after it was told to.
+bool isListenedOn(const socket::SocketEndpoint& endpoint) {
+    if (endpoint.transport == socket::Transport::Tcp) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(endpoint.port);
+        return accepts(AF_INET, &address, sizeof address);
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    endpoint.address.copy(address.sun_path, sizeof address.sun_path - 1);
+    return endpoint.transport == socket::Transport::Ipc && accepts(AF_UNIX, &address, sizeof address);
+}
 
 using Clock = std::chrono::steady_clock;
 
@@ -22,6 +49,9 @@ ClosingLane::ClosingLane(socket::Transport::Transport transport, std::uint64_t s
 
 void ClosingLane::step() {
     using namespace socket::ClosePolicy;
+    if (isListenedOn(endpoint)) {
+        return; // what the last step's server took now would be gone with it
+    }
     const ClosePolicy policy = onceIn(3) ? DropPending : onceIn(2) ? LingerTwoSeconds : WaitForDelivery;
     // A name of this process that nobody has bound costs 0MQ a socket for good.
     if (!reconnectsByItself) {

@@ -47,13 +47,12 @@ bool Outcome::isGood() const {
 
 std::string liveLine(double seconds, const Figures& figures, const ProcessUse& use) {
     std::ostringstream text = stream(0);
-    text << seconds << " s";
+    text << seconds << " s, " << figures.breaches().size() << " breaches, " << use.residentKiB << " KiB ("
+         << use.allocatedKiB << " allocated), " << use.descriptors << " descriptors, " << use.threads << " threads, "
+         << std::setprecision(1) << 100 * use.processorSeconds / seconds << " % cpu";
     for (const Count& count : counts(figures)) {
-        text << "  " << count.name << ' ' << count.value;
+        text << ", " << count.value << ' ' << count.name;
     }
-    text << "  breaches " << figures.breaches().size() << "  " << use.residentKiB << " KiB, " << use.allocatedKiB
-         << " allocated  " << use.descriptors << " descriptors  " << use.threads << " threads  cpu "
-         << std::setprecision(1) << 100 * use.processorSeconds / seconds << " %";
     return text.str();
 }
 

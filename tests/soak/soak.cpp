@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <malloc.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 using namespace rk::tests::soak;
@@ -49,7 +50,7 @@ class Display {
 public:
     void show(double seconds, const std::string& line) {
         if (terminal) {
-            std::cout << '\r' << line << "\033[K" << std::flush;
+            std::cout << '\r' << line.substr(0, columns() - 1) << "\033[K" << std::flush;
         } else if (seconds >= next) {
             std::cout << line << std::endl;
             next = seconds + betweenPlainLines;
@@ -63,6 +64,13 @@ public:
     }
 
 private:
+    /// A longer line would not be redrawn, but scroll.
+    static std::size_t columns() {
+        winsize size{};
+        const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+        return known ? size.ws_col : 80;
+    }
+
     const bool terminal = isatty(STDOUT_FILENO) == 1;
     double next = 0;
 };
