@@ -131,10 +131,6 @@ void Socket::close() {
     protocol = Protocol::Undef;
     endpoint = SocketEndpoint();
     receiveTimeoutText = "undef";
-    forgetConnections();
-}
-
-void Socket::forgetConnections() noexcept {
     connections.clear();
     connectionKeys.clear();
 }
@@ -242,8 +238,6 @@ void Socket::resetConnections() noexcept {
         return;
     }
     const auto recorded = connections;
-    closeNativeSocket();
-    forgetConnections();
     try {
         create(protocol);
         for (const auto& [target, receiveTimeout] : recorded) {

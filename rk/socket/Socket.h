@@ -221,7 +221,6 @@ private:
     RK_SOCKET_NO_EXPORT void bindOrConnect(const SocketEndpoint& target);
     RK_SOCKET_NO_EXPORT void setOptions(unsigned int receiveTimeout);
     RK_SOCKET_NO_EXPORT void remember(const SocketEndpoint& target, unsigned int receiveTimeout);
-    RK_SOCKET_NO_EXPORT void forgetConnections() noexcept;
     RK_SOCKET_NO_EXPORT void closeNativeSocket() noexcept;
 
     RK_SOCKET_NO_EXPORT void repairJam();

@@ -95,12 +95,9 @@ bool SocketListener::start(std::string& error) {
 }
 
 void SocketListener::connectAll(Socket& socket) const {
-    // A reply socket reports input for a request without an envelope too, which receiving passes over: it must not wait
-    // for the next request without end.
-    const std::uint32_t receiveTimeout = protocol == Protocol::Rep ? pollTimeoutMs : 0;
     for (const SocketEndpoint& endpoint : endpoints) {
         try {
-            socket.connect(endpoint, receiveTimeout);
+            socket.connect(endpoint, 0);
         } catch (const std::exception& failure) {
             rk::utils::logError(formatMessage("Failed connecting endpoint " + endpoint.toString(Protocol::Undef) +
                                               ": " + failure.what()));

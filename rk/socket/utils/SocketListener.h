@@ -32,8 +32,7 @@ namespace rk::socket::utils {
 ///
 /// A reply listener answers through the socket that its handler is given. When a handler returns or throws without
 /// having replied, or a request was too long or did not parse, the request is abandoned: the socket is rebuilt, with a
-/// warning logged, so that other clients are served. The client of that request gets no reply. Its socket has a receive
-/// timeout of a second: a request without 0MQ's envelope, which is no request, is input all the same.
+/// warning logged, so that other clients are served. The client of that request gets no reply.
 ///
 /// Threads: `start`, `stop`, `addListenEndpoint` and the destructor are called from one controlling thread at a time,
 /// and never from the handlers: that ends the process. `createMessage` and `handleMessage` run on the listener's
@@ -55,8 +54,9 @@ public:
     SocketListener& operator=(const SocketListener&) = delete;
 
     /// Ends the thread, waits for it and closes its socket: at most the rest of one poll (a second) and of the handler
-    /// at work. True also when nothing was running. Clears `error` first. Fails with "Failed joining thread: " +
-    /// reason; the listener then counts as stopped.
+    /// at work. A stranger's request without 0MQ's envelope is input that cannot be received: the thread then waits for
+    /// the next request, and so does `stop`. True also when nothing was running. Clears `error` first. Fails with
+    /// "Failed joining thread: " + reason; the listener then counts as stopped.
     virtual bool stop(std::string& error);
 
     /// Opens a socket, connects it to every endpoint listed and starts the thread. Clears `error` first.
