@@ -5,6 +5,7 @@
 
 #include <zmq.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <sys/eventfd.h>
@@ -53,7 +54,7 @@ bool hasDescriptorsToStart() {
     for (int& descriptor : descriptors) {
         descriptor = eventfd(0, EFD_CLOEXEC);
     }
-    const bool hasAll = descriptors.back() >= 0;
+    const bool hasAll = std::none_of(descriptors.begin(), descriptors.end(), [](int fd) { return fd < 0; });
     for (const int descriptor : descriptors) {
         close(descriptor);
     }

@@ -225,8 +225,7 @@ private:
         } else if (strike.function == lock || strike.function == "pthread_create") {
             fail(state, "std::system_error", std::strerror(strike.error), isOpening() ? Then::Reopen : Then::Retry);
         } else if (isOneOf(step.operation, {"SocketContext", "getSocket"})) {
-            const int error = strike.function == "zmq_ctx_new" ? EFAULT : strike.error;
-            fail(state, "result", zmq_strerror(error), Then::Retry);
+            fail(state, "result", zmq_strerror(creationError(strike)), Then::Retry);
         } else if (isOpening()) {
             fail(state, "std::runtime_error", openingFailure(strike), Then::Reopen);
         } else if (isTransfer()) {
@@ -312,11 +311,15 @@ private:
              "Context terminated in " + call + " for socket " + step.party->header(), Then::Retry);
     }
 
+    /// Without a context there is none to make a socket from; descriptors are missing, whatever the system says.
+    static int creationError(const Strike& strike) {
+        return strike.function == "zmq_ctx_new" ? EFAULT : strike.function == "eventfd" ? EMFILE : strike.error;
+    }
+
     std::string openingFailure(const Strike& strike) const {
-        if (strike.function == "zmq_ctx_new" || strike.function == "zmq_socket") {
-            const int error = strike.function == "zmq_socket" ? strike.error : EFAULT;
+        if (isOneOf(strike.function, {"zmq_ctx_new", "zmq_socket", "eventfd"})) {
             return "Socket: Failed creating socket " + step.party->header() + " of type " +
-                   std::to_string(step.party->pattern) + ": " + reason(error);
+                   std::to_string(step.party->pattern) + ": " + reason(creationError(strike));
         }
         if (strike.function == "zmq_setsockopt") {
             return std::string("Socket: Error setting ") +

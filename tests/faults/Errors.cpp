@@ -29,6 +29,7 @@ const std::vector<int>& errorsOf(std::string_view function) {
         {"pthread_mutex_lock", {EINVAL, EAGAIN, EDEADLK, ENOTRECOVERABLE}},
         {"pthread_create", {EAGAIN, EINVAL, EPERM}},
         {"pthread_join", {EDEADLK, EINVAL, ESRCH}},
+        {"eventfd", {EMFILE, ENFILE, ENODEV, ENOMEM}},
         {"chmod", {EPERM, EACCES, EFAULT, EIO, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR, EROFS}},
         {"gettimeofday", {EFAULT, EINVAL}},
         {"usleep", {EINTR, EINVAL}},

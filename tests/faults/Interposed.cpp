@@ -257,6 +257,11 @@ int zmq_poll(zmq_pollitem_t* items, int count, long timeout) {
     return ready > 0 && items->revents == 0 ? 0 : std::min(ready, 1);
 }
 
+int eventfd(unsigned int count, int flags) {
+    static auto* const call = real<decltype(eventfd)>("eventfd");
+    return callOrFail(__builtin_return_address(0), "eventfd", -1, [&] { return call(count, flags); });
+}
+
 int chmod(const char* path, mode_t mode) {
     static auto* const call = real<decltype(chmod)>("chmod");
     return callOrFail(__builtin_return_address(0), "chmod", -1, [&] { return call(path, mode); });
