@@ -1,4 +1,16 @@
-# Finds libzmq's C interface without pkg-config; defines the imported target LibZmq::LibZmq.
+# Finds libzmq's C interface: by its own CMake configuration where the system has one, else by its header and library.
+# Defines the imported target LibZmq::LibZmq.
+find_package(ZeroMQ CONFIG QUIET)
+mark_as_advanced(ZeroMQ_DIR)
+if(TARGET libzmq)
+  set(LibZmq_FOUND TRUE)
+  if(NOT TARGET LibZmq::LibZmq)
+    add_library(LibZmq::LibZmq INTERFACE IMPORTED)
+    target_link_libraries(LibZmq::LibZmq INTERFACE libzmq)
+  endif()
+  return()
+endif()
+
 find_path(LibZmq_INCLUDE_DIR zmq.h)
 find_library(LibZmq_LIBRARY zmq)
 mark_as_advanced(LibZmq_INCLUDE_DIR LibZmq_LIBRARY)

@@ -1,5 +1,6 @@
 # Everything but the library is built only when the project is built for its own sake.
 option(RK_SOCKET_BUILD_EXAMPLES "Build the examples" OFF)
+option(RK_SOCKET_BUILD_TOOLS "Build the command-line tool" OFF)
 option(RK_SOCKET_BUILD_BENCHMARKS "Build the measuring programs, which need the libraries that are compared" OFF)
 if(NOT PROJECT_IS_TOP_LEVEL)
   return()

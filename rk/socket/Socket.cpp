@@ -3,6 +3,7 @@
 #include <rk/socket/ZmqContextTerminationException.h>
 #include <rk/socket/detail/AddressBook.h>
 #include <rk/utils/Log.h>
+#include <rk/utils/detail/LogIfPossible.h>
 
 #include <google/protobuf/message.h>
 #include <zmq.h>
@@ -81,7 +82,7 @@ private:
 
 /// The same text for equal endpoints, and for no others.
 std::string keyOf(const SocketEndpoint& endpoint) {
-    const std::string key = std::to_string(endpoint.transport) + endpoint.address;
+    const std::string key = std::to_string(endpoint.transport) + " " + endpoint.address;
     return endpoint.transport == Transport::Tcp ? key + ":" + std::to_string(endpoint.port) : key;
 }
 
@@ -130,10 +131,6 @@ void Socket::close() {
     protocol = Protocol::Undef;
     endpoint = SocketEndpoint();
     receiveTimeoutText = "undef";
-    forgetConnections();
-}
-
-void Socket::forgetConnections() noexcept {
     connections.clear();
     connectionKeys.clear();
 }
@@ -160,11 +157,10 @@ void Socket::connect(const SocketEndpoint& target, unsigned int receiveTimeout) 
     if (zmqSocket == nullptr) {
         throw std::runtime_error("Socket: Cannot connect a NULL socket");
     }
-    if (isConnectedTo(target)) {
-        return;
-    }
     try {
-        attach(target, receiveTimeout);
+        if (!isConnectedTo(target)) {
+            attach(target, receiveTimeout);
+        }
     } catch (...) {
         close();
         throw;
@@ -242,15 +238,14 @@ void Socket::resetConnections() noexcept {
         return;
     }
     const auto recorded = connections;
-    closeNativeSocket();
-    forgetConnections();
     try {
         create(protocol);
         for (const auto& [target, receiveTimeout] : recorded) {
             connect(target, receiveTimeout);
         }
     } catch (const std::exception& failure) {
-        rk::utils::logError(debugString() + ": Error resetting socket: " + failure.what());
+        rk::utils::detail::logIfPossible(rk::utils::logError,
+                                         [&] { return debugString() + ": Error resetting socket: " + failure.what(); });
     }
 }
 

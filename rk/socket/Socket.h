@@ -62,8 +62,9 @@ public:
     ///
     /// \throws std::runtime_error "Socket: Failed creating socket " + `debugString()` + " of type " + number + ": " +
     ///         E, where E is "Invalid argument" for a value that is no pattern, "Too many open files" when 0MQ's
-    ///         1,023 sockets are used up, "Context was terminated" once the process's exit has begun. The socket is
-    ///         closed.
+    ///         1,023 sockets are used up, "Context was terminated" once the process's exit has begun
+    /// \throws std::system_error when a mutex cannot be locked
+    ///         After these, the socket is closed.
     void create(Protocol::Protocol protocol);
 
     /// Closes the native socket, if any, and forgets every endpoint. Allowed at any time, any number of times. Does not
@@ -93,6 +94,7 @@ public:
     /// \throws std::runtime_error "Socket: Failed connecting/binding socket: " + E
     /// \throws std::runtime_error "Socket: Error setting ZMQ_RCVTIMEO " + E
     /// \throws std::runtime_error "Socket: Error setting ZMQ_SUBSCRIBE " + E
+    /// \throws std::system_error when a mutex cannot be locked
     ///         After all but the first of these, the socket is closed.
     void connect(const SocketEndpoint& endpoint, unsigned int receiveTimeout);
 
@@ -107,8 +109,10 @@ public:
     /// Requests that wait in a reply socket are dropped, and so is what a close policy does not keep; a request that is
     /// sent again may be served twice. Peers on TCP and IPC connect again by themselves, peers on inproc do not. The
     /// queue size starts again at 0MQ's default. The replaced native socket counts among 0MQ's 1,023 until what it has
-    /// to send is delivered or its close policy gives it up: a request socket that is rebuilt again and again against a
-    /// dead server needs `DropPending`. Ends the process when there is no memory to copy the endpoints.
+    /// to send is delivered or its close policy gives it up: against a dead server, either use `DropPending`, or do not
+    /// send a request again but receive again. On inproc, it counts for good if nobody has bound the name yet, and 0MQ
+    /// aborts the process at its exit when there are more than about 500 of these. Ends the process when there is no
+    /// memory to copy the endpoints.
     void resetConnections() noexcept;
 
     /// Sends the `size` bytes at `data` as one message; they are copied, and `size` may be 0. Blocks while the outgoing
@@ -141,6 +145,9 @@ public:
     ///
     /// A `Rep` socket that has not replied to its last request is rebuilt, with a warning logged; that request is
     /// abandoned, and a new one waited for.
+    ///
+    /// The library sends messages of one part. Of a message of several, which only other 0MQ programs send, each call
+    /// returns one part; a `Rep` socket can reply once it has received the last.
     ///
     /// \throws std::runtime_error "Socket: Cannot receive on a NULL socket"
     /// \throws ZmqContextTerminationException "Context terminated in recv() for socket " + `debugString()`
@@ -181,6 +188,9 @@ public:
     /// incoming queue of `Sub` and `Rep`; 0 means no limit. Does nothing on a closed socket. A failure is logged at
     /// error level: "Failed setting emission buffer size: " or "Failed setting reception buffer size: ", + E.
     ///
+    /// With the size of a message, which nothing limits, it bounds the memory that peers can make this process fill. The
+    /// outgoing queue of a `Rep` keeps its 1,000 replies for each peer.
+    ///
     /// Call it between `create` and `connect`: the size holds for connections made later, and libzmq 4.3.4 may crash if
     /// it is changed while a peer disconnects.
     void setInternalFifoSize(int size);
@@ -211,7 +221,6 @@ private:
     RK_SOCKET_NO_EXPORT void bindOrConnect(const SocketEndpoint& target);
     RK_SOCKET_NO_EXPORT void setOptions(unsigned int receiveTimeout);
     RK_SOCKET_NO_EXPORT void remember(const SocketEndpoint& target, unsigned int receiveTimeout);
-    RK_SOCKET_NO_EXPORT void forgetConnections() noexcept;
     RK_SOCKET_NO_EXPORT void closeNativeSocket() noexcept;
 
     RK_SOCKET_NO_EXPORT void repairJam();

@@ -88,7 +88,7 @@ TEST(ExitOfAProcess, RefusesASocketThatIsAskedForAfterTheContext) {
 TEST_P(Exit, TouchesNoReleasedMemory) {
     const std::string valgrind = RK_VALGRIND;
     if (valgrind.empty()) {
-        GTEST_SKIP() << "valgrind does not run what a sanitizer has instrumented";
+        GTEST_SKIP() << "valgrind runs neither what a sanitizer has instrumented nor what is emulated";
     }
     const ChildResult result = runChild({valgrind, "-q", "--error-exitcode=9", RK_EXIT_CHILD, GetParam()});
     EXPECT_EQ(0, result.status) << testing::PrintToString(result.errorLines);

@@ -52,12 +52,15 @@ protected:
     StandIn standIn;
     ZmqContext context;
 
-    /// The linger time that 0MQ has after a socket of the pattern is connected.
+    /// The linger time that 0MQ has after a socket of the pattern is connected. It begins with another than 0MQ's
+    /// default, which is the value of one of the policies.
     int lingerAfterConnect(Protocol::Protocol protocol) {
         Socket socket("cmd", policy);
         void* const handle = context.handleOf(Protocol::ToNativeProtocol(protocol));
+        const int other = 12345;
+        zmq_setsockopt(handle, ZMQ_LINGER, &other, sizeof other);
         standIn.answer("zmq_socket", handle);
-        socket.createAndConnect(protocol, freshEndpoint(Transport::Inproc), 0);
+        socket.createAndConnect(protocol, freshEndpoint(Transport::Ipc), 0);
         return optionOf(handle, ZMQ_LINGER);
     }
 };

@@ -276,6 +276,15 @@ TEST_F(Connect, PassesOverAnEndpointThatDiffersInAPortWithoutMeaning) {
     EXPECT_THAT(connect({Transport::Ipc, "/nonexistent/nobody", 2}, 100), ElementsAre());
 }
 
+TEST_F(Connect, TakesNoUnknownTransportForOneThatItHas) {
+    const SocketEndpoint known(Transport::Inproc, "9a", 0);
+    const SocketEndpoint unknown(static_cast<Transport::Transport>(19), "a", 0);
+    createAndConnect(Protocol::Pub, known);
+
+    EXPECT_EQ("Socket: Failed connecting/binding socket: Invalid argument on [Socket cmd]",
+              textThrownBy([&] { socket.connect(unknown, 0); }));
+}
+
 TEST_F(Connect, PassesOverABoundEndpointToo) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
     createAndConnect(Protocol::Rep, endpoint);
@@ -331,7 +340,7 @@ TEST_P(ReceiveTimeout, Reaches0MqAsItsOption) {
     void* const handle = context.handleOf(ZMQ_REQ);
     standIn.answer("zmq_socket", handle);
 
-    socket.createAndConnect(Protocol::Req, freshEndpoint(Transport::Inproc), GetParam().given);
+    socket.createAndConnect(Protocol::Req, freshEndpoint(Transport::Ipc), GetParam().given);
 
     EXPECT_EQ(GetParam().option, optionOf(handle, ZMQ_RCVTIMEO));
     EXPECT_THAT(standIn.journal().linesWith("zmq_setsockopt 27"),

@@ -233,6 +233,14 @@ TEST_F(ReceiveProtoBuf, RefusesBytesThatAreNoMessageAndConsumesThem) {
     EXPECT_THAT(offers(), ElementsAre("zmq_recv 1000 bytes, flags 0", "zmq_recv 1000 bytes, flags 0"));
 }
 
+TEST_F(ReceiveProtoBuf, OfSizeOneHasABufferOfOneByte) {
+    sendText(feed.publisher, "x");
+
+    EXPECT_EQ("[Socket feed]: Failed deserializing message", textThrownBy([&] { receive(1); }));
+
+    EXPECT_THAT(offers(), ElementsAre("zmq_recv 1 bytes, flags 0"));
+}
+
 TEST_F(ReceiveProtoBuf, RefusesAMessageThatLacksARequiredField) {
     Command command;
     sendText(feed.publisher, std::string("\x08\x07", 2));

@@ -186,6 +186,15 @@ TEST_F(SendProtoBuf, RefusesAMessageThatIsShorterThanItMeasured) {
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());
 }
 
+TEST_F(SendProtoBuf, RefusesAMessageThatIsMeasuredAnewMeanwhile) {
+    FakeMessage message(10, 9, 9);
+
+    EXPECT_EQ("[Socket source]: Cannot send message: changed while being serialized",
+              textThrownBy([&] { feed.publisher.sendProtoBuf(&message); }));
+
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+}
+
 TEST_F(SendProtoBuf, PassesOnWhatSendThrows) {
     Text text;
     standIn.fail("zmq_send", EHOSTUNREACH);

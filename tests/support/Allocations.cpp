@@ -22,6 +22,7 @@ struct Record {
     bool active = false;
     std::size_t failingSize = std::numeric_limits<std::size_t>::max();
     std::size_t count = 0;
+    std::size_t deletions = 0;
     std::array<Entry, 1000> entries{};
 };
 
@@ -51,6 +52,7 @@ void* allocateOrThrow(std::size_t size, bool isArray) {
 
 void release(void* address) noexcept {
     if (record.active && address != nullptr) {
+        ++record.deletions;
         for (Entry& entry : record.entries) {
             if (entry.address == address) {
                 entry.isAlive = false;
@@ -84,6 +86,7 @@ Allocations allocationsOf(const std::function<void()>& action, std::size_t faili
         throw std::length_error("more allocations than can be recorded");
     }
     Allocations found;
+    found.deletions = record.deletions;
     for (std::size_t index = 0; index < record.count; ++index) {
         const Entry& entry = record.entries[index];
         found.all.push_back(entry.size);

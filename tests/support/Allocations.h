@@ -7,11 +7,13 @@
 
 namespace rk::tests {
 
-/// What a thread allocated with `new` while it ran an action: sizes in bytes, in order.
+/// What a thread allocated with `new` while it ran an action: sizes in bytes, in order; and how often it deleted, also
+/// what had been allocated before.
 struct Allocations {
     std::vector<std::size_t> all;
     std::vector<std::size_t> arrays;
     std::vector<std::size_t> arraysAlive; ///< those that were not deleted when the action ended
+    std::size_t deletions = 0;
 };
 
 /// Runs `action`, in which every allocation of at least `failingSize` bytes fails. An action may not run another one.

@@ -13,6 +13,8 @@ std::function<void()>& pendingAction() {
     return action;
 }
 
+thread_local int faultOfJoins = 0; // the next one's
+
 } // namespace
 
 BeforeJoin::BeforeJoin(std::function<void()> action) {
@@ -23,6 +25,14 @@ BeforeJoin::~BeforeJoin() {
     pendingAction() = nullptr;
 }
 
+JoinFault::JoinFault(int error) {
+    faultOfJoins = error;
+}
+
+JoinFault::~JoinFault() {
+    faultOfJoins = 0;
+}
+
 } // namespace rk::tests
 
 /// Stands in front of the C library's function of this name.
@@ -31,5 +41,7 @@ extern "C" int pthread_join(pthread_t thread, void** result) {
     if (const std::function<void()> action = std::exchange(rk::tests::pendingAction(), nullptr)) {
         action();
     }
-    return real(thread, result);
+    const int error = real(thread, result);
+    const int fault = std::exchange(rk::tests::faultOfJoins, 0);
+    return fault != 0 ? fault : error;
 }

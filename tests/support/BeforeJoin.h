@@ -13,4 +13,13 @@ public:
     BeforeJoin& operator=(const BeforeJoin&) = delete;
 };
 
+/// The next join by the calling thread waits as ever, and then fails with the given error number; only while this lives.
+class JoinFault {
+public:
+    explicit JoinFault(int error);
+    ~JoinFault();
+    JoinFault(const JoinFault&) = delete;
+    JoinFault& operator=(const JoinFault&) = delete;
+};
+
 } // namespace rk::tests

@@ -1,5 +1,7 @@
 #include "StandIn.h"
 
+#include "Caller.h"
+
 #include <rk/utils/Log.h>
 
 #include <zmq.h>
@@ -56,11 +58,6 @@ int pollUnlessRunOut(zmq_pollitem_t& item, long timeout, Real* real) {
     const int ready = real(items, 2, timeout);
     item.revents = items[0].revents;
     return ready > 0 && item.revents == 0 ? 0 : std::min(ready, 1);
-}
-
-bool isInLibrary(const void* address) {
-    Dl_info caller{};
-    return dladdr(address, &caller) != 0 && std::string(caller.dli_fname).find("librk-socket") != std::string::npos;
 }
 
 template <class Function>

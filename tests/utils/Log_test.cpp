@@ -1,8 +1,12 @@
 #include "support/Child.h"
+#include "support/MutexFault.h"
+
+#include <rk/utils/Log.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -42,6 +46,19 @@ TEST(Log, KeepsErrno) {
 
 TEST(Log, ThrowsNothingWhenTheLoggerDoes) {
     EXPECT_EQ("survived", linesOf("throwing-sink").back());
+}
+
+TEST(Log, DropsALineWhoseLockCannotBeHadAndKeepsErrno) {
+    testing::internal::CaptureStderr();
+    {
+        const MutexFault fault(EAGAIN);
+        errno = ENOMEM;
+        utils::logDebug("dropped");
+        EXPECT_EQ(ENOMEM, errno);
+    }
+    utils::logDebug("written");
+
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), MatchesRegex("\\[.*\\] \\[rk\\] \\[debug\\] written\n"));
 }
 
 TEST(Log, WorksInStaticDestructorsThatRunLast) {

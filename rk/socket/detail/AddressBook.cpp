@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
-#include <system_error>
+#include <exception>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -28,7 +28,9 @@ constexpr minutes memory{1};
 } // namespace
 
 AddressBook& AddressBook::ofProcess() {
-    static AddressBook* const book = std::make_unique<AddressBook>().release();
+    // In memory of its own, because sockets are closed where there is none left, too.
+    alignas(AddressBook) static std::byte memory[sizeof(AddressBook)];
+    static AddressBook* const book = ::new (static_cast<void*>(memory)) AddressBook;
     return *book;
 }
 
@@ -62,7 +64,7 @@ int AddressBook::bind(void* socket, const std::string& address) {
 void AddressBook::close(void* socket) noexcept {
     try {
         giveUpAddressesOf(socket);
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         // Without the lock nothing is noted, and the next bind of these addresses is not waited for.
     }
     zmq_close(socket);

@@ -1,6 +1,7 @@
 #include <rk/socket/Socket.h>
 #include <rk/socket/utils/SocketListener.h>
 #include <rk/utils/Log.h>
+#include <rk/utils/detail/LogIfPossible.h>
 
 #include <google/protobuf/message.h>
 
@@ -27,6 +28,15 @@ public:
 private:
     sigset_t previous{};
 };
+
+/// A socket whose record cannot be locked has closed its native socket all the same.
+void closeQuietly(Socket& socket) noexcept {
+    try {
+        socket.close();
+    } catch (const std::exception&) {
+        // There is nothing left to be done.
+    }
+}
 
 } // namespace
 
@@ -125,10 +135,15 @@ void SocketListener::threadFunction(std::shared_ptr<Socket> socket) {
         serveUntilStopped(socket);
         socket->close();
     } catch (const std::exception& failure) {
-        rk::utils::logError(
-            makeErrorString(std::string("Failed reading socket: ") + failure.what() + ". Aborting listener thread."));
-        socket->close();
+        logFailure("Failed reading socket: ", failure.what(), ". Aborting listener thread.");
+        closeQuietly(*socket);
     }
+}
+
+/// Nothing may leave the thread, whatever fails on it.
+void SocketListener::logFailure(const char* what, const char* reason, const char* consequence) const noexcept {
+    rk::utils::detail::logIfPossible(rk::utils::logError,
+                                     [&] { return makeErrorString(std::string(what) + reason + consequence); });
 }
 
 void SocketListener::serveUntilStopped(const std::shared_ptr<Socket>& socket) {
@@ -139,7 +154,7 @@ void SocketListener::serveUntilStopped(const std::shared_ptr<Socket>& socket) {
             continue;
         }
         if (result != PollResult::Input || !serve(socket)) {
-            rk::utils::logError(makeErrorString("Poll error on socket. Aborting listener thread."));
+            logFailure("Poll error on socket. Aborting listener thread.");
             return;
         }
     }
@@ -152,7 +167,7 @@ bool SocketListener::serve(const std::shared_ptr<Socket>& socket) {
         socket->receiveProtoBuf(message.get(), messageBufferSize);
         handleMessage(message.get(), socket);
     } catch (const std::exception& failure) {
-        rk::utils::logError(makeErrorString(std::string("Failed handling received message: ") + failure.what()));
+        logFailure("Failed handling received message: ", failure.what());
     }
     std::string error;
     return protocol != Protocol::Rep || socket->abandonUnansweredRequest(error);

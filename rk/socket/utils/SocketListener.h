@@ -54,8 +54,9 @@ public:
     SocketListener& operator=(const SocketListener&) = delete;
 
     /// Ends the thread, waits for it and closes its socket: at most the rest of one poll (a second) and of the handler
-    /// at work. True also when nothing was running. Clears `error` first. Fails with "Failed joining thread: " +
-    /// reason; the listener then counts as stopped.
+    /// at work. A stranger's request without 0MQ's envelope is input that cannot be received: the thread then waits for
+    /// the next request, and so does `stop`. True also when nothing was running. Clears `error` first. Fails with
+    /// "Failed joining thread: " + reason; the listener then counts as stopped.
     virtual bool stop(std::string& error);
 
     /// Opens a socket, connects it to every endpoint listed and starts the thread. Clears `error` first.
@@ -90,6 +91,8 @@ public:
     void threadFunction(std::shared_ptr<Socket> socket);
 
 private:
+    RK_SOCKET_NO_EXPORT void logFailure(const char* what, const char* reason = "",
+                                        const char* consequence = "") const noexcept;
     RK_SOCKET_NO_EXPORT void connectAll(Socket& socket) const;
     RK_SOCKET_NO_EXPORT void serveUntilStopped(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT bool serve(const std::shared_ptr<Socket>& socket);

@@ -4,6 +4,7 @@
 #include <spdlog/spdlog.h>
 
 #include <cerrno>
+#include <exception>
 #include <memory>
 #include <mutex>
 
@@ -58,21 +59,22 @@ private:
 class RegistryWatch {
 public:
     RegistryWatch() { spdlog::get(loggerName); }
-    ~RegistryWatch() { Backend::instance().registryEnds(); }
+    ~RegistryWatch() {
+        try {
+            Backend::instance().registryEnds();
+        } catch (const std::exception&) {
+            // The last lines of the process are lost, and nothing else.
+        }
+    }
     RegistryWatch(const RegistryWatch&) = delete;
     RegistryWatch& operator=(const RegistryWatch&) = delete;
 };
 
 spdlog::level::level_enum toSpdlog(Level level) {
-    switch (level) {
-    case Level::Debug:
+    if (level == Level::Debug) {
         return spdlog::level::debug;
-    case Level::Warning:
-        return spdlog::level::warn;
-    case Level::Error:
-        break;
     }
-    return spdlog::level::err;
+    return level == Level::Warning ? spdlog::level::warn : spdlog::level::err;
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+#include "support/BeforeJoin.h"
 #include "support/Endpoints.h"
 #include "support/RecordingListener.h"
 #include "support/StandIn.h"
@@ -6,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
@@ -49,6 +51,11 @@ protected:
         std::cerr << "at the end: " << error() << "\n";
         std::abort();
     }
+
+    [[noreturn]] static void tellAndExit() {
+        std::cerr << "at the end: " << error() << "\n";
+        std::exit(7);
+    }
 };
 
 /// What a listener's own thread must not do.
@@ -81,6 +88,18 @@ TEST_F(ListenerDeathTest, OfAMakerThatThrowsWhatIsNoException) {
             sendARequest(listener);
         },
         testing::KilledBySignal(SIGABRT), "terminate called after throwing an instance of 'int'");
+}
+
+TEST_F(ListenerDeathTest, OfAStopWhoseJoinTheSystemRefuses) {
+    EXPECT_EXIT(
+        {
+            std::set_terminate(tellAndExit);
+            RecordingListener listener(Protocol::Rep);
+            listener.serve(freshEndpoint(Transport::Inproc));
+            const JoinFault fault(EINVAL);
+            listener.stop(error());
+        },
+        testing::ExitedWithCode(7), "at the end: .Socket Listener rep. Failed joining thread: Invalid argument\n");
 }
 
 TEST_F(MisusedListenerDeathTest, OfAStopByItsHandlerWhoseJoinFails) {

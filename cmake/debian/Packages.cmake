@@ -1,0 +1,59 @@
+# The Debian packages: one of what programs run with, one of what they are built with, and one of programs.
+# scripts/package builds them.
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/documents.cmake)
+set(CPACK_RK_CHANGELOG ${PROJECT_SOURCE_DIR}/CHANGELOG.md)
+set(CPACK_VERBATIM_VARIABLES ON)
+
+set(CPACK_PACKAGE_VENDOR "the maintainers of rk::socket")
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Maintainers of rk-socket <maintainers@rk-socket.invalid>")
+set(CPACK_DEBIAN_PACKAGE_SOURCE rk-socket)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
+
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+
+# What the programs need of other packages is read from them; this library is found in the build.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # would stand in front of each
+set(about "Publish, subscribe, request and reply sockets, which carry protobuf
+messages or blocks of bytes over TCP, IPC and inproc, remember their
+endpoints, are rebuilt when the order of requests and replies is broken,
+and report every failure as an exception.")
+
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME librk-socket${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "messaging sockets on top of ZeroMQ, shared library\n${about}")
+# The trigger runs ldconfig. CPack would write scripts that do, unless it is given others: these do not exist.
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_SOURCE_DIR}/abi/symbols ${CMAKE_CURRENT_LIST_DIR}/triggers /nonexistent/postinst /nonexistent/postrm)
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME librk-socket-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} ${this_version}, libprotobuf-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libzmq3-dev, protobuf-compiler, rk-socket-tools")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "messaging sockets on top of ZeroMQ, development files\n${about}
+
+This package has the headers, and what CMake and pkg-config need to find
+the library.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME rk-socket-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} ${this_version}")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "librk-socket-dev, protobuf-compiler")
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "messaging sockets on top of ZeroMQ, programs\n${about}
+
+This package has the programs that come with the library, and examples
+with their sources.")
+
+include(CPack)

@@ -1,0 +1,166 @@
+#include "support/Child.h"
+#include "support/Endpoints.h"
+
+#include <rk/socket/Socket.h>
+#include <rk/socket/SocketContext.h>
+#include <rk/socket/ZmqContextTerminationException.h>
+#include <rk/utils/MessageFormatter.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace PollResult = socket::PollResult;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+/// What a child process writes, without the library's debug lines.
+std::vector<std::string> linesOf(const std::string& scenario) {
+    const ChildResult result = runChild({RK_CONTRACT_CHILD, scenario});
+    EXPECT_EQ(0, result.status) << testing::PrintToString(result.errorLines);
+    std::vector<std::string> lines;
+    for (const std::string& line : result.errorLines) {
+        if (line.find("[debug] [SocketContext]: ") == std::string::npos &&
+            line.find("[debug] Connect") == std::string::npos) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+const std::vector<std::string> values{"rep 3", "ipc",          "tcp://*:1 SocketEndpoint tcp://node:1: here",
+                                      "equal", "[name]: text", "the end"};
+
+void inAThreadOfItsOwn(const std::function<void()>& action) {
+    std::thread(action).join();
+}
+
+} // namespace
+
+TEST(AfterTheContext, ValuesWorkAsBefore) {
+    EXPECT_EQ(values, linesOf("late-values"));
+}
+
+TEST(AfterTheContext, LogLinesAreWritten) {
+    EXPECT_THAT(linesOf("late-log-lines"), ElementsAre(EndsWith("[debug] a debug line"),
+                                                       EndsWith("[warning] a warning"), EndsWith("[error] an error")));
+}
+
+TEST(AfterTheContext, ASocketCannotBeMadeAndEveryOtherCallIsThatOfAClosedOne) {
+    const std::string refused = "Socket: Failed creating socket [Socket late] of type 1: Context was terminated on "
+                                "[Socket late]";
+    EXPECT_THAT(linesOf("late-socket"),
+                ElementsAre("null", "getSocket: done", "create: " + refused, "createAndConnect: " + refused,
+                            "connect: Socket: Cannot connect a NULL socket", "resetConnections: done",
+                            "send: Socket: Cannot send on a NULL socket",
+                            "sendProtoBuf: Socket: Cannot send on a NULL socket",
+                            "receive: Socket: Cannot receive on a NULL socket",
+                            "receiveProtoBuf: Socket: Cannot receive on a NULL socket",
+                            "poll: Socket: Cannot poll a NULL socket", "flushIncomingMessages: done",
+                            "setInternalFifoSize: done", "activateStatistics: done", "addBlockToStatistics: done",
+                            "setTargetBitRate: done", "handleBitRateCapping: done", "close: done", "[Socket late]"));
+}
+
+TEST(AfterTheContext, AListenerCannotBeStartedAndEveryOtherCallWorksAsBefore) {
+    EXPECT_THAT(
+        linesOf("late-listener"),
+        ElementsAre("added", "removed",
+                    "[Socket Listener rep] Failed creating socket: Socket: Failed creating socket [Socket late] "
+                    "of type 3: Context was terminated on [Socket late]",
+                    "stopped", "[Socket Listener rep] text"));
+}
+
+TEST(AfterFork, TheParentsSocketsGoOn) {
+    EXPECT_THAT(linesOf("fork-with-sockets"), ElementsAre("answered", "the child ended with 0", "answered"));
+}
+
+TEST(AfterFork, TheParentsListenerGoesOn) {
+    EXPECT_THAT(linesOf("fork-with-a-listener"), ElementsAre("served", "the child ended with 0", "served"));
+}
+
+TEST(AfterFork, BothSidesHaveSocketsOfTheirOwnIfThereWasNoneBefore) {
+    EXPECT_THAT(linesOf("fork-before-the-first-socket"), ElementsAre("answered", "the child ended with 0", "answered"));
+}
+
+TEST(AfterFork, ValuesAndLogLinesWorkInTheChild) {
+    std::vector<testing::Matcher<std::string>> expected(values.begin(), values.end());
+    for (const char* end : {"[debug] a debug line", "[warning] a warning", "[error] an error"}) {
+        expected.emplace_back(EndsWith(end));
+    }
+    expected.emplace_back("the child ended with 0");
+
+    EXPECT_THAT(linesOf("fork-and-use-values"), testing::ElementsAreArray(expected));
+}
+
+TEST(AfterFork, AProgramThatTheChildBecomesInheritsNoDescriptor) {
+    const std::vector<std::string> lines = linesOf("fork-and-exec");
+
+    ASSERT_EQ(4U, lines.size());
+    EXPECT_EQ(lines[0], lines[2]) << "descriptors without and with sockets in the parent";
+    EXPECT_EQ("the child ended with 0", lines[3]);
+}
+
+TEST(AnyThread, MayReadConvertCompareAndPrintTheSameValues) {
+    const SocketEndpoint shared = SocketEndpoint::FromString("tcp://node:5555");
+    const rk::utils::MessageFormatter formatter("name");
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 1000; ++round) {
+                EXPECT_EQ(shared, SocketEndpoint::FromString(shared.toString(Protocol::Req)));
+                EXPECT_NE(shared, SocketEndpoint(shared.transport, shared.address, 1));
+                EXPECT_EQ("SocketEndpoint tcp://node:5555: here", shared.formatMessage("here"));
+                EXPECT_EQ("[name]: text", formatter.formatMessage("text"));
+                EXPECT_EQ(Protocol::Rep, Protocol::FromString(Protocol::ToString(Protocol::Rep)));
+                EXPECT_EQ(3, Protocol::ToNativeProtocol(Protocol::Req));
+                EXPECT_EQ(Transport::Tcp, Transport::FromString(Transport::ToString(Transport::Tcp)));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(AnyThread, MayMakeEachCallOfASocketThatIsHandedToIt) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    Socket publisher("source", ClosePolicy::DropPending);
+    Socket subscriber("feed", ClosePolicy::DropPending);
+    char byte = 'x';
+    std::string error;
+    inAThreadOfItsOwn([&] { publisher.create(Protocol::Pub); });
+    inAThreadOfItsOwn([&] { publisher.setInternalFifoSize(10); });
+    inAThreadOfItsOwn([&] { publisher.connect(endpoint, 0); });
+    inAThreadOfItsOwn([&] { publisher.activateStatistics(true); });
+    inAThreadOfItsOwn([&] { publisher.setTargetBitRate(1000); });
+    inAThreadOfItsOwn([&] { subscriber.createAndConnect(Protocol::Sub, endpoint, 20000); });
+    inAThreadOfItsOwn([&] { publisher.poll(0, error); }); // takes note of the subscription
+    for (int message = 0; message < 3; ++message) {
+        inAThreadOfItsOwn([&] { publisher.send(&byte, 1); });
+    }
+    inAThreadOfItsOwn([&] { EXPECT_EQ(PollResult::Input, subscriber.poll(20000, error)); });
+    inAThreadOfItsOwn([&] { EXPECT_EQ(1, subscriber.receive(&byte, 1)); });
+    inAThreadOfItsOwn([&] { subscriber.flushIncomingMessages(); });
+    inAThreadOfItsOwn([&] { EXPECT_EQ(PollResult::Timeout, subscriber.poll(0, error)); });
+    inAThreadOfItsOwn([&] { publisher.resetConnections(); });
+    inAThreadOfItsOwn([&] { subscriber.resetConnections(); });
+    inAThreadOfItsOwn([&] { EXPECT_EQ("[Socket feed]", subscriber.debugString()); });
+    inAThreadOfItsOwn([&] { subscriber.close(); });
+    inAThreadOfItsOwn([&] { publisher.close(); });
+}
+
+} // namespace rk::tests

@@ -1,0 +1,71 @@
+#include "ScenarioList.h"
+#include "Steps.h"
+#include "support/Endpoints.h"
+
+namespace rk::tests {
+
+namespace {
+
+namespace PollResult = socket::PollResult;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+std::vector<Step> jammedRequest(Transport::Transport transport) {
+    const auto endpoint = freshEndpoint(transport);
+    const PartyPointer server = party("the one who answers", Protocol::Rep);
+    const PartyPointer client = party("the one who asks", Protocol::Req);
+    return {construct(server),
+            construct(client),
+            createAndConnect(server, endpoint, 2000),
+            createAndConnect(client, endpoint, 2000),
+            send(client, "question"),
+            jammed(send(client, "question"), endpoint),
+            destroy(client),
+            destroy(server)};
+}
+
+std::vector<Step> jammedReply(Transport::Transport transport) {
+    const auto endpoint = freshEndpoint(transport);
+    const PartyPointer server = party("the one who answers", Protocol::Rep);
+    const PartyPointer client = party("the one who asks", Protocol::Req);
+    return {construct(server),
+            construct(client),
+            createAndConnect(server, endpoint, 2000),
+            createAndConnect(client, endpoint, 2000),
+            send(client, "question"),
+            receive(server, "question"),
+            jammed(throwing(receive(server, "nothing"),
+                            "Receive error: Resource temporarily unavailable on " + server->header()),
+                   endpoint),
+            destroy(client),
+            destroy(server)};
+}
+
+std::vector<Step> reset(Protocol::Protocol pattern) {
+    const auto first = freshEndpoint(Transport::Tcp);
+    const auto second = freshEndpoint(Transport::Ipc);
+    const PartyPointer one = party("the one who is rebuilt", pattern);
+    Step rebuild = call("resetConnections", one, [=] { one->socket->resetConnections(); });
+    for (const auto& endpoint : {first, second}) {
+        const auto lines = linesOfConnect(*one, endpoint);
+        rebuild.debug.insert(rebuild.debug.end(), lines.begin(), lines.end());
+    }
+    return {construct(one), create(one), connect(one, first, 100), connect(one, second, 0), rebuild, destroy(one)};
+}
+
+} // namespace
+
+std::vector<Scenario> repairScenarios() {
+    return {
+        {"jammed request, tcp", [] { return jammedRequest(Transport::Tcp); }, false},
+        {"jammed request, inproc", [] { return jammedRequest(Transport::Inproc); }, false},
+        {"jammed reply, tcp", [] { return jammedReply(Transport::Tcp); }, false},
+        {"jammed reply, ipc", [] { return jammedReply(Transport::Ipc); }, false},
+        {"reset, publisher", [] { return reset(Protocol::Pub); }, false},
+        {"reset, subscriber", [] { return reset(Protocol::Sub); }, false},
+        {"reset, reply", [] { return reset(Protocol::Rep); }, false},
+        {"reset, request", [] { return reset(Protocol::Req); }, false},
+    };
+}
+
+} // namespace rk::tests

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "Scenario.h"
+
+#include <rk/socket/SocketEndpoint.h>
+
+namespace rk::tests {
+
+using PartyPointer = std::shared_ptr<Party>;
+
+PartyPointer party(const std::string& name, socket::Protocol::Protocol pattern);
+
+// The steps that most scenarios are made of.
+Step construct(const PartyPointer& party);
+Step create(const PartyPointer& party);
+Step connect(const PartyPointer& party, const socket::SocketEndpoint& endpoint, unsigned int timeout);
+Step createAndConnect(const PartyPointer& party, const socket::SocketEndpoint& endpoint, unsigned int timeout);
+Step send(const PartyPointer& party, const std::string& text);
+Step receive(const PartyPointer& party, const std::string& text);
+Step close(const PartyPointer& party);
+Step destroy(const PartyPointer& party);
+
+Step poll(const PartyPointer& party, unsigned int timeout, socket::PollResult::PollResult result);
+Step flush(const PartyPointer& party);
+Step setInternalFifoSize(const PartyPointer& party);
+/// Any other operation. It throws `Wrong` when it finds something else than it has to.
+Step call(const std::string& operation, const PartyPointer& party, std::function<void()> run);
+
+/// The step, when it is not to return: the exception, and its text.
+Step throwing(Step step, const std::string& text);
+/// The step, when the socket is jammed and rebuilt on the way.
+Step jammed(Step step, const socket::SocketEndpoint& endpoint);
+
+/// What `connect` logs.
+std::vector<std::string> linesOfConnect(const Party& party, const socket::SocketEndpoint& endpoint);
+
+void require(bool condition, const std::string& text);
+
+} // namespace rk::tests

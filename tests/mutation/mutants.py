@@ -1,0 +1,207 @@
+"""The mutants of a source file: each is the file with one small mistake in it."""
+
+import dataclasses
+import hashlib
+import re
+
+# What may be taken for one another.
+families = [
+    ["Pub", "Sub", "Rep", "Req", "Undef"],
+    ["Inproc", "Ipc", "Tcp", "Undef"],
+    ["DropPending", "LingerTwoSeconds", "WaitForDelivery"],
+    ["Input", "Timeout", "Failure"],
+    ["Debug", "Warning", "Error"],
+    ["debug", "warn", "err"],
+    ["ZMQ_PUB", "ZMQ_SUB", "ZMQ_REP", "ZMQ_REQ"],
+    ["ZMQ_SNDHWM", "ZMQ_RCVHWM", "ZMQ_SNDTIMEO"],
+    ["ZMQ_RCVTIMEO", "ZMQ_SNDTIMEO"],
+    ["ZMQ_SUBSCRIBE", "ZMQ_UNSUBSCRIBE"],
+    ["ZMQ_LINGER", "ZMQ_SNDTIMEO"],
+    ["ZMQ_POLLIN", "ZMQ_POLLOUT"],
+    ["EFSM", "ETERM", "EAGAIN"],
+    ["EADDRINUSE", "EACCES"],
+    ["SIG_SETMASK", "SIG_BLOCK", "SIG_UNBLOCK"],
+    ["true", "false"],
+    ["min", "max"],
+    ["rfind", "find"],
+    ["logDebug", "logWarning"], ["logWarning", "logError"],
+]
+operators = {
+    "==": ["!="], "!=": ["=="],
+    "<": ["<=", ">="], "<=": ["<", ">"], ">": [">=", "<="], ">=": [">", "<"],
+    "&&": ["||"], "||": ["&&"],
+    "+": ["-"], "-": ["+"], "*": ["/"], "/": ["*"], "&": ["|"], "|": ["&"],
+    "+=": ["-="], "++": ["--"],
+}
+token = re.compile(
+    r'(?P<comment>//[^\n]*)|(?P<text>"(?:[^"\\\n]|\\.)*")|(?P<char>\'(?:[^\'\\]|\\.)\')'
+    r"|(?P<number>\b(?:0[0-7]+|\d+\.\d+|\d+)\b)|(?P<name>\b[A-Za-z_]\w*\b)"
+    r"|(?P<operator>(?<= )(?:==|!=|<=|>=|<|>|&&|\|\||\+=|\+|-|\*|/|&|\|)(?= |$)|\+\+|(?<![\w=])!(?!=))", re.MULTILINE)
+# Lines whose words and signs are no behaviour: what only declares, and the labels of a switch, which none can share.
+inert = re.compile(r"\s*(#|using |namespace |template|case |enum |///|//)|.* = (delete|default);")
+declaration = re.compile(r"\s*(const |auto |static |constexpr |return\b|throw\b|using |[\w:<>,*& ]+ \w+(\{.*\})?( = .*)?;$)")
+guard = re.compile(r"\s*const (std::lock_guard<std::mutex>|ErrnoKeeper|SignalBlock) \w+(\(.*\))?;$")
+leaving = re.compile(r"\s*(return|throw|continue)\b.*;$")
+handler = re.compile(r"catch \((\.\.\.|const std::(?:exception|system_error)&( \w+)?)\)")
+head = re.compile(r"^(?:class |struct )?[\w\[(~].*[({]$|^[\w\[(~].*\(.*")
+
+
+@dataclasses.dataclass(frozen=True)
+class Mutant:
+    file: str
+    function: str
+    line: int  # the first that differs, from 1
+    last: int
+    before: str
+    after: str
+    text: str
+
+    @property
+    def name(self):
+        """The same wherever the function stands in the file."""
+        return f"{self.file}: {self.function}: {self.before} => {self.after}"
+
+    @property
+    def id(self):
+        return hashlib.sha256(f"{self.name}{self.text}".encode()).hexdigest()[:16]
+
+
+def other_number(text):
+    if "." in text:
+        return [f"{float(text) * 2 or 1.0}"]
+    value = int(text, 8) if re.fullmatch("0[0-7]+", text) else int(text)
+    return [str(value + 1)] + ([str(value - 1)] if value > 0 else [])
+
+
+def other_names(name, line, at):
+    if line[:at].endswith(("ClosePolicy::", "Protocol::", "Transport::", "PollResult::", "Level::", "level::")):
+        scope = re.search(r"(\w+)::$", line[:at]).group(1)
+        own = {"Protocol": 0, "Transport": 1, "ClosePolicy": 2, "PollResult": 3, "Level": 4, "level": 5}[scope]
+        family = families[own]
+        if name not in family:
+            return []
+        place = family.index(name)
+        return [family[(place + step) % len(family)] for step in (1, 2)]
+    found = []
+    for family in families:
+        if name in family and (family is not families[2] and family is not families[3]):
+            place = family.index(name)
+            found += [family[(place + step) % len(family)] for step in (1, 2)]
+    return [other for other in dict.fromkeys(found) if other != name]
+
+
+def replacements(match, line):
+    kind, text = match.lastgroup, match.group()
+    if kind == "text":
+        return [text[:-1] + '~"']
+    if kind == "char":
+        return ["'~'"]
+    if kind == "number":
+        return other_number(text)
+    if kind == "name":
+        return other_names(text, line, match.start())
+    if kind == "operator" and not (text in "+-" and '"' in line):  # texts are only ever added
+        return [""] if text == "!" else operators.get(text, [])
+    return []
+
+
+class Source:
+    def __init__(self, file, text):
+        self.file = file
+        self.lines = text.split("\n")
+
+    def mutants(self):
+        """Every mutant once, in the order of the file."""
+        if self.file.endswith(".h"):
+            found = list(self.of_initialisers())
+        else:
+            found = [*self.of_tokens(range(len(self.lines))), *self.of_conditions(), *self.of_statements(),
+                     *self.of_handlers()]
+        unique = {}
+        for mutant in sorted(found, key=lambda mutant: mutant.line):
+            unique.setdefault(mutant.text, mutant)
+        return list(unique.values())
+
+    def mutant(self, first, last, new):
+        """The file with the lines from `first` to `last` replaced by `new`."""
+        text = "\n".join(self.lines[:first] + new + self.lines[last + 1:])
+        shown = [" ".join(line.strip() for line in lines) for lines in (self.lines[first:last + 1], new)]
+        return Mutant(self.file, self.function_at(first), first + 1, last + 1, shown[0], shown[1] or ";", text)
+
+    def function_at(self, number):
+        """The name of what the line stands in."""
+        for line in reversed(self.lines[:number + 1]):
+            found = re.match(r"(?:    )?(?:\[\[.*\]\] )?(?:[\w:<>*&, ]+[ *&])?([\w:~]+)\(.*[{:;,]$", line)
+            if found and not re.match(r"\s*(if|for|while|switch|return|throw|const std::lock_guard)\b", line):
+                if not line.startswith("    ") or line.rstrip().endswith("{") and not line.startswith("     "):
+                    return found.group(1)
+        return "file"
+
+    def of_tokens(self, numbers):
+        for number in numbers:
+            line = self.lines[number]
+            if inert.match(line):
+                continue
+            for match in token.finditer(line):
+                if match.lastgroup == "comment":
+                    break
+                for new in replacements(match, line):
+                    yield self.mutant(number, number, [line[:match.start()] + new + line[match.end():]])
+
+    def of_initialisers(self):
+        """Of a header, only what the library alone compiles: the values that its private members begin with."""
+        first = self.lines.index("private:") if "private:" in self.lines else len(self.lines)
+        return self.of_tokens([number for number, line in enumerate(self.lines)
+                               if number > first and re.match(r"    [\w:<>*]+ \w+( = .*|\{.*\});", line)])
+
+    def of_conditions(self):
+        for number, line in enumerate(self.lines):
+            found = re.match(r"(\s*(?:\} else )?(?:if|while) \()(.*)(\) \{)$", line)
+            if found:
+                before, condition, behind = found.groups()
+                constants = ["false"] if "while" in before else ["true", "false"]
+                comparisons = len(re.findall(r" (?:[<>]=?|[=!]=) ", condition))
+                opposite = [f"!({condition})"] if comparisons != 1 and not condition.startswith("!") else []
+                for new in opposite + constants:
+                    yield self.mutant(number, number, [before + new + behind])
+            inside = re.search(r"\([^()]*\?", line)
+            found = re.search(r" \? (.+) : (.+?)(?=%s)" % (r"\)" if inside else ";$"), line)
+            if found:
+                yes, no = found.groups()
+                yield self.mutant(number, number, [line[:found.start()] + f" ? {no} : {yes}" + line[found.end():]])
+
+    def statements(self):
+        """The first and last line of each simple statement of a function's body."""
+        first = None
+        for number, line in enumerate(self.lines):
+            code = line.split("//")[0].rstrip() if '"' not in line else line
+            if not code.startswith("    ") or inert.match(line) or code.endswith(("{", "}", ":")) or not code.strip():
+                first = None
+                continue
+            if first is None:
+                first = number
+            if code.endswith(";"):
+                yield first, number
+                first = None
+
+    def of_statements(self):
+        previous = None
+        for first, last in self.statements():
+            whole = " ".join(line.strip() for line in self.lines[first:last + 1])
+            indent = re.match(r" *", self.lines[first]).group()
+            is_call = not declaration.match(whole) and not leaving.match(whole) and whole != "break;"
+            ends_function = last + 1 < len(self.lines) and self.lines[last + 1] == "}"
+            if is_call or guard.match(whole) or leaving.match(whole) and not ends_function:
+                yield self.mutant(first, last, [indent + ";"])
+            # Assignments of values that nothing reads in between may stand in any order.
+            if previous and is_call and "(" in whole and previous[1] + 1 == first and previous[2] == indent:
+                swapped = self.lines[first:last + 1] + self.lines[previous[0]:previous[1] + 1]
+                yield self.mutant(previous[0], last, swapped)
+            previous = (first, last, indent) if is_call and "(" in whole else None
+
+    def of_handlers(self):
+        for number, line in enumerate(self.lines):
+            found = handler.search(line)
+            if found:
+                new = f"catch (const std::bad_typeid&{found.group(2) or ''})"
+                yield self.mutant(number, number, [line[:found.start()] + new + line[found.end():]])

@@ -1,0 +1,5 @@
+# Stands for the configuration that libzmq brings along on some systems.
+add_library(libzmq INTERFACE IMPORTED)
+set_target_properties(libzmq PROPERTIES
+  INTERFACE_LINK_LIBRARIES -lzmq
+  INTERFACE_COMPILE_DEFINITIONS ZEROMQ_FOUND_BY_CONFIG)

@@ -1,0 +1,5 @@
+# Stands for the configuration that protobuf brings along on some systems.
+add_library(protobuf::libprotobuf INTERFACE IMPORTED)
+set_target_properties(protobuf::libprotobuf PROPERTIES
+  INTERFACE_LINK_LIBRARIES -lprotobuf
+  INTERFACE_COMPILE_DEFINITIONS PROTOBUF_FOUND_BY_CONFIG)

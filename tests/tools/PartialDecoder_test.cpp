@@ -1,0 +1,56 @@
+#include "Complaints.h"
+#include "PartialDecoder.h"
+#include "ProtobufCodec.h"
+#include "Schema.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace rk::tools {
+
+namespace {
+
+/// What the codec complains of when it decodes a block as a plant.Sample.
+std::string complaintAbout(const std::string& block) {
+    const Complaints complaints;
+    ProtobufCodec codec(std::make_unique<Schema>(std::vector<std::string>{RK_PLANT_SCHEMA}, std::vector<std::string>{}),
+                        "", "Sample", false, complaints);
+    try {
+        return codec.decode(block);
+    } catch (const CodecError& error) {
+        return error.what();
+    }
+}
+
+std::string broken(int place, const std::string& json) {
+    return "not a plant.Sample from byte " + std::to_string(place) + " on; decoded so far: " + json;
+}
+
+const std::string sensor = "\x12\x03"
+                           "abc"; // 5 bytes
+const std::string unit = "\x1a\x02\x10\x01";
+
+} // namespace
+
+TEST(PartialDecoder, StopsBeforeWhatIsCutOff) {
+    EXPECT_EQ(broken(0, "{}"), complaintAbout(sensor.substr(0, 4)));
+    EXPECT_EQ(broken(4, R"({"quantity":{"unit":"BAR"}})"), complaintAbout(unit + sensor.substr(0, 4)));
+    EXPECT_EQ(broken(5, R"({"sensor":"abc"})"), complaintAbout(sensor + "\xff"));
+}
+
+TEST(PartialDecoder, LooksIntoAMessageThatIsCutOff) {
+    EXPECT_EQ(broken(9, R"({"sensor":"abc","quantity":{"unit":"BAR"}})"),
+              complaintAbout(sensor + "\x1a\x0b\x10\x01\x09" + std::string(2, '\0')));
+    EXPECT_EQ(broken(7, R"({"sensor":"abc","quantity":{}})"), complaintAbout(sensor + "\x1a\x0b"));
+}
+
+TEST(PartialDecoder, StopsBeforeTextThatIsNoUtf8) {
+    EXPECT_EQ(broken(5, R"({"sensor":"abc"})"), complaintAbout(sensor + "\x12\x01\xff" + unit));
+}
+
+TEST(PartialDecoder, StopsBeforeAnEndOfNothing) {
+    EXPECT_EQ(broken(5, R"({"sensor":"abc"})"), complaintAbout(sensor + "\x0c" + unit));
+}
+
+} // namespace rk::tools

@@ -1,0 +1,163 @@
+"""What the tool says about itself: its help, its manual page, the shells' completions, and what it refuses."""
+
+import os
+import pty
+import re
+import select
+import subprocess
+import time
+import unittest
+
+from harness import PATIENCE, SOURCES, TOOL, Terminal, ToolTest
+
+DOCUMENTS = os.environ["RK_DOCUMENTS"]
+COMMANDS = ["sub", "pub", "req", "rep"]
+
+
+def document(name):
+    with open(os.path.join(DOCUMENTS, name), encoding="utf-8") as file:
+        return file.read()
+
+
+class Help(ToolTest):
+    def help(self, *arguments):
+        status, output, errors = self.run_tool(*arguments, "--help")
+        self.assertEqual((0, ""), (status, errors))
+        return output.decode()
+
+    def options(self, command):
+        """Each option of a subcommand, in all spellings."""
+        entries = re.findall(r"^  (-.*?)(?:  .*)?$", self.help(command), re.MULTILINE)
+        return {spelling for entry in entries for spelling in re.findall(r"(?<!\S)--?[a-z][-a-z]*", entry)}
+
+    def test_is_no_wider_than_a_terminal_but_for_the_examples(self):
+        for arguments in ([], *([command] for command in COMMANDS)):
+            text = self.help(*arguments).split("\nExamples:\n")[0]
+            self.assertLessEqual(max(len(line) for line in text.splitlines()), 80)
+
+    def test_has_examples_for_every_command(self):
+        for command in COMMANDS:
+            self.assertRegex(self.help(command).split("\nExamples:\n")[1], "^  # .*\n  .*rk-socket " + command)
+
+    def test_every_option_is_in_the_manual_page(self):
+        page = document("rk-socket.1").replace("\\-", "-")
+        for command in COMMANDS:
+            section = page.split("\n.SS %s " % command)[1].split("\n.S")[0]
+            self.assertGreater(len(self.options(command)), 10)
+            self.assertEqual(self.options(command), set(re.findall(r"(?<!\S)--?[a-z][-a-z]*",
+                             " ".join(re.findall(r"^\.TP\n\.B (-.*)$", section, re.MULTILINE)).replace("\\fI", "").replace(",", " "))))
+
+    def test_every_option_is_in_the_document(self):
+        with open(os.path.join(SOURCES, "docs/tool.md"), encoding="utf-8") as file:
+            text = file.read()
+        for command in COMMANDS:
+            for option in self.options(command):
+                self.assertRegex(text, re.escape(option) + r"\b")
+
+    def test_every_option_is_completed_by_bash(self):
+        for command in COMMANDS:
+            self.assertEqual(self.options(command), self.completed_by_bash("rk-socket", command, "-"))
+
+    def test_bash_completes_commands_choices_and_files(self):
+        self.write_file("file.proto", b"")
+        self.assertEqual(set(COMMANDS), self.completed_by_bash("rk-socket", "") - {"--help", "--version"})
+        self.assertEqual({"text", "hex", "raw"}, self.completed_by_bash("rk-socket", "sub", "--format", ""))
+        self.assertEqual({"linger"}, self.completed_by_bash("rk-socket", "sub", "--close-policy", "l"))
+        self.assertEqual({"file.proto"}, self.completed_by_bash("rk-socket", "sub", "--proto", "f"))
+        self.assertEqual(set(), self.completed_by_bash("rk-socket", "sub", "--count", ""))
+
+    def completed_by_bash(self, *words):
+        script = 'compopt() { :; }; source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _rk_socket; ' \
+                 'printf "%s\n" "${COMPREPLY[@]}"'
+        done = subprocess.run(["bash", "-euc", script, os.path.join(DOCUMENTS, "rk-socket.bash"), *words],
+                              capture_output=True, cwd=self.folder)
+        self.assertEqual((0, b""), (done.returncode, done.stderr))
+        return set(done.stdout.decode().split())
+
+    def test_every_option_is_completed_by_zsh(self):
+        text = document("_rk-socket")
+        for command in COMMANDS:
+            section = text.split("    %s)\n" % command)[1].split(";;")[0]
+            spellings = set(re.findall(r"^ *(?:'\*')?(--[a-z-]+)'", section, re.MULTILINE))
+            for pair in re.findall(r"\{(.*?)\}'\[", section):
+                spellings.update(pair.split(","))
+            self.assertEqual(self.options(command), spellings)
+
+    def test_zsh_completes_options_and_choices(self):
+        with ZSh(self.folder) as shell:
+            self.assertIn("--close-policy", shell.complete("rk-socket req --clo"))
+            self.assertIn("linger", shell.complete("rk-socket rep --close-policy li"))
+            self.assertIn("--echo", shell.complete("rk-socket rep ipc://a --ec"))
+
+    def test_the_manual_page_is_without_errors(self):
+        page = os.path.join(DOCUMENTS, "rk-socket.1")
+        done = subprocess.run(["mandoc", "-T", "lint", "-W", "warning", page], capture_output=True)
+        warnings = [line for line in done.stdout.decode().splitlines() if "missing date" not in line]
+        self.assertEqual(([], b""), (warnings, done.stderr))
+
+    def test_tells_its_version(self):
+        self.assertRegex(self.run_tool("--version")[1], rb"^rk-socket \d+\.\d+\.\d+\n$")
+
+
+class ZSh:
+    """An interactive zsh that completes."""
+
+    def __init__(self, folder):
+        self.master, terminal = pty.openpty()
+        self.process = subprocess.Popen(["zsh", "-f", "-i"], stdin=terminal, stdout=terminal, stderr=terminal,
+                                        env=dict(os.environ, TERM="dumb", HOME=folder), start_new_session=True)
+        os.close(terminal)
+        os.write(self.master, b"PS1=''; setopt interactive_comments; fpath=(%s $fpath); autoload -Uz compinit; "
+                              b"compinit -u -D; echo rea''dy\n" % DOCUMENTS.encode())
+        self.read_until("ready\r\n")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        os.close(self.master)
+
+    def complete(self, text):
+        """What zsh shows when the tabulator key is pressed behind the text: the rest of a word, or a list."""
+        os.write(self.master, text.encode() + b"\t\x01# \necho en''d\n")
+        return self.read_until("end\r\n")
+
+    def read_until(self, wanted):
+        text = ""
+        deadline = time.monotonic() + PATIENCE
+        while wanted not in text:
+            if not select.select([self.master], [], [], max(0, deadline - time.monotonic()))[0]:
+                raise AssertionError("%r did not come; only: %r" % (wanted, text))
+            text += os.read(self.master, 65536).decode()
+        return text
+
+
+class Refusing(ToolTest):
+    def test_a_command_line_that_is_not_understood_ends_with_status_2(self):
+        endpoint = self.fresh_endpoint()
+        for arguments in ([], ["push"], ["sub"], ["sub", "nowhere"], ["sub", endpoint, "--bogus"], ["sub", endpoint, "--count"],
+                          ["sub", endpoint, "--count", "x"], ["sub", endpoint, "--timeout", "soon"],
+                          ["sub", endpoint, "--proto", "a.proto"], ["sub", endpoint, "--type", "T"],
+                          ["sub", endpoint, "--format", "xml"], ["sub", endpoint, "--stats", "--format", "hex"],
+                          ["pub", endpoint, "a", "--file", "b"], ["pub", endpoint, "a", "--replay", "b"],
+                          ["pub", endpoint, "--rate", "0"], ["pub", endpoint, "--fifo", "-1"], ["rep", endpoint],
+                          ["rep", endpoint, "--echo", "--reply", "x"]):
+            status, output, errors = self.run_tool(*arguments)
+            self.assertEqual((2, b""), (status, output), arguments)
+            self.assertRegex(errors, r"^rk-socket: .* \(see rk-socket.* --help\)\n$")
+
+
+class Colours(ToolTest):
+    def test_are_for_terminals(self):
+        self.assertIn(b"\x1b[1;31mrk-socket:\x1b[0m ", Terminal(["push"]).end()[1])
+
+    def test_are_left_out_when_they_are_not_wanted(self):
+        self.assertNotIn(b"\x1b", Terminal(["push"], {"NO_COLOR": "1"}).end()[1])
+        self.assertNotIn(b"\x1b", Terminal(["push"], {"TERM": "dumb"}).end()[1])
+        self.assertNotIn("\x1b", self.run_tool("push")[2])
+
+
+if __name__ == "__main__":
+    unittest.main()

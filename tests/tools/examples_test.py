@@ -1,0 +1,131 @@
+"""Runs every example of the help and of the document, with the peers that they speak of.
+
+The peers are told apart by port: on 5555 somebody publishes telemetry.Reading, on 5556 somebody answers telemetry.Command,
+on 5558 somebody echoes; whoever publishes on 5557 is listened to, and whoever answers on 5559 is asked.
+"""
+
+import concurrent.futures
+import itertools
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import threading
+import unittest
+
+from harness import SOURCES, TOOL, Process, ToolTest, free_port, generated, zmq
+
+telemetry = generated("telemetry", os.path.join(SOURCES, "examples/telemetry"))
+
+
+def examples_of_help(command):
+    text = subprocess.run([TOOL, command, "--help"], capture_output=True, check=True).stdout.decode()
+    return re.findall(r"^  # .*\n  (.*)$", text.split("\nExamples:\n")[1], re.MULTILINE)
+
+
+def examples_of_document():
+    with open(os.path.join(SOURCES, "docs/tool.md"), encoding="utf-8") as file:
+        text = file.read()
+    blocks = re.findall(r"^```sh\n(.*?)^```$", text, re.MULTILINE | re.DOTALL)
+    lines = "".join(blocks).replace("\\\n", " ").splitlines()
+    return [line for line in lines if line and not line.startswith("#")]
+
+
+class Examples(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.ports = {port: free_port() for port in range(5555, 5560)}
+        self.over = threading.Event()
+        shutil.copy(os.path.join(SOURCES, "examples/telemetry/telemetry.proto"), self.folder)
+        self.write_file("request.bin", bytes(range(256)))
+        self.write_file("readings.rec", b"rk-socket recording 1\n" + bytes(8) + b"\4\0\0\0\x08\1\x10\2")
+        self.write_file("commands.json", b'{"id": 1}\n{"id": 2, "action": "PAUSE"}\n')
+
+    def endpoint(self, port):
+        return "tcp://127.0.0.1:%d" % self.ports[port]
+
+    def publish_readings(self):
+        publisher = self.publisher("tcp://*:%d" % self.ports[5555])
+
+        def loop():
+            number = 0
+            while not self.over.wait(0.002):
+                number += 1
+                publisher.send(telemetry.Reading(sequence=number, load=0.5, memory_total_kib=8000).SerializeToString())
+            publisher.close(0)
+
+        thread = threading.Thread(target=loop)
+        thread.start()
+        self.addCleanup(thread.join)
+        self.addCleanup(self.over.set)
+
+    def answer_command(self, request):
+        return telemetry.Answer(id=telemetry.Command.FromString(request).id, interval_ms=50).SerializeToString()
+
+    def run_example(self, command):
+        tool = re.search(r"rk-socket (\w+)", command).group(1)
+        if tool == "sub":
+            self.publish_readings()
+        elif tool == "req":
+            self.serve("tcp://*:%d" % self.ports[5556], self.answer_command)
+            self.serve("tcp://*:%d" % self.ports[5558], lambda request: request)
+        listener = self.subscriber(self.endpoint(5557)) if tool == "pub" else None
+        script = re.sub(r":(555\d)", lambda match: ":%d" % self.ports[int(match.group(1))], command)
+        process = Process(["bash", "-c", "set -o pipefail; PATH=%s:$PATH; %s" % (os.path.dirname(TOOL), script)],
+                          cwd=self.folder, start_new_session=True)
+        self.addCleanup(process.discard)
+        process.close_input()
+        if listener:
+            self.assertIsNotNone(listener.recv())
+        if tool == "rep":
+            self.ask(command)
+        self.finish(command, process)
+
+    def ask(self, command):
+        client = self.client(self.endpoint(5559))
+        client.send(telemetry.Command(id=7).SerializeToString() if "--proto" in command else b"hello")
+        reply = client.recv()
+        if "--proto" in command:
+            self.assertEqual(telemetry.Answer(id=7, refusal="not now"), telemetry.Answer.FromString(reply))
+        else:
+            self.assertIn(reply, (b"hello", b"HELLO", b"at your service"))
+
+    def finish(self, command, process):
+        endless = re.search(r"rk-socket (sub|rep) ", command) and "--count" not in command and "head" not in command \
+            and "timeout" not in command
+        if endless:
+            self.assertNotEqual(b"", process.read_line())
+            os.killpg(process.process.pid, signal.SIGINT)
+        status, output, errors = process.end()
+        allowed = (0, -signal.SIGINT, 128 + signal.SIGINT) if endless else (0,)
+        self.assertIn(status, allowed, errors)
+        complaints = [line for line in errors.splitlines() if line.startswith("rk-socket:") and "debug: " not in line]
+        self.assertEqual([], complaints)
+        writes = not re.search(r">|--record|rk-socket pub", command)
+        if writes and not endless:
+            self.assertNotEqual(b"", output)
+
+
+def add_test(name, command):
+    setattr(Examples, "test_" + name, lambda self: self.run_example(command))
+
+
+for name in ("sub", "pub", "req", "rep"):
+    examples = examples_of_help(name)
+    assert examples, name
+    for index, example in enumerate(examples, 1):
+        add_test("help_%s_%d" % (name, index), example)
+for index, example in enumerate(examples_of_document(), 1):
+    add_test("document_%d" % index, example)
+
+if __name__ == "__main__":
+    # They mostly wait: several at a time.
+    cases = unittest.defaultTestLoader.loadTestsFromTestCase(Examples)
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:
+        results = list(pool.map(lambda case: case.run(), cases))
+    for case, trace in itertools.chain.from_iterable(result.errors + result.failures for result in results):
+        print(case, trace, sep="\n")
+    print(len(results), "examples")
+    sys.exit(not all(result.wasSuccessful() for result in results))

@@ -1,0 +1,226 @@
+"""What the tests of the tool share: the tool as a process, and foreign peers made with Python's 0MQ and protobuf."""
+
+import atexit
+import fcntl
+import importlib
+import itertools
+import os
+import pty
+import select
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import termios
+import threading
+import time
+import unittest
+
+import zmq
+
+PATIENCE = 30  # seconds; a test waits for events, and this long only when it fails
+TOOL = os.environ["RK_TOOL"]
+SOURCES = os.environ["RK_SOURCES"]
+SCHEMAS = os.path.join(SOURCES, "tests/tools")
+
+_ports = itertools.count(os.getpid() * 37)
+
+
+def free_port():
+    """A port that nobody holds, below those that the system gives to clients; no other test gets it meanwhile."""
+    for number in itertools.islice(_ports, 22000):
+        port = 10000 + number % 22000
+        reservation = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        try:
+            reservation.bind("\0rk-socket-test-port-%d" % port)
+            with socket.socket() as probe:
+                probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+                probe.bind(("", port))
+        except OSError:
+            reservation.close()
+            continue
+        atexit.register(reservation.close)
+        return port
+    raise RuntimeError("no free port")
+
+
+class Process:
+    """A program whose output is read line by line while it runs."""
+
+    def __init__(self, arguments, **options):
+        self.process = subprocess.Popen(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE, bufsize=0, **options)
+        self.unread = b""
+        self.watchdog = threading.Timer(PATIENCE, self.process.kill)
+        self.watchdog.start()
+
+    def write(self, data):
+        self.process.stdin.write(data)
+
+    def close_input(self):
+        self.process.stdin.close()
+        self.process.stdin = None
+
+    def read_line(self):
+        """The next line of standard output, without its end; b"" at the end of the output."""
+        while b"\n" not in self.unread:
+            piece = os.read(self.process.stdout.fileno(), 65536)
+            if not piece:
+                line, self.unread = self.unread, b""
+                return line
+            self.unread += piece
+        line, self.unread = self.unread.split(b"\n", 1)
+        return line
+
+    def signal(self, number):
+        self.process.send_signal(number)
+
+    def end(self):
+        """Waits. The exit status, the rest of standard output, and standard error."""
+        output, errors = self.process.communicate()
+        self.watchdog.cancel()
+        return self.process.returncode, self.unread + output, errors.decode()
+
+    def discard(self):
+        if self.process.returncode is None:
+            self.process.kill()
+            self.end()
+
+
+class Terminal:
+    """The tool on a terminal of 100 columns: its standard output and standard error are one."""
+
+    def __init__(self, arguments, environment=None):
+        self.master, terminal = pty.openpty()
+        fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 40, 100, 0, 0))
+        self.process = subprocess.Popen([TOOL, *arguments], stdin=subprocess.DEVNULL, stdout=terminal, stderr=terminal,
+                                        env={**os.environ, "TERM": "xterm", **(environment or {})})
+        os.close(terminal)
+        self.text = b""
+
+    def read_until(self, wanted):
+        deadline = time.monotonic() + PATIENCE
+        while wanted not in self.text:
+            if not select.select([self.master], [], [], max(0, deadline - time.monotonic()))[0]:
+                raise AssertionError("%r did not come; only: %r" % (wanted, self.text))
+            self._read()
+
+    def end(self):
+        try:
+            while True:
+                self._read()
+        except OSError:  # what Linux says when nobody has the terminal any more
+            pass
+        os.close(self.master)
+        return self.process.wait(), self.text
+
+    def _read(self):
+        self.text += os.read(self.master, 65536)
+
+
+class ToolTest(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="rk-socket-test-")
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.context = zmq.Context()
+        self.addCleanup(self.context.term)
+        self.names = itertools.count(1)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def write_file(self, name, data):
+        with open(self.path(name), "wb") as file:
+            file.write(data)
+        return self.path(name)
+
+    def read_file(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def fresh_endpoint(self):
+        return "ipc://" + self.path("socket-%d" % next(self.names))
+
+    def start(self, *arguments, **options):
+        process = Process([TOOL, *arguments], **options)
+        self.addCleanup(process.discard)
+        return process
+
+    def start_shell(self, script, **environment):
+        process = Process(["bash", "-c", "set -o pipefail; PATH=%s:$PATH; " % os.path.dirname(TOOL) + script],
+                          cwd=self.folder, env=dict(os.environ, **environment))
+        self.addCleanup(process.discard)
+        return process
+
+    def run_tool(self, *arguments, input=b""):
+        done = subprocess.run([TOOL, *arguments], input=input, capture_output=True, timeout=PATIENCE)
+        return done.returncode, done.stdout, done.stderr.decode()
+
+    def peer(self, kind):
+        peer = self.context.socket(kind)
+        self.addCleanup(peer.close, 0)
+        peer.setsockopt(zmq.LINGER, 0)
+        peer.setsockopt(zmq.RCVTIMEO, PATIENCE * 1000)
+        peer.setsockopt(zmq.SNDTIMEO, PATIENCE * 1000)
+        peer.setsockopt(zmq.SNDHWM, 0)
+        peer.setsockopt(zmq.RCVHWM, 0)
+        return peer
+
+    def publisher(self, endpoint):
+        """A publisher that can be asked to wait for its subscriber."""
+        peer = self.peer(zmq.XPUB)
+        peer.bind(endpoint)
+        return peer
+
+    def await_subscriber(self, publisher):
+        self.assertEqual(b"\1", publisher.recv())
+
+    def subscriber(self, endpoint):
+        peer = self.peer(zmq.SUB)
+        peer.setsockopt(zmq.RECONNECT_IVL, 5)
+        peer.subscribe(b"")
+        peer.connect(endpoint)
+        return peer
+
+    def serve(self, endpoint, answer):
+        """A reply socket that answers each request with answer(request), until the test is over."""
+        peer = self.peer(zmq.REP)
+        peer.bind(endpoint)
+        peer.setsockopt(zmq.RCVTIMEO, 50)
+        over = threading.Event()
+
+        def loop():
+            while not over.is_set():
+                try:
+                    peer.send(answer(peer.recv()))
+                except zmq.Again:
+                    pass
+            peer.close(0)
+
+        thread = threading.Thread(target=loop)
+        thread.start()
+        self.addCleanup(thread.join)
+        self.addCleanup(over.set)
+
+    def client(self, endpoint):
+        peer = self.peer(zmq.REQ)
+        peer.connect(endpoint)
+        return peer
+
+    def schema(self, name):
+        return os.path.join(SCHEMAS, name)
+
+
+def generated(name, folder=SCHEMAS):
+    """Python's own code for the schema `name`, and for those that it imports from the same folder."""
+    place = tempfile.mkdtemp(prefix="rk-socket-test-")
+    atexit.register(shutil.rmtree, place)
+    files = [file for file in os.listdir(folder) if file.endswith(".proto")]
+    subprocess.run(["protoc", "-I", folder, "--python_out", place, *files], check=True)
+    sys.path.insert(0, place)
+    return importlib.import_module(name + "_pb2")

@@ -1,0 +1,183 @@
+"""Recordings: what sub writes, what pub reads, and that the timing is kept."""
+
+import struct
+import time
+import unittest
+
+from harness import Terminal, ToolTest
+
+HEADER = b"rk-socket recording 1\n"
+
+
+def recorded(seconds, block):
+    return struct.pack("<QI", int(seconds * 1e9), len(block)) + block
+
+
+class Recording(ToolTest):
+    def record(self, blocks, *options):
+        endpoint = self.fresh_endpoint()
+        publisher = self.publisher(endpoint)
+        sub = self.start("sub", endpoint, "--record", self.path("recording"), "--count", str(len(blocks)), *options)
+        self.await_subscriber(publisher)
+        for block in blocks:
+            publisher.send(block)
+        self.assertEqual((0, b"", ""), sub.end())
+        return self.read_file("recording")
+
+    def entries(self, data):
+        self.assertEqual(HEADER, data[:len(HEADER)])
+        data = data[len(HEADER):]
+        entries = []
+        while data:
+            nanoseconds, size = struct.unpack("<QI", data[:12])
+            entries.append((nanoseconds / 1e9, data[12:12 + size]))
+            data = data[12 + size:]
+        return entries
+
+    def test_keeps_blocks_as_they_are_with_times_that_begin_at_zero(self):
+        blocks = [b"one", b"", b"\x00\n\xff" * 50000]
+        entries = self.entries(self.record(blocks))
+
+        self.assertEqual(blocks, [block for _, block in entries])
+        times = [moment for moment, _ in entries]
+        self.assertEqual((0.0, sorted(times)), (times[0], times))
+
+    def test_is_there_before_the_next_message_comes(self):
+        endpoint = self.fresh_endpoint()
+        publisher = self.publisher(endpoint)
+        sub = self.start("sub", endpoint, "--record", "-")
+        self.await_subscriber(publisher)
+        self.assertEqual(HEADER[:-1], sub.read_line())
+        publisher.send(b"one\n")
+
+        self.assertEqual(recorded(0, b"one\n"), sub.read_line() + b"\n")
+
+    def test_a_file_that_cannot_be_written_is_named(self):
+        self.assertEqual((1, b"", "rk-socket: cannot write /nowhere/file: No such file or directory\n"),
+                         self.run_tool("sub", self.fresh_endpoint(), "--record", "/nowhere/file"))
+
+    def test_shows_progress_on_a_terminal(self):
+        endpoint = self.fresh_endpoint()
+        publisher = self.publisher(endpoint)
+        terminal = Terminal(["sub", endpoint, "--record", self.path("recording"), "--count", "2"])
+        self.await_subscriber(publisher)
+        publisher.send(b"1234")
+        terminal.read_until(b"[###############...............]  50 %  1 messages, 4 bytes")
+        publisher.send(b"1234")
+
+        status, text = terminal.end()
+        self.assertEqual(0, status)
+        self.assertTrue(text.endswith(b"[##############################] 100 %  2 messages, 8 bytes\r\n"), text)
+
+
+class Replaying(ToolTest):
+    def replay(self, *options):
+        """A replay from a pipe, which the subscriber has begun to hear."""
+        endpoint = self.fresh_endpoint()
+        subscriber = self.subscriber(endpoint)
+        pub = self.start("pub", endpoint, "--replay", "-", "--delay", "0", *options)
+        pub.write(HEADER)
+        pub.write(recorded(0, b"probe"))
+        while not subscriber.poll(20):
+            pub.write(recorded(0, b"probe"))
+        return pub, subscriber
+
+    def heard(self, subscriber, last):
+        blocks = []
+        while not blocks or blocks[-1] != last:
+            block = subscriber.recv()
+            if block != b"probe":
+                blocks.append(block)
+        return blocks
+
+    def test_sends_what_was_recorded(self):
+        blocks = [b"one", b"", b"\x00\n\xff" * 50000, b"last"]
+        pub, subscriber = self.replay()
+        for block in blocks:
+            pub.write(recorded(0, block))
+        pub.close_input()
+
+        self.assertEqual(blocks, self.heard(subscriber, b"last"))
+        self.assertEqual((0, b"", ""), pub.end())
+
+    def timed(self, *options):
+        recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(0.2, b"b") + recorded(0.4, b"c"))
+        start = time.monotonic()
+        self.assertEqual((0, b"", ""),
+                         self.run_tool("pub", self.fresh_endpoint(), "--replay", recording, "--delay", "0", *options))
+        return time.monotonic() - start
+
+    def test_keeps_the_timing(self):
+        self.assertGreaterEqual(self.timed(), 0.4)
+
+    def test_is_as_fast_as_it_is_told(self):
+        self.assertGreaterEqual(self.timed("--speed", "0.5"), 0.8)
+        self.assertGreaterEqual(self.timed("--speed", "4"), 0.1)
+
+    def test_is_played_again_until_the_count(self):
+        recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(0.01, b"b"))
+        endpoint = self.fresh_endpoint()
+        subscriber = self.subscriber(endpoint)
+        pub = self.start("pub", endpoint, "--replay", recording, "--count", "0")
+        heard = [subscriber.recv() for _ in range(6)]
+        pub.signal(2)
+
+        self.assertIn(heard, ([b"a", b"b"] * 3, [b"b", b"a"] * 3))
+        self.assertEqual((0, b"", ""), pub.end())
+        self.assertEqual((0, b"", ""), self.run_tool("pub", self.fresh_endpoint(), "--replay", recording, "--count", "5"))
+
+    def test_a_recording_of_nothing_is_not_played_for_ever(self):
+        recording = self.write_file("recording", HEADER)
+
+        self.assertEqual((0, b"", ""), self.run_tool("pub", self.fresh_endpoint(), "--replay", recording, "--count", "0"))
+
+    def test_ends_after_the_count(self):
+        recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(1000, b"b"))
+
+        self.assertEqual(0, self.run_tool("pub", self.fresh_endpoint(), "--replay", recording, "--delay", "0",
+                                          "--count", "1")[0])
+
+    def test_speed_0_makes_no_pauses(self):
+        recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(1000, b"b"))
+
+        self.assertEqual(0, self.run_tool("pub", self.fresh_endpoint(), "--replay", recording, "--delay", "0",
+                                          "--speed", "0")[0])
+
+    def test_a_truncated_recording_names_the_place_and_what_was_before_is_sent(self):
+        pub, subscriber = self.replay()
+        pub.write(recorded(0, b"whole") + recorded(0, b"0123456789")[:-4])
+        pub.close_input()
+
+        self.assertEqual([b"whole"], self.heard(subscriber, b"whole"))
+        status, output, errors = pub.end()
+        self.assertEqual((1, b""), (status, output))
+        self.assertRegex(errors, r"^rk-socket: standard input: truncated: message \d+, at byte \d+, has 18 of at least "
+                                 "22 bytes\n$")
+
+    def test_every_truncation_names_its_place(self):
+        whole = HEADER + recorded(0, b"12345") + recorded(0, b"67890")
+        second = len(HEADER) + 17
+        for size in range(second + 1, len(whole)):
+            recording = self.write_file("recording", whole[:size])
+            wanted = 12 if size < second + 12 else 17
+            self.assertEqual((1, b"", "rk-socket: %s: truncated: message 2, at byte %d, has %d of at least %d bytes\n" %
+                              (recording, second, size - second, wanted)),
+                             self.run_tool("pub", self.fresh_endpoint(), "--replay", recording, "--delay", "0"))
+
+    def test_what_is_no_recording_is_refused(self):
+        for data, reason in ((b"", "not a recording"), (b"something else entirely", "not a recording"),
+                             (b"rk-socket recording 2\n", "a recording of another version; this program reads version 1")):
+            recording = self.write_file("recording", data)
+            self.assertEqual((1, b"", "rk-socket: %s: %s\n" % (recording, reason)),
+                             self.run_tool("pub", self.fresh_endpoint(), "--replay", recording))
+
+    def test_shows_progress_on_a_terminal(self):
+        recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(0.01, b"b"))
+        status, text = Terminal(["pub", self.fresh_endpoint(), "--replay", recording, "--delay", "0"]).end()
+
+        self.assertEqual(0, status)
+        self.assertTrue(text.endswith(b"[##############################] 100 %  2 messages\r\n"), text)
+
+
+if __name__ == "__main__":
+    unittest.main()

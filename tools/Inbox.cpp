@@ -1,0 +1,76 @@
+#include "Inbox.h"
+
+#include "Complaints.h"
+#include "StopSignals.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+namespace rk::tools {
+
+namespace {
+
+constexpr std::chrono::milliseconds longestWait{100};
+
+} // namespace
+
+// Not made by make_unique, which would touch every page of a buffer that is mostly far too large.
+Inbox::Inbox(rk::socket::Socket& socketToRead, std::size_t longest, const StopSignals& stopSignals,
+             Complaints& complaintsToUse)
+    : socket(socketToRead),
+      stop(stopSignals),
+      complaints(complaintsToUse),
+      capacity(longest),
+      buffer(new char[longest]) {}
+
+Inbox::Event Inbox::look() {
+    return poll(std::chrono::milliseconds(0));
+}
+
+Inbox::Event Inbox::wait(Clock::time_point deadline) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    return poll(std::clamp(left, std::chrono::milliseconds(0), longestWait));
+}
+
+Inbox::Event Inbox::poll(std::chrono::milliseconds limit) {
+    if (stop.requested()) {
+        return Event::Stop;
+    }
+    std::string error;
+    switch (socket.poll(static_cast<unsigned int>(limit.count()), error)) {
+    case rk::socket::PollResult::Input:
+        return Event::Message;
+    case rk::socket::PollResult::Timeout:
+        return Event::Nothing;
+    case rk::socket::PollResult::Failure:
+        break;
+    }
+    if (stop.requested()) {
+        return Event::Stop;
+    }
+    if (error == std::strerror(EINTR) + (" on " + socket.debugString())) {
+        return Event::Nothing;
+    }
+    throw std::runtime_error(error);
+}
+
+std::optional<Received> Inbox::receive() {
+    const auto size = static_cast<std::size_t>(socket.receive(buffer.get(), capacity));
+    const auto arrival = Clock::now();
+    ++received;
+    if (size > capacity) {
+        complaints.add("message " + std::to_string(received) + ", " + std::to_string(size) +
+                       " bytes: left out, longer than --max-size " + std::to_string(capacity));
+        return std::nullopt;
+    }
+    return Received{received, std::string_view(buffer.get(), size), arrival};
+}
+
+bool Inbox::holdsMore() {
+    std::string error;
+    return socket.poll(0, error) == rk::socket::PollResult::Input;
+}
+
+} // namespace rk::tools

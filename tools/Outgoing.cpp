@@ -1,0 +1,62 @@
+#include "Outgoing.h"
+
+#include "Codec.h"
+#include "Complaints.h"
+#include "StopSignals.h"
+
+namespace rk::tools {
+
+Outgoing::Outgoing(const Settings& settings, Codec& codecToUse, Complaints& complaintsToUse,
+                   const StopSignals& stopSignals)
+    : codec(codecToUse),
+      complaints(complaintsToUse),
+      stop(stopSignals),
+      source(settings, stopSignals),
+      count(settings.count),
+      interval(settings.interval) {}
+
+std::optional<std::string> Outgoing::next() {
+    if (count && *count != 0 && given == *count) {
+        return std::nullopt;
+    }
+    auto block = nextEncoded();
+    if (!block) {
+        return std::nullopt;
+    }
+    if (!stop.sleepUntil(due)) {
+        return std::nullopt;
+    }
+    // Without drift; but who is late by more than an interval does not catch up.
+    const auto now = Clock::now();
+    due = now - due > interval ? now + interval : due + interval;
+    ++given;
+    return block;
+}
+
+std::optional<std::string> Outgoing::nextEncoded() {
+    while (!stop.requested()) {
+        const auto text = source.next();
+        if (!text) {
+            if (stop.requested() || !beginAgain()) {
+                return std::nullopt;
+            }
+            continue;
+        }
+        try {
+            auto block = codec.encode(text->text);
+            anyInThisRound = true;
+            return block;
+        } catch (const CodecError& error) {
+            complaints.add(text->place + ": " + error.what());
+        }
+    }
+    return std::nullopt;
+}
+
+bool Outgoing::beginAgain() {
+    const bool useful = anyInThisRound;
+    anyInThisRound = false;
+    return count && useful && source.rewind();
+}
+
+} // namespace rk::tools

@@ -1,0 +1,80 @@
+#include "PartialDecoder.h"
+
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/wire_format_lite.h>
+
+#include <memory>
+
+namespace rk::tools {
+
+namespace {
+
+using google::protobuf::FieldDescriptor;
+using google::protobuf::Message;
+using google::protobuf::internal::WireFormatLite;
+using google::protobuf::io::CodedInputStream;
+
+constexpr int deepest = 100; // as protobuf has it
+
+CodedInputStream streamOf(std::string_view bytes) {
+    return CodedInputStream(reinterpret_cast<const std::uint8_t*>(bytes.data()), static_cast<int>(bytes.size()));
+}
+
+/// The length of the field that begins `bytes`; 0 if it is not whole.
+std::size_t lengthOfField(std::string_view bytes) {
+    CodedInputStream stream = streamOf(bytes);
+    const auto tag = stream.ReadTag();
+    return tag != 0 && WireFormatLite::SkipField(&stream, tag) ? static_cast<std::size_t>(stream.CurrentPosition()) : 0;
+}
+
+/// Adds a whole field to the message. False, and nothing added, if its contents are not of its type.
+bool add(std::string_view field, Message& message) {
+    const std::unique_ptr<Message> part(message.New());
+    if (!part->ParsePartialFromArray(field.data(), static_cast<int>(field.size()))) {
+        return false;
+    }
+    message.MergeFrom(*part);
+    return true;
+}
+
+/// The message that the field is, new within `parent`; null if it is none.
+Message* messageOf(const FieldDescriptor* field, Message& parent) {
+    if (field == nullptr || field->type() != FieldDescriptor::TYPE_MESSAGE || field->is_map()) {
+        return nullptr;
+    }
+    const auto* const reflection = parent.GetReflection();
+    return field->is_repeated() ? reflection->AddMessage(&parent, field) : reflection->MutableMessage(&parent, field);
+}
+
+std::size_t decode(std::string_view block, Message& message, int depth) {
+    std::size_t good = 0;
+    for (std::size_t length = 1; length != 0 && good < block.size(); good += length) {
+        length = lengthOfField(block.substr(good));
+        if (!add(block.substr(good, length), message)) {
+            break;
+        }
+    }
+    const std::string_view rest = block.substr(good);
+    CodedInputStream stream = streamOf(rest);
+    const auto tag = stream.ReadTag();
+    std::uint32_t size = 0;
+    if (WireFormatLite::GetTagWireType(tag) != WireFormatLite::WIRETYPE_LENGTH_DELIMITED ||
+        !stream.ReadVarint32(&size)) {
+        return good;
+    }
+    const auto* const field = message.GetDescriptor()->FindFieldByNumber(WireFormatLite::GetTagFieldNumber(tag));
+    Message* const inner = depth < deepest ? messageOf(field, message) : nullptr;
+    if (inner == nullptr) {
+        return good;
+    }
+    const auto head = static_cast<std::size_t>(stream.CurrentPosition());
+    return good + head + decode(rest.substr(head, size), *inner, depth + 1);
+}
+
+} // namespace
+
+std::size_t decodePart(std::string_view block, Message& message) {
+    return decode(block, message, 0);
+}
+
+} // namespace rk::tools

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstddef>
+
+namespace rk::tools {
+
+bool isTerminal(int descriptor);
+
+/// Colours are for terminals, unless the environment says NO_COLOR or that the terminal is dumb.
+bool hasColours(int descriptor);
+
+/// Columns of the terminal, 80 if it does not tell.
+std::size_t widthOf(int descriptor);
+
+} // namespace rk::tools
