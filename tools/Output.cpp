@@ -17,7 +17,7 @@ namespace rk::tools {
 
 namespace {
 
-constexpr std::size_t pieceSize = 64 * 1024;
+constexpr std::size_t pieceSize = 64UL * 1024;
 constexpr int patience = 1000; // milliseconds
 
 } // namespace

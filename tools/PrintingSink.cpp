@@ -19,14 +19,14 @@ void PrintingSink::take(const Received& message) {
     }
 }
 
-void PrintingSink::pause(Clock::time_point) {
+void PrintingSink::pause(Clock::time_point /*now*/) {
     output.flush();
     if (output.readerGone()) {
         throw ReaderGone();
     }
 }
 
-void PrintingSink::finish(Clock::time_point) {
+void PrintingSink::finish(Clock::time_point /*now*/) {
     output.flush();
 }
 

@@ -19,14 +19,14 @@ using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 namespace util = google::protobuf::util;
 
-const std::string urlPrefix = "type.googleapis.com";
+constexpr const char* urlPrefix = "type.googleapis.com";
 
 std::string typeOf(const Message& message) {
     return message.GetDescriptor()->full_name();
 }
 
 std::string urlOf(const Message& message) {
-    return urlPrefix + "/" + typeOf(message);
+    return std::string(urlPrefix) + "/" + typeOf(message);
 }
 
 std::string missingFields(const Message& message) {

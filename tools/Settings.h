@@ -43,7 +43,7 @@ struct Settings {
     std::chrono::nanoseconds interval{0};
     std::chrono::nanoseconds delay{0};
     double speed = 1.0;
-    std::uint64_t maxSize = 64 * 1024 * 1024;
+    std::uint64_t maxSize = 64ULL * 1024 * 1024;
 
     // The socket
     unsigned int rate = 0;

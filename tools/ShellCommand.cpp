@@ -89,7 +89,7 @@ void feed(Descriptor& pipe, std::string_view& input) {
 
 /// False at the end.
 bool drain(const Descriptor& pipe, std::string& output) {
-    std::array<char, 65536> piece;
+    std::array<char, 65536> piece{};
     const ssize_t size = ::read(pipe.number, piece.data(), piece.size());
     if (size > 0) {
         output.append(piece.data(), static_cast<std::size_t>(size));

@@ -14,8 +14,8 @@ using rk::tests::allocationsOf;
 namespace {
 
 bool isClosed(Socket& socket) {
-    std::string error;
     try {
+        std::string error;
         socket.poll(0, error);
     } catch (const std::runtime_error& failure) {
         return failure.what() == std::string("Socket: Cannot poll a NULL socket");

@@ -40,10 +40,10 @@ Operation& Faults::operation() {
 std::vector<Strike> Faults::takeStrikesOfOthers() {
     const std::lock_guard<std::mutex> lock(operationsMutex);
     std::vector<Strike> strikes;
-    for (Operation* const operation : operations()) {
-        if (operation != &current()) {
-            strikes.insert(strikes.end(), operation->strikes.begin(), operation->strikes.end());
-            *operation = {};
+    for (Operation* const each : operations()) {
+        if (each != &current()) {
+            strikes.insert(strikes.end(), each->strikes.begin(), each->strikes.end());
+            *each = {};
         }
     }
     return strikes;

@@ -2,7 +2,6 @@
 ways, byte for byte. One who replies shows that it has understood: a block comes back in reverse, a command with the next
 number and its payload in reverse."""
 
-import os
 import random
 import sys
 import unittest
@@ -248,14 +247,14 @@ class PythonOverIpc(Exchange, field.TestCase):
     Peer, transport = Python, "ipc"
 
 
-without_npm = unittest.skipIf("RK_FIELD_WITHOUT_NPM" in os.environ, "RK_FIELD_WITHOUT_NPM asks for it")
+with_packages = unittest.skipUnless((field.BUILD / "node/installed-lock.json").exists(), "no packages from npm")
 
 
-@without_npm
+@with_packages
 class NodeOverTcp(Exchange, field.TestCase):
     Peer, transport = Node, "tcp"
 
 
-@without_npm
+@with_packages
 class NodeOverIpc(Exchange, field.TestCase):
     Peer, transport = Node, "ipc"

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <future>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <type_traits>
 #include <vector>
@@ -249,6 +250,16 @@ TEST(SocketContext, LogsEachStepOfItsEnd) {
     {
         const SocketContext context;
         standIn.journal().clear();
+    }
+    EXPECT_EQ(shutdownJournal, standIn.journal().lines());
+}
+
+TEST(SocketContext, EndsAlsoWhenNoLineCanBeLogged) {
+    StandIn standIn;
+    {
+        const SocketContext context;
+        standIn.journal().clear();
+        standIn.after("debug", [] { throw std::bad_alloc(); });
     }
     EXPECT_EQ(shutdownJournal, standIn.journal().lines());
 }

@@ -171,14 +171,6 @@ TEST_P(RefusedEndpoint, ThrowsTheErrorOf0MqAndClosesTheSocket) {
     expectClosed(standIn, socket);
 }
 
-TEST_F(FailureDuringConnect, ToAnUnknownTransportHappensWhateverTheSocketIsConnectedTo) {
-    socket.createAndConnect(Protocol::Req, {Transport::Inproc, "2x", 0}, 0);
-
-    EXPECT_EQ("Socket: Failed connecting/binding socket: Invalid argument on [Socket cmd]", textThrownBy([&] {
-                  socket.connect({static_cast<Transport::Transport>(12), "x", 0}, 0);
-              }));
-}
-
 TEST_F(FailureDuringConnect, BindReportsTheErrorOfItsLastAttempt) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     socket.createAndConnect(Protocol::Rep, endpoint, 0);

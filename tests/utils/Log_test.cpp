@@ -66,6 +66,10 @@ TEST(Log, WorksInStaticDestructorsThatRunLast) {
                 ElementsAre(EndsWith("[debug] first word"), EndsWith("[debug] last word")));
 }
 
+TEST(Log, LetsAProcessEndWhoseLastLockCannotBeHad) {
+    EXPECT_THAT(linesOf("last-lock-fails"), ElementsAre(EndsWith("[debug] first word")));
+}
+
 TEST(Log, KeepsTheApplicationsLoggerForStaticDestructorsThatRunLast) {
     EXPECT_THAT(linesOf("application-after-everything"), ElementsAre("app debug: first word", "app debug: last word"));
 }

@@ -1,5 +1,7 @@
 // A process that logs in the way its argument names, for Log_test.cpp to watch.
 
+#include "support/MutexFault.h"
+
 #include <rk/socket/Socket.h>
 #include <rk/utils/Log.h>
 
@@ -86,6 +88,16 @@ void logToTheApplicationAfterEverything() {
     utils::logDebug("first word");
 }
 
+/// From its destruction on, the library's next lock cannot be had.
+struct LastLockFails {
+    ~LastLockFails() { static_cast<void>(std::make_unique<tests::MutexFault>(EAGAIN).release()); }
+};
+
+void endWithoutALock() {
+    utils::logDebug("first word");
+    static const LastLockFails fault;
+}
+
 /// No line is logged until the context ends, and the registry is made after the context.
 void logFirstWhenTheContextEnds() {
     socket::Socket("cmd", socket::ClosePolicy::DropPending).create(socket::Protocol::Req);
@@ -102,6 +114,7 @@ int main(int argumentCount, char** arguments) {
         {"throwing-sink", surviveASinkThatThrows},
         {"after-everything", logAfterEverything},
         {"application-after-everything", logToTheApplicationAfterEverything},
+        {"last-lock-fails", endWithoutALock},
         {"first-when-the-context-ends", logFirstWhenTheContextEnds},
     };
     const auto scenario = scenarios.find(argumentCount == 2 ? arguments[1] : "");

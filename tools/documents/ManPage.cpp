@@ -96,9 +96,12 @@ std::string examples(const CommandDescription& command) {
 } // namespace
 
 std::string manPage(const Description& program) {
-    std::string text = ".TH RK\\-SOCKET 1 \"\" \"rk\\-socket " + program.version +
-                       "\" \"User Commands\"\n.SH NAME\nrk\\-socket \\- see and speak on the endpoints of 0MQ sockets\n"
-                       ".SH SYNOPSIS\n.nf\n";
+    std::string text = R"(.TH RK\-SOCKET 1 "" "rk\-socket )" + program.version + R"(" "User Commands"
+.SH NAME
+rk\-socket \- see and speak on the endpoints of 0MQ sockets
+.SH SYNOPSIS
+.nf
+)";
     std::string sections;
     std::string allExamples;
     for (const CommandDescription& command : program.commands) {

@@ -29,8 +29,8 @@ constexpr minutes memory{1};
 
 AddressBook& AddressBook::ofProcess() {
     // In memory of its own, because sockets are closed where there is none left, too.
-    alignas(AddressBook) static std::byte memory[sizeof(AddressBook)];
-    static AddressBook* const book = ::new (static_cast<void*>(memory)) AddressBook;
+    alignas(AddressBook) static std::byte place[sizeof(AddressBook)];
+    static auto* const book = ::new (static_cast<void*>(place)) AddressBook;
     return *book;
 }
 

@@ -1,5 +1,6 @@
 #include "support/Endpoints.h"
 #include "support/Errors.h"
+#include "support/MutexFault.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
 #include "support/StandIn.h"
@@ -13,6 +14,7 @@
 #include <cerrno>
 #include <future>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -149,6 +151,21 @@ TEST_F(ServingListener, LeavesTheRequestUnreadWhileNoMessageIsMade) {
 
 TEST_F(ServingListener, EndsWhenMakingAMessageThrows) {
     listener.setMaker([]() -> std::shared_ptr<google::protobuf::Message> { throw std::runtime_error("none left"); });
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+
+    client.send("");
+
+    expectEndWith("error: [Socket Listener rep] Failed reading socket: none left. Aborting listener thread.");
+}
+
+TEST_F(ServingListener, EndsWhenItsSocketCannotBeLockedEither) {
+    std::optional<MutexFault> fault;
+    listener.setMaker([&fault]() -> std::shared_ptr<google::protobuf::Message> {
+        // The socket's lock; before it comes that of the addresses.
+        fault.emplace(EAGAIN, 2);
+        throw std::runtime_error("none left");
+    });
     NativeSocket client(Protocol::Req);
     client.connect(endpoint);
 
