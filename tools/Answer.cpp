@@ -19,7 +19,7 @@ public:
 class FixedAnswer : public Answer {
 public:
     explicit FixedAnswer(std::string blockToSend) : block(std::move(blockToSend)) {}
-    std::string to(std::string_view) override { return block; }
+    std::string to(std::string_view /*request*/) override { return block; }
 
 private:
     std::string block;

@@ -15,7 +15,7 @@ namespace rk::tools {
 
 namespace {
 
-constexpr std::size_t pieceSize = 64 * 1024;
+constexpr std::size_t pieceSize = 64UL * 1024;
 
 [[noreturn]] void refuse(const std::string& name) {
     throw std::runtime_error("cannot read " + name + ": " + std::strerror(errno));

@@ -251,8 +251,8 @@ private:
     }
 
     static bool isClosed(socket::Socket& socket) {
-        std::string error;
         try {
+            std::string error;
             socket.poll(0, error);
         } catch (const std::exception& failure) {
             return std::string(failure.what()) == "Socket: Cannot poll a NULL socket";

@@ -53,10 +53,10 @@ class Peer {
 public:
     std::string answer(const std::string& line) {
         Words words(line);
-        const auto verb = words.next();
-        const auto found = verbs.find(verb);
+        const auto first = words.next();
+        const auto found = verbs.find(first);
         if (found == verbs.end()) {
-            throw std::runtime_error("no such command: " + verb);
+            throw std::runtime_error("no such command: " + first);
         }
         return found->second(words);
     }
