@@ -272,6 +272,7 @@ int gettimeofday(timeval* __restrict now, void* __restrict zone) {
     return callOrFail(__builtin_return_address(0), "gettimeofday", -1, [&] { return call(now, zone); });
 }
 
+/// The library's pause of the bit-rate cap, which may fail; the harness itself never pauses by it.
 int usleep(useconds_t pause) {
     static auto* const call = real<decltype(usleep)>("usleep");
     const void* const caller = __builtin_return_address(0);

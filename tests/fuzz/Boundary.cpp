@@ -364,6 +364,7 @@ int gettimeofday(timeval* __restrict now, void* __restrict zone) {
     return watching != nullptr ? Calls{*watching}.readClock(now) : real().gettimeofday(now, zone);
 }
 
+/// The library's pause of the bit-rate cap: noted, and not made.
 int usleep(useconds_t pause) {
     return watching != nullptr ? Calls{*watching}.pause(pause) : real().usleep(pause);
 }

@@ -364,6 +364,7 @@ int gettimeofday(timeval* __restrict now, void* __restrict zone) {
     return isWatched(__builtin_return_address(0)) ? watch("gettimeofday", "gettimeofday", -1, call) : real(now, zone);
 }
 
+/// The library's pause of the bit-rate cap: while a test has a clock of its own, that clock goes on instead.
 int usleep(useconds_t pause) {
     static auto* const real = realFunction<decltype(usleep)>("usleep");
     const auto call = [&] { return advanceTestClock(pause) ? 0 : real(pause); };

@@ -58,6 +58,7 @@ class Replies(ToolTest):
 
     def test_a_signal_ends_the_command(self):
         endpoint = self.fresh_endpoint()
+        # The command is one that does not end by itself: that the signal ends it is what is shown.
         rep = self.start("rep", endpoint, "--command", "echo runs >&2; exec sleep 1000")
         client = self.client(endpoint)
         client.send(b"a")
