@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -88,14 +89,16 @@ void logToTheApplicationAfterEverything() {
     utils::logDebug("first word");
 }
 
-/// From its destruction on, the library's next lock cannot be had.
+/// When it is destroyed, the library's next lock cannot be had.
 struct LastLockFails {
-    ~LastLockFails() { static_cast<void>(std::make_unique<tests::MutexFault>(EAGAIN).release()); }
+    ~LastLockFails() { fault.emplace(EAGAIN); }
+    std::optional<tests::MutexFault>& fault;
 };
 
 void endWithoutALock() {
+    static std::optional<tests::MutexFault> outlivesTheLog;
     utils::logDebug("first word");
-    static const LastLockFails fault;
+    static const LastLockFails lastLockFails{outlivesTheLog};
 }
 
 /// No line is logged until the context ends, and the registry is made after the context.
