@@ -1,3 +1,4 @@
+#include "support/Errors.h"
 #include "support/StandIn.h"
 #include "support/ZmqHandle.h"
 
@@ -16,7 +17,9 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <type_traits>
+#include <unistd.h>
 #include <vector>
 
 namespace rk::tests {
@@ -109,6 +112,57 @@ void createWithoutContext() {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_ctx_new", "zmq_socket 3", "zmq_socket 3"));
 }
 
+/// All descriptors of the process are taken, until some are given back. When it ends, there are as many as before.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit few{64, before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        for (int taken = dup(STDERR_FILENO); taken >= 0; taken = dup(STDERR_FILENO)) {
+            held.push_back(taken);
+        }
+    }
+    ~NoDescriptors() {
+        setrlimit(RLIMIT_NOFILE, &before);
+        giveBack(held.size());
+    }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+    void giveBack(std::size_t count) {
+        for (; count > 0; --count) {
+            close(held.back());
+            held.pop_back();
+        }
+    }
+
+private:
+    rlimit before{};
+    std::vector<int> held;
+};
+
+void createWithFewDescriptors() {
+    NoDescriptors descriptors;
+    socket::Socket first("cmd", socket::ClosePolicy::DropPending);
+    socket::Socket second("news", socket::ClosePolicy::DropPending);
+
+    descriptors.giveBack(5);
+    EXPECT_EQ("Socket: Failed creating socket [Socket cmd] of type 4: Too many open files on [Socket cmd]",
+              textThrownBy([&] { first.create(Protocol::Req); }));
+    descriptors.giveBack(1);
+    EXPECT_NO_THROW(first.create(Protocol::Req));
+    descriptors.giveBack(1);
+    EXPECT_NO_THROW(second.create(Protocol::Sub));
+}
+
+/// The first descriptor is then 0.
+void createWithoutStandardInput() {
+    close(STDIN_FILENO);
+    socket::Socket socket("cmd", socket::ClosePolicy::DropPending);
+    EXPECT_NO_THROW(socket.create(Protocol::Req));
+}
+
 class GetSocketOfNoPattern : public testing::TestWithParam<int> {};
 
 INSTANTIATE_TEST_SUITE_P(GetSocket, GetSocketOfNoPattern, testing::Values(0, 5, -1));
@@ -125,6 +179,14 @@ TEST_F(FreshProcess, MakesNoContextForSocketsThatAreNeverCreated) {
 
 TEST_F(FreshProcess, WithoutAContextReportsTheErrorOf0MqAtEachCreate) {
     EXPECT_EXIT((createWithoutContext(), endProcess()), ExitedWithCode(0), "");
+}
+
+TEST_F(FreshProcess, MakesItsFirstSocketWithSixDescriptorsAndTheNextWithOne) {
+    EXPECT_EXIT((createWithFewDescriptors(), endProcess()), ExitedWithCode(0), "");
+}
+
+TEST_F(FreshProcess, MakesItsFirstSocketThoughStandardInputIsClosed) {
+    EXPECT_EXIT((createWithoutStandardInput(), endProcess()), ExitedWithCode(0), "");
 }
 
 TEST(GetSocket, GivesASocketOfThePattern) {

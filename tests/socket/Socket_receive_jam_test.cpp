@@ -112,6 +112,14 @@ TEST_P(JammedReplyOverTransport, IsRebuiltWithAWarningAndAwaitsANewRequest) {
     EXPECT_EQ(expectedLines(), linesOnce());
 }
 
+TEST_P(JammedReplyOverTransport, ReceivesAnEmptyBlockOnceMoreToo) {
+    std::string reply;
+
+    EXPECT_EQ("", receiveFromNewClient("", reply));
+
+    EXPECT_EQ("reply to ", reply);
+}
+
 TEST_P(JammedReplyOverTransport, IsRebuiltEachTimeThatItReceivesOutOfTurn) {
     std::string reply;
     receiveFromNewClient("second", reply);

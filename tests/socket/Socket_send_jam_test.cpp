@@ -77,6 +77,13 @@ TEST_P(JammedRequestOverTransport, GetsItsNextRequestAnswered) {
     EXPECT_EQ("answer to the second", receiveText(client));
 }
 
+TEST_P(JammedRequestOverTransport, SendsAnEmptyBlockOnceMoreToo) {
+    sendText(client, "");
+
+    sendText(server, "answer to the first, which nobody awaits");
+    EXPECT_EQ("", receiveText(server));
+}
+
 TEST_P(JammedRequestOverTransport, IsRebuiltEachTimeThatItSendsOutOfTurn) {
     sendText(client, "second");
     sendText(client, "third");

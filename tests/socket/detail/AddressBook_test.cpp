@@ -65,6 +65,13 @@ protected:
 
     void refuseBinds(int times) { standIn.fail("zmq_bind", EADDRINUSE, 1, times); }
 
+    void firstAttemptTakes(nanoseconds time) {
+        standIn.after("zmq_bind", [this, time] {
+            clock.advance(time);
+            standIn.after("zmq_bind", nullptr);
+        });
+    }
+
     /// How often 0MQ was asked again before the refusal was believed.
     std::size_t pausesUntilRefusal() {
         refuseBinds(StandIn::always);
@@ -183,24 +190,37 @@ TEST_F(ReleasedAddress, IsWaitedForFiftyMillisecondsHoweverLongAgoItWasGivenUp) 
 
 TEST_F(ReleasedAddress, IsAskedForNoMoreWhenTheFiftyMillisecondsAreJustOver) {
     clock.advance(hours(1));
-    // The first attempt takes what fourteen pauses leave of them.
-    standIn.after("zmq_bind", [&] {
-        clock.advance(microseconds(3700));
-        standIn.after("zmq_bind", nullptr);
-    });
+    // It takes what fourteen pauses leave of them.
+    firstAttemptTakes(microseconds(3700));
 
     EXPECT_EQ(14U, pausesUntilRefusal());
 }
 
+TEST_F(ReleasedAddress, IsAskedForOnceMoreWhenTheFiftyMillisecondsAreNotQuiteOver) {
+    clock.advance(hours(1));
+    firstAttemptTakes(microseconds(3699));
+
+    EXPECT_EQ(15U, pausesUntilRefusal());
+}
+
 TEST_F(ReleasedAddress, IsBoundOnceWhateverErrorIsLeftFromBefore) {
-    server.create(Protocol::Rep);
     standIn.journal().clear();
     standIn.answer("zmq_bind", 0);
-    errno = EADDRINUSE;
+    standIn.after("zmq_bind", [] { errno = EADDRINUSE; });
 
-    server.connect(endpoint, 0);
+    bind();
 
     EXPECT_EQ(1U, standIn.journal().count("zmq_bind"));
+}
+
+TEST_F(ReleasedAddress, IsBoundAtTheSecondAttemptWhateverErrorIsLeftFromTheFirst) {
+    standIn.journal().clear();
+    refuseBinds(1);
+    standIn.after("zmq_bind", [] { errno = EADDRINUSE; });
+
+    bind();
+
+    EXPECT_EQ(2U, standIn.journal().count("zmq_bind"));
 }
 
 TEST_F(ReleasedAddress, IsNotWaitedForWhenItIsRefusedForAnotherReason) {

@@ -296,6 +296,8 @@ TEST_F(Repair, IsLeftToTheHandlerThatClosesTheSocket) {
         standIn.journal().waitFor("error: [Socket Listener rep] Failed reading socket: Socket: Cannot poll a NULL "
                                   "socket. Aborting listener thread."));
     EXPECT_EQ(0U, standIn.journal().count("warning: "));
+    // A poll without a socket would ask standard input.
+    EXPECT_EQ(0U, standIn.journal().count("zmq_poll 1 items, events 3"));
 }
 
 TEST_F(Repair, ThatCannotBeDecidedEndsTheThreadLikeAFailingPoll) {
