@@ -13,6 +13,8 @@ import time
 import unittest
 
 PATIENCE = 20
+# The allocator gives back what is freed, so that memory shows what is held.
+FRUGAL = {"MALLOC_ARENA_MAX": "1", "MALLOC_MMAP_THRESHOLD_": "4096", "MALLOC_TRIM_THRESHOLD_": "4096"}
 POLICIES = {"DropPending": 0, "LingerTwoSeconds": 1, "WaitForDelivery": 2}
 BUILD = pathlib.Path(os.environ["RK_FIELD_BUILD"])
 MESSAGES = pathlib.Path(__file__).parent.parent / "support/messages.proto"
@@ -87,7 +89,7 @@ class Program:
 
 def peer(through=(), **options):
     """The library behind a pipe, started by the command `through`, if any."""
-    return Program([*through, os.environ["RK_FIELD_PEER"]], **options)
+    return Program([*through, os.environ["RK_FIELD_PEER"]], env={**os.environ, **FRUGAL}, **options)
 
 
 def words_of(block):
