@@ -17,6 +17,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace rk::tests {
 
@@ -61,10 +62,12 @@ protected:
         return kept;
     }
 
-    /// Waits until the thread has ended by itself, which closes the socket.
+    /// Waits until the thread has ended by itself, which says why and closes the socket then.
     void expectEndWith(const std::string& line) {
         EXPECT_TRUE(standIn.journal().waitFor("zmq_close"));
         EXPECT_THAT(standIn.journal().linesWith("error: "), ElementsAre(line));
+        const std::vector<std::string> lines = standIn.journal().lines();
+        EXPECT_THAT(std::vector(lines.end() - 2, lines.end()), ElementsAre(line, "zmq_close"));
         EXPECT_FALSE(listener.start(error));
         EXPECT_EQ("[Socket Listener rep] Failed starting thread: another thread is already running", error);
         EXPECT_TRUE(listener.stop(error));
