@@ -147,10 +147,11 @@ void createWithFewDescriptors() {
     socket::Socket first("cmd", socket::ClosePolicy::DropPending);
     socket::Socket second("news", socket::ClosePolicy::DropPending);
 
-    descriptors.giveBack(5);
-    EXPECT_EQ("Socket: Failed creating socket [Socket cmd] of type 4: Too many open files on [Socket cmd]",
-              textThrownBy([&] { first.create(Protocol::Req); }));
-    descriptors.giveBack(1);
+    for (int left = 0; left < 6; ++left) {
+        EXPECT_EQ("Socket: Failed creating socket [Socket cmd] of type 4: Too many open files on [Socket cmd]",
+                  textThrownBy([&] { first.create(Protocol::Req); }));
+        descriptors.giveBack(1);
+    }
     EXPECT_NO_THROW(first.create(Protocol::Req));
     descriptors.giveBack(1);
     EXPECT_NO_THROW(second.create(Protocol::Sub));
