@@ -1,6 +1,7 @@
 #include "Run.h"
 
 #include "Documented.h"
+#include "DocumentedOfThread.h"
 #include "Errors.h"
 #include "Interposed.h"
 #include "Ledger.h"

@@ -185,7 +185,10 @@ private:
         for (std::size_t site = 0; site < report.struckSites.size(); ++site) {
             tally.struckSites[site] += report.struckSites[site] ? 1 : 0;
         }
-        rows << report.rows.data();
+        // Of two faults it may be chance that only one strikes.
+        if (faults.size() == 1) {
+            rows << report.rows.data();
+        }
     }
 
     const std::vector<Job>& jobs;
