@@ -40,7 +40,9 @@ class SocketListener;
 ///
 /// Failures are thrown as `std::runtime_error`. Texts that end with the 0MQ error are written here as E, which stands
 /// for the text of the 0MQ error + " on " + `debugString()`. "The socket is closed" below means that it is as it was
-/// built, and that every endpoint is forgotten.
+/// built, and that every endpoint is forgotten; but when it was a mutex that could not be locked, these are forgotten
+/// by the next `close` or `create`. Where there is no memory, any operation may throw `std::bad_alloc`; of those that
+/// open the socket, it is then closed.
 ///
 /// Process exit waits for every open socket. Threads that are blocked in one get `ZmqContextTerminationException`, and
 /// must close it. A `Socket` that is a static object, or one on the stack of a thread that calls `exit`, keeps the
@@ -51,7 +53,7 @@ public:
     /// messages that are not yet sent are kept after a close.
     Socket(const std::string& name, ClosePolicy::ClosePolicy closePolicy);
 
-    /// Closes the socket.
+    /// Closes the socket. Ends the process when a mutex cannot be locked.
     ~Socket();
 
     Socket(const Socket&) = delete;
@@ -62,7 +64,8 @@ public:
     ///
     /// \throws std::runtime_error "Socket: Failed creating socket " + `debugString()` + " of type " + number + ": " +
     ///         E, where E is "Invalid argument" for a value that is no pattern, "Too many open files" when 0MQ's
-    ///         1,023 sockets are used up, "Context was terminated" once the process's exit has begun
+    ///         1,023 sockets or the process's descriptors are used up, "Context was terminated" once the process's exit
+    ///         has begun, "Bad address", for good, if 0MQ could not be started
     /// \throws std::system_error when a mutex cannot be locked
     ///         After these, the socket is closed.
     void create(Protocol::Protocol protocol);
@@ -76,15 +79,16 @@ public:
     std::string debugString() const;
 
     /// Binds (`Pub`, `Rep`) or connects (`Sub`, `Req`) the open socket to one more endpoint; one that the socket
-    /// already has is passed over. A `Sub` socket subscribes to everything, and its close policy becomes `DropPending`.
-    /// The socket file of an IPC endpoint that is bound gets mode 0777. Logs a debug line before and after.
+    /// already has is passed over without a log line, and its `receiveTimeout` with it. A `Sub` socket subscribes to
+    /// everything, and its close policy becomes `DropPending`. The socket file of an IPC endpoint that is bound gets
+    /// mode 0777. Logs a debug line before and after.
     ///
     /// Connecting does not wait for the other side. On inproc, one of 0MQ's 1,023 sockets is used up for good when a
     /// socket connects to a name and is closed before anybody has bound that name.
     ///
     /// Binding does not block, unless 0MQ is still releasing an address that this process has itself given up: that is
-    /// waited for, at most two seconds. An address that somebody else holds is refused at once; but 0MQ takes over an
-    /// IPC path from whoever holds it.
+    /// waited for, until two seconds after, or for 50 ms. An address that somebody else holds is refused at once, if
+    /// this process has not given it up before; but 0MQ takes over an IPC path from whoever holds it.
     ///
     /// \param endpoint where to; on TCP, `Pub` and `Rep` listen on all interfaces
     /// \param receiveTimeout how long `receive` waits for a message, in milliseconds, for the whole socket; 0 leaves it
@@ -102,9 +106,9 @@ public:
     void createAndConnect(Protocol::Protocol protocol, const SocketEndpoint& endpoint, unsigned int receiveTimeout);
 
     /// Replaces the native socket by a fresh one of the same pattern, connected to the same endpoints in the same
-    /// order. Does nothing on a closed socket. Blocks as `connect` does, two seconds at most in all. When the socket
-    /// cannot be rebuilt, logs `debugString()` + ": Error resetting socket: " + reason at error level; the socket is
-    /// then closed.
+    /// order. Does nothing on a closed socket. Blocks as `connect` does, hardly more than two seconds in all. When the
+    /// socket cannot be rebuilt, logs `debugString()` + ": Error resetting socket: " + reason at error level; the
+    /// socket is then closed.
     ///
     /// Requests that wait in a reply socket are dropped, and so is what a close policy does not keep; a request that is
     /// sent again may be served twice. Peers on TCP and IPC connect again by themselves, peers on inproc do not. The
@@ -115,9 +119,10 @@ public:
     /// memory to copy the endpoints.
     void resetConnections() noexcept;
 
-    /// Sends the `size` bytes at `data` as one message; they are copied, and `size` may be 0. Blocks while the outgoing
-    /// queue is full, without limit, except that a `Pub` socket drops the message for a subscriber whose queue is full;
-    /// then pauses as `setTargetBitRate` asks.
+    /// Sends the `size` bytes at `data` as one message; they are copied, and `size` may be 0. A `Req` socket blocks,
+    /// without limit, while it is connected nowhere. The others do not block: `Pub` drops the message for a subscriber
+    /// whose queue is full, `Rep` the reply to a client that is gone or whose queue is full. Then pauses as
+    /// `setTargetBitRate` asks.
     ///
     /// A `Req` socket that has not received the reply to its last request is rebuilt, with a warning logged, and sends
     /// this request on the fresh connection.
@@ -134,14 +139,15 @@ public:
     ///         every required field that is missing
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: " + size + " bytes serialized, at most
     ///         2147483647 possible"
-    /// \throws std::runtime_error `debugString()` + ": Cannot send message: changed while being serialized", when
-    ///         another thread has written to the message; or `google::protobuf::FatalException`, where protobuf is
-    ///         built to check for that itself. After these, nothing has been sent.
+    /// \throws std::runtime_error `debugString()` + ": Cannot send message: changed while being serialized", when it is
+    ///         seen that another thread has written to the message, which none may; or
+    ///         `google::protobuf::FatalException`, where protobuf is built to check for that itself. After these,
+    ///         nothing has been sent.
     void sendProtoBuf(google::protobuf::Message* message);
 
     /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut
     /// to `size` bytes, and its full length returned. Blocks until a message is there, at most for the receive timeout
-    /// of `connect`.
+    /// of `connect`; a rebuild before blocks as `resetConnections` does.
     ///
     /// A `Rep` socket that has not replied to its last request is rebuilt, with a warning logged; that request is
     /// abandoned, and a new one waited for.
@@ -159,7 +165,8 @@ public:
     /// Receives one message as `receive` does, with its exceptions, and parses it into `message`. The socket keeps a
     /// receive buffer, which grows to the largest `size` ever asked for and is used whole.
     /// \param message what to parse into; after a failed parse it may hold parts
-    /// \param size the least size of the receive buffer, in bytes; from 2147483648 on every message is refused
+    /// \param size the least size of the receive buffer, in bytes; from 2147483648 on every message is refused, and so
+    ///        are all that follow, as the buffer never shrinks
     /// \throws std::runtime_error "Socket: Cannot receive on a NULL message"
     /// \throws std::runtime_error `debugString()` + ": Wrong receive buffer size", when `size` is 0
     /// \throws std::runtime_error `debugString()` + ": Receive buffer size too small: Required: " + length +
@@ -178,39 +185,42 @@ public:
     PollResult::PollResult poll(unsigned int timeout, std::string& error);
 
     /// Discards every message that a `Sub` socket has already received; does nothing for other patterns or on a closed
-    /// socket. Does not wait, but goes on as long as messages are there.
+    /// socket. Does not wait, but goes on as long as messages are there. A poll that fails, for instance by a signal,
+    /// ends it without a word.
     /// \throws ZmqContextTerminationException as `poll`, or "Context terminated in recv() for socket " +
     ///         `debugString()`
     /// \throws std::runtime_error "Receive error in flushIncomingMessages: " + E
     void flushIncomingMessages();
 
     /// Sets the length of 0MQ's queue, in messages for each peer: of the outgoing queue of `Pub` and `Req`, of the
-    /// incoming queue of `Sub` and `Rep`; 0 means no limit. Does nothing on a closed socket. A failure is logged at
-    /// error level: "Failed setting emission buffer size: " or "Failed setting reception buffer size: ", + E.
+    /// incoming queue of `Sub` and `Rep`; 0 means no limit. Does nothing on a closed socket. A failure, for instance by
+    /// a negative size, is logged at error level, behind `formatMessage`'s header: "Failed setting emission buffer
+    /// size: " or "Failed setting reception buffer size: ", + E.
     ///
-    /// With the size of a message, which nothing limits, it bounds the memory that peers can make this process fill. The
-    /// outgoing queue of a `Rep` keeps its 1,000 replies for each peer.
+    /// With the size of a message, which nothing limits, it bounds the memory that peers can make this process fill.
+    /// The outgoing queue of a `Rep` keeps its 1,000 replies for each peer.
     ///
     /// Call it between `create` and `connect`: the size holds for connections made later, and libzmq 4.3.4 may crash if
     /// it is changed while a peer disconnects.
     void setInternalFifoSize(int size);
 
     /// Switches the statistics on or off, and starts their period anew. While they are on, every 50 blocks that are
-    /// sent or received log a debug line: "Rate is " + megabytes + " Mbytes/s = " + megabits + " Mbits/s, " + blocks +
-    /// " Blocks/s". A mega is 1,048,576 here.
+    /// sent, even in vain, or received log a debug line behind `formatMessage`'s header: "Rate is " + megabytes +
+    /// " Mbytes/s = " + megabits + " Mbits/s, " + blocks + " Blocks/s". A mega is 1,048,576 here. The bytes of a period
+    /// are counted modulo 2^32, and its time is that of the wall clock.
     void activateStatistics(bool active);
 
     /// Caps the rate at which blocks are sent, by pausing in `send` after a block that was sent too early. The first
     /// capped send never pauses. The wall clock is used: if it is set back by some time, the next pause is longer by as
-    /// much.
+    /// much, up to 4,294 seconds. A signal ends a pause early.
     /// \param rate megabits (1,048,576 bits) per second; 0 for no cap
     void setTargetBitRate(unsigned int rate);
 
     /// Counts one block of `size` bytes, whether statistics are on or not. Called by `send` and `receive`.
     void addBlockToStatistics(unsigned int size) noexcept;
 
-    /// Pauses until a block of `size` bytes, sent just now, is due to have passed at the target bit rate; at most 4,294
-    /// seconds. Called by `send`.
+    /// Pauses until a block of `size` bytes, sent just now, is due to have passed at the target bit rate, as
+    /// `setTargetBitRate` says; not at all when there is none. Called by `send`.
     void handleBitRateCapping(unsigned int size);
 
 private:

@@ -39,9 +39,9 @@ private:
 
 /// A new native socket from the one context of the process, which the first call creates and the process's exit
 /// terminates; or null, with the reason left in `zmq_errno`: `EINVAL` for a value that is no pattern, `EMFILE` when
-/// 0MQ's sockets or the process's file descriptors are used up (the first socket takes six, each other one),
-/// `ETERM` once the exit has begun. The caller closes it with `zmq_close`. Any number of threads may call it at once; it
-/// does not block beyond the other callers.
+/// 0MQ's sockets or the process's file descriptors are used up (the first socket takes six, each other one), `ETERM`
+/// once the exit has begun, `EFAULT`, for good, if 0MQ could not be started. The caller closes it with `zmq_close`. Any
+/// number of threads may call it at once; it does not block beyond the other callers.
 /// \throws std::system_error when a mutex cannot be locked
 RK_SOCKET_EXPORT void* getSocket(Protocol::Protocol protocol);
 

@@ -28,9 +28,9 @@ public:
     /// `strtol` reads a decimal number, and cut to its low 16 bits: "tcp://h:" has port 0, "tcp://h:70000" port 4464.
     ///
     /// \throws std::runtime_error "Failed deserializing " + text + ": cannot extract transport" when the text begins
-    ///         with none of the three prefixes, or nothing follows "ipc://" or "inproc://"
-    /// \throws std::runtime_error "Failed deserializing " + text + ": cannot extract port" when a TCP text has no colon
-    ///         behind the prefix
+    ///         with none of the three prefixes, or nothing follows the prefix
+    /// \throws std::runtime_error "Failed deserializing " + text + ": cannot extract port" when what follows "tcp://"
+    ///         has no colon
     static SocketEndpoint FromString(const std::string& text);
 
     /// The 0MQ text for a socket of the given pattern. For TCP, `Pub` and `Rep` get "tcp://*:" + port: they listen on

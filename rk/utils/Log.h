@@ -11,8 +11,9 @@
 /// stamp and level. An application that logs in its own way defines these three functions itself, in its executable:
 /// the library then calls those. They must not throw, and must leave `errno` as they found it.
 ///
-/// Any thread may call them at any time, also while static objects are destroyed at process exit. They throw nothing
-/// and keep `errno`. They block only as long as the logger at hand takes to write a line.
+/// Any thread may call them at any time, also while static objects are destroyed at process exit, but for one case:
+/// where the application uses spdlog too, the library's first line must not come after spdlog's own end. They throw
+/// nothing and keep `errno`. They block only as long as the logger at hand takes to write a line.
 
 namespace rk::utils {
 

@@ -35,7 +35,7 @@ AddressBook& AddressBook::ofProcess() {
 }
 
 int AddressBook::bind(void* socket, const std::string& address) {
-    // Made first, so that nothing can fail between the bind and its entry.
+    // Made first, so that no memory is needed between the bind and its entry.
     Holdings fresh;
     fresh[address].holder = socket;
     Holdings::node_type entry = fresh.extract(address);

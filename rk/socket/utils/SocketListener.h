@@ -27,18 +27,21 @@ namespace rk::socket::utils {
 /// An application derives from it, says what an empty message is and how a received one is handled, lists the endpoints
 /// and calls `start`. The thread waits for input, one second at a time, receives a message of at most 128 KiB, and
 /// hands it to the derived class, until `stop` is called. Whatever fails on the thread is logged at error level, with
-/// `makeErrorString` in front. A message that cannot be received, or a handler that throws, does not end the service; a
-/// failing poll, a `createMessage` that throws and the end of the process do, and the socket is then closed.
+/// `makeErrorString` in front; only a rebuild logs as `Socket::resetConnections` does. A message that cannot be
+/// received, or a handler that throws, does not end the service; a failing poll, a rebuild that fails, a handler that
+/// closes the socket, a `createMessage` that throws and the end of the process do, and the socket is then closed.
 ///
 /// A reply listener answers through the socket that its handler is given. When a handler returns or throws without
 /// having replied, or a request was too long or did not parse, the request is abandoned: the socket is rebuilt, with a
-/// warning logged, so that other clients are served. The client of that request gets no reply.
+/// warning logged, so that requests that come later are served. The client of that request gets no reply, nor do those
+/// whose requests wait meanwhile, and clients on inproc have to connect again: see `Socket::resetConnections`.
 ///
 /// Threads: `start`, `stop`, `addListenEndpoint` and the destructor are called from one controlling thread at a time,
 /// and never from the handlers: that ends the process. `createMessage` and `handleMessage` run on the listener's
-/// thread, which blocks all signals. A derived class stops the listener in its own destructor, so that no handler runs
-/// on an object that is half gone. An exception that is not a `std::exception` ends the process. A handler must not
-/// call `exit`, which would wait for the handler's own socket for ever.
+/// thread, which blocks all signals; threads and processes that a handler starts inherit that. A derived class stops
+/// the listener in its own destructor, so that no handler runs on an object that is half gone. An exception that is not
+/// a `std::exception` ends the process. A handler must not call `exit`, which would wait for the handler's own socket
+/// for ever.
 ///
 /// The operations return whether they succeeded. If not, `error` is the reason, behind `makeErrorString`'s header;
 /// these texts are not logged.
@@ -47,29 +50,32 @@ public:
     /// `protocol` is `Sub` or `Rep`, which `start` checks; `name` is the name of the listener's socket.
     SocketListener(Protocol::Protocol protocol, const std::string& name);
 
-    /// Stops the listener; blocks as `stop` does.
+    /// Stops the listener, as `stop` does.
     virtual ~SocketListener();
 
     SocketListener(const SocketListener&) = delete;
     SocketListener& operator=(const SocketListener&) = delete;
 
-    /// Ends the thread, waits for it and closes its socket: at most the rest of one poll (a second) and of the handler
-    /// at work. A stranger's request without 0MQ's envelope is input that cannot be received: the thread then waits for
-    /// the next request, and so does `stop`. True also when nothing was running. Clears `error` first. Fails with
-    /// "Failed joining thread: " + reason; the listener then counts as stopped.
+    /// Ends the thread, waits for it and closes its socket: at most the rest of one poll (a second), of the handler at
+    /// work and of the rebuild that may follow (two seconds). A stranger's request without 0MQ's envelope is input that
+    /// cannot be received: the thread then waits for the next request, and so does `stop`. True also when nothing was
+    /// running. Clears `error` first. A thread that cannot be joined ends the process.
     virtual bool stop(std::string& error);
 
-    /// Opens a socket, connects it to every endpoint listed and starts the thread. Clears `error` first.
+    /// Opens a socket, connects it to every endpoint listed and starts the thread; blocks as `Socket::connect` does.
+    /// Clears `error` first.
     ///
-    /// An endpoint that cannot be connected does not fail `start`: it is logged at error level, "Failed connecting
-    /// endpoint " + endpoint + ": " + reason; but the socket is then closed, and the thread ends at its first poll.
+    /// An endpoint that cannot be connected does not fail `start`: it is logged at error level, behind
+    /// `formatMessage`'s header: "Failed connecting endpoint " + endpoint + ": " + reason; but the socket is then
+    /// closed, and the thread ends at its first poll.
     ///
     /// Fails with "Failed starting thread: another thread is already running" (also when the thread has ended by
     /// itself: call `stop` first), "Only Sub and Rep protocols are supported", or "Failed creating socket: " + reason.
     /// \throws std::system_error when no thread can be made; the listener is then stopped
     virtual bool start(std::string& error);
 
-    /// A new, empty message of the type that this listener expects. Called for every message before it is read.
+    /// A new, empty message of the type that this listener expects. Called for every message before it is read. Must
+    /// not be null: the message would stay unread, and be reported over and over.
     virtual std::shared_ptr<google::protobuf::Message> createMessage() = 0;
 
     /// Handles `message`, which `createMessage` made and which is filled now. A reply listener sends its reply through
@@ -77,8 +83,8 @@ public:
     virtual void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) = 0;
 
     /// Adds an endpoint, as text (see `SocketEndpoint::FromString`). A running listener is stopped and started again,
-    /// on all endpoints, and the result is that of `start`; otherwise `error` is left alone on success. Fails with
-    /// "Invalid endpoint: " + reason; nothing has changed then.
+    /// on all endpoints, blocking as both do, and the result is that of `start`; otherwise `error` is left alone on
+    /// success. Fails with "Invalid endpoint: " + reason; nothing has changed then.
     bool addListenEndpoint(const std::string& endpoint, std::string& error);
 
     /// Does nothing and returns true, with `error` cleared: endpoints can only be added.

@@ -55,7 +55,7 @@ private:
     Logger ownLogger;
 };
 
-/// Constructed just after spdlog's registry, hence destroyed just before it.
+/// Constructed after spdlog's registry, hence destroyed before it.
 class RegistryWatch {
 public:
     RegistryWatch() { spdlog::get(loggerName); }
