@@ -458,7 +458,9 @@ void Socket::setInternalFifoSize(int size) {
 
 void Socket::setQueueSize(int option, int size, const char* failurePrefix) {
     if (zmq_setsockopt(zmqSocket, option, &size, sizeof size) < 0) {
-        rk::utils::logError(formatMessage(failurePrefix + failureText(zmq_errno())));
+        const int error = zmq_errno();
+        rk::utils::detail::logIfPossible(rk::utils::logError,
+                                         [&] { return formatMessage(failurePrefix + failureText(error)); });
     }
 }
 
@@ -496,13 +498,10 @@ void Socket::addBlockToStatistics(unsigned int size) noexcept {
     const double megabits = statisticsByteCount / elapsed * 0.0009765625 * 0.0009765625 * 8.0;
     const double megabytes = megabits * 0.125;
     const double blocks = statisticsBlockCount / elapsed;
-    try {
-        rk::utils::logDebug(formatMessage("Rate is " + std::to_string(megabytes) +
-                                          " Mbytes/s = " + std::to_string(megabits) + " Mbits/s, " +
-                                          std::to_string(blocks) + " Blocks/s"));
-    } catch (const std::exception&) {
-        // Without memory for its text the line is dropped: no send or receive fails for it.
-    }
+    rk::utils::detail::logIfPossible(rk::utils::logDebug, [&] {
+        return formatMessage("Rate is " + std::to_string(megabytes) + " Mbytes/s = " + std::to_string(megabits) +
+                             " Mbits/s, " + std::to_string(blocks) + " Blocks/s");
+    });
     statisticsStartTime = 0.0;
     statisticsByteCount = 0;
     statisticsBlockCount = 0;

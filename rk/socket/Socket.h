@@ -195,7 +195,7 @@ public:
     /// Sets the length of 0MQ's queue, in messages for each peer: of the outgoing queue of `Pub` and `Req`, of the
     /// incoming queue of `Sub` and `Rep`; 0 means no limit. Does nothing on a closed socket. A failure, for instance by
     /// a negative size, is logged at error level, behind `formatMessage`'s header: "Failed setting emission buffer
-    /// size: " or "Failed setting reception buffer size: ", + E.
+    /// size: " or "Failed setting reception buffer size: ", + E. Nothing is thrown.
     ///
     /// With the size of a message, which nothing limits, it bounds the memory that peers can make this process fill.
     /// The outgoing queue of a `Rep` keeps its 1,000 replies for each peer.

@@ -144,6 +144,10 @@ private:
         if (isOneOf(step.operation, {"addBlockToStatistics", "SocketContext", "exit"}) && !forThrowing) {
             return {state}; // the line is lost
         }
+        if (step.operation == "setInternalFifoSize") {
+            state.outcome.lines.clear();
+            return {state};
+        }
         if (step.operation == "stop") {
             State noText = state;
             fail(noText, "std::bad_alloc", "std::bad_alloc", Then::Retry);
