@@ -72,10 +72,11 @@ void writeTable(const std::string& file, const std::string& rows) {
 
 What the library does when what it calls fails. `scripts/faults` makes every call of the shared library fail that can,
 with every error that its documentation names, once and from then on, and two calls at once; `tests/faults/` says how.
-This page is written by it, and a test fails when it says what is not so any more.
+This page is written by it, and a test fails when it says what is not so.
 
 After each fault, every native socket, context, thread, descriptor and block of memory is given back exactly once, and
-the same calls then succeed: on the same object where the socket is as before, else after `create`.
+the same calls then succeed: on the same object where the socket is as before, else after `create`. But 0MQ is asked once
+for the context of the process: without it no socket can be had any later.
 
 ## Outcomes
 
