@@ -85,6 +85,36 @@ protected:
     }
 };
 
+class RequesterOfTwoServers : public testing::TestWithParam<Transport::Transport> {
+protected:
+    const SocketEndpoint firstEndpoint = freshEndpoint(GetParam());
+    const SocketEndpoint secondEndpoint = freshEndpoint(GetParam());
+    Socket first{"first", ClosePolicy::DropPending};
+    Socket second{"second", ClosePolicy::DropPending};
+    Socket client{"client", ClosePolicy::DropPending};
+
+    static void start(Socket& server, const SocketEndpoint& endpoint) {
+        server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    }
+
+    void connectClient() {
+        client.createAndConnect(Protocol::Req, firstEndpoint, patienceMs);
+        client.connect(secondEndpoint, patienceMs);
+    }
+
+    void answer(Socket& server, char request) {
+        EXPECT_EQ(request, receive(server));
+        send(server, 'r');
+        EXPECT_EQ('r', receive(client));
+    }
+
+    /// What a listener does with a request that its handler does not answer.
+    static void giveUp(Socket& server, char request) {
+        EXPECT_EQ(request, receive(server));
+        server.resetConnections();
+    }
+};
+
 } // namespace
 
 TEST_P(RequestToAServerThatIsNotRunning, IsServedWhenTheServerComesIfTheClientWaits) {
@@ -215,26 +245,55 @@ TEST(SubscriberOverInproc, FindsARebuiltPublisherOnlyWhenItIsRebuiltItself) {
     EXPECT_EQ('3', receive(subscriber));
 }
 
-TEST(RequesterOfTwoServers, AsksThemInTurnWhetherTheyAnswerOrNot) {
-    const SocketEndpoint served = freshEndpoint(Transport::Inproc);
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, served, patienceMs);
-    Socket silent("silent", ClosePolicy::DropPending);
-    const SocketEndpoint unserved = freshEndpoint(Transport::Inproc);
-    silent.createAndConnect(Protocol::Rep, unserved, patienceMs);
-
-    Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, served, patienceMs);
-    client.connect(unserved, patienceMs);
-    for (int round = 0; round < 2; ++round) {
+TEST_P(RequesterOfTwoServers, AsksThemInTurnAsLongAsTheyAnswer) {
+    start(first, firstEndpoint);
+    start(second, secondEndpoint);
+    connectClient();
+    for (Socket* const asked : {&first, &second, &first, &second}) {
         send(client, 'q');
-        Socket& asked = hasInput(server, silenceMs) ? server : silent;
-        EXPECT_EQ(round == 0 ? &server : &silent, &asked);
-        receive(asked);
-        send(asked, 'r');
-        receive(client);
+        answer(*asked, 'q');
     }
 }
+
+TEST_P(RequesterOfTwoServers, SendsEveryRepetitionToTheFirstThoughItIsSilent) {
+    start(first, firstEndpoint);
+    start(second, secondEndpoint);
+    connectClient();
+    for (const char request : {'1', '2', '3'}) {
+        send(client, request);
+        giveUp(first, request);
+    }
+    EXPECT_FALSE(hasInput(second, 0));
+}
+
+TEST_P(RequesterOfTwoServers, SendsEveryRepetitionToTheFirstThoughItIsNotRunning) {
+    start(second, secondEndpoint);
+    connectClient();
+    for (const char request : {'1', '2', '3'}) {
+        send(client, request);
+    }
+    EXPECT_FALSE(hasInput(second, silenceMs));
+    EXPECT_THAT(serve(firstEndpoint, 1), testing::Contains('3'));
+    EXPECT_EQ('3', receive(client));
+}
+
+TEST_P(RequesterOfTwoServers, AsksASilentSecondFirstWithEveryRequestAfterARepetition) {
+    start(first, firstEndpoint);
+    start(second, secondEndpoint);
+    connectClient();
+    send(client, 'q');
+    answer(first, 'q');
+    for (int round = 0; round < 3; ++round) {
+        send(client, '1');
+        giveUp(second, '1');
+        send(client, '2');
+        answer(first, '2');
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(OnEveryTransport, RequesterOfTwoServers,
+                         testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
+                         [](const auto& instance) { return Transport::ToString(instance.param); });
 
 TEST(IpcPath, IsTakenOverByTheSecondWhoBindsIt) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Ipc);
