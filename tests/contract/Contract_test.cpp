@@ -88,6 +88,14 @@ TEST(AfterFork, TheParentsSocketsGoOn) {
     EXPECT_THAT(linesOf("fork-with-sockets"), ElementsAre("answered", "the child ended with 0", "answered"));
 }
 
+TEST(AfterFork, AChildThatCallsExitEndsAndTheParentsSocketsGoOn) {
+    EXPECT_THAT(linesOf("fork-and-exit"), ElementsAre("answered", "the child ended with 7", "answered"));
+}
+
+TEST(AfterFork, AChildThatReturnsFromMainEndsAndTheParentsSocketsGoOn) {
+    EXPECT_THAT(linesOf("fork-and-return"), ElementsAre("answered", "the child ended with 0", "answered"));
+}
+
 TEST(AfterFork, TheParentsListenerGoesOn) {
     EXPECT_THAT(linesOf("fork-with-a-listener"), ElementsAre("served", "the child ended with 0", "served"));
 }

@@ -124,6 +124,13 @@ void callAfterTheContext() {
     Socket("early", ClosePolicy::DropPending).create(Protocol::Pub);
 }
 
+/// The child's end is its status, or minus the signal that killed it.
+void sayEndOf(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    say("the child ended with " + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status)));
+}
+
 /// Runs `action` in a child, and waits for its end.
 void inChild(const std::function<void()>& action) {
     const pid_t child = fork();
@@ -131,9 +138,7 @@ void inChild(const std::function<void()>& action) {
         action();
         _exit(0);
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    say("the child ended with " + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status)));
+    sayEndOf(child);
 }
 
 /// A request and its reply, between two sockets of this process.
@@ -167,6 +172,31 @@ void forkWithSockets() {
     Exchange exchange;
     exchange.run();
     inChild([] {});
+    exchange.run();
+}
+
+// The children that end in the ordinary way are killed if they hang.
+
+void forkAndExit() {
+    Exchange exchange;
+    exchange.run();
+    inChild([] {
+        alarm(20);
+        std::exit(7);
+    });
+    exchange.run();
+}
+
+/// The child closes its copies of the sockets, and returns from `main`.
+void forkAndReturn() {
+    Exchange exchange;
+    exchange.run();
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        return;
+    }
+    sayEndOf(child);
     exchange.run();
 }
 
@@ -213,6 +243,8 @@ int main(int argumentCount, char** arguments) {
         {"late-socket", callAfterTheContext<callSocket>},
         {"late-listener", callAfterTheContext<callListener>},
         {"fork-with-sockets", forkWithSockets},
+        {"fork-and-exit", forkAndExit},
+        {"fork-and-return", forkAndReturn},
         {"fork-with-a-listener", forkWithAListener},
         {"fork-before-the-first-socket", forkBeforeTheFirstSocket},
         {"fork-and-use-values", forkAndUseValues},
