@@ -1,5 +1,6 @@
 #include "support/Child.h"
 #include "support/Endpoints.h"
+#include "support/messages.pb.h"
 
 #include <rk/socket/Socket.h>
 #include <rk/socket/SocketContext.h>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -146,29 +148,40 @@ TEST(AnyThread, MayReadConvertCompareAndPrintTheSameValues) {
 
 TEST(AnyThread, MayMakeEachCallOfASocketThatIsHandedToIt) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    Socket publisher("source", ClosePolicy::DropPending);
-    Socket subscriber("feed", ClosePolicy::DropPending);
+    std::unique_ptr<Socket> publisher;
+    std::unique_ptr<Socket> subscriber;
     char byte = 'x';
     std::string error;
-    inAThreadOfItsOwn([&] { publisher.create(Protocol::Pub); });
-    inAThreadOfItsOwn([&] { publisher.setInternalFifoSize(10); });
-    inAThreadOfItsOwn([&] { publisher.connect(endpoint, 0); });
-    inAThreadOfItsOwn([&] { publisher.activateStatistics(true); });
-    inAThreadOfItsOwn([&] { publisher.setTargetBitRate(1000); });
-    inAThreadOfItsOwn([&] { subscriber.createAndConnect(Protocol::Sub, endpoint, 20000); });
-    inAThreadOfItsOwn([&] { publisher.poll(0, error); }); // takes note of the subscription
+    Text text;
+    inAThreadOfItsOwn([&] { publisher = std::make_unique<Socket>("source", ClosePolicy::DropPending); });
+    inAThreadOfItsOwn([&] { subscriber = std::make_unique<Socket>("feed", ClosePolicy::DropPending); });
+    inAThreadOfItsOwn([&] { publisher->create(Protocol::Pub); });
+    inAThreadOfItsOwn([&] { publisher->setInternalFifoSize(10); });
+    inAThreadOfItsOwn([&] { publisher->connect(endpoint, 0); });
+    inAThreadOfItsOwn([&] { publisher->activateStatistics(true); });
+    inAThreadOfItsOwn([&] { publisher->setTargetBitRate(1000); });
+    inAThreadOfItsOwn([&] { publisher->addBlockToStatistics(1); });
+    inAThreadOfItsOwn([&] { publisher->handleBitRateCapping(1); });
+    inAThreadOfItsOwn([&] { subscriber->createAndConnect(Protocol::Sub, endpoint, 20000); });
+    inAThreadOfItsOwn([&] { publisher->poll(0, error); }); // takes note of the subscription
+    text.set_text("news");
+    inAThreadOfItsOwn([&] { publisher->sendProtoBuf(&text); });
     for (int message = 0; message < 3; ++message) {
-        inAThreadOfItsOwn([&] { publisher.send(&byte, 1); });
+        inAThreadOfItsOwn([&] { publisher->send(&byte, 1); });
     }
-    inAThreadOfItsOwn([&] { EXPECT_EQ(PollResult::Input, subscriber.poll(20000, error)); });
-    inAThreadOfItsOwn([&] { EXPECT_EQ(1, subscriber.receive(&byte, 1)); });
-    inAThreadOfItsOwn([&] { subscriber.flushIncomingMessages(); });
-    inAThreadOfItsOwn([&] { EXPECT_EQ(PollResult::Timeout, subscriber.poll(0, error)); });
-    inAThreadOfItsOwn([&] { publisher.resetConnections(); });
-    inAThreadOfItsOwn([&] { subscriber.resetConnections(); });
-    inAThreadOfItsOwn([&] { EXPECT_EQ("[Socket feed]", subscriber.debugString()); });
-    inAThreadOfItsOwn([&] { subscriber.close(); });
-    inAThreadOfItsOwn([&] { publisher.close(); });
+    inAThreadOfItsOwn([&] { EXPECT_EQ(PollResult::Input, subscriber->poll(20000, error)); });
+    text.clear_text();
+    inAThreadOfItsOwn([&] { subscriber->receiveProtoBuf(&text, 100); });
+    EXPECT_EQ("news", text.text());
+    inAThreadOfItsOwn([&] { EXPECT_EQ(1, subscriber->receive(&byte, 1)); });
+    inAThreadOfItsOwn([&] { subscriber->flushIncomingMessages(); });
+    inAThreadOfItsOwn([&] { EXPECT_EQ(PollResult::Timeout, subscriber->poll(0, error)); });
+    inAThreadOfItsOwn([&] { publisher->resetConnections(); });
+    inAThreadOfItsOwn([&] { subscriber->resetConnections(); });
+    inAThreadOfItsOwn([&] { EXPECT_EQ("[Socket feed]", subscriber->debugString()); });
+    inAThreadOfItsOwn([&] { subscriber->close(); });
+    inAThreadOfItsOwn([&] { subscriber.reset(); });
+    inAThreadOfItsOwn([&] { publisher.reset(); });
 }
 
 } // namespace rk::tests
