@@ -1,3 +1,4 @@
+#include "support/BareListener.h"
 #include "support/BeforeJoin.h"
 #include "support/Endpoints.h"
 #include "support/RecordingListener.h"
@@ -100,6 +101,19 @@ TEST_F(ListenerDeathTest, OfAStopWhoseJoinTheSystemRefuses) {
             listener.stop(error());
         },
         testing::ExitedWithCode(7), "at the end: .Socket Listener rep. Failed joining thread: Invalid argument\n");
+}
+
+TEST_F(ListenerDeathTest, OfADestructorWhoseJoinTheSystemRefuses) {
+    EXPECT_EXIT(
+        {
+            const PollsRunOut noWait;
+            auto listener = std::make_unique<BareListener>();
+            listener->addListenEndpoint(freshEndpoint(Transport::Inproc).toString(Protocol::Rep), error());
+            listener->start(error());
+            const JoinFault fault(EINVAL);
+            listener.reset();
+        },
+        testing::KilledBySignal(SIGABRT), "terminate called without an active exception");
 }
 
 TEST_F(MisusedListenerDeathTest, OfAStopByItsHandlerWhoseJoinFails) {

@@ -1,3 +1,4 @@
+#include "support/BareListener.h"
 #include "support/BeforeJoin.h"
 #include "support/Endpoints.h"
 #include "support/Errors.h"
@@ -30,14 +31,6 @@ namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
 const std::string waitingPoll = "zmq_poll 1 items, events 1, 1000 ms";
-
-/// Leaves its end to the class that it derives from.
-class BareListener : public SocketListener {
-public:
-    BareListener() : SocketListener(Protocol::Rep, "bare") {}
-    std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Text>(); }
-    void handleMessage(google::protobuf::Message* /*message*/, std::shared_ptr<Socket> /*socket*/) override {}
-};
 
 class ListenerStop : public testing::Test {
 protected:
