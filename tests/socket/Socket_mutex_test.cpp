@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
+#include <memory>
 #include <system_error>
 
 namespace rk::tests {
@@ -42,6 +44,13 @@ protected:
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     Socket server{"server", ClosePolicy::DropPending};
 };
+
+void destroyWithoutItsLock() {
+    auto server = std::make_unique<Socket>("server", ClosePolicy::DropPending);
+    server->createAndConnect(Protocol::Rep, freshEndpoint(Transport::Inproc), 0);
+    const MutexFault fault(EAGAIN, 2); // the first lock is the book's, which the close does without
+    server.reset();
+}
 
 /// By which lock of the call it fails.
 class UnlockableCreate : public UnlockableSocket, public testing::WithParamInterface<int> {};
@@ -98,6 +107,14 @@ TEST_F(UnlockableSocket, IsClosedAllTheSameWhenItsAddressesCannotBeNoted) {
 
     EXPECT_EQ("Socket: Failed connecting/binding socket: Address already in use on [Socket server]",
               textThrownBy([&] { server.createAndConnect(Protocol::Rep, endpoint, 0); }));
+}
+
+TEST(UnlockableSocketDeathTest, EndsTheProcessWhenItIsDestroyed) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+
+    EXPECT_EXIT(destroyWithoutItsLock(), testing::KilledBySignal(SIGABRT),
+                "terminate called after throwing an instance of 'std::system_error'\n"
+                "  what\\(\\):  Resource temporarily unavailable");
 }
 
 TEST_F(UnlockableSocket, LogsThatItCannotBeRebuilt) {
