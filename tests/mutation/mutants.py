@@ -132,7 +132,7 @@ class Source:
         """The name of what the line stands in."""
         for line in reversed(self.lines[:number + 1]):
             found = re.match(r"(?:    )?(?:\[\[.*\]\] )?(?:[\w:<>*&, ]+[ *&])?([\w:~]+)\(.*[{:;,]$", line)
-            if found and not re.match(r"\s*(if|for|while|switch|return|throw|const std::lock_guard)\b", line):
+            if found and not re.match(r"\s*(if|for|while|switch|return|throw|const std::lock_guard)\b|.*\[&\]", line):
                 if not line.startswith("    ") or line.rstrip().endswith("{") and not line.startswith("     "):
                     return found.group(1)
         return "file"
