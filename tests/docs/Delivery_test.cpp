@@ -116,6 +116,9 @@ protected:
     }
 };
 
+/// Not over inproc: there the rebuild of a client of a name that nobody has bound is a race between 0MQ's own threads.
+class RequesterOfTwoRemoteServers : public RequesterOfTwoServers {};
+
 class ClientOfAServerClosedOverInproc : public testing::Test {
 protected:
     ClientOfAServerClosedOverInproc() {
@@ -304,7 +307,7 @@ TEST_P(RequesterOfTwoServers, SendsEveryRepetitionToTheFirstThoughItIsSilent) {
     EXPECT_FALSE(hasInput(second, 0));
 }
 
-TEST_P(RequesterOfTwoServers, SendsEveryRepetitionToTheFirstThoughItIsNotRunning) {
+TEST_P(RequesterOfTwoRemoteServers, SendsEveryRepetitionToTheFirstThoughItIsNotRunning) {
     Socket keeping("keeping", ClosePolicy::WaitForDelivery);
     start(second, secondEndpoint);
     connectToBoth(keeping);
@@ -337,6 +340,9 @@ TEST_P(RequesterOfTwoServers, AsksASilentSecondFirstWithEveryRequestAfterARepeti
 
 INSTANTIATE_TEST_SUITE_P(OnEveryTransport, RequesterOfTwoServers,
                          testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
+                         [](const auto& instance) { return Transport::ToString(instance.param); });
+
+INSTANTIATE_TEST_SUITE_P(OnEveryTransport, RequesterOfTwoRemoteServers, testing::Values(Transport::Tcp, Transport::Ipc),
                          [](const auto& instance) { return Transport::ToString(instance.param); });
 
 TEST_F(ClientOfAServerClosedOverInproc, WaitsInSendUntilASignal) {
