@@ -183,6 +183,9 @@ TEST_F(FreshProcess, WithoutAContextReportsTheErrorOf0MqAtEachCreate) {
 }
 
 TEST_F(FreshProcess, MakesItsFirstSocketWithSixDescriptorsAndTheNextWithOne) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizers need descriptors to look at an object";
+#endif
     EXPECT_EXIT((createWithFewDescriptors(), endProcess()), ExitedWithCode(0), "");
 }
 
