@@ -1,19 +1,11 @@
-#include "support/Addresses.h"
-#include "support/Report.h"
-#include "support/Stopwatch.h"
+#include "Commands.h"
+#include "Measuring.h"
 
 #include <rk/socket/Socket.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <future>
-#include <vector>
-
-// How well a socket holds the bit rate that it is told, and how much it lets out at once.
-//
-// usage: cap SECONDS LONGEST     for each rate and each block size whose blocks take at most LONGEST seconds each
+#include <memory>
 
 namespace rk::benchmarks {
 
@@ -22,7 +14,7 @@ namespace {
 constexpr double megabit = 1048576.0;
 constexpr double window = 0.1;
 
-/// The most that left within any window, over what the rate grants it; 1 is perfect.
+/// The most that left within any window, over what the rate grants it: 1 is perfect.
 double burst(const std::vector<double>& times, double bitsPerBlock, double rate) {
     std::size_t most = 0;
     std::size_t begin = 0;
@@ -37,8 +29,7 @@ double burst(const std::vector<double>& times, double bitsPerBlock, double rate)
 
 void measure(unsigned int rate, std::size_t size, double seconds) {
     socket::Socket publisher("capped", socket::ClosePolicy::DropPending);
-    publisher.createAndConnect(socket::Protocol::Pub,
-                               socket::SocketEndpoint::FromString("inproc://" + freshAddress("inproc")), 0);
+    publisher.createAndConnect(socket::Protocol::Pub, socket::SocketEndpoint::FromString(freshUrl("inproc")), 0);
     publisher.setTargetBitRate(rate);
     std::vector<char> block(size);
     publisher.send(block.data(), block.size());
@@ -50,12 +41,10 @@ void measure(unsigned int rate, std::size_t size, double seconds) {
     }
     const double bits = static_cast<double>(size) * 8.0;
     const double measured = bits * static_cast<double>(times.size()) / times.back() / megabit;
-    Sample()
-        .number("rate", rate)
-        .number("size", static_cast<double>(size))
-        .number("measured", measured)
-        .number("burst", burst(times, bits, rate))
-        .write();
+    write({}, {{"rate", rate},
+               {"size", static_cast<double>(size)},
+               {"measured", measured},
+               {"burst", burst(times, bits, rate)}});
 }
 
 void measureAll(double seconds, double longest) {
@@ -81,17 +70,18 @@ void measureAll(double seconds, double longest) {
 
 } // namespace
 
-} // namespace rk::benchmarks
-
-int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::fputs("usage: cap SECONDS LONGEST\n", stderr);
-        return 2;
-    }
-    try {
-        rk::benchmarks::measureAll(std::atof(argv[1]), std::atof(argv[2]));
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "%s\n", failure.what());
-        return 1;
-    }
+void addCap(CLI::App& program) {
+    struct Options {
+        double seconds = 0;
+        double longest = 0;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = program.add_subcommand(
+        "cap", "Measure how well a socket holds the bit rate that it is told, and how much it lets out at once");
+    command->add_option("SECONDS", options->seconds, "for each rate and each size of a block")->required();
+    command->add_option("LONGEST", options->longest, "seconds of a block; sizes that take longer are left out")
+        ->required();
+    command->callback([options] { measureAll(options->seconds, options->longest); });
 }
+
+} // namespace rk::benchmarks

@@ -1,38 +1,69 @@
-#include "support/Addresses.h"
-#include "support/Report.h"
-#include "support/Stopwatch.h"
+#include "Commands.h"
+#include "Measuring.h"
 
 #include <rk/socket/Socket.h>
 #include <rk/socket/utils/SocketListener.h>
 
 #include <zmq.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <memory>
 #include <messages.pb.h>
-#include <stdexcept>
-#include <string>
 #include <sys/resource.h>
 #include <thread>
+#include <type_traits>
 #include <unistd.h>
-#include <vector>
+#include <utility>
 
-// Measures one point of one curve: how a cost grows with a number. Each point is measured in a process of its own.
-//
-// usage: growth CURVE NUMBER
+// Measures one point of one curve: how a cost grows with a number. The driver starts a process for each point.
 
 namespace rk::benchmarks {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
+using namespace socket::Protocol;
+
+/// A socket of the library, under the names that both ways have in common.
+class LibrarySocket : public socket::Socket {
+public:
+    using Address = socket::SocketEndpoint;
+    static Address addressOf(const std::string& url) { return Address::FromString(url); }
+
+    explicit LibrarySocket(Protocol pattern) : Socket("growth", socket::ClosePolicy::DropPending) { create(pattern); }
+
+    void attach(const Address& address) { connect(address, 20000); }
+};
+
+/// The same on 0MQ's C interface.
+class PlainSocket {
+public:
+    using Address = std::string;
+    static Address addressOf(const std::string& url) { return url; }
+
+    explicit PlainSocket(Protocol protocol)
+        : binds(protocol == Pub || protocol == Rep),
+          native(zmq_socket(context(), socket::Protocol::ToNativeProtocol(protocol))) {}
+    ~PlainSocket() { close(); }
+    PlainSocket(const PlainSocket&) = delete;
+    PlainSocket& operator=(const PlainSocket&) = delete;
+
+    void attach(const Address& url) {
+        require((binds ? zmq_bind(native, url.c_str()) : zmq_connect(native, url.c_str())) == 0, "attaching");
+    }
+    void send(void* block, std::size_t size) { zmq_send(native, block, size, 0); }
+    void receive(void* buffer, std::size_t size) { zmq_recv(native, buffer, size, 0); }
+    void close() { zmq_close(std::exchange(native, nullptr)); }
+
+private:
+    static void* context() {
+        static void* const instance = zmq_ctx_new();
+        return instance;
+    }
+
+    const bool binds;
+    void* native;
+};
 
 double residentKilobytes() {
     std::ifstream file("/proc/self/statm");
@@ -48,147 +79,130 @@ double peakKilobytes() {
     return static_cast<double>(used.ru_maxrss);
 }
 
-double medianOf(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+void report(const std::string& measure, double value) {
+    write({{"measure", measure}}, {{"value", value}});
 }
 
-SocketEndpoint inproc(const std::string& name) {
-    return {socket::Transport::Inproc, name, 0};
+template <class Work>
+double timeOf(const Work& work) {
+    const Stopwatch watch;
+    work();
+    return watch.nanoseconds();
 }
 
-SocketEndpoint freshTcp() {
-    return SocketEndpoint::FromString("tcp://127.0.0.1:" + freshAddress("tcp"));
-}
-
-void report(const std::string& curve, int number, const std::string& measure, double value) {
-    Sample().text("curve", curve).number("number", number).text("measure", measure).number("value", value).write();
-}
-
-/// What one send takes, in nanoseconds: the median of some runs.
-double timeOfSends(const std::function<void()>& send) {
-    constexpr int runs = 9;
-    constexpr int sends = 2000;
+/// What the work takes, in nanoseconds: the median of some runs.
+template <class Work>
+double medianTimeOf(int runs, const Work& work) {
     std::vector<double> times;
     for (int run = 0; run < runs; ++run) {
-        const Stopwatch watch;
-        for (int i = 0; i < sends; ++i) {
-            send();
-        }
-        times.push_back(watch.nanoseconds() / sends);
+        times.push_back(timeOf(work));
     }
     return medianOf(times);
 }
 
-void endpoints(const std::string& curve, int number) {
-    std::vector<SocketEndpoint> all;
-    for (int i = 0; i < number; ++i) {
-        all.push_back(inproc("endpoint-" + std::to_string(i)));
-    }
-    Socket publisher("growth", socket::ClosePolicy::DropPending);
-    publisher.create(socket::Protocol::Pub);
-    const double before = residentKilobytes();
-    const Stopwatch connecting;
-    for (const SocketEndpoint& endpoint : all) {
-        publisher.connect(endpoint, 0);
-    }
-    report(curve, number, "connect all", connecting.nanoseconds());
-    report(curve, number, "memory", residentKilobytes() - before);
-    char block[16] = {};
-    report(curve, number, "send", timeOfSends([&] { publisher.send(block, sizeof block); }));
-    const Stopwatch rebuilding;
-    publisher.resetConnections();
-    report(curve, number, "rebuild", rebuilding.nanoseconds());
-    const Stopwatch closing;
-    publisher.close();
-    report(curve, number, "close", closing.nanoseconds());
+template <class Send>
+void reportSends(const Send& send) {
+    constexpr int sends = 2000;
+    const double taken = medianTimeOf(9, [&send] {
+        for (int i = 0; i < sends; ++i) {
+            send();
+        }
+    });
+    report("send", taken / sends);
 }
 
-void endpointsByHand(const std::string& curve, int number) {
-    void* const context = zmq_ctx_new();
-    void* const native = zmq_socket(context, ZMQ_PUB);
-    const double before = residentKilobytes();
-    const Stopwatch connecting;
+template <class Way>
+void endpoints(int number) {
+    std::vector<typename Way::Address> all;
     for (int i = 0; i < number; ++i) {
-        zmq_bind(native, ("inproc://endpoint-" + std::to_string(i)).c_str());
+        all.push_back(Way::addressOf("inproc://endpoint-" + std::to_string(i)));
     }
-    report(curve, number, "connect all", connecting.nanoseconds());
-    report(curve, number, "memory", residentKilobytes() - before);
+    Way publisher(Pub);
+    const double before = residentKilobytes();
+    report("connect all", timeOf([&] {
+               for (const auto& address : all) {
+                   publisher.attach(address);
+               }
+           }));
+    report("memory", residentKilobytes() - before);
     char block[16] = {};
-    report(curve, number, "send", timeOfSends([&] { zmq_send(native, block, sizeof block, 0); }));
-    zmq_close(native);
-    zmq_ctx_term(context);
+    reportSends([&] { publisher.send(block, sizeof block); });
+    if constexpr (std::is_same_v<Way, LibrarySocket>) {
+        report("rebuild", timeOf([&] { publisher.resetConnections(); }));
+    }
+    report("close", timeOf([&] { publisher.close(); }));
 }
 
-void sockets(const std::string& curve, int number) {
-    { Socket("first", socket::ClosePolicy::DropPending).create(socket::Protocol::Pub); }
-    std::vector<std::unique_ptr<Socket>> all;
+template <class Way>
+void sockets(int number) {
+    static_cast<void>(Way(Pub));
+    std::vector<std::unique_ptr<Way>> all;
     const double before = residentKilobytes();
-    const Stopwatch opening;
-    for (int i = 0; i < number; ++i) {
-        all.push_back(std::make_unique<Socket>("growth", socket::ClosePolicy::DropPending));
-        all.back()->createAndConnect(socket::Protocol::Pub, inproc("socket-" + std::to_string(i)), 0);
-    }
-    report(curve, number, "open all", opening.nanoseconds());
-    report(curve, number, "memory", residentKilobytes() - before);
+    report("open all", timeOf([&] {
+               for (int i = 0; i < number; ++i) {
+                   all.push_back(std::make_unique<Way>(Pub));
+                   all.back()->attach(Way::addressOf("inproc://socket-" + std::to_string(i)));
+               }
+           }));
+    report("memory", residentKilobytes() - before);
     char block[16] = {};
     std::size_t turn = 0;
-    report(curve, number, "send", timeOfSends([&] { all[turn++ % all.size()]->send(block, sizeof block); }));
-    const Stopwatch closing;
-    all.clear();
-    report(curve, number, "close all", closing.nanoseconds());
+    reportSends([&] { all[turn++ % all.size()]->send(block, sizeof block); });
+    report("close all", timeOf([&] { all.clear(); }));
 }
 
-void socketsByHand(const std::string& curve, int number) {
-    void* const context = zmq_ctx_new();
-    zmq_close(zmq_socket(context, ZMQ_PUB));
-    std::vector<void*> all;
+template <class Way>
+void size(int number) {
+    const auto length = static_cast<std::size_t>(number);
+    const int exchanges = number > (1 << 22) ? 5 : 51;
+    const auto address = Way::addressOf(freshUrl("tcp"));
+    Way replier(Rep);
+    replier.attach(address);
+    std::thread server([&] {
+        std::vector<char> buffer(length + 1);
+        for (int i = 0; i < exchanges; ++i) {
+            replier.receive(buffer.data(), buffer.size());
+            replier.send(buffer.data(), 1);
+        }
+    });
+    Way client(Req);
+    client.attach(address);
     const double before = residentKilobytes();
-    const Stopwatch opening;
-    for (int i = 0; i < number; ++i) {
-        all.push_back(zmq_socket(context, ZMQ_PUB));
-        zmq_bind(all.back(), ("inproc://socket-" + std::to_string(i)).c_str());
-    }
-    report(curve, number, "open all", opening.nanoseconds());
-    report(curve, number, "memory", residentKilobytes() - before);
-    char block[16] = {};
-    std::size_t turn = 0;
-    report(curve, number, "send", timeOfSends([&] { zmq_send(all[turn++ % all.size()], block, sizeof block, 0); }));
-    const Stopwatch closing;
-    for (void* const native : all) {
-        zmq_close(native);
-    }
-    report(curve, number, "close all", closing.nanoseconds());
-    zmq_ctx_term(context);
+    std::vector<char> block(length + 1);
+    report("request and short reply", medianTimeOf(exchanges, [&] {
+               client.send(block.data(), length);
+               client.receive(block.data(), 1);
+           }));
+    report("memory", peakKilobytes() - before);
+    server.join();
 }
 
-void subscribers(const std::string& curve, int number) {
+/// A publisher or subscriber that drops nothing.
+std::unique_ptr<LibrarySocket> openBoundless(Protocol protocol, const socket::SocketEndpoint& endpoint) {
+    auto opened = std::make_unique<LibrarySocket>(protocol);
+    opened->setInternalFifoSize(0);
+    opened->attach(endpoint);
+    return opened;
+}
+
+void subscribers(int number) {
     constexpr int blocks = 500;
-    const SocketEndpoint endpoint = freshTcp();
-    Socket publisher("growth", socket::ClosePolicy::DropPending);
-    publisher.create(socket::Protocol::Pub);
-    publisher.setInternalFifoSize(0);
-    publisher.connect(endpoint, 0);
+    const auto endpoint = LibrarySocket::addressOf(freshUrl("tcp"));
+    const auto publisher = openBoundless(Pub, endpoint);
     const double before = residentKilobytes();
-    std::vector<std::unique_ptr<Socket>> all;
+    std::vector<std::unique_ptr<LibrarySocket>> all;
     char block[256] = {};
     std::string error;
     for (int i = 0; i < number; ++i) {
-        all.push_back(std::make_unique<Socket>("growth", socket::ClosePolicy::DropPending));
-        all.back()->create(socket::Protocol::Sub);
-        all.back()->setInternalFifoSize(0);
-        all.back()->connect(endpoint, 0);
+        all.push_back(openBoundless(Sub, endpoint));
         do {
-            publisher.send(block, 1);
+            publisher->send(block, 1);
         } while (all.back()->poll(1, error) != socket::PollResult::Input);
     }
-    report(curve, number, "memory", residentKilobytes() - before);
-    std::vector<double> times;
-    for (int run = 0; run < 9; ++run) {
-        const Stopwatch watch;
+    report("memory", residentKilobytes() - before);
+    const double taken = medianTimeOf(9, [&] {
         for (int i = 0; i < blocks; ++i) {
-            publisher.send(block, sizeof block);
+            publisher->send(block, sizeof block);
         }
         for (const auto& subscriber : all) {
             int left = blocks;
@@ -196,155 +210,93 @@ void subscribers(const std::string& curve, int number) {
                 left -= subscriber->receive(block, sizeof block) == sizeof block ? 1 : 0;
             }
         }
-        times.push_back(watch.nanoseconds() / blocks);
-    }
-    report(curve, number, "publish and receive", medianOf(times));
-}
-
-int exchangesOf(int size) {
-    return size > (1 << 22) ? 5 : 51;
-}
-
-void reportExchanges(const std::string& curve, int size, const std::function<void()>& exchange) {
-    std::vector<double> times;
-    for (int i = 0; i < exchangesOf(size); ++i) {
-        const Stopwatch watch;
-        exchange();
-        times.push_back(watch.nanoseconds());
-    }
-    report(curve, size, "request and short reply", medianOf(times));
-    report(curve, size, "memory", peakKilobytes());
-}
-
-void size(const std::string& curve, int number) {
-    const auto length = static_cast<std::size_t>(number);
-    const SocketEndpoint endpoint = freshTcp();
-    Socket replier("server", socket::ClosePolicy::DropPending);
-    replier.createAndConnect(socket::Protocol::Rep, endpoint, 0);
-    std::thread server([&replier, length, number] {
-        std::vector<char> buffer(length + 1);
-        for (int i = 0; i < exchangesOf(number); ++i) {
-            replier.receive(buffer.data(), buffer.size());
-            replier.send(buffer.data(), 1);
-        }
     });
-    Socket client("client", socket::ClosePolicy::DropPending);
-    client.createAndConnect(socket::Protocol::Req, endpoint, 0);
-    std::vector<char> block(length + 1);
-    reportExchanges(curve, number, [&] {
-        client.send(block.data(), length);
-        client.receive(block.data(), 1);
-    });
-    server.join();
-}
-
-void sizeByHand(const std::string& curve, int number) {
-    const auto length = static_cast<std::size_t>(number);
-    const std::string url = "tcp://127.0.0.1:" + freshAddress("tcp");
-    void* const context = zmq_ctx_new();
-    void* const replier = zmq_socket(context, ZMQ_REP);
-    zmq_bind(replier, url.c_str());
-    std::thread server([replier, length, number] {
-        std::vector<char> buffer(length + 1);
-        for (int i = 0; i < exchangesOf(number); ++i) {
-            zmq_recv(replier, buffer.data(), buffer.size(), 0);
-            zmq_send(replier, buffer.data(), 1, 0);
-        }
-    });
-    void* const client = zmq_socket(context, ZMQ_REQ);
-    zmq_connect(client, url.c_str());
-    std::vector<char> block(length + 1);
-    reportExchanges(curve, number, [&] {
-        zmq_send(client, block.data(), length, 0);
-        zmq_recv(client, block.data(), 1, 0);
-    });
-    server.join();
-    zmq_close(client);
-    zmq_close(replier);
-    zmq_ctx_term(context);
+    report("publish and receive", taken / blocks);
 }
 
 class EchoListener final : public socket::utils::SocketListener {
 public:
-    EchoListener() : SocketListener(socket::Protocol::Rep, "growth") {}
+    explicit EchoListener(const std::string& url) : SocketListener(socket::Protocol::Rep, "growth") {
+        std::string error;
+        require(addListenEndpoint(url, error) && start(error), "listening");
+    }
     ~EchoListener() override {
         std::string ignored;
         stop(ignored);
     }
     std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Reading>(); }
-    void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> replier) override {
+    void handleMessage(google::protobuf::Message* message, std::shared_ptr<socket::Socket> replier) override {
         replier->sendProtoBuf(message);
     }
 };
 
-void listeners(const std::string& curve, int number) {
-    std::vector<std::unique_ptr<EchoListener>> all;
-    std::vector<std::unique_ptr<Socket>> clients;
-    std::string error;
-    const double before = residentKilobytes();
-    const Stopwatch starting;
-    for (int i = 0; i < number; ++i) {
-        const SocketEndpoint endpoint = freshTcp();
-        all.push_back(std::make_unique<EchoListener>());
-        if (!all.back()->addListenEndpoint(endpoint.toString(socket::Protocol::Rep), error) ||
-            !all.back()->start(error)) {
-            throw std::runtime_error(error);
-        }
-        clients.push_back(std::make_unique<Socket>("growth", socket::ClosePolicy::DropPending));
-        clients.back()->createAndConnect(socket::Protocol::Req, endpoint, 20000);
-    }
-    report(curve, number, "start all", starting.nanoseconds());
+void exchangeWithAll(const std::vector<std::unique_ptr<LibrarySocket>>& clients) {
     Reading reading;
     reading.set_payload("x");
-    const auto exchangeWithAll = [&] {
-        for (const auto& client : clients) {
-            client->sendProtoBuf(&reading);
-        }
-        for (const auto& client : clients) {
-            client->receiveProtoBuf(&reading, 1024);
-        }
-    };
-    exchangeWithAll();
-    std::vector<double> times;
-    for (int i = 0; i < 101; ++i) {
-        const Stopwatch watch;
-        exchangeWithAll();
-        times.push_back(watch.nanoseconds());
+    for (const auto& client : clients) {
+        client->sendProtoBuf(&reading);
     }
-    report(curve, number, "a request to each", medianOf(times));
-    report(curve, number, "memory", residentKilobytes() - before);
+    for (const auto& client : clients) {
+        client->receiveProtoBuf(&reading, 1024);
+    }
+}
+
+void listeners(int number) {
+    std::vector<std::unique_ptr<EchoListener>> all;
+    std::vector<std::unique_ptr<LibrarySocket>> clients;
+    const double before = residentKilobytes();
+    report("start all", timeOf([&] {
+               for (int i = 0; i < number; ++i) {
+                   const std::string url = freshUrl("tcp");
+                   all.push_back(std::make_unique<EchoListener>(url));
+                   clients.push_back(std::make_unique<LibrarySocket>(Req));
+                   clients.back()->attach(LibrarySocket::addressOf(url));
+               }
+           }));
+    exchangeWithAll(clients);
+    report("a request to each", medianTimeOf(101, [&] { exchangeWithAll(clients); }));
+    report("memory", residentKilobytes() - before);
     // Each takes up to a second to stop: all at once.
     std::vector<std::thread> stoppers;
-    for (const auto& listener : all) {
-        stoppers.emplace_back([&listener] {
-            std::string ignored;
-            listener->stop(ignored);
-        });
+    for (auto& listener : all) {
+        stoppers.emplace_back([&listener] { listener.reset(); });
     }
     for (std::thread& stopper : stoppers) {
         stopper.join();
     }
 }
 
-using Curve = void (*)(const std::string&, int);
-const std::map<std::string, Curve> curves = {{"endpoints", endpoints},     {"endpoints by hand", endpointsByHand},
-                                             {"sockets", sockets},         {"sockets by hand", socketsByHand},
-                                             {"subscribers", subscribers}, {"size", size},
-                                             {"size by hand", sizeByHand}, {"listeners", listeners}};
+struct Curve {
+    void (*measure)(int);
+    void (*measureByHand)(int);
+};
+
+const std::map<std::string, Curve> curves = {{"endpoints", {endpoints<LibrarySocket>, endpoints<PlainSocket>}},
+                                             {"sockets", {sockets<LibrarySocket>, sockets<PlainSocket>}},
+                                             {"size", {size<LibrarySocket>, size<PlainSocket>}},
+                                             {"subscribers", {subscribers, nullptr}},
+                                             {"listeners", {listeners, nullptr}}};
+
+void measure(const std::string& name, int number, bool byHand) {
+    const Curve& curve = curves.at(name);
+    require(!byHand || curve.measureByHand != nullptr, "that curve by hand");
+    (byHand ? curve.measureByHand : curve.measure)(number);
+}
 
 } // namespace
 
-} // namespace rk::benchmarks
-
-int main(int argc, char** argv) {
-    if (argc != 3 || rk::benchmarks::curves.count(argv[1]) == 0) {
-        std::fputs("usage: growth CURVE NUMBER\n", stderr);
-        return 2;
-    }
-    try {
-        rk::benchmarks::curves.at(argv[1])(argv[1], std::atoi(argv[2]));
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "%s\n", failure.what());
-        return 1;
-    }
+void addGrowth(CLI::App& program) {
+    struct Options {
+        std::string curve;
+        int number = 0;
+        bool byHand = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = program.add_subcommand("growth", "Measure one point of a curve");
+    command->add_option("CURVE", options->curve)->required()->check(CLI::IsMember(curves));
+    command->add_option("NUMBER", options->number, "of what the curve is about")->required();
+    command->add_flag("--by-hand", options->byHand, "on 0MQ's C interface instead of the library");
+    command->callback([options] { measure(options->curve, options->number, options->byHand); });
 }
+
+} // namespace rk::benchmarks

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the measuring programs and writes what they measured as one JSON file.
+"""Runs the measuring program and writes what it measured as one JSON file.
 
 usage: measure.py full|quick BUILD_DIRECTORY OUTPUT
 """
@@ -16,11 +16,10 @@ import tempfile
 import time
 
 MODES = {
-    # episodes, rounds and milliseconds of the comparison; cycles and cures of the repair; seconds of the cap, and
-    # of its longest block; how often each point of a curve is measured; the greatest number of each curve
-    "full": dict(comparison=("3", "11", "25"), repair=("2000", "40"), cap=("1", "70"), repeats=5,
+    # Arguments of the subcommands, how often each point of a curve is measured, the greatest number of each curve.
+    "full": dict(compare=["3", "11", "25"], repair=["2000", "40"], cap=["1", "70"], repeats=5,
                  endpoints=10000, sockets=1000, subscribers=100, size=1 << 28, listeners=50),
-    "quick": dict(comparison=("1", "16", "2"), repair=("100", "5"), cap=("0.1", "0.2"), repeats=1,
+    "quick": dict(compare=["1", "16", "2"], repair=["100", "5"], cap=["0.1", "0.2"], repeats=1,
                   endpoints=1000, sockets=300, subscribers=30, size=1 << 24, listeners=10),
 }
 
@@ -31,41 +30,17 @@ NUMBERS = {
     "size": [0] + [4 ** i for i in range(0, 15)],
     "listeners": [1, 3, 10, 20, 50],
 }
+BY_HAND = ("endpoints", "sockets", "size")
 
 
-class Progress:
-    """A line on a terminal, with the share that is done and the time that is left; else a line for each step."""
-
-    def __init__(self, total):
-        self.total = total
-        self.done = 0
-        self.begin = time.monotonic()
-
-    def step(self, what):
-        self.done += 1
-        share = self.done / self.total
-        left = (time.monotonic() - self.begin) * (1 / share - 1)
-        if sys.stderr.isatty():
-            bar = "#" * round(30 * share)
-            sys.stderr.write(f"\r\033[K[{bar:<30}] {100 * share:3.0f} %, {left:4.0f} s left: {what}")
-            if self.done == self.total:
-                sys.stderr.write("\n")
-        elif self.done == self.total or self.done % max(1, self.total // 40) == 0:
-            sys.stderr.write(f"{100 * share:3.0f} %: {what}\n")
-        sys.stderr.flush()
-
-
-def environment():
-    """For all programs alike. On some processors glibc's copying of blocks from 2 KiB on takes twenty times as long for
-    unlucky addresses; that lottery is kept out of the comparison."""
-    return dict(os.environ, GLIBC_TUNABLES="glibc.cpu.x86_rep_movsb_threshold=0x40000000")
-
-
-def samples(command):
-    """The JSON lines that a program writes, one after another."""
-    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, env=environment()) as process:
+def samples(directory, *arguments):
+    """Run a subcommand and yield the JSON lines that it writes."""
+    # On some processors, glibc copies blocks of 2 KiB and more twenty times slower at unlucky addresses.
+    environment = dict(os.environ, GLIBC_TUNABLES="glibc.cpu.x86_rep_movsb_threshold=0x40000000")
+    command = [f"{directory}/benchmarks/benchmark", *arguments]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, env=environment) as process:
         for line in process.stdout:
-            # A library that is compared may have something to say as well.
+            # A peer may write lines of its own.
             if line.startswith("{"):
                 yield json.loads(line)
             else:
@@ -74,159 +49,138 @@ def samples(command):
         sys.exit(f"{' '.join(command)} failed: {process.returncode}")
 
 
-def spread(values):
-    """Median and quartiles."""
-    ordered = sorted(values)
-    low, _, high = statistics.quantiles(ordered, n=4) if len(ordered) > 1 else ordered * 3
-    return dict(median=statistics.median(ordered), low=low, high=high, count=len(ordered))
+def rounded(value, digits=3):
+    value = float(f"{value:.{digits}g}")
+    return int(value) if value.is_integer() else value
 
 
-def percentile(values, share):
-    ordered = sorted(values)
-    return ordered[min(len(ordered) - 1, math.ceil(share * len(ordered)) - 1)]
+def spread(values, digits=3):
+    """Lower quartile, median, upper quartile."""
+    quartiles = statistics.quantiles(values, n=4) if len(values) > 1 else list(values) * 3
+    return [rounded(value, digits) for value in quartiles]
 
 
-def measure_cost(programs, progress):
+def percentile(ordered, share):
+    return rounded(ordered[max(0, math.ceil(share * len(ordered)) - 1)])
+
+
+def measure_cost(directory, _):
     """The instructions that the tests count, by work and payload."""
     with tempfile.NamedTemporaryFile(suffix=".json") as report:
-        command = [f"{programs}/tests/cost/cost_tests", f"--gtest_output=json:{report.name}"]
-        result = subprocess.run(command, capture_output=True, text=True, check=False)
+        subprocess.run([f"{directory}/tests/cost_tests", f"--gtest_output=json:{report.name}"], capture_output=True,
+                       check=False)
         suites = json.load(open(report.name, encoding="utf-8"))["testsuites"]
-    cost = {}
-    for test in (test for suite in suites for test in suite["testsuite"]):
-        payload = test["name"].partition("/")[2] or "64"
-        for key, value in test.items():
-            if key.split("_")[0] in ("send", "receive", "sendProtoBuf", "receiveProtoBuf"):
-                cost[f"{key.replace('_', ' ')}/{payload}"] = float(value)
-    progress.step("cost of a call")
-    return dict(instructions=cost, passed=result.returncode == 0)
+    return {f"{key.replace('_', ' ')}/{test['name'].partition('/')[2] or '64'}": round(float(value))
+            for suite in suites for test in suite["testsuite"] for key, value in test.items()
+            if key.split("_")[0] in ("send", "receive", "sendProtoBuf", "receiveProtoBuf")}
 
 
-def measure_comparison(programs, settings, progress):
+def against(plain, rounds):
+    taken = dict(nanoseconds=spread(rounds.values()))
+    if rounds is not plain:
+        taken["over"] = spread([value - plain[key] for key, value in rounds.items()])
+        taken["ratio"] = spread([value / plain[key] for key, value in rounds.items()], 4)
+    return taken
+
+
+def measure_comparison(directory, settings):
     """Per cell and peer: nanoseconds, nanoseconds over plain 0MQ and ratio to it, paired by round."""
     times = collections.defaultdict(lambda: collections.defaultdict(dict))
     versions = {}
-    for sample in samples([f"{programs}/benchmarks/comparison", *settings["comparison"]]):
+    for sample in samples(directory, "compare", *settings["compare"]):
         if "version" in sample:
             versions[sample["peer"]] = sample["version"]
-            continue
-        if sample["peer"] == "plain 0MQ" and sample["round"] == 0:
-            progress.step(f"comparison, {sample['cell']}")
-        if sample["round"] > 0:
-            key = sample["episode"], sample["round"]
-            times[sample["cell"]][sample["peer"]][key] = sample["nanoseconds"]
-    cells = {}
-    for cell, peers in times.items():
-        plain = peers["plain 0MQ"]
-        cells[cell] = {}
-        for peer, rounds in peers.items():
-            cells[cell][peer] = dict(
-                nanoseconds=spread(rounds.values()),
-                over=spread([value - plain[key] for key, value in rounds.items()]),
-                ratio=spread([value / plain[key] for key, value in rounds.items()]))
-    return dict(versions=versions, cells=cells)
+        elif sample["round"] > 0:
+            times[sample["cell"]][sample["peer"]][sample["episode"], sample["round"]] = sample["nanoseconds"]
+    cells = {cell: {peer: against(peers["plain 0MQ"], rounds) for peer, rounds in peers.items()}
+             for cell, peers in times.items()}
+    return dict(versions=versions, rounds=int(settings["compare"][0]) * (int(settings["compare"][1]) - 1), cells=cells)
 
 
 def exponent(points):
-    """Of the power of the number that a cost grows with, fitted to the upper half of the curve."""
-    points = [(number, value) for number, value in points if number > 0 and value > 0]
+    """Fit a power of the number to the upper half of the curve."""
+    points = [(math.log(number), math.log(value)) for number, value in points if number > 0 and value > 0]
     points = points[len(points) // 2 - 1:] if len(points) > 3 else points
     if len(points) < 2:
         return None
-    x = [math.log(number) for number, _ in points]
-    y = [math.log(value) for _, value in points]
-    mean_x, mean_y = statistics.mean(x), statistics.mean(y)
-    return sum((a - mean_x) * (b - mean_y) for a, b in zip(x, y)) / sum((a - mean_x) ** 2 for a in x)
+    mean_x, mean_y = (statistics.mean(axis) for axis in zip(*points))
+    return rounded(sum((x - mean_x) * (y - mean_y) for x, y in points) / sum((x - mean_x) ** 2 for x, _ in points))
 
 
-def growth_points(settings):
-    for curve, numbers in NUMBERS.items():
-        for number in (number for number in numbers if number <= settings[curve]):
-            for variant in [curve] + ([f"{curve} by hand"] if curve in ("endpoints", "sockets", "size") else []):
-                yield variant, number
-
-
-def measure_growth(programs, settings, progress):
+def measure_growth(directory, settings):
+    """Per curve and measure: the points, each measured in a process of its own, and the exponent."""
     values = collections.defaultdict(lambda: collections.defaultdict(list))
-    points = list(growth_points(settings))
     for _ in range(settings["repeats"]):
-        for curve, number in points:
-            for sample in samples([f"{programs}/benchmarks/growth", curve, str(number)]):
-                values[curve, sample["measure"]][number].append(sample["value"])
-            progress.step(f"growth, {number} {curve}")
-    curves = []
-    for (curve, measure), points in values.items():
-        medians = {number: spread(taken) for number, taken in points.items()}
-        curves.append(dict(curve=curve, measure=measure, points=medians,
-                           exponent=exponent([(number, taken["median"]) for number, taken in medians.items()])))
-    return curves
+        for curve, numbers in NUMBERS.items():
+            for number in (number for number in numbers if number <= settings[curve]):
+                for variant in [[], ["--by-hand"]] if curve in BY_HAND else [[]]:
+                    name = curve + (" by hand" if variant else "")
+                    for sample in samples(directory, "growth", curve, str(number), *variant):
+                        values[name, sample["measure"]][number].append(sample["value"])
+    return [dict(curve=curve, measure=measure, points={number: spread(taken) for number, taken in points.items()},
+                 exponent=exponent([(number, statistics.median(taken)) for number, taken in points.items()]))
+            for (curve, measure), points in values.items()]
 
 
-def measure_repair(programs, settings, progress):
+def measure_repair(directory, settings):
     times = collections.defaultdict(list)
-    for sample in samples([f"{programs}/benchmarks/repair", *settings["repair"]]):
-        key = f"{sample['transport']} {sample['repair']}"
-        if key not in times:
-            progress.step(f"repair, {key}")
-        times[key].append(sample["nanoseconds"])
-    return {key: dict(count=len(taken), median=statistics.median(taken), p99=percentile(taken, 0.99), max=max(taken),
-                      low=percentile(taken, 0.25), high=percentile(taken, 0.75), p01=percentile(taken, 0.01))
+    for sample in samples(directory, "repair", *settings["repair"]):
+        times[f"{sample['transport']} {sample['repair']}"].append(sample["nanoseconds"])
+    return {key: dict(count=len(taken), p01=percentile(sorted(taken), 0.01), p25=percentile(sorted(taken), 0.25),
+                      median=rounded(statistics.median(taken)), p75=percentile(sorted(taken), 0.75),
+                      p99=percentile(sorted(taken), 0.99), max=rounded(max(taken)))
             for key, taken in times.items()}
 
 
-def measure_cap(programs, settings, progress):
-    taken = []
-    for sample in samples([f"{programs}/benchmarks/cap", *settings["cap"]]):
-        if sample["rate"] not in (earlier["rate"] for earlier in taken):
-            progress.step(f"cap of {sample['rate']} Mbit/s")
-        taken.append(sample)
-    return sorted(taken, key=lambda sample: (sample["rate"], sample["size"]))
+def measure_cap(directory, settings):
+    taken = sorted(samples(directory, "cap", *settings["cap"]), key=lambda sample: (sample["rate"], sample["size"]))
+    return [{key: rounded(value, 7 if key == "size" else 4) for key, value in sample.items()} for sample in taken]
+
+
+def first_line(*command):
+    result = subprocess.run(command, capture_output=True, text=True, check=False)
+    return next(iter(result.stdout.splitlines()), "unknown")
+
+
+def field(path, name, separator):
+    with open(path, encoding="utf-8") as file:
+        found = (line.partition(separator)[2].strip().strip('"') for line in file if line.startswith(name))
+        return next(found, "unknown")
 
 
 def machine():
-    def first(command):
-        try:
-            return subprocess.run(command, capture_output=True, text=True, check=True).stdout.splitlines()[0]
-        except (OSError, IndexError, subprocess.CalledProcessError):
-            return "unknown"
-
-    def field(path, name):
-        for line in open(path, encoding="utf-8"):
-            if line.startswith(name):
-                return line.partition(":")[2].strip()
-        return "unknown"
-
-    def installed(package):
-        return first(["dpkg-query", "--show", "--showformat=${Version}", package])
-
     return dict(
-        processor=field("/proc/cpuinfo", "model name"), cores=os.cpu_count(),
-        memory=f"{int(field('/proc/meminfo', 'MemTotal').split()[0]) / 1048576:.0f} GiB",
-        kernel=f"{platform.system()} {platform.release()}", compiler=first(["c++", "--version"]),
-        system=next(
-            (line.partition("=")[2].strip().strip('"') for line in open("/etc/os-release", encoding="utf-8")
-             if line.startswith("PRETTY_NAME")), "unknown"),
-        libc=platform.libc_ver()[1], libzmq=installed("libzmq5"), protobuf=installed("libprotobuf-dev"),
-        load=os.getloadavg()[0])
+        processor=field("/proc/cpuinfo", "model name", ":"), cores=os.cpu_count(),
+        memory=f"{int(field('/proc/meminfo', 'MemTotal', ':').split()[0]) / 1048576:.0f} GiB",
+        kernel=f"{platform.system()} {platform.release()}", compiler=first_line("c++", "--version"),
+        system=field("/etc/os-release", "PRETTY_NAME", "="), libc=platform.libc_ver()[1],
+        libzmq=first_line("dpkg-query", "--show", "--showformat=${Version}", "libzmq5"),
+        protobuf=first_line("dpkg-query", "--show", "--showformat=${Version}", "libprotobuf-dev"),
+        load=rounded(os.getloadavg()[0]))
+
+
+def layout(value, indent=""):
+    """JSON in which whatever fits into a long line stands on one."""
+    line = json.dumps(value, ensure_ascii=False)
+    if len(line) < 1200 or not isinstance(value, (dict, list)):
+        return line
+    inner = indent + " "
+    if isinstance(value, list):
+        return "[\n" + ",\n".join(inner + layout(item, inner) for item in value) + f"\n{indent}]"
+    return "{\n" + ",\n".join(f"{inner}{json.dumps(key)}: {layout(item, inner)}" for key, item in value.items()) + f"\n{indent}}}"
 
 
 def main():
-    mode, programs, output = sys.argv[1:]
-    settings = MODES[mode]
-    comparisons = int(settings["comparison"][0]) * 42
-    progress = Progress(1 + comparisons + settings["repeats"] * len(list(growth_points(settings))) + 9 + 7)
+    mode, directory, output = sys.argv[1:]
     begin = time.time()
-    result = dict(mode=mode, settings={key: settings[key] for key in ("comparison", "repair", "cap", "repeats")},
-                  date=time.strftime("%Y-%m-%d", time.gmtime(begin)), machine=machine())
-    result["cost"] = measure_cost(programs, progress)
-    result["comparison"] = measure_comparison(programs, settings, progress)
-    result["growth"] = measure_growth(programs, settings, progress)
-    result["repair"] = measure_repair(programs, settings, progress)
-    result["cap"] = measure_cap(programs, settings, progress)
-    result["minutes"] = (time.time() - begin) / 60
+    result = dict(mode=mode, date=time.strftime("%Y-%m-%d", time.gmtime(begin)), machine=machine())
+    for name, measure in dict(cost=measure_cost, comparison=measure_comparison, growth=measure_growth,
+                              repair=measure_repair, cap=measure_cap).items():
+        print(f"{time.time() - begin:4.0f} s: {name}", file=sys.stderr, flush=True)
+        result[name] = measure(directory, MODES[mode])
+    result["minutes"] = rounded((time.time() - begin) / 60)
     with open(output, "w", encoding="utf-8") as file:
-        json.dump(result, file, indent=1, sort_keys=True)
-        file.write("\n")
+        file.write(layout(result) + "\n")
 
 
 if __name__ == "__main__":

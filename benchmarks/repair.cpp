@@ -1,6 +1,5 @@
-#include "support/Addresses.h"
-#include "support/Report.h"
-#include "support/Stopwatch.h"
+#include "Commands.h"
+#include "Measuring.h"
 
 #include <rk/socket/Socket.h>
 #include <rk/socket/SocketContext.h>
@@ -9,14 +8,9 @@
 #include <zmq.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
-#include <mutex>
-#include <optional>
-#include <stdexcept>
-#include <string>
+#include <future>
+#include <memory>
+#include <semaphore.h>
 #include <thread>
 
 // How long it takes from a jam to the next exchange that is served.
@@ -24,8 +18,6 @@
 // A request socket jams when it sends twice, a reply socket when it receives twice. The reply socket's next client is a
 // new one, that connects as soon as the socket listens again. Beside it stands the cure in use without the library:
 // close, sleep 100 ms, bind.
-//
-// usage: repair CYCLES CURES     how often each jam is repaired, and cured
 
 namespace rk::benchmarks {
 
@@ -34,21 +26,15 @@ namespace {
 /// Something that one thread announces and another waits for.
 class Signal {
 public:
-    void give() {
-        const std::lock_guard<std::mutex> lock(mutex);
-        ++given;
-        changed.notify_one();
-    }
+    Signal() { ::sem_init(&semaphore, 0, 0); }
+    void give() { ::sem_post(&semaphore); }
     void take() {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [this] { return given > 0; });
-        --given;
+        while (::sem_wait(&semaphore) != 0) {
+        }
     }
 
 private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    int given = 0;
+    sem_t semaphore{};
 };
 
 /// The log tells when a reply socket listens.
@@ -57,105 +43,81 @@ const std::string listeningLine = "Connected [Socket server]";
 
 constexpr unsigned int patience = 20000;
 
-socket::SocketEndpoint freshEndpoint(const std::string& transport) {
-    const std::string address = freshAddress(transport);
-    return socket::SocketEndpoint::FromString(transport == "tcp" ? "tcp://127.0.0.1:" + address
-                                                                 : transport + "://" + address);
+void report(const std::string& transport, const std::string& what, const Stopwatch& watch) {
+    const double nanoseconds = watch.nanoseconds();
+    write({{"transport", transport}, {"repair", what}}, {{"nanoseconds", nanoseconds}});
 }
 
-void write(const std::string& transport, const std::string& what, double nanoseconds) {
-    Sample().text("transport", transport).text("repair", what).number("nanoseconds", nanoseconds).write();
-}
+/// A socket that is open to `url` and can drop what it has not sent. It exchanges blocks of one byte.
+class End {
+public:
+    End(const std::string& name, socket::Protocol::Protocol protocol, const std::string& url)
+        : socket(name, socket::ClosePolicy::DropPending) {
+        socket.createAndConnect(protocol, socket::SocketEndpoint::FromString(url), patience);
+    }
 
-void requestOnce(const socket::SocketEndpoint& endpoint) {
-    socket::Socket client("client", socket::ClosePolicy::DropPending);
-    client.createAndConnect(socket::Protocol::Req, endpoint, patience);
-    char block = 'x';
-    client.send(&block, 1);
-    client.receive(&block, 1);
-}
+    void send(char block) { socket.send(&block, 1); }
+
+    char receive() {
+        char block = 0;
+        socket.receive(&block, 1);
+        return block;
+    }
+
+private:
+    socket::Socket socket;
+};
 
 void repairRequestSocket(const std::string& transport, int cycles) {
-    const socket::SocketEndpoint endpoint = freshEndpoint(transport);
-    std::thread server([&endpoint] {
-        socket::Socket replier("server", socket::ClosePolicy::DropPending);
-        replier.createAndConnect(socket::Protocol::Rep, endpoint, patience);
+    const std::string url = freshUrl(transport);
+    std::thread server([&url] {
+        End replier("server", socket::Protocol::Rep, url);
         char block = 0;
         do {
-            replier.receive(&block, 1);
-            replier.send(&block, 1);
+            block = replier.receive();
+            replier.send(block);
         } while (block != 'q');
     });
     listening.take();
-    socket::Socket client("client", socket::ClosePolicy::DropPending);
-    client.createAndConnect(socket::Protocol::Req, endpoint, patience);
-    char block = 'x';
+    End client("client", socket::Protocol::Req, url);
     for (int i = 0; i < cycles; ++i) {
-        block = 'x';
-        client.send(&block, 1);
+        client.send('x');
         const Stopwatch watch;
-        block = 'y';
-        client.send(&block, 1);
-        client.receive(&block, 1);
-        write(transport, "request", watch.nanoseconds());
-        if (block != 'y') {
-            throw std::runtime_error("the reply is not to the last request");
-        }
+        client.send('y');
+        const char reply = client.receive();
+        report(transport, "request", watch);
+        require(reply == 'y', "the repair, which got the reply to another request,");
     }
-    block = 'q';
-    client.send(&block, 1);
-    client.receive(&block, 1);
+    client.send('q');
+    client.receive();
     server.join();
 }
 
-/// Lets a new client make one exchange each time that the server listens again.
-class Clients {
-public:
-    Clients(const socket::SocketEndpoint& where, int count) : thread([this, where, count] { run(where, count); }) {}
-    ~Clients() { thread.join(); }
-    Clients(const Clients&) = delete;
-    Clients& operator=(const Clients&) = delete;
-
-    void waitForReply() { replied.take(); }
-
-private:
-    void run(const socket::SocketEndpoint& endpoint, int count) {
-        for (int i = 0; i < count; ++i) {
-            listening.take();
-            requestOnce(endpoint);
-            replied.give();
-        }
-    }
-
-    Signal replied;
-    std::thread thread;
-};
-
-/// A request that is received and never answered.
-void jam(socket::Socket& server, const socket::SocketEndpoint& endpoint, std::optional<socket::Socket>& abandoned) {
-    abandoned.emplace("abandoned", socket::ClosePolicy::DropPending);
-    abandoned->createAndConnect(socket::Protocol::Req, endpoint, patience);
-    char block = 'x';
-    abandoned->send(&block, 1);
-    server.receive(&block, 1);
+/// Makes one exchange as a new client, once a server listens.
+std::future<void> exchangeOnceItListens(const std::string& url) {
+    return std::async(std::launch::async, [url] {
+        listening.take();
+        End client("client", socket::Protocol::Req, url);
+        client.send('x');
+        client.receive();
+    });
 }
 
 void repairReplySocket(const std::string& transport, int cycles) {
-    const socket::SocketEndpoint endpoint = freshEndpoint(transport);
-    socket::Socket server("server", socket::ClosePolicy::DropPending);
-    server.createAndConnect(socket::Protocol::Rep, endpoint, patience);
+    const std::string url = freshUrl(transport);
+    End server("server", socket::Protocol::Rep, url);
     listening.take();
-    std::optional<socket::Socket> abandoned;
-    Clients clients(endpoint, cycles);
     for (int i = 0; i < cycles; ++i) {
-        jam(server, endpoint, abandoned);
-        abandoned.reset();
-        char block = 0;
+        {
+            End abandoned("abandoned", socket::Protocol::Req, url);
+            abandoned.send('x');
+            server.receive();
+        }
+        std::future<void> exchange = exchangeOnceItListens(url);
         const Stopwatch watch;
-        server.receive(&block, 1);
-        server.send(&block, 1);
-        clients.waitForReply();
-        write(transport, "reply", watch.nanoseconds());
+        server.send(server.receive());
+        exchange.get();
+        report(transport, "reply", watch);
     }
 }
 
@@ -164,18 +126,15 @@ void* bindByHand(const std::string& url) {
     void* const native = socket::getSocket(socket::Protocol::Rep);
     const int none = 0;
     zmq_setsockopt(native, ZMQ_LINGER, &none, sizeof none);
-    if (zmq_bind(native, url.c_str()) != 0) {
-        throw std::runtime_error("the cure failed: " + std::string(zmq_strerror(zmq_errno())));
-    }
+    require(zmq_bind(native, url.c_str()) == 0, "binding by hand");
     return native;
 }
 
 void cureReplySocket(const std::string& transport, int cycles) {
-    const socket::SocketEndpoint endpoint = freshEndpoint(transport);
-    const std::string url = endpoint.toString(socket::Protocol::Rep);
+    const std::string url = freshUrl(transport);
     void* native = bindByHand(url);
-    Clients clients(endpoint, cycles);
     for (int i = 0; i < cycles; ++i) {
+        std::future<void> exchange = exchangeOnceItListens(url);
         const Stopwatch watch;
         zmq_close(native);
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -184,16 +143,36 @@ void cureReplySocket(const std::string& transport, int cycles) {
         char block = 0;
         zmq_recv(native, &block, 1, 0);
         zmq_send(native, &block, 1, 0);
-        clients.waitForReply();
-        write(transport, "cure", watch.nanoseconds());
+        exchange.get();
+        report(transport, "cure", watch);
     }
     zmq_close(native);
 }
 
 } // namespace
 
+void addRepair(CLI::App& program) {
+    struct Options {
+        int cycles = 0;
+        int cures = 0;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command =
+        program.add_subcommand("repair", "Measure the time from a jam to the next exchange that is served");
+    command->add_option("CYCLES", options->cycles, "how often each jam is repaired")->required();
+    command->add_option("CURES", options->cures, "how often a jam is cured by hand")->required();
+    command->callback([options] {
+        for (const char* const transport : {"tcp", "ipc", "inproc"}) {
+            repairRequestSocket(transport, options->cycles);
+            repairReplySocket(transport, options->cycles);
+            cureReplySocket(transport, options->cures);
+        }
+    });
+}
+
 } // namespace rk::benchmarks
 
+// The program writes figures, and no log lines.
 namespace rk::utils {
 
 void logDebug(const std::string& text) {
@@ -206,20 +185,3 @@ void logWarning(const std::string&) {}
 void logError(const std::string&) {}
 
 } // namespace rk::utils
-
-int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::fputs("usage: repair CYCLES CURES\n", stderr);
-        return 2;
-    }
-    try {
-        for (const char* const transport : {"tcp", "ipc", "inproc"}) {
-            rk::benchmarks::repairRequestSocket(transport, std::atoi(argv[1]));
-            rk::benchmarks::repairReplySocket(transport, std::atoi(argv[1]));
-            rk::benchmarks::cureReplySocket(transport, std::atoi(argv[2]));
-        }
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "%s\n", failure.what());
-        return 1;
-    }
-}

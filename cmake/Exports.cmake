@@ -1,4 +1,4 @@
-include(CheckCXXCompilerFlag)
+include(Flags)
 include(GenerateExportHeader)
 
 # The library lets out rk::* and nothing else: hidden visibility for our own symbols, a version script for those that
@@ -17,19 +17,25 @@ set_target_properties(rk-socket PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON
   LINK_DEPENDS ${RK_SOCKET_VERSION_SCRIPT})
-# Within a file the library calls its own functions directly, and those of other libraries without a detour. What an
-# application may replace, the logging calls, stands in a file that holds nothing else, and is found by the linker.
-foreach(flag -fno-semantic-interposition -fno-plt)
-  string(MAKE_C_IDENTIFIER "RK_SOCKET_HAS${flag}" known)
-  check_cxx_compiler_flag(${flag} ${known})
-  if(${known})
-    target_compile_options(rk-socket PRIVATE ${flag})
-  endif()
-endforeach()
-target_link_options(rk-socket PRIVATE -Wl,--version-script=${RK_SOCKET_VERSION_SCRIPT})
+# Within a file the library calls its own functions directly, and those of other libraries without a detour.
+rk_known_compile_options(direct_calls -fno-semantic-interposition -fno-plt)
+target_compile_options(rk-socket PRIVATE ${direct_calls})
+set(linked -Wl,--version-script=${RK_SOCKET_VERSION_SCRIPT})
 if(NOT RK_SOCKET_SANITIZERS)
-  target_link_options(rk-socket PRIVATE -Wl,-z,defs)
+  list(APPEND linked -Wl,-z,defs)
 endif()
+rk_known_link_options(linked ${linked})
+target_link_options(rk-socket PRIVATE ${linked})
+
+# An application replaces the logging calls by defining them, so the library reaches its own through the dynamic linker,
+# whatever flags the user, the distribution or a parent project sets:
+# - Log.cpp is machine code of its own. Neither a unity build nor link-time optimisation sees callers and callees at once.
+# - The linker must not bind calls within the library. Its last option of this kind counts, and libraries come last.
+rk_known_compile_options(apart -fno-lto)
+set_source_files_properties(rk/utils/Log.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON COMPILE_OPTIONS "${apart}")
+rk_known_link_options(unbound -Wl,-Bno-symbolic)
+target_link_libraries(rk-socket PRIVATE ${unbound})
+
 target_include_directories(rk-socket PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
   $<BUILD_INTERFACE:${RK_SOCKET_GENERATED_DIR}>)

@@ -1,80 +1,102 @@
-#include "Command.h"
-#include "CommandLine.h"
-#include "Complaints.h"
-#include "ExitStatus.h"
-#include "Log.h"
-#include "Output.h"
-#include "StopSignals.h"
+#include "cli/CommandLine.h"
+#include "cli/Formatter.h"
+#include "commands/Command.h"
+#include "display/Complaints.h"
+#include "display/Log.h"
+#include "system/Output.h"
+#include "system/StopSignals.h"
 
 #include <exception>
+#include <map>
 
 namespace rk::tools {
 
 namespace {
 
-bool isEndless(const Settings& settings) {
-    const bool awaits =
-        settings.protocol == rk::socket::Protocol::Sub || settings.protocol == rk::socket::Protocol::Rep;
-    return awaits ? !settings.count : settings.count && *settings.count == 0;
-}
+const char* const exitStatuses = "Exit status:\n"
+                                 "  0         done; also when SIGINT or SIGTERM ended what has no end of its own,\n"
+                                 "            or the reader of the output is gone\n"
+                                 "  1         something failed, and a line on standard error says what\n"
+                                 "  2         the command line was not understood; nothing was done\n"
+                                 "  3         the time of --timeout ran out\n"
+                                 "  130, 143  SIGINT or SIGTERM came before the work was done\n"
+                                 "\n"
+                                 "'rk-socket COMMAND --help' shows a command's options, with examples.\n";
 
-ExitStatus runCommand(const Surroundings& surroundings) {
-    switch (surroundings.settings.protocol) {
-    case rk::socket::Protocol::Sub:
-        return subscribe(surroundings);
-    case rk::socket::Protocol::Pub:
-        return publish(surroundings);
-    case rk::socket::Protocol::Req:
-        return request(surroundings);
-    case rk::socket::Protocol::Rep:
-        return reply(surroundings);
-    case rk::socket::Protocol::Undef:
-        break;
+/// The program's options, and its subcommands with theirs.
+class Program {
+public:
+    Program() : options("See and speak on the endpoints of 0MQ sockets: text, bytes, or protobuf messages\nas JSON.") {
+        options.name("rk-socket");
+        options.formatter(std::make_shared<Formatter>());
+        options.footer(exitStatuses);
+        options.set_help_flag("-h,--help", "show this help");
+        options.set_version_flag("--version", RK_SOCKET_VERSION, "show the version");
+        options.require_subcommand(1);
+        for (const CommandEntry& entry : allCommands()) {
+            CLI::App* const command = options.add_subcommand(entry.name, entry.purpose)->group("Commands");
+            commands[command] = entry.create(*command);
+            command->add_flag("-v,--verbose", verbose, "show what the library logs, on standard error")
+                ->group("General");
+            command->set_help_flag("-h,--help", "show this help")->group("General");
+        }
+        options.set_help_all_flag("--help-all", "show this help, and that of every command");
     }
-    return ExitStatus::Usage;
-}
+
+    CLI::App options;
+    bool verbose = false;
+
+    /// The subcommand that the user has chosen.
+    Command& chosen() const { return *commands.at(options.get_subcommands().front()); }
+
+private:
+    std::map<const CLI::App*, std::unique_ptr<Command>> commands;
+};
 
 /// A reader that has gone has seen what it wanted.
-ExitStatus runWhileRead(const Surroundings& surroundings) {
+ExitStatus runWhileRead(Command& command, const Surroundings& surroundings) {
     try {
-        return runCommand(surroundings);
+        return command.run(surroundings);
     } catch (const ReaderGone&) {
         return ExitStatus::Done;
     }
 }
 
-int work(const Settings& settings, const StopSignals& stop, Complaints& complaints) {
-    if (settings.verbose) {
-        showLibraryLog();
-    }
-    const ExitStatus status = runWhileRead({settings, stop, complaints});
+int work(Command& command, const StopSignals& stop, Complaints& complaints) {
+    const ExitStatus status = runWhileRead(command, {stop, complaints});
     if (status != ExitStatus::Done) {
         return static_cast<int>(status);
     }
     if (complaints.any()) {
         return static_cast<int>(ExitStatus::Failed);
     }
-    return stop.requested() && !isEndless(settings) ? 128 + stop.signal() : 0;
+    return stop.requested() && !command.isEndless() ? 128 + stop.signal() : 0;
+}
+
+int print(const std::string& text, const StopSignals& stop) {
+    Output output(stop);
+    output.write(text);
+    output.flush();
+    return 0;
 }
 
 int run(int argc, const char* const* argv) {
     const StopSignals stop;
     Complaints complaints;
     try {
-        const auto parsed = parseCommandLine(argc, argv);
-        if (const auto* const information = std::get_if<Information>(&parsed)) {
-            Output output(stop);
-            output.write(information->text);
-            output.flush();
-            return 0;
+        Program program;
+        if (const auto information = parseCommandLine(program.options, argc, argv)) {
+            return print(*information, stop);
         }
-        if (const auto* const misuse = std::get_if<Misuse>(&parsed)) {
-            complaints.add(misuse->text);
-            return static_cast<int>(ExitStatus::Usage);
+        if (program.verbose) {
+            showLibraryLog();
         }
-        return work(std::get<Settings>(parsed), stop, complaints);
+        return work(program.chosen(), stop, complaints);
     } catch (const ReaderGone&) {
         return 0;
+    } catch (const Misuse& misuse) {
+        complaints.add(misuse.what());
+        return static_cast<int>(ExitStatus::Usage);
     } catch (const std::exception& failure) {
         complaints.add(failure.what());
         return static_cast<int>(ExitStatus::Failed);

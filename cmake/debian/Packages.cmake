@@ -10,7 +10,15 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PACKAGE_VENDOR "the maintainers of rk::socket")
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Maintainers of rk-socket <maintainers@rk-socket.invalid>")
 set(CPACK_DEBIAN_PACKAGE_SOURCE rk-socket)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+# The packages of one release do not install on another: ~deb12, ~deb13, ~ubuntu24.04, or the code name of a release that
+# has no number yet.
+cmake_host_system_information(RESULT names QUERY DISTRIB_INFO)
+if(names_VERSION_ID)
+  string(REPLACE debian deb release ${names_ID}${names_VERSION_ID})
+else()
+  set(release ${names_VERSION_CODENAME})
+endif()
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1~${release})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
@@ -27,8 +35,9 @@ set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # would stand in front of each
 set(about "Publish, subscribe, request and reply sockets, which carry protobuf
 messages or blocks of bytes over TCP, IPC and inproc, remember their
-endpoints, are rebuilt when the order of requests and replies is broken,
-and report every failure as an exception.")
+endpoints, and are rebuilt when the order of requests and replies is
+broken. Sockets throw their failures. Listeners, which serve a socket on a
+thread of their own, return and log them.")
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME librk-socket${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
@@ -41,7 +50,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME librk-socket-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} ${this_version}, libprotobuf-dev")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libzmq3-dev, protobuf-compiler, rk-socket-tools")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS protobuf-compiler)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libzmq3-dev, rk-socket-tools")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "messaging sockets on top of ZeroMQ, development files\n${about}
 
 This package has the headers, and what CMake and pkg-config need to find

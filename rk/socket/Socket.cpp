@@ -2,6 +2,9 @@
 #include <rk/socket/SocketContext.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 #include <rk/socket/detail/AddressBook.h>
+#include <rk/socket/detail/BoundAddresses.h>
+#include <rk/socket/detail/ContextGate.h>
+#include <rk/socket/detail/Pattern.h>
 #include <rk/utils/Log.h>
 #include <rk/utils/detail/LogIfPossible.h>
 
@@ -11,29 +14,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <exception>
 #include <limits>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <sys/time.h>
-#include <unistd.h>
 #include <vector>
 
-// A function marked cold is one that hardly any message meets: what it needs is kept out of the way of all others.
+// `gnu::cold` and `gnu::noinline` mark failure paths, to keep their code out of the hot path.
 
 namespace rk::socket {
 
 namespace {
-
-constexpr std::uint32_t blocksPerPeriod = 50;
-
-bool binds(Protocol::Protocol protocol) {
-    return protocol == Protocol::Pub || protocol == Protocol::Rep;
-}
-
-bool connects(Protocol::Protocol protocol) {
-    return protocol == Protocol::Sub || protocol == Protocol::Req;
-}
 
 const char* connectionPhrase(Protocol::Protocol protocol) {
     switch (protocol) {
@@ -62,30 +54,6 @@ int lingerMilliseconds(ClosePolicy::ClosePolicy policy) {
     return -1;
 }
 
-double wallClockSeconds() {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) / 1000000.0;
-}
-
-/// Keeps `errno`, and with it `zmq_errno`, for whoever has yet to read it.
-class ErrnoKeeper {
-public:
-    ErrnoKeeper() = default;
-    ~ErrnoKeeper() { errno = kept; }
-    ErrnoKeeper(const ErrnoKeeper&) = delete;
-    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
-
-private:
-    const int kept = errno;
-};
-
-/// The same text for equal endpoints, and for no others.
-std::string keyOf(const SocketEndpoint& endpoint) {
-    const std::string key = std::to_string(endpoint.transport) + " " + endpoint.address;
-    return endpoint.transport == Transport::Tcp ? key + ":" + std::to_string(endpoint.port) : key;
-}
-
 std::string missingFields(const google::protobuf::Message& message) {
     std::vector<std::string> fields;
     message.FindInitializationErrors(&fields);
@@ -96,8 +64,58 @@ std::string missingFields(const google::protobuf::Message& message) {
     return text;
 }
 
-[[noreturn, gnu::cold]] void refuseClosed(const char* reason) {
+[[noreturn, gnu::cold, gnu::noinline]] void refuse(const std::string& reason) {
     throw std::runtime_error(reason);
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] void refuse(const char* reason) {
+    throw std::runtime_error(reason);
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] void refuse(const std::string& header, const char* reason) {
+    throw std::runtime_error(header + reason);
+}
+
+std::string failureText(int error, const std::string& header) {
+    return zmq_strerror(error) + (" on " + header);
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] void throwTerminated(const char* operation, const std::string& header) {
+    throw ZmqContextTerminationException(std::string("Context terminated in ") + operation + " for socket " + header);
+}
+
+/// Reads the error number of the failed call, so it comes before anything that may change it.
+[[noreturn, gnu::cold, gnu::noinline]] void throwTransferFailure(const char* operation, const char* prefix,
+                                                                 const std::string& header) {
+    const int error = zmq_errno();
+    if (error == ETERM) {
+        throwTerminated(operation, header);
+    }
+    refuse(prefix + failureText(error, header));
+}
+
+std::string pollFailure(const std::string& header) {
+    const int error = zmq_errno();
+    if (error == ETERM) {
+        throwTerminated("poll()", header);
+    }
+    return failureText(error, header);
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] void refuseUninitialized(const google::protobuf::Message& message,
+                                                                const std::string& header) {
+    refuse(header + ": Cannot send message: not initialized: " + missingFields(message));
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] void refuseOversized(std::size_t size, const std::string& header) {
+    refuse(header + ": Cannot send message: " + std::to_string(size) + " bytes serialized, at most " +
+           std::to_string(INT_MAX) + " possible");
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] void refuseTruncated(int received, std::uint32_t bufferSize,
+                                                            const std::string& header) {
+    refuse(header + ": Receive buffer size too small: Required: " + std::to_string(received) +
+           ", Actual: " + std::to_string(bufferSize));
 }
 
 } // namespace
@@ -119,8 +137,8 @@ void Socket::create(Protocol::Protocol newProtocol) {
     zmqSocket = getSocket(newProtocol);
     if (zmqSocket == nullptr) {
         const int error = zmq_errno();
-        throw std::runtime_error("Socket: Failed creating socket " + debugString() + " of type " +
-                                 std::to_string(newProtocol) + ": " + failureText(error));
+        refuse("Socket: Failed creating socket " + header + " of type " + std::to_string(newProtocol) + ": " +
+               failureText(error, header));
     }
     protocol = newProtocol;
 }
@@ -132,7 +150,9 @@ void Socket::close() {
     endpoint = SocketEndpoint();
     receiveTimeoutText = "undef";
     connections.clear();
-    connectionKeys.clear();
+    if (boundAddresses) {
+        boundAddresses->clear();
+    }
 }
 
 void Socket::closeNativeSocket() noexcept {
@@ -146,19 +166,14 @@ std::string Socket::debugString() const {
     return header;
 }
 
-/// Taken with the error number as an argument: whatever runs after a failed call may change `zmq_errno`.
-std::string Socket::failureText(int error) const {
-    return zmq_strerror(error) + (" on " + header);
-}
-
 // Connecting
 
 void Socket::connect(const SocketEndpoint& target, unsigned int receiveTimeout) {
     if (zmqSocket == nullptr) {
-        throw std::runtime_error("Socket: Cannot connect a NULL socket");
+        refuse("Socket: Cannot connect a NULL socket");
     }
     try {
-        if (!isConnectedTo(target)) {
+        if (!connections.contains(target)) {
             attach(target, receiveTimeout);
         }
     } catch (...) {
@@ -167,37 +182,33 @@ void Socket::connect(const SocketEndpoint& target, unsigned int receiveTimeout) 
     }
 }
 
-bool Socket::isConnectedTo(const SocketEndpoint& target) const {
-    return connectionKeys.count(keyOf(target)) != 0;
-}
-
 void Socket::attach(const SocketEndpoint& target, unsigned int receiveTimeout) {
     if (protocol == Protocol::Sub) {
         closePolicy = ClosePolicy::DropPending;
     }
-    rk::utils::logDebug("Connecting " + debugString() + connectionPhrase(protocol) + target.toString(protocol));
+    rk::utils::logDebug("Connecting " + header + connectionPhrase(protocol) + target.toString(protocol));
     bindOrConnect(target);
-    if (target.transport == Transport::Ipc && binds(protocol)) {
-        // Processes of any user may connect. One who may not change the file has to live with what it is.
+    if (target.transport == Transport::Ipc && detail::binds(protocol)) {
+        // Let any user connect. Best effort: chmod fails if we do not own the file.
         static_cast<void>(chmod(target.address.c_str(), 0777));
     }
     setOptions(receiveTimeout);
     remember(target, receiveTimeout);
-    rk::utils::logDebug("Connected " + debugString());
+    rk::utils::logDebug("Connected " + header);
 }
 
 void Socket::bindOrConnect(const SocketEndpoint& target) {
     const std::string address = target.toString(protocol);
-    int result = -1;
-    if (binds(protocol)) {
-        result = detail::AddressBook::ofProcess().bind(zmqSocket, address);
-    } else if (connects(protocol)) {
-        result = zmq_connect(zmqSocket, address.c_str());
+    int error = 0;
+    if (detail::binds(protocol)) {
+        error = detail::AddressBook::ofProcess().bind(zmqSocket, address);
+    } else if (detail::connects(protocol)) {
+        error = detail::ContextGate::ofProcess().connect(zmqSocket, address);
     } else {
-        throw std::runtime_error("Socket: Socket type not handled");
+        refuse("Socket: Socket type not handled");
     }
-    if (result < 0) {
-        throw std::runtime_error("Socket: Failed connecting/binding socket: " + failureText(zmq_errno()));
+    if (error != 0) {
+        refuse("Socket: Failed connecting/binding socket: " + failureText(error, header));
     }
 }
 
@@ -205,11 +216,13 @@ void Socket::setOptions(unsigned int receiveTimeout) {
     if (receiveTimeout != 0) {
         const int milliseconds = static_cast<int>(receiveTimeout);
         if (zmq_setsockopt(zmqSocket, ZMQ_RCVTIMEO, &milliseconds, sizeof milliseconds) < 0) {
-            throw std::runtime_error("Socket: Error setting ZMQ_RCVTIMEO " + failureText(zmq_errno()));
+            const int error = zmq_errno();
+            refuse("Socket: Error setting ZMQ_RCVTIMEO " + failureText(error, header));
         }
     }
     if (protocol == Protocol::Sub && zmq_setsockopt(zmqSocket, ZMQ_SUBSCRIBE, nullptr, 0) < 0) {
-        throw std::runtime_error("Socket: Error setting ZMQ_SUBSCRIBE " + failureText(zmq_errno()));
+        const int error = zmq_errno();
+        refuse("Socket: Error setting ZMQ_SUBSCRIBE " + failureText(error, header));
     }
     const int linger = lingerMilliseconds(closePolicy);
     zmq_setsockopt(zmqSocket, ZMQ_LINGER, &linger, sizeof linger);
@@ -220,9 +233,11 @@ void Socket::remember(const SocketEndpoint& target, unsigned int receiveTimeout)
         const std::lock_guard<std::mutex> lock(connectionMutex);
         endpoint = target;
         receiveTimeoutText = std::to_string(receiveTimeout);
+        if (boundAddresses && detail::binds(protocol)) {
+            boundAddresses->add(zmqSocket, target);
+        }
     }
-    connections.emplace_back(target, receiveTimeout);
-    connectionKeys.insert(keyOf(target));
+    connections.add(target, receiveTimeout);
 }
 
 void Socket::createAndConnect(Protocol::Protocol newProtocol, const SocketEndpoint& target,
@@ -237,36 +252,42 @@ void Socket::resetConnections() noexcept {
     if (zmqSocket == nullptr) {
         return;
     }
-    const auto recorded = connections;
     try {
-        create(protocol);
-        for (const auto& [target, receiveTimeout] : recorded) {
-            connect(target, receiveTimeout);
-        }
+        rebuild();
     } catch (const std::exception& failure) {
+        protocol = Protocol::Undef; // still set if the failure was the lock that `close` takes
         rk::utils::detail::logIfPossible(rk::utils::logError,
-                                         [&] { return debugString() + ": Error resetting socket: " + failure.what(); });
+                                         [&] { return header + ": Error resetting socket: " + failure.what(); });
+    } catch (...) {
+        // Explicit, because GCC 14 miscompiles the implicit call for an exception that the handler above does not catch.
+        std::terminate();
     }
 }
 
-/// A request socket that has had no reply refuses to send, a reply socket that has sent none refuses to receive: a
-/// fresh native socket does neither.
+void Socket::rebuild() {
+    const Connections recorded = std::exchange(connections, {});
+    create(protocol);
+    for (const auto& [target, receiveTimeout] : recorded) {
+        connect(target, receiveTimeout);
+    }
+}
+
+/// Replaces the native socket, which refuses a call that is out of turn: a request socket to send before its reply has
+/// arrived, a reply socket to receive before it has replied.
 [[gnu::cold]] void Socket::repairJam() {
-    rk::utils::logWarning(debugString() +
-                          " Attempting reset of the connections to preserve 0MQ state machine integrity");
+    rk::utils::logWarning(header + " Attempting reset of the connections to preserve 0MQ state machine integrity");
     resetConnections();
 }
 
-/// For a reply socket: a request that was received and never answered would keep it without input for ever. While a
-/// reply is owed, and only then, 0MQ reports that the socket can send and cannot receive. False, with the reason in
-/// `error`, when 0MQ cannot tell.
+/// Repairs a reply socket that still owes a reply, because it has no input until it has replied. ZeroMQ reports exactly
+/// then that the socket can send and cannot receive. Returns false, with the reason in `error`, if the poll fails.
 bool Socket::abandonUnansweredRequest(std::string& error) {
     if (zmqSocket == nullptr) {
         return true;
     }
     zmq_pollitem_t item{zmqSocket, 0, ZMQ_POLLIN | ZMQ_POLLOUT, 0};
     if (zmq_poll(&item, 1, 0) < 0) {
-        error = pollFailure();
+        error = pollFailure(header);
         return false;
     }
     if (item.revents == ZMQ_POLLOUT) {
@@ -278,111 +299,94 @@ bool Socket::abandonUnansweredRequest(std::string& error) {
 // Sending
 
 void Socket::send(void* data, unsigned long size) {
+    sendBytes(data, size);
+}
+
+/// Inlined into `send` and `sendProtoBuf`, so that neither pays for a call of the other.
+[[gnu::always_inline]] inline void Socket::sendBytes(const void* data, std::size_t size) {
     if (zmqSocket == nullptr) {
-        refuseClosed("Socket: Cannot send on a NULL socket");
+        refuse("Socket: Cannot send on a NULL socket");
     }
     if (zmq_send(zmqSocket, data, size, 0) < 0) {
         sendAfterFailure(data, size);
     }
-    if (statisticsActive) {
+    if (statistics.areActive()) {
         addBlockToStatistics(static_cast<unsigned int>(size));
     }
-    if (targetBitRate != 0) {
+    if (rateCap.isSet()) {
         handleBitRateCapping(static_cast<unsigned int>(size));
     }
 }
 
-/// Sends once more if the failure was a jam that can be repaired. What fails for good is counted all the same.
-[[gnu::cold]] void Socket::sendAfterFailure(void* data, unsigned long size) {
+/// Retries if the failure was a jam. A block that cannot be sent is counted all the same.
+[[gnu::cold]] void Socket::sendAfterFailure(const void* data, std::size_t size) {
     if (protocol == Protocol::Req && zmq_errno() == EFSM) {
         repairJam();
         if (zmq_send(zmqSocket, data, size, 0) >= 0) {
             return;
         }
     }
-    if (statisticsActive) {
+    if (statistics.areActive()) {
         addBlockToStatistics(static_cast<unsigned int>(size));
     }
-    throwTransferFailure("send()", "Send error: ");
-}
-
-[[gnu::cold]] void Socket::throwTransferFailure(const char* operation, const char* prefix) const {
-    const int error = zmq_errno();
-    if (error == ETERM) {
-        throw ZmqContextTerminationException(std::string("Context terminated in ") + operation + " for socket " +
-                                             debugString());
-    }
-    throw std::runtime_error(prefix + failureText(error));
-}
-
-[[gnu::cold]] void Socket::refuse(std::string_view reason) const {
-    throw std::runtime_error(debugString().append(reason));
+    throwTransferFailure("send()", "Send error: ", header);
 }
 
 void Socket::sendProtoBuf(google::protobuf::Message* message) {
     if (message == nullptr) {
-        throw std::runtime_error("Socket: Cannot send NULL message");
+        refuse("Socket: Cannot send NULL message");
     }
     if (!message->IsInitialized()) {
-        refuseUninitialized(*message);
+        refuseUninitialized(*message, header);
     }
     const std::size_t size = message->ByteSizeLong();
     if (size > INT_MAX) {
-        refuseOversized(size);
+        refuseOversized(size, header);
     }
-    // Not made by make_unique, which would write every byte twice.
+    // Not make_unique, which would zero every byte before it is written.
     const std::unique_ptr<char[]> buffer(new char[size]);
     auto* const begin = reinterpret_cast<std::uint8_t*>(buffer.get());
     if (message->SerializeWithCachedSizesToArray(begin) != begin + size) {
-        refuse(": Cannot send message: changed while being serialized");
+        refuse(header, ": Cannot send message: changed while being serialized");
     }
-    send(buffer.get(), size);
-}
-
-[[gnu::cold]] void Socket::refuseUninitialized(const google::protobuf::Message& message) const {
-    refuse(": Cannot send message: not initialized: " + missingFields(message));
-}
-
-[[gnu::cold]] void Socket::refuseOversized(std::size_t size) const {
-    refuse(": Cannot send message: " + std::to_string(size) + " bytes serialized, at most " + std::to_string(INT_MAX) +
-           " possible");
+    sendBytes(buffer.get(), size);
 }
 
 // Receiving
 
 int Socket::receive(void* buffer, unsigned long size) {
     if (zmqSocket == nullptr) {
-        refuseClosed("Socket: Cannot receive on a NULL socket");
+        refuse("Socket: Cannot receive on a NULL socket");
     }
     int result = zmq_recv(zmqSocket, buffer, size, 0);
     if (result < 0) {
         result = receiveAfterFailure(buffer, size);
     }
-    if (statisticsActive) {
+    if (statistics.areActive()) {
         addBlockToStatistics(static_cast<unsigned int>(result));
     }
     return result;
 }
 
-/// Receives once more if the failure was a jam that can be repaired.
-[[gnu::cold]] int Socket::receiveAfterFailure(void* buffer, unsigned long size) {
+/// Retries if the failure was a jam.
+[[gnu::cold]] int Socket::receiveAfterFailure(void* buffer, std::size_t size) {
     int result = -1;
     if (protocol == Protocol::Rep && zmq_errno() == EFSM) {
         repairJam();
         result = zmq_recv(zmqSocket, buffer, size, 0);
     }
     if (result < 0) {
-        throwTransferFailure("recv()", "Receive error: ");
+        throwTransferFailure("recv()", "Receive error: ", header);
     }
     return result;
 }
 
 void Socket::receiveProtoBuf(google::protobuf::Message* message, unsigned int size) {
     if (message == nullptr) {
-        throw std::runtime_error("Socket: Cannot receive on a NULL message");
+        refuse("Socket: Cannot receive on a NULL message");
     }
     if (size == 0) {
-        refuse(": Wrong receive buffer size");
+        refuse(header, ": Wrong receive buffer size");
     }
     if (size > receiveBufferSize) {
         receiveBuffer.reset(new char[size]);
@@ -390,58 +394,51 @@ void Socket::receiveProtoBuf(google::protobuf::Message* message, unsigned int si
     }
     const int received = receive(receiveBuffer.get(), receiveBufferSize);
     if (received > static_cast<int>(receiveBufferSize)) {
-        refuseTruncated(received);
+        refuseTruncated(received, receiveBufferSize, header);
     }
     if (!message->ParseFromArray(receiveBuffer.get(), received)) {
-        refuse(": Failed deserializing message");
+        refuse(header, ": Failed deserializing message");
     }
-}
-
-[[gnu::cold]] void Socket::refuseTruncated(int received) const {
-    refuse(": Receive buffer size too small: Required: " + std::to_string(received) +
-           ", Actual: " + std::to_string(receiveBufferSize));
 }
 
 // Polling and draining
 
 PollResult::PollResult Socket::poll(unsigned int timeout, std::string& error) {
     if (zmqSocket == nullptr) {
-        throw std::runtime_error("Socket: Cannot poll a NULL socket");
+        refuse("Socket: Cannot poll a NULL socket");
     }
     zmq_pollitem_t item{zmqSocket, 0, ZMQ_POLLIN, 0};
-    const int ready = zmq_poll(&item, 1, timeout);
+    // Where a long has 32 bits, a longer timeout would be negative, which is without limit.
+    const auto milliseconds = std::min<std::int64_t>(timeout, std::numeric_limits<long>::max());
+    const int ready = zmq_poll(&item, 1, static_cast<long>(milliseconds));
     if (ready == 0) {
         return PollResult::Timeout;
     }
     if (ready < 0) {
-        error = pollFailure();
+        error = pollFailure(header);
         return PollResult::Failure;
     }
     if ((item.revents & ZMQ_POLLIN) != 0) {
         return PollResult::Input;
     }
     error = "Unexpected error in poll(). revents=" + std::to_string(item.revents) +
-            " events=" + std::to_string(item.events) + " on " + debugString();
+            " events=" + std::to_string(item.events) + " on " + header;
     return PollResult::Failure;
-}
-
-std::string Socket::pollFailure() const {
-    const int error = zmq_errno();
-    if (error == ETERM) {
-        throw ZmqContextTerminationException("Context terminated in poll() for socket " + debugString());
-    }
-    return failureText(error);
 }
 
 void Socket::flushIncomingMessages() {
     if (protocol != Protocol::Sub) {
         return;
     }
-    char discarded[100000];
+    constexpr std::size_t size = 100000;
+    std::unique_ptr<char[]> discarded; // not on the stack, which may be smaller
     std::string ignored;
     while (poll(0, ignored) == PollResult::Input) {
-        if (zmq_recv(zmqSocket, discarded, sizeof discarded, 0) < 0) {
-            throwTransferFailure("recv()", "Receive error in flushIncomingMessages: ");
+        if (!discarded) {
+            discarded.reset(new char[size]);
+        }
+        if (zmq_recv(zmqSocket, discarded.get(), size, 0) < 0) {
+            throwTransferFailure("recv()", "Receive error in flushIncomingMessages: ", header);
         }
     }
 }
@@ -460,70 +457,26 @@ void Socket::setQueueSize(int option, int size, const char* failurePrefix) {
     if (zmq_setsockopt(zmqSocket, option, &size, sizeof size) < 0) {
         const int error = zmq_errno();
         rk::utils::detail::logIfPossible(rk::utils::logError,
-                                         [&] { return formatMessage(failurePrefix + failureText(error)); });
+                                         [&] { return formatMessage(failurePrefix + failureText(error, header)); });
     }
 }
 
 void Socket::activateStatistics(bool active) {
-    statisticsActive = active;
-    statisticsSampleCount = 0;
-    statisticsByteCount = 0;
-    statisticsBlockCount = 0;
+    statistics.activate(active);
 }
 
 void Socket::setTargetBitRate(unsigned int rate) {
-    targetBitRate = rate;
+    rateCap.set(rate);
 }
 
 void Socket::addBlockToStatistics(unsigned int size) noexcept {
-    if (statisticsSampleCount == 0) {
-        beginPeriod();
-    }
-    statisticsByteCount += size;
-    ++statisticsBlockCount;
-    ++statisticsSampleCount;
-    if (statisticsSampleCount == blocksPerPeriod) {
-        endPeriod();
-    }
-}
-
-[[gnu::cold]] void Socket::beginPeriod() noexcept {
-    const ErrnoKeeper keeper;
-    statisticsStartTime = wallClockSeconds();
-}
-
-[[gnu::cold]] void Socket::endPeriod() noexcept {
-    const ErrnoKeeper keeper;
-    const double elapsed = wallClockSeconds() - statisticsStartTime;
-    const double megabits = statisticsByteCount / elapsed * 0.0009765625 * 0.0009765625 * 8.0;
-    const double megabytes = megabits * 0.125;
-    const double blocks = statisticsBlockCount / elapsed;
-    rk::utils::detail::logIfPossible(rk::utils::logDebug, [&] {
-        return formatMessage("Rate is " + std::to_string(megabytes) + " Mbytes/s = " + std::to_string(megabits) +
-                             " Mbits/s, " + std::to_string(blocks) + " Blocks/s");
-    });
-    statisticsStartTime = 0.0;
-    statisticsByteCount = 0;
-    statisticsBlockCount = 0;
-    statisticsSampleCount = 0;
+    statistics.add(size, *this);
 }
 
 void Socket::handleBitRateCapping(unsigned int size) {
-    if (targetBitRate == 0) {
-        return;
+    if (rateCap.isSet()) {
+        rateCap.pauseAfter(size);
     }
-    const double now = wallClockSeconds();
-    if (lastSendTime < 1.0) {
-        lastSendTime = now;
-        return;
-    }
-    const double due = lastSendTime + (size * 8.0) / (targetBitRate * 1024.0 * 1024.0);
-    if (due > now) {
-        // A clock that was set back makes the due time lie far ahead, further than a pause can be long.
-        constexpr double longest = std::numeric_limits<useconds_t>::max();
-        usleep(static_cast<useconds_t>(std::min((due - now) * 1000000.0, longest)));
-    }
-    lastSendTime = wallClockSeconds();
 }
 
 } // namespace rk::socket

@@ -1,4 +1,5 @@
 #pragma once
+#pragma GCC system_header // users are not warned that the destructor is not virtual
 
 #include <rk/Export.h>
 #include <rk/socket/ClosePolicy.h>
@@ -13,7 +14,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <unordered_set>
 #include <utility>
 
@@ -22,6 +22,10 @@ class Message;
 }
 
 namespace rk::socket {
+
+namespace detail {
+class BoundAddresses;
+}
 
 namespace utils {
 class SocketListener;
@@ -113,10 +117,10 @@ public:
     /// Requests that wait in a reply socket are dropped, and so is what a close policy does not keep; a request that is
     /// sent again may be served twice. Peers on TCP and IPC connect again by themselves, peers on inproc do not. The
     /// queue size starts again at 0MQ's default. The replaced native socket counts among 0MQ's 1,023 until what it has
-    /// to send is delivered or its close policy gives it up: against a dead server, either use `DropPending`, or do not
-    /// send a request again but receive again. On inproc, it counts for good if nobody has bound the name yet, and 0MQ
-    /// aborts the process at its exit when there are more than about 500 of these. Ends the process when there is no
-    /// memory to copy the endpoints.
+    /// to send is delivered or its close policy gives it up, so a rebuild needs one free socket. Against a dead server,
+    /// either use `DropPending`, or do not send a request again but receive again. On inproc, the replaced socket stays
+    /// in use until the process ends if no socket has bound the name yet, and 0MQ aborts the process at its exit when
+    /// there are more than about 500 of these.
     void resetConnections() noexcept;
 
     /// Sends the `size` bytes at `data` as one message; they are copied, and `size` may be 0. A `Req` socket blocks,
@@ -146,7 +150,7 @@ public:
     void sendProtoBuf(google::protobuf::Message* message);
 
     /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut
-    /// to `size` bytes, and its full length returned. Blocks until a message is there, at most for the receive timeout
+    /// to `size` bytes, and its full length returned, or 2147483647 if it is longer than that. Blocks until a message is there, at most for the receive timeout
     /// of `connect`; a rebuild before blocks as `resetConnections` does.
     ///
     /// A `Rep` socket that has not replied to its last request is rebuilt, with a warning logged; that request is
@@ -211,8 +215,8 @@ public:
     void activateStatistics(bool active);
 
     /// Caps the rate at which blocks are sent, by pausing in `send` after a block that was sent too early. The first
-    /// capped send never pauses. The wall clock is used: if it is set back by some time, the next pause is longer by as
-    /// much, up to 4,294 seconds. A signal ends a pause early.
+    /// capped send never pauses. No pause is longer than its block takes at this rate, also when the wall clock is set
+    /// back. A signal ends a pause early.
     /// \param rate megabits (1,048,576 bits) per second; 0 for no cap
     void setTargetBitRate(unsigned int rate);
 
@@ -226,45 +230,80 @@ public:
 private:
     friend class utils::SocketListener;
 
-    RK_SOCKET_NO_EXPORT bool isConnectedTo(const SocketEndpoint& target) const;
+    /// The endpoints of the socket, in the order of the calls to `connect`, each with its receive timeout. An index of
+    /// them finds the thousandth as fast as the first.
+    class RK_SOCKET_NO_EXPORT Connections {
+    public:
+        bool contains(const SocketEndpoint& target) const;
+        void add(const SocketEndpoint& target, unsigned int receiveTimeout);
+        void clear();
+
+        auto begin() const { return list.begin(); }
+        auto end() const { return list.end(); }
+
+    private:
+        std::list<std::pair<SocketEndpoint, unsigned int>> list;
+        std::unordered_set<std::string> keys;
+    };
+
+    /// Counts blocks, and logs their rate at the end of each period. A period begins with the first block after the
+    /// last period, or after `activate`.
+    class RK_SOCKET_NO_EXPORT Statistics {
+    public:
+        void activate(bool active);
+        bool areActive() const { return active; }
+        void add(unsigned int size, const IMessageFormatter& socket) noexcept;
+
+    private:
+        void startOver();
+        void beginPeriod() noexcept;
+        void endPeriod(const IMessageFormatter& socket) noexcept;
+
+        bool active = false;
+        std::uint32_t sampleCount = 0;
+        std::uint32_t byteCount = 0;
+        std::uint32_t blockCount = 0;
+        double startTime = 0.0;
+    };
+
+    /// Spaces blocks so that they keep to a bit rate. The time of the last block outlives changes of the rate.
+    class RK_SOCKET_NO_EXPORT RateCap {
+    public:
+        void set(unsigned int rate) { targetBitRate = rate; }
+        bool isSet() const { return targetBitRate != 0; }
+        void pauseAfter(unsigned int size);
+
+    private:
+        std::uint32_t targetBitRate = 0;
+        double lastSendTime = 0.0;
+    };
+
     RK_SOCKET_NO_EXPORT void attach(const SocketEndpoint& target, unsigned int receiveTimeout);
     RK_SOCKET_NO_EXPORT void bindOrConnect(const SocketEndpoint& target);
     RK_SOCKET_NO_EXPORT void setOptions(unsigned int receiveTimeout);
     RK_SOCKET_NO_EXPORT void remember(const SocketEndpoint& target, unsigned int receiveTimeout);
     RK_SOCKET_NO_EXPORT void closeNativeSocket() noexcept;
 
+    RK_SOCKET_NO_EXPORT void rebuild();
     RK_SOCKET_NO_EXPORT void repairJam();
     RK_SOCKET_NO_EXPORT bool abandonUnansweredRequest(std::string& error);
-    RK_SOCKET_NO_EXPORT std::string pollFailure() const;
-    RK_SOCKET_NO_EXPORT std::string failureText(int error) const;
-    RK_SOCKET_NO_EXPORT void sendAfterFailure(void* data, unsigned long size);
-    RK_SOCKET_NO_EXPORT int receiveAfterFailure(void* buffer, unsigned long size);
-    [[noreturn]] RK_SOCKET_NO_EXPORT void throwTransferFailure(const char* operation, const char* prefix) const;
-    [[noreturn]] RK_SOCKET_NO_EXPORT void refuse(std::string_view reason) const;
-    [[noreturn]] RK_SOCKET_NO_EXPORT void refuseUninitialized(const google::protobuf::Message& message) const;
-    [[noreturn]] RK_SOCKET_NO_EXPORT void refuseOversized(std::size_t size) const;
-    [[noreturn]] RK_SOCKET_NO_EXPORT void refuseTruncated(int received) const;
+    RK_SOCKET_NO_EXPORT void sendBytes(const void* data, std::size_t size);
+    RK_SOCKET_NO_EXPORT void sendAfterFailure(const void* data, std::size_t size);
+    RK_SOCKET_NO_EXPORT int receiveAfterFailure(void* buffer, std::size_t size);
     RK_SOCKET_NO_EXPORT void setQueueSize(int option, int size, const char* failurePrefix);
-    RK_SOCKET_NO_EXPORT void beginPeriod() noexcept;
-    RK_SOCKET_NO_EXPORT void endPeriod() noexcept;
 
     void* zmqSocket = nullptr;
     Protocol::Protocol protocol = Protocol::Undef;
     std::string name;
     ClosePolicy::ClosePolicy closePolicy;
-    std::list<std::pair<SocketEndpoint, unsigned int>> connections;
-    std::unordered_set<std::string> connectionKeys; ///< of `connections`, so that the thousandth is found as fast
+    Connections connections;
     SocketEndpoint endpoint;
     std::string receiveTimeoutText = "undef";
     std::string header;
     std::mutex connectionMutex;
-    bool statisticsActive = false;
-    std::uint32_t statisticsSampleCount = 0;
-    std::uint32_t statisticsByteCount = 0;
-    std::uint32_t statisticsBlockCount = 0;
-    double statisticsStartTime = 0.0;
-    std::uint32_t targetBitRate = 0;
-    double lastSendTime = 0.0;
+    std::unique_ptr<detail::BoundAddresses> boundAddresses; ///< of a listener's socket; `connectionMutex` guards them
+    Statistics statistics;
+    RateCap rateCap;
     std::unique_ptr<char[]> receiveBuffer;
     std::uint32_t receiveBufferSize = 0;
 };

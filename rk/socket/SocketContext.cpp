@@ -1,4 +1,5 @@
 #include <rk/socket/SocketContext.h>
+#include <rk/socket/detail/ContextGate.h>
 #include <rk/utils/Log.h>
 #include <rk/utils/detail/LogBackend.h>
 #include <rk/utils/detail/LogIfPossible.h>
@@ -8,7 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <sys/eventfd.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace rk::socket {
@@ -38,21 +39,12 @@ void* SocketContext::createSocket(Protocol::Protocol protocol) {
 
 namespace {
 
-/// Decides whether a socket may still be had. It has no destructor, since sockets are asked for until the process is
-/// gone.
-struct Gate {
-    std::mutex mutex;
-    bool started = false;
-    bool shut = false;
-};
-Gate gate;
-
-/// Whether as many descriptors are left as 0MQ takes for its threads and a first socket. Out of them in the midst of
-/// that, it aborts the process; out of them before, it leaves a context that is of no use ever after.
+/// Whether as many descriptors are left as ZeroMQ takes for its threads and a first socket. ZeroMQ aborts the process
+/// when it runs out of them while it starts, and otherwise leaves a context that never works.
 bool hasDescriptorsToStart() {
     std::array<int, 6> descriptors{};
     for (int& descriptor : descriptors) {
-        descriptor = eventfd(0, EFD_CLOEXEC);
+        descriptor = open("/", O_RDONLY | O_CLOEXEC);
     }
     const bool hasAll = std::none_of(descriptors.begin(), descriptors.end(), [](int fd) { return fd < 0; });
     for (const int descriptor : descriptors) {
@@ -61,37 +53,41 @@ bool hasDescriptorsToStart() {
     return hasAll;
 }
 
-/// The context of the process. The gate shuts before the context is destroyed, and only once no socket is being made:
-/// no call can reach the context's memory after 0MQ has released it.
+/// Shuts the gate before it destroys the context, so that no call reaches memory that ZeroMQ has released.
 class ProcessContext {
 public:
     ProcessContext() = default;
-    ~ProcessContext() {
-        const std::lock_guard<std::mutex> lock(gate.mutex);
-        gate.shut = true;
-    }
+    ~ProcessContext() { detail::ContextGate::ofProcess().shut(); }
     ProcessContext(const ProcessContext&) = delete;
     ProcessContext& operator=(const ProcessContext&) = delete;
 
     SocketContext context;
 };
 
-} // namespace
-
-void* getSocket(Protocol::Protocol protocol) {
-    rk::utils::detail::prepareForExit();
-    const std::lock_guard<std::mutex> lock(gate.mutex);
-    if (gate.shut) {
-        errno = ETERM;
-        return nullptr;
-    }
-    if (!gate.started && !hasDescriptorsToStart()) {
+void* createInProcessContext(Protocol::Protocol protocol) {
+    static bool started = false;
+    if (!started && !hasDescriptorsToStart()) {
         errno = EMFILE;
         return nullptr;
     }
     static ProcessContext process;
     void* const socket = process.context.createSocket(protocol);
-    gate.started = gate.started || socket != nullptr;
+    started = started || socket != nullptr;
+    return socket;
+}
+
+} // namespace
+
+void* getSocket(Protocol::Protocol protocol) {
+    rk::utils::detail::prepareForExit();
+    void* socket = nullptr;
+    const int error = detail::ContextGate::ofProcess().pass([&] {
+        socket = createInProcessContext(protocol);
+        return socket == nullptr ? zmq_errno() : 0;
+    });
+    if (socket == nullptr) {
+        errno = error;
+    }
     return socket;
 }
 

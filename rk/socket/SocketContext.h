@@ -1,4 +1,5 @@
 #pragma once
+#pragma GCC system_header // users are not warned that the destructor is not virtual
 
 #include <rk/Export.h>
 #include <rk/socket/Protocol.h>

@@ -1,4 +1,5 @@
 #include <rk/socket/SocketEndpoint.h>
+#include <rk/socket/detail/Pattern.h>
 
 #include <cstdlib>
 #include <stdexcept>
@@ -17,7 +18,7 @@ bool leadsWith(const std::string& text, std::string_view prefix) {
     return text.size() > prefix.size() && text.compare(0, prefix.size(), prefix) == 0;
 }
 
-[[noreturn]] void refuse(const std::string& text, const char* reason) {
+[[noreturn]] void refuseText(const std::string& text, const char* reason) {
     throw std::runtime_error("Failed deserializing " + text + ": " + reason);
 }
 
@@ -25,7 +26,7 @@ SocketEndpoint fromTcpText(const std::string& text) {
     const std::string remainder = text.substr(tcpPrefix.size());
     const std::string::size_type colon = remainder.rfind(':');
     if (colon == std::string::npos) {
-        refuse(text, "cannot extract port");
+        refuseText(text, "cannot extract port");
     }
     const long port = std::strtol(remainder.c_str() + colon + 1, nullptr, 10);
     return {Transport::Tcp, remainder.substr(0, colon), static_cast<unsigned short>(port)};
@@ -47,18 +48,17 @@ SocketEndpoint SocketEndpoint::FromString(const std::string& text) {
     if (leadsWith(text, tcpPrefix)) {
         return fromTcpText(text);
     }
-    refuse(text, "cannot extract transport");
+    refuseText(text, "cannot extract transport");
 }
 
 std::string SocketEndpoint::toString(Protocol::Protocol protocol) const {
-    const bool binds = protocol == Protocol::Pub || protocol == Protocol::Rep;
     switch (transport) {
     case Transport::Inproc:
         return "inproc://" + address;
     case Transport::Ipc:
         return "ipc://" + address;
     case Transport::Tcp:
-        return "tcp://" + (binds ? "*" : address) + ":" + std::to_string(port);
+        return "tcp://" + (detail::binds(protocol) ? "*" : address) + ":" + std::to_string(port);
     case Transport::Undef:
         break;
     }

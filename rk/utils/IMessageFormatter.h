@@ -1,4 +1,5 @@
 #pragma once
+#pragma GCC system_header // users are not warned that no function of the class holds its vtable
 
 #include <rk/Export.h>
 

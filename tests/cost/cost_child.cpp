@@ -1,4 +1,3 @@
-#include "allocations.h"
 #include "zmq_stub.h"
 
 #include <rk/socket/Socket.h>

@@ -4,13 +4,11 @@
 #include <rk/socket/Socket.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstddef>
-#include <ostream>
 #include <string>
 
-// What docs/guide/ tells about messages that are lost, doubled or delayed.
+// What docs/guide/ says about messages that are lost, doubled or delayed.
 
 namespace rk::tests {
 
@@ -19,13 +17,31 @@ namespace {
 using socket::Socket;
 using socket::SocketEndpoint;
 namespace ClosePolicy = socket::ClosePolicy;
-namespace PollResult = socket::PollResult;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
 constexpr unsigned int patienceMs = 20000;
-/// For what must not come: long enough for it to come if it would.
+/// Long enough for a message to come if it would.
 constexpr unsigned int silenceMs = 400;
+
+/// A connected socket.
+class Peer : public Socket {
+public:
+    Peer(const char* title, Protocol::Protocol pattern, const SocketEndpoint& address,
+         ClosePolicy::ClosePolicy atClose = ClosePolicy::DropPending, unsigned int timeoutMs = patienceMs)
+        : Socket(title, atClose) {
+        createAndConnect(pattern, address, timeoutMs);
+    }
+};
+
+/// A server and its client.
+struct Pair {
+    explicit Pair(Transport::Transport transport) : endpoint(freshEndpoint(transport)) {}
+
+    const SocketEndpoint endpoint;
+    Peer server{"server", Protocol::Rep, endpoint};
+    Peer client{"client", Protocol::Req, endpoint};
+};
 
 void send(Socket& socket, char message) {
     socket.send(&message, 1);
@@ -39,13 +55,12 @@ char receive(Socket& socket) {
 
 bool hasInput(Socket& socket, unsigned int milliseconds) {
     std::string error;
-    return socket.poll(milliseconds, error) == PollResult::Input;
+    return socket.poll(milliseconds, error) == socket::PollResult::Input;
 }
 
-/// Serves every request that comes to `endpoint`, until none has come for a while; returns them.
+/// Serves each request that comes to `endpoint`, until none has come for a while. Returns the requests.
 std::string serve(const SocketEndpoint& endpoint, std::size_t expected) {
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    Peer server("server", Protocol::Rep, endpoint);
     std::string served;
     while (hasInput(server, served.size() < expected ? patienceMs : silenceMs)) {
         served += receive(server);
@@ -54,47 +69,43 @@ std::string serve(const SocketEndpoint& endpoint, std::size_t expected) {
     return served;
 }
 
-struct Case {
-    const char* name;
-    ClosePolicy::ClosePolicy policy;
-    const char* servedAfterClose;
-    const char* servedAfterSendingAgain;
-};
-
-std::ostream& operator<<(std::ostream& out, const Case& value) {
-    return out << value.name;
+void expectExchange(Socket& client, Socket& server, char request = 'q') {
+    send(client, request);
+    EXPECT_EQ(request, receive(server));
+    send(server, 'r');
+    EXPECT_EQ('r', receive(client));
 }
 
-class RequestToAServerThatIsNotRunning : public testing::TestWithParam<Case> {
-protected:
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    Socket client{"client", GetParam().policy};
-
-    void ask() {
-        client.createAndConnect(Protocol::Req, endpoint, patienceMs);
-        send(client, '1');
-    }
-
-    /// 0MQ drops messages in the background, soon after the socket is closed; nobody is told when.
-    void letZmqDrop() {
-        if (GetParam().policy == ClosePolicy::DropPending) {
-            Socket idle("idle", ClosePolicy::DropPending);
-            idle.create(Protocol::Sub);
-            EXPECT_FALSE(hasInput(idle, 1000));
-        }
-    }
+/// What becomes of a first request, whose server is not running, if the client closes or sends another one.
+struct Fate {
+    ClosePolicy::ClosePolicy policy;
+    std::string servedAfterClose;
+    std::string servedAfterSendingAgain;
 };
 
-class RequesterOfTwoServers : public testing::TestWithParam<Transport::Transport> {
-protected:
-    const SocketEndpoint firstEndpoint = freshEndpoint(GetParam());
-    const SocketEndpoint secondEndpoint = freshEndpoint(GetParam());
-    Socket first{"first", ClosePolicy::DropPending};
-    Socket second{"second", ClosePolicy::DropPending};
-    Socket client{"client", ClosePolicy::DropPending};
+const Fate fates[] = {{ClosePolicy::DropPending, "", "2"},
+                      {ClosePolicy::LingerTwoSeconds, "1", "12"},
+                      {ClosePolicy::WaitForDelivery, "1", "12"}};
 
-    static void start(Socket& server, const SocketEndpoint& endpoint) {
-        server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+/// 0MQ drops messages in the background, soon after the socket is closed, and does not say when.
+void letZmqDrop(ClosePolicy::ClosePolicy policy) {
+    if (policy == ClosePolicy::DropPending) {
+        Socket idle("idle", ClosePolicy::DropPending);
+        idle.create(Protocol::Sub);
+        EXPECT_FALSE(hasInput(idle, 1000));
+    }
+}
+
+/// A client of two servers.
+class TwoServers {
+public:
+    explicit TwoServers(Transport::Transport transport)
+        : firstEndpoint(freshEndpoint(transport)), secondEndpoint(freshEndpoint(transport)) {}
+
+    void start() {
+        first.createAndConnect(Protocol::Rep, firstEndpoint, patienceMs);
+        second.createAndConnect(Protocol::Rep, secondEndpoint, patienceMs);
+        connectToBoth(client);
     }
 
     void connectToBoth(Socket& requester) const {
@@ -102,107 +113,83 @@ protected:
         requester.connect(secondEndpoint, patienceMs);
     }
 
-    void answer(Socket& server, char request) {
-        EXPECT_EQ(request, receive(server));
-        send(server, 'r');
-        EXPECT_EQ('r', receive(client));
-    }
-
-    /// What a listener does with a request that its handler does not answer.
-    static void giveUp(Socket& server, char request) {
+    /// Sends a request that the server abandons, as a listener does whose handler does not reply.
+    void abandon(Socket& server, char request) {
+        send(client, request);
         EXPECT_EQ(request, receive(server));
         server.resetConnections();
     }
-};
 
-/// Not over inproc: there the rebuild of a client of a name that nobody has bound is a race between 0MQ's own threads.
-class RequesterOfTwoRemoteServers : public RequesterOfTwoServers {};
-
-class ClientOfAServerClosedOverInproc : public testing::Test {
-protected:
-    ClientOfAServerClosedOverInproc() {
-        bindServer();
-        client.createAndConnect(Protocol::Req, endpoint, patienceMs);
-    }
-
-    void bindServer() { server.createAndConnect(Protocol::Rep, endpoint, patienceMs); }
-
-    void expectExchange() {
-        send(client, 'q');
-        EXPECT_EQ('q', receive(server));
-        send(server, 'r');
-        EXPECT_EQ('r', receive(client));
-    }
-
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    Socket server{"server", ClosePolicy::DropPending};
+    const SocketEndpoint firstEndpoint;
+    const SocketEndpoint secondEndpoint;
+    Socket first{"first", ClosePolicy::DropPending};
+    Socket second{"second", ClosePolicy::DropPending};
     Socket client{"client", ClosePolicy::DropPending};
 };
 
 } // namespace
 
-TEST_P(RequestToAServerThatIsNotRunning, IsServedWhenTheServerComesIfTheClientWaits) {
-    ask();
-    EXPECT_EQ("1", serve(endpoint, 1));
-    EXPECT_EQ('1', receive(client));
+TEST(Delivery, ServesARequestWhenTheServerComes) {
+    for (const Fate& fate : fates) {
+        SCOPED_TRACE(fate.policy);
+        const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+        Peer client("client", Protocol::Req, endpoint, fate.policy);
+        send(client, '1');
+        EXPECT_EQ("1", serve(endpoint, 1));
+        EXPECT_EQ('1', receive(client));
+    }
 }
 
-TEST_P(RequestToAServerThatIsNotRunning, IsServedAfterACloseIfThePolicyKeepsIt) {
-    ask();
-    client.close();
-    letZmqDrop();
-    const std::string expected = GetParam().servedAfterClose;
-    EXPECT_EQ(expected, serve(endpoint, expected.size()));
+TEST(Delivery, ServesAClosedRequestIfKept) {
+    for (const Fate& fate : fates) {
+        SCOPED_TRACE(fate.policy);
+        const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+        Peer client("client", Protocol::Req, endpoint, fate.policy);
+        send(client, '1');
+        client.close();
+        letZmqDrop(fate.policy);
+        EXPECT_EQ(fate.servedAfterClose, serve(endpoint, fate.servedAfterClose.size()));
+    }
 }
 
-TEST_P(RequestToAServerThatIsNotRunning, IsServedAlongWithItsRepetitionIfThePolicyKeepsIt) {
-    ask();
-    send(client, '2');
-    letZmqDrop();
-    const std::string expected = GetParam().servedAfterSendingAgain;
-    EXPECT_THAT(serve(endpoint, expected.size()), testing::UnorderedElementsAreArray(expected));
-    EXPECT_EQ('2', receive(client));
+TEST(Delivery, ServesTheFirstRequestTooIfKept) {
+    for (const Fate& fate : fates) {
+        SCOPED_TRACE(fate.policy);
+        const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+        Peer client("client", Protocol::Req, endpoint, fate.policy);
+        send(client, '1');
+        send(client, '2');
+        letZmqDrop(fate.policy);
+        const std::string expected = fate.servedAfterSendingAgain;
+        EXPECT_THAT(serve(endpoint, expected.size()), testing::UnorderedElementsAreArray(expected));
+        EXPECT_EQ('2', receive(client));
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Policies, RequestToAServerThatIsNotRunning,
-                         testing::Values(Case{"DropPending", ClosePolicy::DropPending, "", "2"},
-                                         Case{"LingerTwoSeconds", ClosePolicy::LingerTwoSeconds, "1", "12"},
-                                         Case{"WaitForDelivery", ClosePolicy::WaitForDelivery, "1", "12"}),
-                         testing::PrintToStringParamName());
-
-TEST(LingerTwoSeconds, DropsAGivenUpRequestAfterTwoSeconds) {
+TEST(Delivery, DropsALingeringRequestInTwoSeconds) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    Socket client("client", ClosePolicy::LingerTwoSeconds);
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    Peer client("client", Protocol::Req, endpoint, ClosePolicy::LingerTwoSeconds);
     send(client, '1');
     send(client, '2');
     EXPECT_FALSE(hasInput(client, 2500));
     EXPECT_EQ("2", serve(endpoint, 1));
 }
 
-TEST(RequestSentAgain, IsServedTwiceAndItsFirstReplyDiscarded) {
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
-
-    send(client, 'q');
-    EXPECT_EQ('q', receive(server));
-    send(client, 'q');
-    send(server, '1');
-    EXPECT_EQ('q', receive(server));
-    send(server, '2');
-
-    EXPECT_EQ('2', receive(client));
+TEST(Delivery, DropsTheFirstOfTwoReplies) {
+    Pair pair(Transport::Tcp);
+    send(pair.client, 'q');
+    EXPECT_EQ('q', receive(pair.server));
+    send(pair.client, 'q');
+    send(pair.server, '1');
+    EXPECT_EQ('q', receive(pair.server));
+    send(pair.server, '2');
+    EXPECT_EQ('2', receive(pair.client));
 }
 
-TEST(RequestReceivedAgain, WaitsOnForTheReplyThatWasLate) {
+TEST(Delivery, KeepsALateReplyForAReceiveAgain) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, endpoint, 1);
+    Peer server("server", Protocol::Rep, endpoint);
+    Peer client("client", Protocol::Req, endpoint, ClosePolicy::DropPending, 1);
 
     send(client, 'q');
     EXPECT_EQ("Receive error: Resource temporarily unavailable on [Socket client]",
@@ -214,14 +201,11 @@ TEST(RequestReceivedAgain, WaitsOnForTheReplyThatWasLate) {
     EXPECT_EQ('r', receive(client));
 }
 
-TEST(RebuiltReplySocket, DropsTheRequestsInItsQueue) {
+TEST(Delivery, DropsQueuedRequestsWhenRebuilt) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    Socket first("first", ClosePolicy::DropPending);
-    first.createAndConnect(Protocol::Req, endpoint, patienceMs);
-    Socket second("second", ClosePolicy::DropPending);
-    second.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    Peer server("server", Protocol::Rep, endpoint);
+    Peer first("first", Protocol::Req, endpoint);
+    Peer second("second", Protocol::Req, endpoint);
 
     send(first, '1');
     send(second, '2');
@@ -235,22 +219,18 @@ TEST(RebuiltReplySocket, DropsTheRequestsInItsQueue) {
     EXPECT_FALSE(hasInput(waiting, 0));
 }
 
-TEST(Publisher, SendsNothingToWhoeverSubscribesLater) {
+TEST(Delivery, SkipsSubscribersThatComeLater) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    Socket publisher("publisher", ClosePolicy::WaitForDelivery);
-    publisher.createAndConnect(Protocol::Pub, endpoint, 0);
+    Peer publisher("publisher", Protocol::Pub, endpoint, ClosePolicy::WaitForDelivery);
     send(publisher, 'x');
-    Socket subscriber("subscriber", ClosePolicy::DropPending);
-    subscriber.createAndConnect(Protocol::Sub, endpoint, 0);
+    Peer subscriber("subscriber", Protocol::Sub, endpoint);
     EXPECT_FALSE(hasInput(subscriber, silenceMs));
 }
 
-TEST(SubscriberOverInproc, FindsARebuiltPublisherOnlyWhenItIsRebuiltItself) {
+TEST(Delivery, NeedsBothRebuiltOverInproc) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    Socket publisher("publisher", ClosePolicy::DropPending);
-    publisher.createAndConnect(Protocol::Pub, endpoint, 0);
-    Socket subscriber("subscriber", ClosePolicy::DropPending);
-    subscriber.createAndConnect(Protocol::Sub, endpoint, patienceMs);
+    Peer publisher("publisher", Protocol::Pub, endpoint);
+    Peer subscriber("subscriber", Protocol::Sub, endpoint);
 
     publisher.resetConnections();
     std::string error;
@@ -269,106 +249,97 @@ TEST(SubscriberOverInproc, FindsARebuiltPublisherOnlyWhenItIsRebuiltItself) {
     EXPECT_EQ('3', receive(subscriber));
 }
 
-TEST_P(RequesterOfTwoServers, AsksThemInTurnAsLongAsTheyAnswer) {
-    start(first, firstEndpoint);
-    start(second, secondEndpoint);
-    connectToBoth(client);
-    for (Socket* const asked : {&first, &second, &first, &second}) {
-        send(client, 'q');
-        answer(*asked, 'q');
+TEST(Delivery, AlternatesBetweenServersThatAnswer) {
+    for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
+        SCOPED_TRACE(Transport::ToString(transport));
+        TwoServers servers(transport);
+        servers.start();
+        for (Socket* const asked : {&servers.first, &servers.second, &servers.first, &servers.second}) {
+            expectExchange(servers.client, *asked);
+        }
     }
 }
 
-TEST_P(RequesterOfTwoServers, SendsEveryRepetitionToTheFirstThoughItIsSilent) {
-    start(first, firstEndpoint);
-    start(second, secondEndpoint);
-    connectToBoth(client);
-    for (const char request : {'1', '2', '3'}) {
-        send(client, request);
-        giveUp(first, request);
-    }
-    EXPECT_FALSE(hasInput(second, 0));
-}
-
-TEST_P(RequesterOfTwoRemoteServers, SendsEveryRepetitionToTheFirstThoughItIsNotRunning) {
-    Socket keeping("keeping", ClosePolicy::WaitForDelivery);
-    start(second, secondEndpoint);
-    connectToBoth(keeping);
-    for (const char request : {'1', '2', '3'}) {
-        send(keeping, request);
-    }
-    start(first, firstEndpoint);
-    std::string asked;
-    for (int request = 0; request < 3; ++request) {
-        asked += receive(first);
-        send(first, 'r');
-    }
-    EXPECT_THAT(asked, testing::UnorderedElementsAre('1', '2', '3'));
-    EXPECT_EQ('r', receive(keeping));
-}
-
-TEST_P(RequesterOfTwoServers, AsksASilentSecondFirstWithEveryRequestAfterARepetition) {
-    start(first, firstEndpoint);
-    start(second, secondEndpoint);
-    connectToBoth(client);
-    send(client, 'q');
-    answer(first, 'q');
-    for (int round = 0; round < 3; ++round) {
-        send(client, '1');
-        giveUp(second, '1');
-        send(client, '2');
-        answer(first, '2');
+TEST(Delivery, RepeatsToASilentFirstServer) {
+    for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
+        SCOPED_TRACE(Transport::ToString(transport));
+        TwoServers servers(transport);
+        servers.start();
+        for (const char request : {'1', '2', '3'}) {
+            servers.abandon(servers.first, request);
+        }
+        EXPECT_FALSE(hasInput(servers.second, 0));
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(OnEveryTransport, RequesterOfTwoServers,
-                         testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
-                         [](const auto& instance) { return Transport::ToString(instance.param); });
-
-INSTANTIATE_TEST_SUITE_P(OnEveryTransport, RequesterOfTwoRemoteServers, testing::Values(Transport::Tcp, Transport::Ipc),
-                         [](const auto& instance) { return Transport::ToString(instance.param); });
-
-TEST_F(ClientOfAServerClosedOverInproc, ReachesTheServerThatIsBackOnceItIsRebuilt) {
-    server.close();
-    bindServer();
-    client.resetConnections();
-    expectExchange();
+/// Not over inproc: there the rebuild of a client of a name that is not bound is a race between 0MQ's own threads.
+TEST(Delivery, RepeatsToAFirstServerThatIsDown) {
+    for (const auto transport : {Transport::Tcp, Transport::Ipc}) {
+        SCOPED_TRACE(Transport::ToString(transport));
+        const TwoServers servers(transport);
+        Socket keeping("keeping", ClosePolicy::WaitForDelivery);
+        Peer second("second", Protocol::Rep, servers.secondEndpoint);
+        servers.connectToBoth(keeping);
+        for (const char request : {'1', '2', '3'}) {
+            send(keeping, request);
+        }
+        Peer first("first", Protocol::Rep, servers.firstEndpoint);
+        std::string asked;
+        for (int request = 0; request < 3; ++request) {
+            asked += receive(first);
+            send(first, 'r');
+        }
+        EXPECT_THAT(asked, testing::UnorderedElementsAre('1', '2', '3'));
+        EXPECT_FALSE(hasInput(second, 0));
+        EXPECT_EQ('r', receive(keeping));
+    }
 }
 
-TEST_F(ClientOfAServerClosedOverInproc, ReachesTheServerThatIsBackWithARepetitionOfItsOpenRequest) {
-    send(client, '1');
-    EXPECT_EQ('1', receive(server));
-    server.close();
-    bindServer();
-    expectExchange();
+TEST(Delivery, AsksASilentSecondAfterARepetition) {
+    for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
+        SCOPED_TRACE(Transport::ToString(transport));
+        TwoServers servers(transport);
+        servers.start();
+        expectExchange(servers.client, servers.first);
+        for (int round = 0; round < 3; ++round) {
+            servers.abandon(servers.second, '1');
+            expectExchange(servers.client, servers.first, '2');
+        }
+    }
 }
 
-TEST(IpcPath, IsTakenOverByTheSecondWhoBindsIt) {
+TEST(Delivery, FindsAnInprocServerWhenRebuilt) {
+    Pair pair(Transport::Inproc);
+    pair.server.close();
+    pair.server.createAndConnect(Protocol::Rep, pair.endpoint, patienceMs);
+    pair.client.resetConnections();
+    expectExchange(pair.client, pair.server);
+}
+
+TEST(Delivery, FindsAnInprocServerWhenRepeated) {
+    Pair pair(Transport::Inproc);
+    send(pair.client, '1');
+    EXPECT_EQ('1', receive(pair.server));
+    pair.server.close();
+    pair.server.createAndConnect(Protocol::Rep, pair.endpoint, patienceMs);
+    expectExchange(pair.client, pair.server);
+}
+
+TEST(Delivery, GoesToTheLastThatBindsAnIpcPath) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Ipc);
-    Socket first("first", ClosePolicy::DropPending);
-    first.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    Socket second("second", ClosePolicy::DropPending);
-    second.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-
-    Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
-    send(client, 'q');
-
-    EXPECT_EQ('q', receive(second));
+    Peer first("first", Protocol::Rep, endpoint);
+    Peer second("second", Protocol::Rep, endpoint);
+    Peer client("client", Protocol::Req, endpoint);
+    expectExchange(client, second);
     EXPECT_FALSE(hasInput(first, 0));
 }
 
-TEST(Reply, ToAClientThatHasGoneIsDroppedWithoutAnError) {
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    {
-        Socket client("client", ClosePolicy::LingerTwoSeconds);
-        client.createAndConnect(Protocol::Req, endpoint, patienceMs);
-        send(client, 'q');
-        EXPECT_EQ('q', receive(server));
-    }
-    EXPECT_NO_THROW(send(server, 'r'));
+TEST(Delivery, DropsTheReplyToAClientThatHasGone) {
+    Pair pair(Transport::Inproc);
+    send(pair.client, 'q');
+    EXPECT_EQ('q', receive(pair.server));
+    pair.client.close();
+    EXPECT_NO_THROW(send(pair.server, 'r'));
 }
 
 } // namespace rk::tests

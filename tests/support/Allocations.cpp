@@ -1,9 +1,12 @@
 #include "Allocations.h"
 
+#include "Caller.h"
+#include "interpose/Interpose.h"
+
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <limits>
-#include <new>
 #include <stdexcept>
 
 namespace rk::tests {
@@ -27,40 +30,6 @@ struct Record {
 };
 
 thread_local Record record;
-
-void* allocate(std::size_t size, bool isArray) noexcept {
-    if (record.active && size >= record.failingSize) {
-        return nullptr;
-    }
-    void* const address = std::malloc(size != 0 ? size : 1);
-    if (record.active) {
-        if (record.count < record.entries.size()) {
-            record.entries[record.count] = {address, size, isArray, true};
-        }
-        ++record.count;
-    }
-    return address;
-}
-
-void* allocateOrThrow(std::size_t size, bool isArray) {
-    void* const address = allocate(size, isArray);
-    if (address == nullptr) {
-        throw std::bad_alloc();
-    }
-    return address;
-}
-
-void release(void* address) noexcept {
-    if (record.active && address != nullptr) {
-        ++record.deletions;
-        for (Entry& entry : record.entries) {
-            if (entry.address == address) {
-                entry.isAlive = false;
-            }
-        }
-    }
-    std::free(address);
-}
 
 /// Ends the recording also when the action throws.
 class Recording {
@@ -104,44 +73,33 @@ bool seesAllocations() {
     return allocationsOf([] { ::operator delete(::operator new(1)); }).all.size() == 1;
 }
 
+void* allocate(std::size_t size, bool isArray, const void* /*caller*/) noexcept {
+    if (record.active && size >= record.failingSize) {
+        return nullptr;
+    }
+    void* const address = std::malloc(size != 0 ? size : 1);
+    if (record.active) {
+        if (record.count < record.entries.size()) {
+            record.entries[record.count] = {address, size, isArray, true};
+        }
+        ++record.count;
+    }
+    return address;
+}
+
+void release(void* address, bool /*isArray*/, const void* caller) noexcept {
+    if (isInLibrary(caller)) {
+        errno = EDOM; // which a deletion may change
+    }
+    if (record.active && address != nullptr) {
+        ++record.deletions;
+        for (Entry& entry : record.entries) {
+            if (entry.address == address) {
+                entry.isAlive = false;
+            }
+        }
+    }
+    std::free(address);
+}
+
 } // namespace rk::tests
-
-void* operator new(std::size_t size) {
-    return rk::tests::allocateOrThrow(size, false);
-}
-
-void* operator new[](std::size_t size) {
-    return rk::tests::allocateOrThrow(size, true);
-}
-
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return rk::tests::allocate(size, false);
-}
-
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return rk::tests::allocate(size, true);
-}
-
-void operator delete(void* address) noexcept {
-    rk::tests::release(address);
-}
-
-void operator delete[](void* address) noexcept {
-    rk::tests::release(address);
-}
-
-void operator delete(void* address, std::size_t /*size*/) noexcept {
-    rk::tests::release(address);
-}
-
-void operator delete[](void* address, std::size_t /*size*/) noexcept {
-    rk::tests::release(address);
-}
-
-void operator delete(void* address, const std::nothrow_t& /*tag*/) noexcept {
-    rk::tests::release(address);
-}
-
-void operator delete[](void* address, const std::nothrow_t& /*tag*/) noexcept {
-    rk::tests::release(address);
-}

@@ -4,7 +4,8 @@
 
 namespace rk::tests {
 
-/// Runs `action` when the calling thread joins another one, before it waits; once, and only while this lives.
+/// Runs `action` when the calling thread joins another one, or waits for a listener's, before it waits. Once, and only
+/// while this lives.
 class BeforeJoin {
 public:
     explicit BeforeJoin(std::function<void()> action);

@@ -1,6 +1,5 @@
 #include "Child.h"
 
-#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <poll.h>
@@ -15,7 +14,6 @@ namespace rk::tests {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds patience{30};
 
 pid_t spawnWithErrorsTo(int descriptor, const std::vector<std::string>& command) {
     std::vector<char*> arguments;
@@ -36,7 +34,7 @@ pid_t spawnWithErrorsTo(int descriptor, const std::vector<std::string>& command)
 }
 
 /// What comes out of `descriptor` until its other end is closed. False when the time ran out first.
-bool readAll(int descriptor, std::string& text) {
+bool readAll(int descriptor, std::string& text, std::chrono::seconds patience) {
     const Clock::time_point deadline = Clock::now() + patience;
     while (true) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -57,7 +55,7 @@ bool readAll(int descriptor, std::string& text) {
 
 } // namespace
 
-ChildResult runChild(const std::vector<std::string>& command) {
+ChildResult runChild(const std::vector<std::string>& command, std::chrono::seconds patience) {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         throw std::runtime_error("cannot make a pipe");
@@ -66,7 +64,7 @@ ChildResult runChild(const std::vector<std::string>& command) {
     ::close(ends[1]);
     ChildResult result;
     std::string text;
-    result.ended = readAll(ends[0], text);
+    result.ended = readAll(ends[0], text, patience);
     ::close(ends[0]);
     if (!result.ended) {
         ::kill(child, SIGKILL);

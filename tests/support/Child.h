@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,7 @@ struct ChildResult {
     std::vector<std::string> errorLines;
 };
 
-/// Runs a program and waits for it, at most 30 seconds; then it is killed.
-ChildResult runChild(const std::vector<std::string>& command);
+/// Runs a program and waits for it. Kills it when it has not ended in time.
+ChildResult runChild(const std::vector<std::string>& command, std::chrono::seconds patience = std::chrono::seconds(30));
 
 } // namespace rk::tests

@@ -1,24 +1,31 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 #include <string>
+#include <typeinfo>
 
 namespace rk::tests {
 
-/// What `action` threw as an `Exception`, by its text; a failed test and an empty text when it threw nothing or another
-/// type.
+/// The text of the `Exception` that `action` throws, or an empty one when it throws nothing. An exception of another type,
+/// also of a derived one, goes on as a `std::logic_error`: a failed test, or a finding.
 template <class Exception = std::runtime_error, class Action>
-std::string textThrownBy(const Action& action) {
+std::string textIfThrownBy(const Action& action) {
     try {
         action();
     } catch (const Exception& failure) {
-        EXPECT_EQ(typeid(Exception), typeid(failure));
+        if (typeid(Exception) != typeid(failure)) {
+            throw std::logic_error(std::string("thrown as another type: ") + failure.what());
+        }
         return failure.what();
     }
-    ADD_FAILURE() << "nothing was thrown";
     return {};
+}
+
+/// As above, and a `std::logic_error` when `action` throws nothing.
+template <class Exception = std::runtime_error, class Action>
+std::string textThrownBy(const Action& action) {
+    std::string text = textIfThrownBy<Exception>(action);
+    return text.empty() ? throw std::logic_error("nothing was thrown") : text;
 }
 
 } // namespace rk::tests

@@ -11,9 +11,9 @@ namespace rk::tests {
 /// is started again.
 template <class Action>
 void interrupt(const Action& action) {
-    struct sigaction handler {};
+    struct sigaction handler = {};
     handler.sa_handler = [](int) {};
-    struct sigaction former {};
+    struct sigaction former = {};
     sigaction(SIGUSR1, &handler, &former);
     std::atomic<bool> ended{false};
     std::thread thread([&] {

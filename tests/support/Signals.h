@@ -47,17 +47,21 @@ private:
 class SignalTaker {
 public:
     explicit SignalTaker(int signalNumber) : number(signalNumber) {
-        struct sigaction taker {};
+        struct sigaction taker = {};
         taker.sa_handler = [](int) {};
         sigaction(number, &taker, &former);
     }
-    ~SignalTaker() { sigaction(number, &former, nullptr); }
+    ~SignalTaker() {
+        // Ignoring discards those that are still pending in any thread.
+        std::signal(number, SIG_IGN);
+        sigaction(number, &former, nullptr);
+    }
     SignalTaker(const SignalTaker&) = delete;
     SignalTaker& operator=(const SignalTaker&) = delete;
 
 private:
     int number;
-    struct sigaction former {};
+    struct sigaction former = {};
 };
 
 } // namespace rk::tests

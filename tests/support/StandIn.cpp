@@ -1,22 +1,16 @@
 #include "StandIn.h"
 
 #include "Caller.h"
+#include "Immortal.h"
+#include "interpose/Interpose.h"
 
-#include <rk/utils/Log.h>
-
-#include <zmq.h>
-
-#include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <dlfcn.h>
 #include <map>
 #include <optional>
 #include <sstream>
 #include <sys/eventfd.h>
-#include <sys/stat.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 namespace rk::tests {
 
@@ -41,8 +35,7 @@ struct State {
 
 /// Never destroyed: the library calls until the process is gone.
 State& state() {
-    static auto* const instance = std::make_unique<State>().release();
-    return *instance;
+    return immortal<State>();
 }
 
 /// Readable while polls run out. One that has begun to wait ends, too.
@@ -51,26 +44,43 @@ int runOutDescriptor() {
     return descriptor;
 }
 
-/// `zmq_poll` of one item, which also ends, with nothing ready, once polls run out.
-template <class Real>
-int pollUnlessRunOut(zmq_pollitem_t& item, long timeout, Real* real) {
-    zmq_pollitem_t items[]{item, {nullptr, runOutDescriptor(), ZMQ_POLLIN, 0}};
-    const int ready = real(items, 2, timeout);
-    item.revents = items[0].revents;
-    return ready > 0 && item.revents == 0 ? 0 : std::min(ready, 1);
-}
-
-template <class Function>
-Function* realFunction(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 template <class... Parts>
-std::string lineOf(const std::string& function, const Parts&... parts) {
+std::string lineOf(const Parts&... parts) {
     std::ostringstream line;
-    line << function;
     static_cast<void>((line << ... << parts));
     return line.str();
+}
+
+/// By what a test names the function. A fault can be set for one option: "zmq_setsockopt OPTION".
+std::string keyOf(const Call& call) {
+    return call.function == Function::ZmqSetsockopt ? lineOf(call.name(), " ", call.number) : call.name();
+}
+
+std::string optionValue(const Call& call) {
+    return call.data != nullptr && call.size == sizeof(int) ? std::to_string(*static_cast<const int*>(call.data))
+                                                            : "none";
+}
+
+std::string lineOf(const Call& call) {
+    switch (call.function) {
+    case Function::ZmqSocket:
+    case Function::Usleep:
+        return lineOf(call.name(), " ", call.number);
+    case Function::ZmqBind:
+    case Function::ZmqConnect:
+        return lineOf(call.name(), " ", call.text);
+    case Function::ZmqSetsockopt:
+        return lineOf(keyOf(call), " = ", optionValue(call), " (", call.size, " bytes)");
+    case Function::ZmqSend:
+    case Function::ZmqRecv:
+        return lineOf(call.name(), " ", call.size, " bytes, flags ", call.flags);
+    case Function::ZmqPoll:
+        return lineOf(call.name(), " ", call.size, " items, events ", call.items->events, ", ", call.number, " ms");
+    case Function::Chmod:
+        return lineOf(call.name(), " ", call.text, " ", std::oct, call.number);
+    default:
+        return call.name();
+    }
 }
 
 /// The error of the fault that is due for this call, if any.
@@ -85,17 +95,17 @@ std::optional<int> dueFault(const std::string& function) {
     return fault->second.error;
 }
 
-template <class Result>
-std::optional<Result> dueAnswer(const std::string& function) {
+std::optional<std::intptr_t> dueAnswer(const std::string& function) {
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);
     const auto found = s.answers.find(function);
     if (found == s.answers.end()) {
         return std::nullopt;
     }
-    const auto result = std::get<Result>(found->second);
+    const StandIn::Answer answer = found->second;
     s.answers.erase(found);
-    return result;
+    const int* const number = std::get_if<int>(&answer);
+    return number != nullptr ? *number : reinterpret_cast<std::intptr_t>(std::get<void*>(answer));
 }
 
 void runAction(const std::string& function) {
@@ -119,36 +129,64 @@ bool isActive() {
     return s.active;
 }
 
-bool isWatched(const void* returnAddress) {
-    return isActive() && isInLibrary(returnAddress);
+bool readTestClock(timeval& now) {
+    State& s = state();
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    if (!s.clock) {
+        return false;
+    }
+    const double whole = std::floor(*s.clock);
+    now.tv_sec = static_cast<time_t>(whole);
+    now.tv_usec = static_cast<suseconds_t>(std::llround((*s.clock - whole) * 1000000.0));
+    return true;
+}
+
+bool advanceTestClock(long pause) {
+    State& s = state();
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    if (!s.clock) {
+        return false;
+    }
+    *s.clock += static_cast<double>(pause) / 1000000.0;
+    return true;
+}
+
+/// A test's clock goes on by the library's pauses.
+std::intptr_t goOn(Call& call, const Real& real) {
+    switch (call.function) {
+    case Function::ZmqPoll:
+        return call.size == 1 ? pollUnlessReadable(runOutDescriptor(), call, real) : real();
+    case Function::Gettimeofday:
+        return readTestClock(*static_cast<timeval*>(call.object)) ? 0 : real();
+    case Function::Usleep:
+        return advanceTestClock(call.number) ? 0 : real();
+    default:
+        return real();
+    }
 }
 
 /// Notes a call of the library and makes it, or fails, or answers it.
-template <class Result, class Real>
-Result watch(const std::string& function, const std::string& line, Result failure, const Real& real) {
+std::intptr_t watch(Call& call, const Real& real) {
+    const std::string function = keyOf(call);
     // Settled before the call is noted: what a test asks for when it sees the line is for the next call.
     const std::optional<int> error = dueFault(function);
-    const std::optional<Result> answer = error ? std::nullopt : dueAnswer<Result>(function);
-    state().journal.add(line);
-    Result result = failure;
-    if (error) {
-        errno = *error;
-    } else {
-        result = answer ? *answer : real();
-    }
+    const std::optional<std::intptr_t> answer = error ? std::nullopt : dueAnswer(function);
+    state().journal.add(lineOf(call));
+    const std::intptr_t result = error ? call.fail(*error) : answer ? *answer : goOn(call, real);
     runAction(function);
     return result;
 }
 
-void log(const std::string& level, const std::string& text) {
-    if (isActive()) {
-        state().journal.add(level + ": " + text);
-        runAction(level);
+/// Closes also when the close fails: nothing else would.
+std::intptr_t watchClose(const Call& call, const Real& real) {
+    state().journal.add(call.name());
+    const std::intptr_t result = real();
+    const std::optional<int> error = dueFault(call.name());
+    if (error) {
+        call.fail(*error);
     }
-}
-
-std::string optionValue(const void* value, std::size_t length) {
-    return value != nullptr && length == sizeof(int) ? std::to_string(*static_cast<const int*>(value)) : "none";
+    runAction(call.name());
+    return error ? -1 : result;
 }
 
 } // namespace
@@ -208,168 +246,18 @@ PollsRunOut::~PollsRunOut() {
     eventfd_read(runOutDescriptor(), &taken);
 }
 
+std::intptr_t perform(Call& call, const Real& real) {
+    if (call.function == Function::ZmqGetsockopt || !isActive() || !isInLibrary(call.caller)) {
+        return real();
+    }
+    return call.function == Function::ZmqClose ? watchClose(call, real) : watch(call, real);
+}
+
+void log(const char* level, const std::string& text, void (* /*write*/)(const std::string&)) {
+    if (isActive()) {
+        state().journal.add(lineOf(level, ": ", text));
+        runAction(level);
+    }
+}
+
 } // namespace rk::tests
-
-namespace {
-
-using namespace rk::tests;
-
-bool readTestClock(timeval& now) {
-    State& s = state();
-    const std::lock_guard<std::mutex> lock(s.mutex);
-    if (!s.clock) {
-        return false;
-    }
-    const double whole = std::floor(*s.clock);
-    now.tv_sec = static_cast<time_t>(whole);
-    now.tv_usec = static_cast<suseconds_t>(std::llround((*s.clock - whole) * 1000000.0));
-    return true;
-}
-
-bool advanceTestClock(useconds_t pause) {
-    State& s = state();
-    const std::lock_guard<std::mutex> lock(s.mutex);
-    if (!s.clock) {
-        return false;
-    }
-    *s.clock += pause / 1000000.0;
-    return true;
-}
-
-} // namespace
-
-namespace rk::utils {
-
-void logDebug(const std::string& text) {
-    log("debug", text);
-}
-
-void logWarning(const std::string& text) {
-    log("warning", text);
-}
-
-void logError(const std::string& text) {
-    log("error", text);
-}
-
-} // namespace rk::utils
-
-extern "C" {
-
-void* zmq_ctx_new() {
-    static auto* const real = realFunction<decltype(zmq_ctx_new)>("zmq_ctx_new");
-    return isWatched(__builtin_return_address(0)) ? watch<void*>("zmq_ctx_new", "zmq_ctx_new", nullptr, real) : real();
-}
-
-int zmq_term(void* context) {
-    static auto* const real = realFunction<decltype(zmq_term)>("zmq_term");
-    const auto call = [&] { return real(context); };
-    return isWatched(__builtin_return_address(0)) ? watch("zmq_term", "zmq_term", -1, call) : call();
-}
-
-int zmq_ctx_destroy(void* context) {
-    static auto* const real = realFunction<decltype(zmq_ctx_destroy)>("zmq_ctx_destroy");
-    const auto call = [&] { return real(context); };
-    return isWatched(__builtin_return_address(0)) ? watch("zmq_ctx_destroy", "zmq_ctx_destroy", -1, call) : call();
-}
-
-void* zmq_socket(void* context, int type) {
-    static auto* const real = realFunction<decltype(zmq_socket)>("zmq_socket");
-    const auto call = [&] { return real(context, type); };
-    return isWatched(__builtin_return_address(0))
-               ? watch<void*>("zmq_socket", lineOf("zmq_socket", " ", type), nullptr, call)
-               : call();
-}
-
-int zmq_close(void* socket) {
-    static auto* const real = realFunction<decltype(zmq_close)>("zmq_close");
-    const auto call = [&] { return real(socket); };
-    if (!isWatched(__builtin_return_address(0))) {
-        return call();
-    }
-    // A close that fails still closes: nothing else would.
-    state().journal.add("zmq_close");
-    const int result = call();
-    const std::optional<int> error = dueFault("zmq_close");
-    if (error) {
-        errno = *error;
-    }
-    runAction("zmq_close");
-    return error ? -1 : result;
-}
-
-int zmq_bind(void* socket, const char* address) {
-    static auto* const real = realFunction<decltype(zmq_bind)>("zmq_bind");
-    const auto call = [&] { return real(socket, address); };
-    return isWatched(__builtin_return_address(0)) ? watch("zmq_bind", lineOf("zmq_bind", " ", address), -1, call)
-                                                  : call();
-}
-
-int zmq_connect(void* socket, const char* address) {
-    static auto* const real = realFunction<decltype(zmq_connect)>("zmq_connect");
-    const auto call = [&] { return real(socket, address); };
-    return isWatched(__builtin_return_address(0)) ? watch("zmq_connect", lineOf("zmq_connect", " ", address), -1, call)
-                                                  : call();
-}
-
-/// "zmq_setsockopt OPTION = VALUE (LENGTH bytes)". A fault can be set for one option: "zmq_setsockopt OPTION".
-int zmq_setsockopt(void* socket, int option, const void* value, size_t length) {
-    static auto* const real = realFunction<decltype(zmq_setsockopt)>("zmq_setsockopt");
-    const auto call = [&] { return real(socket, option, value, length); };
-    const std::string function = lineOf("zmq_setsockopt", " ", option);
-    return isWatched(__builtin_return_address(0))
-               ? watch(function, lineOf(function, " = ", optionValue(value, length), " (", length, " bytes)"), -1, call)
-               : call();
-}
-
-int zmq_send(void* socket, const void* data, size_t size, int flags) {
-    static auto* const real = realFunction<decltype(zmq_send)>("zmq_send");
-    const auto call = [&] { return real(socket, data, size, flags); };
-    return isWatched(__builtin_return_address(0))
-               ? watch("zmq_send", lineOf("zmq_send", " ", size, " bytes, flags ", flags), -1, call)
-               : call();
-}
-
-int zmq_recv(void* socket, void* buffer, size_t size, int flags) {
-    static auto* const real = realFunction<decltype(zmq_recv)>("zmq_recv");
-    const auto call = [&] { return real(socket, buffer, size, flags); };
-    return isWatched(__builtin_return_address(0))
-               ? watch("zmq_recv", lineOf("zmq_recv", " ", size, " bytes, flags ", flags), -1, call)
-               : call();
-}
-
-/// An answer is the number of ready items, with no event returned for any.
-int zmq_poll(zmq_pollitem_t* items, int count, long timeout) {
-    static auto* const real = realFunction<decltype(zmq_poll)>("zmq_poll");
-    const auto call = [&] {
-        return count == 1 ? pollUnlessRunOut(*items, timeout, real) : real(items, count, timeout);
-    };
-    return isWatched(__builtin_return_address(0))
-               ? watch("zmq_poll",
-                       lineOf("zmq_poll", " ", count, " items, events ", items->events, ", ", timeout, " ms"), -1, call)
-               : real(items, count, timeout);
-}
-
-int chmod(const char* path, mode_t mode) {
-    static auto* const real = realFunction<decltype(chmod)>("chmod");
-    const auto call = [&] { return real(path, mode); };
-    return isWatched(__builtin_return_address(0))
-               ? watch("chmod", lineOf("chmod", " ", path, " ", std::oct, mode), -1, call)
-               : call();
-}
-
-int gettimeofday(timeval* __restrict now, void* __restrict zone) {
-    static auto* const real = realFunction<int(timeval*, void*)>("gettimeofday");
-    const auto call = [&] { return readTestClock(*now) ? 0 : real(now, zone); };
-    return isWatched(__builtin_return_address(0)) ? watch("gettimeofday", "gettimeofday", -1, call) : real(now, zone);
-}
-
-/// The library's pause of the bit-rate cap: while a test has a clock of its own, that clock goes on instead.
-int usleep(useconds_t pause) {
-    static auto* const real = realFunction<decltype(usleep)>("usleep");
-    const auto call = [&] { return advanceTestClock(pause) ? 0 : real(pause); };
-    return isWatched(__builtin_return_address(0)) ? watch("usleep", lineOf("usleep", " ", pause), -1, call)
-                                                  : real(pause);
-}
-
-} // extern "C"

@@ -1,8 +1,11 @@
-#include "CommandLine.h"
+#include "cli/CommandLine.h"
+#include "commands/Command.h"
+#include "support/Errors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <CLI/CLI.hpp>
 #include <vector>
 
 namespace rk::tools {
@@ -11,123 +14,66 @@ namespace {
 
 using testing::ElementsAre;
 
-std::variant<Settings, Information, Misuse> parse(std::vector<const char*> arguments) {
-    arguments.insert(arguments.begin(), "rk-socket");
-    return parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
-}
+class CommandLine : public testing::Test {
+protected:
+    CommandLine() {
+        CLI::App* const send = program.add_subcommand("send", "Send messages");
+        send->add_option("MESSAGE", messages);
+        send->add_option("--proto", schemas)->allow_extra_args(false);
+        send->add_option("--text", text);
+        program.set_version_flag("--version", "1.2.3");
+        program.require_subcommand(1);
+    }
 
-Settings settingsOf(const std::vector<const char*>& arguments) {
-    return std::get<Settings>(parse(arguments));
-}
+    std::optional<std::string> parse(std::vector<const char*> arguments) {
+        arguments.insert(arguments.begin(), "program");
+        return parseCommandLine(program, static_cast<int>(arguments.size()), arguments.data());
+    }
 
-std::string misuseOf(const std::vector<const char*>& arguments) {
-    return std::get<Misuse>(parse(arguments)).text;
-}
+    std::string misuseOf(const std::vector<const char*>& arguments) {
+        return rk::tests::textThrownBy<Misuse>([&] { parse(arguments); });
+    }
+
+    CLI::App program{"", "program"};
+    std::vector<std::string> messages;
+    std::vector<std::string> schemas;
+    std::string text;
+};
 
 } // namespace
 
-TEST(CommandLine, HasDefaultsThatFitTheSubcommand) {
-    const Settings sub = settingsOf({"sub", "ipc://a"});
-    EXPECT_EQ(rk::socket::Protocol::Sub, sub.protocol);
-    EXPECT_EQ(std::nullopt, sub.timeout);
-    EXPECT_EQ(std::chrono::seconds(1), sub.interval);
-    EXPECT_EQ(rk::socket::ClosePolicy::DropPending, sub.closePolicy);
+TEST_F(CommandLine, TakesMessagesAsTheyAre) {
+    EXPECT_EQ(std::nullopt, parse({"send", "[1,2]", "{}", "", "[]", "a b", "--", "--text", "--"}));
 
-    const Settings pub = settingsOf({"pub", "ipc://a"});
-    EXPECT_EQ(rk::socket::Protocol::Pub, pub.protocol);
-    EXPECT_EQ(std::chrono::seconds(0), pub.interval);
-    EXPECT_EQ(std::chrono::milliseconds(500), pub.delay);
-    EXPECT_EQ(rk::socket::ClosePolicy::LingerTwoSeconds, pub.closePolicy);
-
-    const Settings req = settingsOf({"req", "ipc://a"});
-    EXPECT_EQ(rk::socket::Protocol::Req, req.protocol);
-    EXPECT_EQ(std::chrono::seconds(5), req.timeout);
-    EXPECT_EQ(rk::socket::ClosePolicy::DropPending, req.closePolicy);
-
-    const Settings rep = settingsOf({"rep", "ipc://a", "--echo"});
-    EXPECT_EQ(rk::socket::Protocol::Rep, rep.protocol);
-    EXPECT_EQ(rk::socket::ClosePolicy::LingerTwoSeconds, rep.closePolicy);
+    EXPECT_THAT(messages, ElementsAre("[1,2]", "{}", "", "[]", "a b", "--text", "--"));
 }
 
-TEST(CommandLine, TakesWhatIsSaidInsteadOfTheDefaults) {
-    const Settings settings = settingsOf({"req",
-                                          "tcp://h:1",
-                                          "-n",
-                                          "3",
-                                          "-t",
-                                          "2s",
-                                          "--interval",
-                                          "10ms",
-                                          "--rate",
-                                          "8",
-                                          "--fifo",
-                                          "0",
-                                          "--close-policy",
-                                          "wait",
-                                          "--max-size",
-                                          "10",
-                                          "--format",
-                                          "hex",
-                                          "--hex",
-                                          "-v"});
+TEST_F(CommandLine, TakesValuesInBracketsAsTheyAre) {
+    parse({"send", "--text", "[ 1,2 ]", "--proto", "[1,2]", "--proto", "[3]"});
 
-    EXPECT_EQ(3U, settings.count);
-    EXPECT_EQ(std::chrono::seconds(2), settings.timeout);
-    EXPECT_EQ(std::chrono::milliseconds(10), settings.interval);
-    EXPECT_EQ(8U, settings.rate);
-    EXPECT_EQ(0, settings.fifo);
-    EXPECT_EQ(rk::socket::ClosePolicy::WaitForDelivery, settings.closePolicy);
-    EXPECT_EQ(10U, settings.maxSize);
-    EXPECT_EQ(Format::Hex, settings.format);
-    EXPECT_TRUE(settings.hex);
-    EXPECT_TRUE(settings.verbose);
+    EXPECT_EQ("[ 1,2 ]", text);
+    EXPECT_THAT(schemas, ElementsAre("[1,2]", "[3]"));
 }
 
-TEST(CommandLine, TakesMessagesAsTheyAre) {
-    EXPECT_THAT(settingsOf({"pub", "ipc://a", "[1,2]", "{}", "", "[]", "a b", "--", "--hex", "--"}).messages,
-                ElementsAre("[1,2]", "{}", "", "[]", "a b", "--hex", "--"));
-    EXPECT_EQ("[1,2]", settingsOf({"rep", "ipc://a", "--reply", "[1,2]"}).reply);
-    EXPECT_EQ("", settingsOf({"rep", "ipc://a", "--reply", ""}).reply);
-    EXPECT_EQ("[ 1,2 ]", settingsOf({"rep", "ipc://a", "--command", "[ 1,2 ]"}).command);
-    EXPECT_THAT(settingsOf({"pub", "ipc://a", "--file", "[1,2]", "--file", "[3]"}).files, ElementsAre("[1,2]", "[3]"));
+TEST_F(CommandLine, TakesSeveralSchemasBehindOneOption) {
+    parse({"send", "--proto", "a.proto", "b.proto", "x", "c.proto", "--text", "T", "d.proto"});
+
+    EXPECT_THAT(schemas, ElementsAre("a.proto", "b.proto"));
+    EXPECT_THAT(messages, ElementsAre("x", "c.proto", "d.proto"));
 }
 
-TEST(CommandLine, TakesSeveralSchemasBehindOneOption) {
-    const Settings settings =
-        settingsOf({"pub", "--proto", "a.proto", "b.proto", "ipc://a", "x", "c.proto", "--type", "T", "d.proto"});
-
-    EXPECT_THAT(settings.protoFiles, ElementsAre("a.proto", "b.proto"));
-    EXPECT_THAT(settings.messages, ElementsAre("x", "c.proto", "d.proto"));
-    EXPECT_THAT(settingsOf({"sub", "ipc://a", "--type", "T", "--proto", "a", "--proto", "b.proto"}).protoFiles,
-                ElementsAre("a", "b.proto"));
+TEST_F(CommandLine, ReturnsTheVersionOrHelpWhenAsked) {
+    EXPECT_EQ("program 1.2.3\n", parse({"--version"}));
+    EXPECT_THAT(parse({"send", "--help"}).value(), testing::HasSubstr("program send"));
 }
 
-TEST(CommandLine, RepliesAreOfTheRequestsTypeUnlessTheyHaveTheirOwn) {
-    EXPECT_EQ("T", settingsOf({"req", "ipc://a", "--proto", "f", "--type", "T"}).replyType);
-    EXPECT_EQ("U", settingsOf({"req", "ipc://a", "--proto", "f", "--type", "T", "--reply-type", "U"}).replyType);
+TEST_F(CommandLine, NamesTheOptionThatDoesNotExist) {
+    EXPECT_EQ("The following argument was not expected: --txet (see program send --help)",
+              misuseOf({"send", "--txet", "3"}));
 }
 
-TEST(CommandLine, RefusesEndpointsThatCannotBeMeant) {
-    const std::string hint = " (see rk-socket sub --help)";
-
-    EXPECT_EQ("ENDPOINT: Failed deserializing udp://a:1: cannot extract transport" + hint,
-              misuseOf({"sub", "udp://a:1"}));
-    EXPECT_EQ("ENDPOINT: Failed deserializing tcp://a: cannot extract port" + hint, misuseOf({"sub", "tcp://a"}));
-    EXPECT_EQ("ENDPOINT: inproc://a: inproc endpoints reach nobody outside this process" + hint,
-              misuseOf({"sub", "inproc://a"}));
-    for (const std::string endpoint : {"tcp://a:0", "tcp://a:65536", "tcp://a:", "tcp://a:80x", "tcp://a:-1"}) {
-        EXPECT_EQ("ENDPOINT: " + endpoint + ": the port has to be a number from 1 to 65535" + hint,
-                  misuseOf({"sub", endpoint.c_str()}));
-    }
-}
-
-TEST(CommandLine, NamesTheOptionThatThereIsNot) {
-    EXPECT_EQ("The following argument was not expected: --cuont (see rk-socket sub --help)",
-              misuseOf({"sub", "--cuont", "3", "ipc://a"}));
-}
-
-TEST(CommandLine, NamesTheCommandThatThereIsNot) {
-    EXPECT_EQ("there is no command 'push' (see rk-socket --help)", misuseOf({"push", "ipc://a"}));
+TEST_F(CommandLine, NamesTheCommandThatDoesNotExist) {
+    EXPECT_EQ("there is no command 'push' (see program --help)", misuseOf({"push", "ipc://a"}));
 }
 
 } // namespace rk::tools

@@ -1,7 +1,5 @@
-#include "Complaints.h"
-#include "PartialDecoder.h"
-#include "ProtobufCodec.h"
-#include "Schema.h"
+#include "display/Complaints.h"
+#include "messages/Codec.h"
 
 #include <gtest/gtest.h>
 
@@ -14,10 +12,11 @@ namespace {
 /// What the codec complains of when it decodes a block as a plant.Sample.
 std::string complaintAbout(const std::string& block) {
     const Complaints complaints;
-    ProtobufCodec codec(std::make_unique<Schema>(std::vector<std::string>{RK_PLANT_SCHEMA}, std::vector<std::string>{}),
-                        "", "Sample", false, complaints);
+    CodecSettings settings;
+    settings.protoFiles = {RK_PLANT_SCHEMA};
+    const auto codec = makeProtobufCodec(settings, std::nullopt, "Sample", complaints);
     try {
-        return codec.decode(block);
+        return codec->decode(block);
     } catch (const CodecError& error) {
         return error.what();
     }
@@ -51,6 +50,23 @@ TEST(PartialDecoder, StopsBeforeTextThatIsNoUtf8) {
 
 TEST(PartialDecoder, StopsBeforeAnEndOfNothing) {
     EXPECT_EQ(broken(5, R"({"sensor":"abc"})"), complaintAbout(sensor + "\x0c" + unit));
+}
+
+TEST(PartialDecoder, SkipsFieldsThatTheTypeLacks) {
+    const std::string fixed32 = "\x75\1\2\3\4";
+    const std::string fixed64 = "\x71\1\2\3\4\5\6\7\x08";
+    const std::string group = "\x7b\x08\1\x7b\x7c\x7c"; // with a group in it
+
+    EXPECT_EQ(broken(10, R"({"sensor":"abc"})"), complaintAbout(sensor + fixed32 + "\xff"));
+    EXPECT_EQ(broken(14, R"({"sensor":"abc"})"), complaintAbout(sensor + fixed64 + "\xff"));
+    EXPECT_EQ(broken(11, R"({"sensor":"abc"})"), complaintAbout(sensor + group + "\xff"));
+    for (const std::string& field : {fixed32, fixed64, group}) {
+        EXPECT_EQ(broken(5, R"({"sensor":"abc"})"), complaintAbout(sensor + field.substr(0, field.size() - 1)));
+    }
+}
+
+TEST(PartialDecoder, StopsBeforeALengthBeyondTheBlock) {
+    EXPECT_EQ(broken(5, R"({"sensor":"abc"})"), complaintAbout(sensor + "\x7a\xff\xff\xff\xff\x0f" + unit));
 }
 
 } // namespace rk::tools

@@ -1,5 +1,4 @@
-#include "LiveLines.h"
-#include "ProgressBar.h"
+#include "display/ProgressBar.h"
 
 #include <gtest/gtest.h>
 
@@ -11,20 +10,12 @@ TEST(ProgressBar, ShowsTheShareThatIsDone) {
     EXPECT_EQ("[##############################] 100 %  all", ProgressBar::line(7.0, "all", 80));
 }
 
-TEST(ProgressBar, IsTextAloneWhenTheShareIsNotKnown) {
+TEST(ProgressBar, IsTextAloneWhenTheShareIsUnknown) {
     EXPECT_EQ("some", ProgressBar::line(std::nullopt, "some", 80));
 }
 
 TEST(ProgressBar, IsNotWiderThanTheTerminal) {
     EXPECT_EQ("[#####", ProgressBar::line(1.0, "text", 6));
-}
-
-TEST(LiveLines, AreDrawnOverThoseBefore) {
-    LiveLines lines;
-
-    EXPECT_EQ("\r\033[Kone\n\r\033[Ktwo\n", lines.draw({"one", "two"}, 3));
-    EXPECT_EQ("\033[2A\r\033[Kfou\n", lines.draw({"four"}, 3));
-    EXPECT_EQ("\033[1A\r\033[Ka\n", lines.draw({"a"}, 3));
 }
 
 } // namespace rk::tools

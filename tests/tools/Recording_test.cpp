@@ -1,4 +1,4 @@
-#include "Recording.h"
+#include "recording/Recording.h"
 
 #include <gtest/gtest.h>
 
@@ -8,11 +8,11 @@ namespace rk::tools::recording {
 
 using namespace std::chrono_literals;
 
-TEST(RecordingHead, IsTimeAndLengthWithTheLowestByteFirst) {
+TEST(Recording, HeadHasTheLowestByteFirst) {
     EXPECT_EQ(std::string("\x15\xCD\x5B\x07\0\0\0\0\x2C\x01\0\0", headSize), toBytes({123456789ns, 300}));
 }
 
-TEST(RecordingHead, IsReadBackAsItWasWritten) {
+TEST(Recording, HeadIsReadBackAsWritten) {
     const Head head =
         headFromBytes(toBytes({std::chrono::nanoseconds::max(), std::numeric_limits<std::uint32_t>::max()}));
 

@@ -1,4 +1,4 @@
-#include "RoundTrips.h"
+#include "display/RoundTrips.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,11 +9,11 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(RoundTrips, WithoutRepliesHaveNoDistribution) {
+TEST(RoundTrips, HaveNoDistributionWithoutReplies) {
     EXPECT_THAT(RoundTrips().distribution(), IsEmpty());
 }
 
-TEST(RoundTrips, OfQuantilesAreTimesThatOccurred) {
+TEST(RoundTrips, HaveQuantilesThatOccurred) {
     RoundTrips trips;
     for (int time = 100; time > 0; --time) {
         trips.add(std::chrono::milliseconds(time));
@@ -25,7 +25,7 @@ TEST(RoundTrips, OfQuantilesAreTimesThatOccurred) {
     EXPECT_DOUBLE_EQ(1.0, trips.quantile(0.0));
 }
 
-TEST(RoundTrips, AreDistributedOverClassesThatDouble) {
+TEST(RoundTrips, AreCountedInClassesThatDouble) {
     RoundTrips trips;
     for (const auto time : {300us, 300us, 1500us}) {
         trips.add(time);

@@ -1,10 +1,10 @@
-#include "Text.h"
+#include "messages/Text.h"
 
 #include <gtest/gtest.h>
 
 namespace rk::tools {
 
-TEST(Hex, IsReadBackAsItWasWritten) {
+TEST(Text, ReadsHexBackAsWritten) {
     std::string bytes;
     for (int byte = 0; byte < 256; ++byte) {
         bytes += static_cast<char>(byte);
@@ -14,22 +14,22 @@ TEST(Hex, IsReadBackAsItWasWritten) {
     EXPECT_EQ(bytes, fromHex(toHex(bytes)));
 }
 
-TEST(Hex, MayHaveBlanksBetweenBytesAndCapitals) {
+TEST(Text, ReadsHexWithBlanksAndCapitals) {
     EXPECT_EQ("\xAB\x01", fromHex(" AB\t01 \n"));
     EXPECT_EQ("", fromHex(""));
 }
 
-TEST(Hex, IsRefusedWhenItIsNotPairsOfDigits) {
+TEST(Text, RefusesHexThatIsNotPairsOfDigits) {
     for (const char* const text : {"a", "0g", "a b", "0x10", "abc"}) {
         EXPECT_EQ(std::nullopt, fromHex(text)) << text;
     }
 }
 
-TEST(Printable, KeepsTextAndTabs) {
+TEST(Text, KeepsPrintableCharactersAndTabs) {
     EXPECT_EQ("a\tb \\ \"ü€\U0001F600\"", printable("a\tb \\ \"ü€\U0001F600\""));
 }
 
-TEST(Printable, EscapesControlCharactersAndWhatIsNotUtf8) {
+TEST(Text, EscapesControlsAndInvalidUtf8) {
     EXPECT_EQ("\\n\\r\\x00\\x1B\\x7F", printable(std::string_view("\n\r\0\x1B\x7F", 5)));
     EXPECT_EQ("\\xC0\\x80", printable("\xC0\x80"));                   // longer than needed
     EXPECT_EQ("\\xED\\xA0\\x80", printable("\xED\xA0\x80"));          // half of a pair

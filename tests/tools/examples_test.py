@@ -22,7 +22,7 @@ telemetry = generated("telemetry", os.path.join(SOURCES, "examples/telemetry"))
 
 def examples_of_help(command):
     text = subprocess.run([TOOL, command, "--help"], capture_output=True, check=True).stdout.decode()
-    return re.findall(r"^  # .*\n  (.*)$", text.split("\nExamples:\n")[1], re.MULTILINE)
+    return re.findall(r"^  # .*\n    (.*)$", text.split("\nExamples:\n")[1], re.MULTILINE)
 
 
 def examples_of_document():

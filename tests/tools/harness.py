@@ -8,8 +8,6 @@ import os
 import pty
 import select
 import shutil
-import signal
-import socket
 import struct
 import subprocess
 import sys
@@ -21,62 +19,27 @@ import unittest
 
 import zmq
 
+SOURCES = os.environ["RK_SOURCES"]
+sys.path.append(os.path.join(SOURCES, "tests/python"))
+import processes  # noqa: E402
+from ports import free_port  # noqa: E402, F401
+
 PATIENCE = 30  # seconds; a test waits for events, and this long only when it fails
 TOOL = os.environ["RK_TOOL"]
-SOURCES = os.environ["RK_SOURCES"]
 SCHEMAS = os.path.join(SOURCES, "tests/tools")
 
-_ports = itertools.count(os.getpid() * 37)
 
-
-def free_port():
-    """A port that nobody holds, below those that the system gives to clients; no other test gets it meanwhile."""
-    for number in itertools.islice(_ports, 22000):
-        port = 10000 + number % 22000
-        reservation = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        try:
-            reservation.bind("\0rk-socket-test-port-%d" % port)
-            with socket.socket() as probe:
-                probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-                probe.bind(("", port))
-        except OSError:
-            reservation.close()
-            continue
-        atexit.register(reservation.close)
-        return port
-    raise RuntimeError("no free port")
-
-
-class Process:
-    """A program whose output is read line by line while it runs."""
+class Process(processes.Process):
+    """A program that is killed if a test waits too long for it."""
 
     def __init__(self, arguments, **options):
-        self.process = subprocess.Popen(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        stderr=subprocess.PIPE, bufsize=0, **options)
-        self.unread = b""
+        super().__init__(arguments, stderr=subprocess.PIPE, **options)
         self.watchdog = threading.Timer(PATIENCE, self.process.kill)
         self.watchdog.start()
 
-    def write(self, data):
-        self.process.stdin.write(data)
-
-    def close_input(self):
-        self.process.stdin.close()
-        self.process.stdin = None
-
     def read_line(self):
         """The next line of standard output, without its end; b"" at the end of the output."""
-        while b"\n" not in self.unread:
-            piece = os.read(self.process.stdout.fileno(), 65536)
-            if not piece:
-                line, self.unread = self.unread, b""
-                return line
-            self.unread += piece
-        line, self.unread = self.unread.split(b"\n", 1)
-        return line
-
-    def signal(self, number):
-        self.process.send_signal(number)
+        return super().read_line(patience=None) or b""
 
     def end(self):
         """Waits. The exit status, the rest of standard output, and standard error."""

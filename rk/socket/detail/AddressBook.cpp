@@ -1,11 +1,11 @@
+#include <rk/detail/Immortal.h>
 #include <rk/socket/detail/AddressBook.h>
+#include <rk/socket/detail/ContextGate.h>
 
 #include <zmq.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <exception>
-#include <new>
 #include <thread>
 #include <utility>
 
@@ -15,103 +15,95 @@ namespace {
 
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
-using std::chrono::minutes;
 using std::chrono::seconds;
 
-// 0MQ needs up to 5 ms to release an address, 155 ms under valgrind; the rest is for a machine under load.
+// ZeroMQ needs up to 5 ms to release an address, 155 ms under valgrind. The rest is for a machine under load.
 constexpr seconds releaseTime{2};
 constexpr milliseconds leastPatience{50};
 constexpr microseconds firstPause{100};
 constexpr microseconds longestPause{5000};
-constexpr minutes memory{1};
 
 } // namespace
 
 AddressBook& AddressBook::ofProcess() {
-    // In memory of its own, because sockets are closed where there is none left, too.
-    alignas(AddressBook) static std::byte place[sizeof(AddressBook)];
-    static auto* const book = ::new (static_cast<void*>(place)) AddressBook;
+    static const rk::detail::Immortal<AddressBook> book;
     return *book;
 }
 
 int AddressBook::bind(void* socket, const std::string& address) {
-    // Made first, so that no memory is needed between the bind and its entry.
-    Holdings fresh;
-    fresh[address].holder = socket;
-    Holdings::node_type entry = fresh.extract(address);
-    Holders freshHolder;
-    freshHolder.emplace(socket, address);
-    Holders::node_type holder = freshHolder.extract(socket);
+    // Allocated first, so that the bind cannot succeed without its entry.
+    Entries entry;
+    entry.push_back({address, socket, {}});
+    Index indexed;
+    indexed.emplace(entry.front().address, entry.begin());
+    Holders holder;
+    holder.emplace(socket, entry.begin());
 
     const Clock::time_point firstAttempt = Clock::now();
     microseconds pause = firstPause;
-    int result = zmq_bind(socket, address.c_str());
-    int error = result < 0 ? zmq_errno() : 0;
+    int error = ContextGate::ofProcess().bind(socket, address);
     while (error == EADDRINUSE && isBeingReleased(address, firstAttempt)) {
         std::this_thread::sleep_for(pause);
         pause = std::min(pause * 2, longestPause);
-        result = zmq_bind(socket, address.c_str());
-        error = result < 0 ? zmq_errno() : 0;
+        error = ContextGate::ofProcess().bind(socket, address);
     }
-    if (result < 0) {
-        errno = error;
-        return result;
+    if (error == 0) {
+        enter(entry, indexed.extract(indexed.begin()), holder.extract(holder.begin()));
     }
-    enter(std::move(entry), std::move(holder));
-    return result;
+    return error;
 }
 
 void AddressBook::close(void* socket) noexcept {
     try {
-        giveUpAddressesOf(socket);
-    } catch (const std::exception&) {
-        // Without the lock nothing is noted, and the next bind of these addresses is not waited for.
+        releaseAddressesOf(socket);
+    } catch (...) {
+        // The lock failed: the next bind of these addresses does not wait for them.
     }
     zmq_close(socket);
 }
 
 bool AddressBook::isBeingReleased(const std::string& address, Clock::time_point firstAttempt) {
     const std::lock_guard<std::mutex> lock(mutex);
-    const auto found = holdings.find(address);
-    if (found == holdings.end() || found->second.holder != nullptr) {
+    const auto found = index.find(address);
+    if (found == index.end() || found->second->holder != nullptr) {
         return false;
     }
-    return Clock::now() < std::max(found->second.givenUp + releaseTime, firstAttempt + leastPatience);
+    return Clock::now() < std::max(found->second->releasedAt + releaseTime, firstAttempt + leastPatience);
 }
 
-void AddressBook::enter(Holdings::node_type entry, Holders::node_type holder) {
+void AddressBook::enter(Entries& entry, Index::node_type indexed, Holders::node_type holder) {
     const std::lock_guard<std::mutex> lock(mutex);
-    holdings.erase(entry.key());
-    holdings.insert(std::move(entry));
+    held.splice(held.end(), entry);
+    index.erase(indexed.key());
+    index.insert(std::move(indexed));
     holders.insert(std::move(holder));
-    forgetOld();
+    forgetExpired();
 }
 
-/// Noted before the socket is closed, so that no other thread finds the address taken and nobody to wait for.
-void AddressBook::giveUpAddressesOf(void* socket) {
+/// Releases before the close, so that no other thread finds the address in use and no release to wait for.
+void AddressBook::releaseAddressesOf(void* socket) {
     const std::lock_guard<std::mutex> lock(mutex);
     const auto [first, last] = holders.equal_range(socket);
-    for (auto entry = first; entry != last; ++entry) {
-        const auto held = holdings.find(entry->second);
-        // Another socket may have taken the address over meanwhile.
-        if (held != holdings.end() && held->second.holder == socket) {
-            held->second = {nullptr, Clock::now()};
-        }
+    for (auto holder = first; holder != last; ++holder) {
+        const auto entry = holder->second;
+        entry->holder = nullptr;
+        entry->releasedAt = Clock::now();
+        released.splice(released.end(), held, entry);
     }
     holders.erase(first, last);
+    forgetExpired();
 }
 
-/// Keeps the book small in a process that binds ever new addresses, at a cost that each new one pays its share of.
-void AddressBook::forgetOld() {
-    if (holdings.size() < sizeToForgetAt) {
-        return;
+/// Drops at most two entries: more than a call adds, and few enough to stall no call.
+void AddressBook::forgetExpired() {
+    const Clock::time_point limit = Clock::now() - releaseTime;
+    for (int dropped = 0; dropped < 2 && !released.empty() && released.front().releasedAt < limit; ++dropped) {
+        const auto found = index.find(released.front().address);
+        if (found != index.end() && found->second == released.begin()) {
+            index.erase(found);
+        }
+        released.pop_front();
     }
-    const Clock::time_point limit = Clock::now() - memory;
-    for (auto entry = holdings.begin(); entry != holdings.end();) {
-        const bool old = entry->second.holder == nullptr && entry->second.givenUp < limit;
-        entry = old ? holdings.erase(entry) : std::next(entry);
-    }
-    sizeToForgetAt = 2 * holdings.size() + 64;
 }
 
 } // namespace rk::socket::detail

@@ -1,53 +1,62 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
+#include <list>
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 namespace rk::socket::detail {
 
-/// Lets this process take an address again that it has just given up.
+/// Lets this process bind an address again that it has just released.
 ///
-/// 0MQ closes a socket in the background: for some milliseconds after `zmq_close` the socket's addresses are still
-/// taken, and whoever binds one of them is refused. Every socket of the library therefore binds and closes through the
-/// book of the process. It knows which native socket holds which address and when an address was given up, so that a
-/// bind waits for an address that 0MQ is about to release, and is refused at once when somebody else holds it.
+/// ZeroMQ closes a socket in the background. For some milliseconds after `zmq_close` the addresses of the socket are
+/// still in use, and a bind of one of them fails. Every socket of the library therefore binds and closes through the
+/// book of the process. The book knows which native socket holds which address, and when an address was released, so
+/// that a bind waits for an address that ZeroMQ is about to free, and fails at once when another process holds it.
 ///
-/// Any thread may call the operations. The mutex is never held across a call to 0MQ.
+/// Each address that was ever bound is one entry, either in `held` or in `released`. The index leads to the latest entry
+/// of an address: on ipc a second socket can take over an address that the first still holds. Entries leave the book
+/// seconds after their release, a few with each call, so that it stays small and no call has much to clean up.
+///
+/// Any thread may call the operations. The mutex is never held across a call to ZeroMQ.
 class AddressBook {
 public:
-    /// The book of the process. It is never destroyed: sockets are still closed while static objects are.
+    /// Returns the book of the process. It is never destroyed, because static destructors close sockets.
     static AddressBook& ofProcess();
 
-    /// `zmq_bind`, repeated with short pauses while `address` is one that this process has given up and nobody in it
-    /// has taken since: until two seconds after it was given up, and at least for 50 ms, should the process have been
-    /// stopped meanwhile. Returns what `zmq_bind` returned last, with its error left in `zmq_errno`.
+    /// Binds `socket` to `address`. While the address is one that this process has released and no socket of it has
+    /// bound since, retries with short pauses: until two seconds after the release, and for at least 50 ms in case the
+    /// process was stopped meanwhile. Returns 0, or the error number of the last attempt.
+    /// \throws std::system_error if a lock fails
     int bind(void* socket, const std::string& address);
 
-    /// `zmq_close`, giving up every address that `socket` has bound.
+    /// Calls `zmq_close`, and releases every address that `socket` has bound.
     void close(void* socket) noexcept;
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    struct Holding {
-        void* holder = nullptr; ///< null once the address is given up
-        Clock::time_point givenUp;
+    struct Entry {
+        std::string address;
+        void* holder; ///< null once the address is released
+        Clock::time_point releasedAt;
     };
-    using Holdings = std::map<std::string, Holding>;
-    using Holders = std::multimap<void*, std::string>;
+    using Entries = std::list<Entry>;
+    using Index = std::map<std::string_view, Entries::iterator>;
+    using Holders = std::multimap<void*, Entries::iterator>;
 
     bool isBeingReleased(const std::string& address, Clock::time_point firstAttempt);
-    void enter(Holdings::node_type entry, Holders::node_type holder);
-    void giveUpAddressesOf(void* socket);
-    void forgetOld();
+    void enter(Entries& entry, Index::node_type indexed, Holders::node_type holder);
+    void releaseAddressesOf(void* socket);
+    void forgetExpired();
 
     std::mutex mutex;
-    Holdings holdings;
-    Holders holders; ///< the same, the other way round, so that a socket's addresses are found at once
-    std::size_t sizeToForgetAt = 64;
+    Entries held;
+    Entries released; ///< in the order of their release
+    Index index;
+    Holders holders;
 };
 
 } // namespace rk::socket::detail

@@ -1,32 +1,66 @@
 #include <rk/socket/Socket.h>
+#include <rk/socket/detail/BoundAddresses.h>
+#include <rk/socket/detail/WakeUpCall.h>
 #include <rk/socket/utils/SocketListener.h>
 #include <rk/utils/Log.h>
 #include <rk/utils/detail/LogIfPossible.h>
 
 #include <google/protobuf/message.h>
 
+#include <chrono>
 #include <csignal>
 #include <exception>
+#include <mutex>
 #include <utility>
 
 namespace rk::socket::utils {
 
 namespace {
 
-/// Blocks all signals on the calling thread for as long as it lives; a thread made meanwhile starts that way.
-class SignalBlock {
-public:
-    SignalBlock() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &previous);
+/// How often `stop` looks whether the thread is still in the same receive. A message that waits is received sooner.
+constexpr std::chrono::milliseconds lookInterval{50};
+
+/// Every signal except those that a fault of the running code raises: the thread that it raises them on handles them.
+sigset_t asynchronousSignals() {
+    sigset_t signals;
+    sigfillset(&signals);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+        sigdelset(&signals, fault);
     }
-    ~SignalBlock() { pthread_sigmask(SIG_SETMASK, &previous, nullptr); }
-    SignalBlock(const SignalBlock&) = delete;
-    SignalBlock& operator=(const SignalBlock&) = delete;
+    return signals;
+}
+
+sigset_t profilingSignal() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPROF);
+    return signals;
+}
+
+/// Changes the signal mask of the calling thread, and restores it on scope exit.
+class SignalMask {
+public:
+    SignalMask(int how, const sigset_t& signals) { pthread_sigmask(how, &signals, &previous); }
+    ~SignalMask() { pthread_sigmask(SIG_SETMASK, &previous, nullptr); }
+    SignalMask(const SignalMask&) = delete;
+    SignalMask& operator=(const SignalMask&) = delete;
 
 private:
     sigset_t previous{};
+};
+
+/// Makes a count of steps odd while it lives. Only one thread counts.
+class InStep {
+public:
+    explicit InStep(std::atomic<std::uint32_t>& counted) : steps(counted) { count(); }
+    ~InStep() { count(); }
+    InStep(const InStep&) = delete;
+    InStep& operator=(const InStep&) = delete;
+
+private:
+    void count() { steps.store(steps.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed); }
+
+    std::atomic<std::uint32_t>& steps;
 };
 
 /// A socket whose record cannot be locked has closed its native socket all the same.
@@ -80,6 +114,7 @@ bool SocketListener::start(std::string& error) {
         return false;
     }
     const auto socket = std::make_shared<Socket>(name, ClosePolicy::DropPending);
+    socket->boundAddresses = std::make_unique<detail::BoundAddresses>();
     try {
         socket->create(protocol);
     } catch (const std::exception& failure) {
@@ -88,9 +123,15 @@ bool SocketListener::start(std::string& error) {
     }
     connectAll(*socket);
     stopRequested = false;
-    // The signals of the process are for the application's threads: one that ended a poll would end the listener.
-    const SignalBlock block;
-    thread = std::make_shared<std::thread>([this, socket] { threadFunction(socket); });
+    wakingThread = false;
+    threadEnded = false;
+    // Asynchronous signals are for the application's threads: one that interrupted a poll would end the listener.
+    const SignalMask mask(SIG_SETMASK, asynchronousSignals());
+    thread = std::make_shared<std::thread>([this, socket] {
+        threadFunction(socket);
+        announceEnd();
+    });
+    threadSocket = socket;
     return true;
 }
 
@@ -112,6 +153,7 @@ bool SocketListener::stop(std::string& error) {
     }
     bool joined = true;
     stopRequested = true;
+    awaitEnd();
     try {
         thread->join();
     } catch (const std::exception& failure) {
@@ -119,8 +161,61 @@ bool SocketListener::stop(std::string& error) {
         joined = false;
     }
     thread.reset();
+    threadSocket.reset();
     stopRequested = false;
     return joined;
+}
+
+void SocketListener::announceEnd() {
+    threadEnded = true;
+    try {
+        // Once it has the lock, a `stop` that has looked too early waits to be notified.
+        const std::lock_guard<std::mutex> lock(endMutex);
+    } catch (const std::exception&) {
+        // Without the lock, `stop` may miss the notification and look again later.
+    }
+    threadEnd.notify_all();
+}
+
+void SocketListener::awaitEnd() {
+    if (thread->get_id() == std::this_thread::get_id()) {
+        return; // the join refuses to wait for the calling thread
+    }
+    try {
+        watchThread();
+    } catch (const std::exception&) {
+        // Without the lock, the join waits for as long as the thread needs.
+    }
+}
+
+/// Waits until the thread has ended, and wakes it if it stays in a receive. A frame without ZeroMQ's delimiter makes a
+/// poll report input, but the receive discards it and blocks until the next request.
+void SocketListener::watchThread() {
+    detail::WakeUpCall call;
+    std::unique_lock<std::mutex> lock(endMutex);
+    std::uint32_t before = receiveSteps;
+    while (!threadEnd.wait_for(lock, lookInterval, [this] { return threadEnded.load(); })) {
+        const std::uint32_t now = receiveSteps;
+        if (now == before && now % 2 == 1) {
+            wake(call);
+        }
+        before = now;
+    }
+}
+
+/// Best effort: the next look tries again.
+void SocketListener::wake(detail::WakeUpCall& call) {
+    const std::shared_ptr<Socket> socket = threadSocket.lock();
+    if (!socket || protocol != Protocol::Rep) {
+        return;
+    }
+    wakingThread = true;
+    try {
+        const std::lock_guard<std::mutex> lock(socket->connectionMutex);
+        call.send(*socket->boundAddresses);
+    } catch (const std::exception&) {
+        // A lock or memory may be available again at the next look.
+    }
 }
 
 std::string SocketListener::makeErrorString(const std::string& message) const {
@@ -164,13 +259,22 @@ void SocketListener::serveUntilStopped(const std::shared_ptr<Socket>& socket) {
 bool SocketListener::serve(const std::shared_ptr<Socket>& socket) {
     const std::shared_ptr<google::protobuf::Message> message = createMessage();
     try {
-        socket->receiveProtoBuf(message.get(), messageBufferSize);
+        receive(*socket, message.get());
+        const SignalMask mask(SIG_UNBLOCK, profilingSignal());
         handleMessage(message.get(), socket);
     } catch (const std::exception& failure) {
+        if (wakingThread && detail::WakeUpCall::isIn(socket->receiveBuffer.get(), socket->receiveBufferSize)) {
+            return true;
+        }
         logFailure("Failed handling received message: ", failure.what());
     }
     std::string error;
     return protocol != Protocol::Rep || socket->abandonUnansweredRequest(error);
+}
+
+void SocketListener::receive(Socket& socket, google::protobuf::Message* message) {
+    const InStep step(receiveSteps);
+    socket.receiveProtoBuf(message, messageBufferSize);
 }
 
 } // namespace rk::socket::utils

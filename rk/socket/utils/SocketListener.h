@@ -1,4 +1,5 @@
 #pragma once
+#pragma GCC system_header // users are not warned that the base's destructor is not virtual
 
 #include <rk/Export.h>
 #include <rk/socket/Protocol.h>
@@ -6,9 +7,11 @@
 #include <rk/utils/MessageFormatter.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -18,6 +21,10 @@ class Message;
 
 namespace rk::socket {
 class Socket;
+}
+
+namespace rk::socket::detail {
+class WakeUpCall;
 }
 
 namespace rk::socket::utils {
@@ -38,10 +45,14 @@ namespace rk::socket::utils {
 ///
 /// Threads: `start`, `stop`, `addListenEndpoint` and the destructor are called from one controlling thread at a time,
 /// and never from the handlers: that ends the process. `createMessage` and `handleMessage` run on the listener's
-/// thread, which blocks all signals; threads and processes that a handler starts inherit that. A derived class stops
-/// the listener in its own destructor, so that no handler runs on an object that is half gone. An exception that is not
-/// a `std::exception` ends the process. A handler must not call `exit`, which would wait for the handler's own socket
-/// for ever.
+/// thread. A derived class stops the listener in its own destructor, so that no handler runs on an object that is half
+/// gone. An exception that is not a `std::exception` ends the process. A handler must not call `exit`, which would wait
+/// for the handler's own socket for ever.
+///
+/// Signals: the thread blocks every signal except SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP and SIGSYS, so that crash
+/// handlers run for a fault in a handler. `handleMessage` runs with SIGPROF unblocked, so that profilers see it. A
+/// handler's call of ZeroMQ can then fail with "Interrupted system call". Threads and processes that a handler starts
+/// inherit the mask.
 ///
 /// The operations return whether they succeeded. If not, `error` is the reason, behind `makeErrorString`'s header;
 /// these texts are not logged.
@@ -56,10 +67,15 @@ public:
     SocketListener(const SocketListener&) = delete;
     SocketListener& operator=(const SocketListener&) = delete;
 
-    /// Ends the thread, waits for it and closes its socket: at most the rest of one poll (a second), of the handler at
-    /// work and of the rebuild that may follow (two seconds). A stranger's request without 0MQ's envelope is input that
-    /// cannot be received: the thread then waits for the next request, and so does `stop`. True also when nothing was
-    /// running. Clears `error` first. A thread that cannot be joined ends the process.
+    /// Ends the thread, waits for it and closes its socket. Returns true also when nothing was running. Clears `error`
+    /// first.
+    ///
+    /// Blocks at most for the rest of one poll (a second), of the handler at work and of the rebuild that may follow
+    /// (two seconds). A peer's frame without ZeroMQ's delimiter blocks the thread in a receive. `stop` then wakes the
+    /// thread with a request to one of its addresses, which no handler sees. While the process has no socket or
+    /// descriptor left for that, `stop` tries again every 50 milliseconds.
+    ///
+    /// A thread that cannot be joined ends the process.
     virtual bool stop(std::string& error);
 
     /// Opens a socket, connects it to every endpoint listed and starts the thread; blocks as `Socket::connect` does.
@@ -102,6 +118,11 @@ private:
     RK_SOCKET_NO_EXPORT void connectAll(Socket& socket) const;
     RK_SOCKET_NO_EXPORT void serveUntilStopped(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT bool serve(const std::shared_ptr<Socket>& socket);
+    RK_SOCKET_NO_EXPORT void receive(Socket& socket, google::protobuf::Message* message);
+    RK_SOCKET_NO_EXPORT void announceEnd();
+    RK_SOCKET_NO_EXPORT void awaitEnd();
+    RK_SOCKET_NO_EXPORT void watchThread();
+    RK_SOCKET_NO_EXPORT void wake(detail::WakeUpCall& call);
 
     Protocol::Protocol protocol;
     std::list<SocketEndpoint> endpoints;
@@ -110,6 +131,12 @@ private:
     std::uint32_t messageBufferSize = 131072;
     std::atomic<bool> stopRequested{false};
     std::shared_ptr<std::thread> thread;
+    std::weak_ptr<Socket> threadSocket;
+    std::mutex endMutex;
+    std::condition_variable threadEnd;
+    std::atomic<bool> threadEnded{false};
+    std::atomic<std::uint32_t> receiveSteps{0}; ///< odd while the thread is in a receive
+    std::atomic<bool> wakingThread{false};
 };
 
 } // namespace rk::socket::utils

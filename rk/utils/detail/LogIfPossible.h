@@ -1,7 +1,5 @@
 #pragma once
 
-#include <exception>
-
 namespace rk::utils::detail {
 
 /// Logs what `makeText` makes, by one of the logging calls. A line for whose text there is no memory is dropped: this is
@@ -10,7 +8,7 @@ template <class Log, class MakeText>
 void logIfPossible(Log& log, const MakeText& makeText) noexcept {
     try {
         log(makeText());
-    } catch (const std::exception&) {
+    } catch (...) {
         // A line that cannot be made has nobody to be reported to.
     }
 }

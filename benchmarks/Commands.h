@@ -1,0 +1,12 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace rk::benchmarks {
+
+void addComparison(CLI::App& program);
+void addGrowth(CLI::App& program);
+void addRepair(CLI::App& program);
+void addCap(CLI::App& program);
+
+} // namespace rk::benchmarks

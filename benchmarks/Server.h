@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Peer.h"
+
+#include <sys/types.h>
+#include <thread>
+
+namespace rk::benchmarks {
+
+/// The other side of a cell: a process, or a thread where the transport does not leave the process.
+class Server {
+public:
+    Server(const Peer& peer, const End& end);
+
+    /// Waits for the end, which the client has asked for.
+    ~Server();
+
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    Control control() const { return Control(ends[0]); }
+
+    /// For the program when it is started to be a server.
+    static void serveAsProcess(const Peer& peer, const End& end);
+
+private:
+    void startProcess(const Peer& peer, const End& end);
+
+    int ends[2] = {-1, -1};
+    pid_t process = 0;
+    std::thread thread;
+};
+
+} // namespace rk::benchmarks

@@ -1,0 +1,151 @@
+#include "Commands.h"
+#include "Measuring.h"
+#include "Peer.h"
+#include "Server.h"
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <unistd.h>
+
+// Every peer does the same work, cell by cell. Within a cell the peers take turns, in another order each round, so that
+// whatever else the machine does strikes them alike.
+
+namespace rk::benchmarks {
+
+namespace {
+
+struct Options {
+    int episodes = 0;
+    int rounds = 0;
+    double milliseconds = 0;
+    std::vector<std::string> cells;
+};
+
+std::vector<Cell> allCells() {
+    std::vector<Cell> cells;
+    for (const char* const pattern : {"request-reply", "publish-subscribe"}) {
+        for (const char* const transport : {"inproc", "ipc", "tcp"}) {
+            for (const std::size_t size : {16U, 256U, 4096U, 65536U, 1048576U}) {
+                cells.push_back({pattern, transport, "raw", size});
+            }
+            for (const std::size_t size : {64U, 4096U}) {
+                cells.push_back({pattern, transport, "protobuf", size});
+            }
+        }
+    }
+    return cells;
+}
+
+struct Contestant {
+    Contestant(const Peer& who, const Cell& cell)
+        : peer(who),
+          url(freshUrl(cell.transport)),
+          server(who, {cell, url, false}),
+          client(who.connect({cell, url, true}, server.control())) {}
+    ~Contestant() { client->end(); }
+
+    const Peer& peer;
+    const std::string url;
+    // Left in the opposite order: the client's connection ends before the server is waited for.
+    Server server;
+    std::unique_ptr<Client> client;
+};
+
+/// The work on the messages alone: what no peer can do without.
+double serialiseOnly(const Cell& cell, int count) {
+    const Payload payload = Payload::of(cell);
+    Reading received;
+    std::vector<char> buffer(bufferSize(cell));
+    const int messages = cell.requests() ? 2 * count : count;
+    const Stopwatch watch;
+    for (int i = 0; i < messages; ++i) {
+        const auto length = static_cast<int>(payload.message.ByteSizeLong());
+        require(payload.message.SerializeToArray(buffer.data(), length) &&
+                    received.ParseFromArray(buffer.data(), length),
+                "serialising");
+    }
+    return watch.nanoseconds() / count;
+}
+
+/// How many exchanges fill the time, within what every peer's queue holds.
+int exchangesFor(double milliseconds, Client& plain, const Cell& cell) {
+    constexpr int trial = 20;
+    plain.exchange(trial);
+    const Stopwatch watch;
+    plain.exchange(trial);
+    const double each = watch.nanoseconds() / trial;
+    const double most =
+        cell.requests() ? 100000.0 : std::min(4000.0, 64.0 * 1048576.0 / static_cast<double>(cell.size));
+    return static_cast<int>(std::clamp(milliseconds * 1e6 / each, 10.0, most));
+}
+
+void compareIn(const Cell& cell, int episode, const Options& options) {
+    // A peer that loses messages must not block the rest.
+    ::alarm(300);
+    std::vector<std::unique_ptr<Contestant>> contestants;
+    for (const Peer& peer : peers()) {
+        if (peer.transports.count(cell.transport) != 0) {
+            contestants.push_back(std::make_unique<Contestant>(peer, cell));
+            contestants.back()->client->meet();
+        }
+    }
+    const int count = exchangesFor(options.milliseconds, *contestants.front()->client, cell);
+    std::mt19937 random(static_cast<unsigned int>(episode));
+    for (int round = 0; round < options.rounds; ++round) {
+        const auto report = [&](const std::string& peer, double nanoseconds) {
+            write({{"cell", cell.text()}, {"peer", peer}},
+                  {{"episode", episode}, {"round", round}, {"count", count}, {"nanoseconds", nanoseconds}});
+        };
+        std::shuffle(contestants.begin(), contestants.end(), random);
+        for (const std::unique_ptr<Contestant>& contestant : contestants) {
+            const Stopwatch watch;
+            contestant->client->exchange(count);
+            report(contestant->peer.name, watch.nanoseconds() / count);
+        }
+        if (!cell.raw()) {
+            report("serialise only", serialiseOnly(cell, count));
+        }
+    }
+}
+
+void compare(const Options& options) {
+    // Where the two sides run decides more than what they do.
+    pinToCore(0);
+    for (const Peer& peer : peers()) {
+        write({{"peer", peer.name}, {"version", peer.version}}, {});
+    }
+    std::vector<Cell> cells;
+    std::transform(options.cells.begin(), options.cells.end(), std::back_inserter(cells), Cell::parse);
+    for (int episode = 0; episode < options.episodes; ++episode) {
+        for (const Cell& cell : cells.empty() ? allCells() : cells) {
+            compareIn(cell, episode, options);
+        }
+    }
+}
+
+void serve(const std::string& name, const std::string& cell, const std::string& url) {
+    const auto found =
+        std::find_if(peers().begin(), peers().end(), [&](const Peer& peer) { return peer.name == name; });
+    require(found != peers().end(), name.c_str());
+    Server::serveAsProcess(*found, {Cell::parse(cell), url, false});
+}
+
+} // namespace
+
+void addComparison(CLI::App& program) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = program.add_subcommand("compare", "Let every peer do the same work");
+    command->add_option("EPISODES", options->episodes, "in each, all connections are new")->required();
+    command->add_option("ROUNDS", options->rounds, "of each cell in an episode")->required();
+    command->add_option("MILLISECONDS", options->milliseconds, "that a round of plain 0MQ takes, about")->required();
+    command->add_option("CELL", options->cells, "such as \"request-reply tcp raw 4096\"; all if there is none");
+    command->callback([options] { compare(*options); });
+
+    const auto arguments = std::make_shared<std::vector<std::string>>();
+    CLI::App* const server = program.add_subcommand("serve", "Be the server of PEER in CELL at URL, for `compare`");
+    server->add_option("PEER CELL URL", *arguments)->expected(3)->required();
+    server->callback([arguments] { serve((*arguments)[0], (*arguments)[1], (*arguments)[2]); });
+}
+
+} // namespace rk::benchmarks

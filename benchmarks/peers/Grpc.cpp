@@ -1,0 +1,111 @@
+#include "Measuring.h"
+#include "Peer.h"
+
+#include <chrono>
+#include <grpcpp/grpcpp.h>
+#include <messages.grpc.pb.h>
+#include <stdexcept>
+
+namespace rk::benchmarks {
+
+namespace {
+
+void check(const grpc::Status& status) {
+    if (!status.ok()) {
+        throw std::runtime_error("gRPC: " + status.error_message());
+    }
+}
+
+std::string targetOf(const End& end) {
+    const std::string address = end.url.substr(end.url.find("//") + 2);
+    return end.cell.transport == "tcp" ? address : "unix:" + address;
+}
+
+class ExchangeService final : public Exchange::Service {
+public:
+    explicit ExchangeService(const Cell& cell) : payload(Payload::of(cell)) {}
+
+    grpc::Status Echo(grpc::ServerContext*, const Reading*, Reading* reply) override {
+        *reply = payload.message;
+        return grpc::Status::OK;
+    }
+
+    grpc::Status Publish(grpc::ServerContext*, const Order* order, grpc::ServerWriter<Reading>* writer) override {
+        for (std::uint32_t i = 0; i < order->readings(); ++i) {
+            writer->Write(payload.message);
+        }
+        return grpc::Status::OK;
+    }
+
+private:
+    const Payload payload;
+};
+
+/// Unary calls stand for requests and replies, a server's stream for publishing.
+class GrpcClient final : public Client {
+public:
+    GrpcClient(const End& end, const Control& wire) : cell(end.cell), control(wire), payload(Payload::of(end.cell)) {
+        grpc::ChannelArguments arguments;
+        arguments.SetMaxReceiveMessageSize(-1);
+        channel = grpc::CreateCustomChannel(targetOf(end), grpc::InsecureChannelCredentials(), arguments);
+        stub = Exchange::NewStub(channel);
+    }
+
+    void meet() override {
+        require(channel->WaitForConnected(std::chrono::system_clock::now() + std::chrono::seconds(20)), "gRPC");
+        exchange(1);
+    }
+
+    void exchange(int count) override {
+        if (!cell.requests()) {
+            subscribe(count);
+            return;
+        }
+        for (int i = 0; i < count; ++i) {
+            grpc::ClientContext context;
+            check(stub->Echo(&context, payload.message, &received));
+        }
+    }
+
+    void end() override { control.order(0); }
+
+private:
+    void subscribe(int count) {
+        grpc::ClientContext context;
+        Order order;
+        order.set_readings(static_cast<std::uint32_t>(count));
+        const auto reader = stub->Publish(&context, order);
+        while (reader->Read(&received)) {
+            --count;
+        }
+        check(reader->Finish());
+        require(count == 0, "gRPC, whose readings are missing,");
+    }
+
+    const Cell cell;
+    const Control control;
+    const Payload payload;
+    Reading received;
+    std::shared_ptr<grpc::Channel> channel;
+    std::unique_ptr<Exchange::Stub> stub;
+};
+
+void serve(const End& end, const Control& control) {
+    ExchangeService service(end.cell);
+    grpc::ServerBuilder builder;
+    builder.SetMaxReceiveMessageSize(-1);
+    builder.AddListeningPort(targetOf(end), grpc::InsecureServerCredentials());
+    builder.RegisterService(&service);
+    const std::unique_ptr<grpc::Server> server = builder.BuildAndStart();
+    while (control.awaitOrder() != 0) {
+    }
+    server->Shutdown(std::chrono::system_clock::now());
+}
+
+const bool added = add({"gRPC", grpc::Version(), {"ipc", "tcp"}, serve, [](const End& end, const Control& control) {
+                            return std::make_unique<GrpcClient>(end, control);
+                        }});
+
+} // namespace
+
+} // namespace rk::benchmarks

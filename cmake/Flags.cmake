@@ -1,0 +1,28 @@
+include(CheckCXXCompilerFlag)
+include(CheckLinkerFlag)
+
+# Sets `result` to those of the flags that the compiler knows.
+function(rk_known_compile_options result)
+  set(known "")
+  foreach(flag IN LISTS ARGN)
+    string(MAKE_C_IDENTIFIER "RK_SOCKET_HAS${flag}" is_known)
+    check_cxx_compiler_flag(${flag} ${is_known})
+    if(${is_known})
+      list(APPEND known ${flag})
+    endif()
+  endforeach()
+  set(${result} ${known} PARENT_SCOPE)
+endfunction()
+
+# Sets `result` to those of the flags that the linker knows.
+function(rk_known_link_options result)
+  set(known "")
+  foreach(flag IN LISTS ARGN)
+    string(MAKE_C_IDENTIFIER "RK_SOCKET_HAS${flag}" is_known)
+    check_linker_flag(CXX ${flag} ${is_known})
+    if(${is_known})
+      list(APPEND known ${flag})
+    endif()
+  endforeach()
+  set(${result} ${known} PARENT_SCOPE)
+endfunction()

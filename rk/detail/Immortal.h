@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <new>
+
+namespace rk::detail {
+
+/// Holds an object that is never destroyed.
+///
+/// A static `Immortal` serves static destructors and threads that run until the process is gone. The object lies in
+/// static storage, because sockets must be closable when the heap is exhausted.
+template <class T>
+class Immortal {
+public:
+    Immortal() : object(::new(static_cast<void*>(storage)) T) {}
+    Immortal(const Immortal&) = delete;
+    Immortal& operator=(const Immortal&) = delete;
+
+    T& operator*() const { return *object; }
+
+private:
+    alignas(T) std::byte storage[sizeof(T)];
+    T* object;
+};
+
+} // namespace rk::detail

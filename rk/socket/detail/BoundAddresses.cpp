@@ -1,0 +1,73 @@
+#include <rk/socket/detail/BoundAddresses.h>
+
+#include <zmq.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace rk::socket::detail {
+
+namespace {
+
+bool isChosenBySystem(const SocketEndpoint& endpoint) {
+    return (endpoint.transport == Transport::Tcp && endpoint.port == 0) ||
+           (endpoint.transport == Transport::Ipc && endpoint.address == "*");
+}
+
+bool isFile(const SocketEndpoint& endpoint) {
+    return endpoint.transport == Transport::Ipc && endpoint.address[0] != '@';
+}
+
+/// Where `socket` was bound last. `endpoint` itself, which leads nowhere, if ZeroMQ does not tell.
+SocketEndpoint lastEndpointOf(void* socket, const SocketEndpoint& endpoint) {
+    char text[256];
+    std::size_t size = sizeof text;
+    return zmq_getsockopt(socket, ZMQ_LAST_ENDPOINT, text, &size) < 0 ? endpoint : SocketEndpoint::FromString(text);
+}
+
+} // namespace
+
+BoundAddresses::FileReference::FileReference(const std::string& path) {
+#ifdef O_PATH
+    descriptor = open(path.c_str(), O_PATH | O_CLOEXEC);
+#else
+    static_cast<void>(path);
+#endif
+}
+
+BoundAddresses::FileReference::~FileReference() {
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+}
+
+std::string BoundAddresses::FileReference::pathOr(const std::string& path) const {
+    return descriptor < 0 ? path : "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+BoundAddresses::Address::Address(const SocketEndpoint& bound)
+    : endpoint(bound), file(isFile(bound) ? FileReference(bound.address) : FileReference()) {}
+
+void BoundAddresses::add(void* socket, const SocketEndpoint& endpoint) {
+    addresses.emplace_back(isChosenBySystem(endpoint) ? lastEndpointOf(socket, endpoint) : endpoint);
+}
+
+void BoundAddresses::clear() noexcept {
+    addresses.clear();
+}
+
+bool BoundAddresses::connect(void* socket) const {
+    bool connected = false;
+    for (const Address& address : addresses) {
+        SocketEndpoint target = address.endpoint;
+        if (target.transport == Transport::Tcp) {
+            target.address = "127.0.0.1"; // a tcp socket listens on all interfaces
+        } else {
+            target.address = address.file.pathOr(target.address);
+        }
+        connected = zmq_connect(socket, target.toString(Protocol::Req).c_str()) == 0 || connected;
+    }
+    return connected;
+}
+
+} // namespace rk::socket::detail

@@ -1,0 +1,56 @@
+#include <rk/socket/SocketContext.h>
+#include <rk/socket/detail/BoundAddresses.h>
+#include <rk/socket/detail/WakeUpCall.h>
+
+#include <zmq.h>
+
+#include <string_view>
+
+namespace rk::socket::detail {
+
+namespace {
+
+// An empty request would be mistaken for a client's. To protobuf, "rk" announces a field longer than all of this.
+constexpr std::string_view text = "rk::socket::detail::WakeUpCall";
+
+} // namespace
+
+bool WakeUpCall::isIn(const char* buffer, std::size_t size) {
+    return std::string_view(buffer, size).substr(0, text.size()) == text;
+}
+
+WakeUpCall::~WakeUpCall() {
+    close();
+}
+
+void WakeUpCall::send(const BoundAddresses& addresses) {
+    if (sent) {
+        return;
+    }
+    if (socket == nullptr) {
+        open(addresses);
+    }
+    sent = zmq_send(socket, text.data(), text.size(), ZMQ_DONTWAIT) >= 0;
+}
+
+/// Connects a new socket. This is the place for options that a connection to a listener needs.
+void WakeUpCall::open(const BoundAddresses& addresses) {
+    socket = getSocket(Protocol::Req);
+    const int none = 0;
+    zmq_setsockopt(socket, ZMQ_LINGER, &none, sizeof none);
+    // Without this, the request would wait for the first address even if only the second can be reached.
+    const int connectedOnly = 1;
+    zmq_setsockopt(socket, ZMQ_IMMEDIATE, &connectedOnly, sizeof connectedOnly);
+    if (!addresses.connect(socket)) {
+        close();
+    }
+}
+
+void WakeUpCall::close() noexcept {
+    if (socket != nullptr) {
+        zmq_close(socket);
+        socket = nullptr;
+    }
+}
+
+} // namespace rk::socket::detail

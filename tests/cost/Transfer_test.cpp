@@ -1,0 +1,266 @@
+#include "support/Allocations.h"
+#include "support/Errors.h"
+#include "support/FakeMessage.h"
+#include "support/Feed.h"
+#include "support/Texts.h"
+#include "support/interpose/Interpose.h"
+#include "support/messages.pb.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+/// Never destroyed: the library logs until the process is gone.
+std::vector<std::string>& debugLines() {
+    static auto* const lines = std::make_unique<std::vector<std::string>>().release();
+    return *lines;
+}
+
+class TransferAllocates : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!seesAllocations()) {
+            GTEST_SKIP() << "a tool has replaced operator new";
+        }
+        text.set_text(std::string(98, 'x'));
+        bytes = text.SerializeAsString();
+        debugLines().clear();
+    }
+
+    /// Sends the message and receives it again.
+    void pass(unsigned int size) {
+        feed.publisher.sendProtoBuf(&text);
+        feed.subscriber.receiveProtoBuf(&received, size);
+    }
+
+    void count(int blocks) {
+        for (int block = 0; block < blocks; ++block) {
+            feed.publisher.addBlockToStatistics(10);
+        }
+    }
+
+    Feed feed;
+    Text text;
+    Text received;
+    std::string bytes;
+};
+
+class WithoutMemory : public TransferAllocates {};
+
+} // namespace
+
+TEST_F(TransferAllocates, NothingForABlockThatIsSent) {
+    const Allocations made = allocationsOf([&] { feed.publisher.send(bytes.data(), bytes.size()); });
+
+    EXPECT_THAT(made.all, IsEmpty());
+}
+
+TEST_F(TransferAllocates, NothingForABlockThatIsReceived) {
+    char buffer[256];
+    feed.publisher.send(bytes.data(), bytes.size());
+
+    const Allocations made = allocationsOf([&] { feed.subscriber.receive(buffer, sizeof buffer); });
+
+    EXPECT_THAT(made.all, IsEmpty());
+}
+
+TEST_F(TransferAllocates, OneBufferOfTheExactSizeForEachMessageThatIsSent) {
+    const Allocations made = allocationsOf([&] {
+        feed.publisher.sendProtoBuf(&text);
+        feed.publisher.sendProtoBuf(&text);
+    });
+
+    EXPECT_THAT(made.all, ElementsAre(100, 100));
+    EXPECT_THAT(made.arrays, ElementsAre(100, 100));
+    EXPECT_THAT(made.arraysAlive, IsEmpty());
+}
+
+TEST_F(TransferAllocates, ABufferOfNoBytesForAnEmptyMessage) {
+    Text empty;
+
+    const Allocations made = allocationsOf([&] { feed.publisher.sendProtoBuf(&empty); });
+
+    EXPECT_THAT(made.all, ElementsAre(0));
+    EXPECT_THAT(made.arraysAlive, IsEmpty());
+}
+
+TEST_F(TransferAllocates, ABufferThatIsReleasedWhenSendThrows) {
+    feed.publisher.close();
+
+    const Allocations made = allocationsOf([&] {
+        EXPECT_EQ("Socket: Cannot send on a NULL socket", textThrownBy([&] { feed.publisher.sendProtoBuf(&text); }));
+    });
+
+    EXPECT_THAT(made.arrays, ElementsAre(100));
+    EXPECT_THAT(made.arraysAlive, IsEmpty());
+}
+
+TEST_F(TransferAllocates, ABufferThatIsReleasedWhenTheMessageHasChanged) {
+    FakeMessage message(10, 9);
+
+    const Allocations made = allocationsOf([&] { EXPECT_ANY_THROW(feed.publisher.sendProtoBuf(&message)); });
+
+    EXPECT_THAT(made.arrays, ElementsAre(10));
+    EXPECT_THAT(made.arraysAlive, IsEmpty());
+}
+
+TEST_F(TransferAllocates, NoBufferForAMessageThatIsRefused) {
+    FakeMessage tooLong(2147483648U, 0);
+    Command incomplete;
+
+    const Allocations made = allocationsOf([&] {
+        textThrownBy([&] { feed.publisher.sendProtoBuf(nullptr); });
+        textThrownBy([&] { feed.publisher.sendProtoBuf(&tooLong); });
+        textThrownBy([&] { feed.publisher.sendProtoBuf(&incomplete); });
+    });
+
+    EXPECT_THAT(made.arrays, IsEmpty());
+}
+
+TEST_F(TransferAllocates, OneReceiveBufferForTheFirstMessageAndNoneForTheNext) {
+    received = text;
+
+    const Allocations made = allocationsOf([&] {
+        pass(1000);
+        pass(1000);
+        pass(1);
+    });
+
+    EXPECT_THAT(made.all, ElementsAre(100, 1000, 100, 100));
+    EXPECT_THAT(made.arraysAlive, ElementsAre(1000));
+}
+
+TEST_F(TransferAllocates, ALargerReceiveBufferInTheOldOnesPlace) {
+    const Allocations made = allocationsOf([&] {
+        pass(1000);
+        pass(2000);
+    });
+
+    EXPECT_THAT(made.arrays, ElementsAre(100, 1000, 100, 2000));
+    EXPECT_THAT(made.arraysAlive, ElementsAre(2000));
+}
+
+TEST_F(TransferAllocates, AReceiveBufferThatCloseKeeps) {
+    Socket socket("updates", ClosePolicy::DropPending);
+
+    const Allocations made = allocationsOf([&] {
+        textThrownBy([&] { socket.receiveProtoBuf(&received, 1000); });
+        socket.close();
+    });
+
+    EXPECT_THAT(made.arraysAlive, ElementsAre(1000));
+}
+
+TEST_F(TransferAllocates, AReceiveBufferThatTheDestructorReleases) {
+    const Allocations made = allocationsOf([&] {
+        Socket socket("updates", ClosePolicy::DropPending);
+        textThrownBy([&] { socket.receiveProtoBuf(&received, 1000); });
+    });
+
+    EXPECT_THAT(made.arrays, ElementsAre(1000));
+    EXPECT_THAT(made.arraysAlive, IsEmpty());
+}
+
+TEST_F(TransferAllocates, NoReceiveBufferForACallThatIsRefused) {
+    const Allocations made = allocationsOf([&] {
+        textThrownBy([&] { feed.subscriber.receiveProtoBuf(nullptr, 1000); });
+        textThrownBy([&] { feed.subscriber.receiveProtoBuf(&received, 0); });
+    });
+
+    EXPECT_THAT(made.arrays, IsEmpty());
+}
+
+TEST_F(TransferAllocates, OneBufferForAllMessagesThatAreDiscarded) {
+    for (int number = 0; number < 5; ++number) {
+        feed.publisher.send(bytes.data(), bytes.size());
+    }
+
+    const Allocations made = allocationsOf([&] { feed.subscriber.flushIncomingMessages(); });
+
+    EXPECT_THAT(made.all, ElementsAre(100000));
+    EXPECT_THAT(allocationsOf([&] { feed.subscriber.flushIncomingMessages(); }).all, IsEmpty());
+}
+
+TEST_F(TransferAllocates, NothingForStatisticsButTheTextOfEveryFiftiethBlock) {
+    EXPECT_THAT(allocationsOf([&] { count(49); }).all, IsEmpty());
+    EXPECT_THAT(allocationsOf([&] { count(1); }).all, Not(IsEmpty()));
+}
+
+TEST_F(WithoutMemory, AMessageIsNotSentAndTheNextOneIs) {
+    std::string error;
+    allocationsOf([&] { EXPECT_THROW(feed.publisher.sendProtoBuf(&text), std::bad_alloc); }, 100);
+    EXPECT_EQ(socket::PollResult::Timeout, feed.subscriber.poll(0, error));
+
+    pass(1000);
+
+    EXPECT_EQ(text.text(), received.text());
+}
+
+TEST_F(WithoutMemory, TheReceiveBufferStaysAsItIs) {
+    pass(100);
+    feed.publisher.sendProtoBuf(&text);
+    allocationsOf([&] { EXPECT_THROW(feed.subscriber.receiveProtoBuf(&received, 1000), std::bad_alloc); }, 1000);
+
+    feed.subscriber.receiveProtoBuf(&received, 100);
+
+    EXPECT_EQ(text.text(), received.text());
+    text.mutable_text()->push_back('y');
+    EXPECT_EQ("[Socket feed]: Receive buffer size too small: Required: 101, Actual: 100",
+              textThrownBy([&] { pass(100); }));
+}
+
+TEST_F(WithoutMemory, ConnectClosesTheSocket) {
+    Socket socket("short", ClosePolicy::DropPending);
+    socket.create(Protocol::Req);
+    const SocketEndpoint endpoint(Transport::Inproc, "a name that is longer than a short text", 0);
+    bool isRefused = false;
+    allocationsOf(
+        [&] {
+            try {
+                socket.connect(endpoint, 0);
+            } catch (const std::bad_alloc&) {
+                isRefused = true;
+            }
+        },
+        1);
+
+    EXPECT_TRUE(isRefused);
+    EXPECT_EQ("Socket: Cannot send on a NULL socket", textThrownBy([&] { socket.sendProtoBuf(&text); }));
+}
+
+TEST_F(WithoutMemory, ALineOfStatisticsIsDroppedAndTheNextPeriodCounted) {
+    allocationsOf([&] { count(50); }, 1);
+    EXPECT_THAT(debugLines(), IsEmpty());
+
+    count(50);
+
+    EXPECT_THAT(debugLines(), ElementsAre(StartsWith("[Socket source]: Rate is ")));
+}
+
+void log(const char* level, const std::string& text, void (* /*write*/)(const std::string&)) {
+    if (level == std::string("debug")) {
+        debugLines().push_back(text);
+    }
+}
+
+} // namespace rk::tests

@@ -1,0 +1,175 @@
+#include "endurance/InputEnd.h"
+#include "endurance/TextListener.h"
+#include "endurance/crash/History.h"
+#include "support/messages.pb.h"
+
+#include <rk/socket/Socket.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <sys/prctl.h>
+#include <vector>
+
+namespace rk::tests::crash {
+
+namespace {
+
+using socket::SocketEndpoint;
+using Words = std::vector<std::string>;
+
+constexpr std::chrono::milliseconds betweenMessages{10};
+constexpr std::chrono::milliseconds betweenRequests{5};
+constexpr unsigned failsEvery = 197;
+constexpr unsigned largestReply = 1024;
+
+void send(socket::Socket& socket, const Letter& letter) {
+    Text message;
+    message.set_text(seal(letter));
+    socket.sendProtoBuf(&message);
+}
+
+void listen(socket::Protocol::Protocol protocol, const std::string& name, const Words& endpoints,
+            const TextListener::Handler& handler) {
+    TextListener listener(protocol, name, handler);
+    listener.startOn(endpoints);
+    record("ready");
+    while (!inputEndsWithin(std::chrono::hours(1))) {
+    }
+}
+
+void answer(Text& message, socket::Socket& socket) {
+    const auto letter = unseal(message.text());
+    if (!letter) {
+        record("garbled");
+        throw std::runtime_error("a request that the network has changed");
+    }
+    record((letter->fails ? "fail " : "serve ") + letter->text());
+    if (letter->fails) {
+        throw std::runtime_error("as asked");
+    }
+    socket.sendProtoBuf(&message);
+}
+
+void serve(const Words& endpoints) {
+    listen(socket::Protocol::Rep, "server", endpoints, answer);
+}
+
+void subscribe(const Words& endpoints) {
+    listen(socket::Protocol::Sub, "subscriber", endpoints, [](const Text& message, const socket::Socket& /*socket*/) {
+        const auto letter = unseal(message.text());
+        record(letter ? "got " + letter->text() : "garbled");
+    });
+}
+
+void publish(const Words& endpoints) {
+    socket::Socket publisher("publisher", socket::ClosePolicy::DropPending);
+    publisher.createAndConnect(socket::Protocol::Pub, SocketEndpoint::FromString(endpoints.at(0)), 0);
+    record("ready");
+    Letter letter{processName, 0, 1, false};
+    while (!inputEndsWithin(betweenMessages)) {
+        ++letter.number;
+        record("publish " + std::to_string(letter.number));
+        send(publisher, letter);
+    }
+}
+
+/// A client that asks one question after the other, and repeats each until its reply comes.
+class Asker {
+public:
+    Asker(const SocketEndpoint& endpoint, unsigned replyTimeout)
+        : client("client", socket::ClosePolicy::DropPending), timeout(replyTimeout) {
+        client.createAndConnect(socket::Protocol::Req, endpoint, 0);
+    }
+
+    void askOnce() {
+        record((letter.fails ? "provoke " : "ask ") + identity());
+        send(client, letter);
+        if (isAnswered()) {
+            letter = {processName, letter.number + 1, 1, (letter.number + 1) % failsEvery == 0};
+        } else {
+            // The handler fails on the first attempt alone.
+            letter.fails = false;
+            ++letter.attempt;
+        }
+    }
+
+private:
+    std::string identity() const { return std::to_string(letter.number) + " " + std::to_string(letter.attempt); }
+
+    bool isAnswered() {
+        std::string error;
+        if (client.poll(timeout, error) != socket::PollResult::Input) {
+            record("timeout " + identity());
+            return false;
+        }
+        const auto reply = receive();
+        record(reply ? "reply " + identity() + " " + reply->text() : "garbled");
+        return reply.has_value();
+    }
+
+    std::optional<Letter> receive() {
+        Text message;
+        try {
+            client.receiveProtoBuf(&message, largestReply);
+        } catch (const std::runtime_error&) {
+            return std::nullopt;
+        }
+        return unseal(message.text());
+    }
+
+    socket::Socket client;
+    const unsigned timeout;
+    Letter letter{processName, 1, 1, false};
+};
+
+void ask(const Words& arguments) {
+    Asker asker(SocketEndpoint::FromString(arguments.at(0)), static_cast<unsigned>(std::stoul(arguments.at(1))));
+    record("ready");
+    do {
+        asker.askOnce();
+    } while (!inputEndsWithin(betweenRequests));
+}
+
+/// Sends one request and closes the socket at once: its close policy has to deliver the request.
+void sendAndClose(const Words& arguments) {
+    const auto policy = static_cast<socket::ClosePolicy::ClosePolicy>(std::stoi(arguments.at(1)));
+    socket::Socket client("closer", policy);
+    client.createAndConnect(socket::Protocol::Req, SocketEndpoint::FromString(arguments.at(0)), 0);
+    record("ask 1 1");
+    send(client, {processName, 1, 1, false});
+    client.close();
+    record("closed " + std::to_string(policy));
+}
+
+const std::map<std::string, void (*)(const Words&)> roles{
+    {"server", serve}, {"publisher", publish}, {"subscriber", subscribe}, {"client", ask}, {"closer", sendAndClose}};
+
+} // namespace
+
+} // namespace rk::tests::crash
+
+int main(int argc, char** argv) {
+    using namespace rk::tests::crash;
+    if (argc < 4 || roles.count(argv[1]) == 0) {
+        std::cerr << "usage: crash_child server|publisher|subscriber NAME ENDPOINT...\n"
+                     "       crash_child client NAME ENDPOINT TIMEOUT\n"
+                     "       crash_child closer NAME ENDPOINT POLICY\n"
+                     "A process runs until its standard input ends, except for a closer.\n";
+        return 2;
+    }
+    // A process that is frozen when its run is killed would stay.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    processName = argv[2];
+    try {
+        roles.at(argv[1])({argv + 3, argv + argc});
+        return EXIT_SUCCESS;
+    } catch (const std::exception& failure) {
+        record(std::string("error ") + failure.what());
+        return EXIT_FAILURE;
+    }
+}

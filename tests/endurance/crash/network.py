@@ -1,0 +1,97 @@
+"""Two hosts of a network of their own: namespaces joined by a pair of virtual Ethernet devices. Needs root."""
+
+import subprocess
+
+from processes import Process
+
+
+class NotPossible(Exception):
+    """This machine does not permit it; the text says why."""
+
+
+def run(*command):
+    result = subprocess.run(command, capture_output=True, text=True, check=False)
+    if result.returncode != 0:
+        raise NotPossible(f"{' '.join(command)}: {result.stderr.strip()}")
+
+
+def hold_namespace():
+    """Returns a process that keeps a network namespace until its input ends."""
+    holder = Process(("unshare", "--net", "sh", "-c", "echo there; cat"), stderr=subprocess.PIPE)
+    if not holder.read_line():
+        raise NotPossible(holder.process.communicate()[1].decode().strip())
+    return holder
+
+
+class Network:
+    """Hosts "near" and "far", and a link that can be made bad."""
+
+    ADDRESS = {"near": "10.77.0.1", "far": "10.77.0.2"}
+
+    def __init__(self):
+        self.holders = {}
+        self.queued = False  # whether a discipline other than the usual one holds packets back
+        try:
+            self._make()
+        except (NotPossible, FileNotFoundError) as failure:
+            self.close()
+            raise NotPossible(str(failure)) from failure
+
+    def _make(self):
+        for host in self.ADDRESS:
+            self.holders[host] = hold_namespace()
+        far = str(self.holders["far"].pid)
+        self._run("near", "ip", "link", "add", "name", "wire", "type", "veth", "peer", "name", "wire", "netns", far)
+        for host, address in self.ADDRESS.items():
+            self._run(host, "ip", "address", "add", f"{address}/24", "dev", "wire")
+            self._run(host, "ip", "link", "set", "wire", "up")
+            self._run(host, "ip", "link", "set", "lo", "up")
+        self._run("far", "nft", "add table inet bad")
+        for hook in ("input", "output"):
+            self._run("far", "nft", f"add chain inet bad {hook} {{ type filter hook {hook} priority 0; }}")
+
+    def prefix(self, host):
+        """Returns how a command begins that is to run on the host."""
+        return ("nsenter", f"--net=/proc/{self.holders[host].pid}/ns/net")
+
+    def _run(self, host, *command):
+        run(*self.prefix(host), *command)
+
+    def _drop(self, *hooks, which=""):
+        for hook in hooks:
+            self._run("far", "nft", f"add rule inet bad {hook} {which} drop")
+
+    def _queue(self, *discipline):
+        for host in self.ADDRESS:
+            self._run(host, "tc", "qdisc", "replace", "dev", "wire", "root", *discipline)
+        self.queued = True
+
+    def cut(self):
+        self._drop("input", "output")
+
+    def cut_towards_far(self):
+        self._drop("input")
+
+    def cut_towards_near(self):
+        self._drop("output")
+
+    def lose(self):
+        self._drop("input", "output", which="numgen random mod 100 < 20")
+
+    def limit(self):
+        self._queue("tbf", "rate", "64kbit", "burst", "2kb", "latency", "200ms")
+
+    def delay(self):
+        self._queue("netem", "delay", "20ms", "10ms")
+
+    def heal(self):
+        for hook in ("input", "output"):
+            self._run("far", "nft", f"flush chain inet bad {hook}")
+        if self.queued:
+            for host in self.ADDRESS:
+                self._run(host, "tc", "qdisc", "del", "dev", "wire", "root")
+            self.queued = False
+
+    def close(self):
+        for holder in self.holders.values():
+            holder.end()

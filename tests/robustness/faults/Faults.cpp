@@ -1,0 +1,128 @@
+#include "Faults.h"
+
+#include "Sites.h"
+#include "support/Immortal.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace rk::tests {
+
+namespace {
+
+/// Of all threads. The main thread's comes first.
+std::vector<Operation*>& operations() {
+    return immortal<std::vector<Operation*>>();
+}
+std::mutex operationsMutex;
+
+/// Never destroyed: calls are made until the process is gone.
+Operation& current() {
+    thread_local Operation* const operation = [] {
+        const std::lock_guard<std::mutex> lock(operationsMutex);
+        return operations().emplace_back(std::make_unique<Operation>().release());
+    }();
+    return *operation;
+}
+
+thread_local bool unwatched = false;
+
+} // namespace
+
+Faults& Faults::instance() {
+    return immortal<Faults>();
+}
+
+Operation& Faults::operation() {
+    return current();
+}
+
+Operation Faults::takeOperationOfOthers() {
+    const std::lock_guard<std::mutex> lock(operationsMutex);
+    Operation all;
+    for (Operation* const each : operations()) {
+        if (each != &current()) {
+            all.strikes.insert(all.strikes.end(), each->strikes.begin(), each->strikes.end());
+            all.lines.insert(all.lines.end(), each->lines.begin(), each->lines.end());
+            *each = {};
+        }
+    }
+    return all;
+}
+
+bool Faults::struckOthers() {
+    const std::lock_guard<std::mutex> lock(operationsMutex);
+    return std::any_of(operations().begin(), operations().end(),
+                       [](Operation* operation) { return operation != &current() && !operation->strikes.empty(); });
+}
+
+void Faults::arm(const std::vector<Fault>& faults) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    armed = faults;
+}
+
+void Faults::disarm() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    armed.clear();
+    lasting.clear();
+}
+
+std::optional<int> Faults::due(int site, Function function, int option) {
+    if (!watching || unwatched) {
+        return std::nullopt;
+    }
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (site == Sites::unlisted) {
+        unlisted = true;
+        return std::nullopt;
+    }
+    const int nth = ++counts[site];
+    Operation& operation = current();
+    seen.push_back({site, nth, function, !operation.strikes.empty(), strikes > 0});
+    const std::optional<int> error = dueLocked(site, nth, function);
+    if (error) {
+        ++strikes;
+        operation.strikes.push_back({site, function, option, *error, operation.progress});
+    }
+    return error;
+}
+
+bool Faults::isLasting(Function function) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return lasting.count(function) != 0;
+}
+
+std::optional<int> Faults::dueLocked(int site, int nth, Function function) {
+    for (const Fault& fault : armed) {
+        if (fault.site == site && fault.nth == nth) {
+            if (fault.lasting) {
+                lasting[function] = fault.error;
+            }
+            return fault.error;
+        }
+    }
+    const auto found = lasting.find(function);
+    return found != lasting.end() ? std::optional<int>(found->second) : std::nullopt;
+}
+
+void Faults::addLine(const std::string& line) {
+    if (!unwatched) {
+        current().lines.push_back(line);
+        const std::lock_guard<std::mutex> lock(mutex);
+        everyLine.push_back(line);
+    }
+}
+
+Unwatched::Unwatched() {
+    unwatched = true;
+}
+
+Unwatched::~Unwatched() {
+    unwatched = false;
+}
+
+bool Unwatched::isOn() {
+    return unwatched;
+}
+
+} // namespace rk::tests

@@ -1,0 +1,232 @@
+#include "Ledger.h"
+
+#include "Sites.h"
+#include "support/Immortal.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+
+namespace rk::tests {
+
+namespace {
+
+enum class Life : std::uint64_t {
+    Alive = 0x616c697665616c69,
+    Dead = 0x6465616464656164
+};
+
+/// Stands before every block that `operator new` has given. The blocks of the library form a list, and are not given
+/// back to the system, so that a second release is seen for what it is.
+struct alignas(16) Header {
+    Life life;
+    std::size_t size;
+    Header* next;
+    int site;
+    bool isArray;
+    bool reachable;
+};
+
+std::atomic<Header*> newest{nullptr};
+std::atomic<int> wrongReleases{0};
+std::atomic<int> wrongForms{0};
+std::mutex ledgerMutex;
+
+char* contentOf(Header* header) {
+    return reinterpret_cast<char*>(header + 1);
+}
+
+std::size_t entriesOf(const char* folder) {
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+/// The kernel forgets a thread that has ended in its own time.
+std::size_t threadsLeft() {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    std::size_t threads = entriesOf("/proc/self/task");
+    while (threads != 1 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield();
+        threads = entriesOf("/proc/self/task");
+    }
+    return threads;
+}
+
+std::vector<Header*> aliveBlocks() {
+    std::vector<Header*> blocks;
+    for (Header* block = newest; block != nullptr; block = block->next) {
+        if (block->life == Life::Alive) {
+            block->reachable = false;
+            blocks.push_back(block);
+        }
+    }
+    std::sort(blocks.begin(), blocks.end());
+    return blocks;
+}
+
+Header* blockAround(const std::vector<Header*>& blocks, std::uintptr_t address) {
+    const auto behind =
+        std::upper_bound(blocks.begin(), blocks.end(), address, [](std::uintptr_t wanted, Header* block) {
+            return wanted < reinterpret_cast<std::uintptr_t>(block);
+        });
+    if (behind == blocks.begin()) {
+        return nullptr;
+    }
+    Header* const block = *(behind - 1);
+    const auto begin = reinterpret_cast<std::uintptr_t>(contentOf(block));
+    return address >= begin && address <= begin + block->size ? block : nullptr;
+}
+
+/// Marks what can be reached from the words in `range`.
+void mark(const std::vector<Header*>& blocks, Range range) {
+    std::vector<Range> pending{range};
+    while (!pending.empty()) {
+        const Range words = pending.back();
+        pending.pop_back();
+        for (std::uintptr_t word = words.begin; word + sizeof word <= words.end; word += sizeof word) {
+            std::uintptr_t value = 0;
+            std::memcpy(&value, reinterpret_cast<const void*>(word), sizeof value);
+            Header* const block = blockAround(blocks, value);
+            if (block != nullptr && !block->reachable) {
+                block->reachable = true;
+                const auto begin = reinterpret_cast<std::uintptr_t>(contentOf(block));
+                pending.push_back({begin, begin + block->size});
+            }
+        }
+    }
+}
+
+} // namespace
+
+Ledger& Ledger::instance() {
+    return immortal<Ledger>();
+}
+
+void* Ledger::allocate(std::size_t size, bool isArray, int site) noexcept {
+    void* const memory = std::malloc(sizeof(Header) + size);
+    if (memory == nullptr) {
+        return nullptr;
+    }
+    auto* const header = ::new (memory) Header{Life::Alive, size, nullptr, site, isArray, false};
+    if (site >= 0) {
+        header->next = newest;
+        while (!newest.compare_exchange_weak(header->next, header)) {
+        }
+    }
+    return contentOf(header);
+}
+
+void Ledger::release(void* address, bool isArray) noexcept {
+    if (address == nullptr) {
+        return;
+    }
+    Header* const header = static_cast<Header*>(address) - 1;
+    if (header->life != Life::Alive) {
+        ++wrongReleases;
+        return;
+    }
+    header->life = Life::Dead;
+    if (header->site < 0) {
+        std::free(header);
+    } else if (header->isArray != isArray) {
+        ++wrongForms;
+    }
+}
+
+void Ledger::socketOpened(void* socket) {
+    const std::lock_guard<std::mutex> lock(ledgerMutex);
+    sockets.push_back(socket);
+}
+
+void Ledger::socketClosed(void* socket) {
+    const std::lock_guard<std::mutex> lock(ledgerMutex);
+    const auto found = std::find(sockets.begin(), sockets.end(), socket);
+    if (found == sockets.end()) {
+        complain("a native socket was closed that was not open");
+    } else {
+        sockets.erase(found);
+    }
+}
+
+void Ledger::socketClosedByOthers(void* socket) {
+    const std::lock_guard<std::mutex> lock(ledgerMutex);
+    sockets.erase(std::remove(sockets.begin(), sockets.end(), socket), sockets.end());
+}
+
+std::size_t Ledger::openSockets() {
+    const std::lock_guard<std::mutex> lock(ledgerMutex);
+    return sockets.size();
+}
+
+void Ledger::contextMade(void* context) {
+    const std::lock_guard<std::mutex> lock(ledgerMutex);
+    contexts.push_back(context);
+}
+
+void Ledger::contextTerminated(void* context, bool ended) {
+    const std::lock_guard<std::mutex> lock(ledgerMutex);
+    const auto found = std::find(contexts.begin(), contexts.end(), context);
+    if (found == contexts.end()) {
+        if (context != nullptr) {
+            complain("a context was terminated that was not alive");
+        }
+    } else if (ended) {
+        contexts.erase(found);
+    }
+}
+
+void Ledger::begin() {
+    descriptors = entriesOf("/proc/self/fd");
+}
+
+std::vector<std::string> Ledger::imbalances(bool contextMayLive) {
+    if (!sockets.empty()) {
+        complain(std::to_string(sockets.size()) + " native sockets were not closed");
+    }
+    if (!contexts.empty() && !contextMayLive) {
+        complain("the context was not terminated");
+    }
+    if (contexts.empty()) {
+        if (const std::size_t now = entriesOf("/proc/self/fd"); now != descriptors) {
+            complain(std::to_string(now) + " descriptors are open instead of " + std::to_string(descriptors));
+        }
+        if (const std::size_t threads = threadsLeft(); threads != 1) {
+            complain(std::to_string(threads) + " threads run instead of 1");
+        }
+    }
+    if (wrongReleases > 0) {
+        complain("memory was released twice, or never allocated");
+    }
+    if (wrongForms > 0) {
+        complain("an array was released as if it were none, or the reverse");
+    }
+    addLeaks();
+    return complaints;
+}
+
+/// Memory is lost when nothing leads to it from what the libraries keep for as long as they are loaded.
+void Ledger::addLeaks() {
+    const std::vector<Header*> blocks = aliveBlocks();
+    for (const Range& range : Sites::instance().data()) {
+        mark(blocks, range);
+    }
+    for (const Header* block : blocks) {
+        if (!block->reachable) {
+            complain(std::to_string(block->size) + " bytes were not released, allocated at " +
+                     Sites::instance()[block->site].text());
+        }
+    }
+}
+
+void Ledger::complain(const std::string& text) {
+    complaints.push_back(text);
+}
+
+} // namespace rk::tests

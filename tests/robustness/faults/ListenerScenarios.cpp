@@ -1,0 +1,258 @@
+#include "Inject.h"
+#include "ScenarioList.h"
+#include "Steps.h"
+#include "support/Endpoints.h"
+#include "support/messages.pb.h"
+
+#include <rk/socket/utils/SocketListener.h>
+
+#include <zmq.h>
+
+#include <chrono>
+#include <future>
+#include <stdexcept>
+#include <thread>
+
+namespace rk::tests {
+
+namespace {
+
+namespace PollResult = socket::PollResult;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+using socket::Socket;
+
+/// Sends back what it is sent, but for "fail", at which its handler throws.
+class EchoListener : public socket::utils::SocketListener {
+public:
+    using SocketListener::SocketListener;
+    ~EchoListener() override {
+        std::string error;
+        stop(error);
+    }
+    std::shared_ptr<google::protobuf::Message> createMessage() override {
+        Faults::operation().progress = {};
+        return std::make_shared<Text>();
+    }
+    void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) override {
+        if (dynamic_cast<Text&>(*message).text() == "fail") {
+            throw std::runtime_error("the handler fails");
+        }
+        socket->sendProtoBuf(message);
+    }
+};
+
+using ListenerPointer = std::shared_ptr<std::unique_ptr<EchoListener>>;
+
+struct Service {
+    PartyPointer party;
+    ListenerPointer listener;
+    socket::SocketEndpoint endpoint;
+};
+
+void orReported(bool succeeded, const std::string& error) {
+    if (!succeeded) {
+        throw Reported{error};
+    }
+}
+
+Step construct(const Service& service) {
+    return call("SocketListener", service.party, [=] {
+        if (!*service.listener) {
+            *service.listener = std::make_unique<EchoListener>(service.party->pattern, service.party->name);
+        }
+    });
+}
+
+Step addListenEndpoint(const Service& service, const std::string& endpoint) {
+    return call("addListenEndpoint", service.party, [=] {
+        std::string error;
+        orReported((*service.listener)->addListenEndpoint(endpoint, error), error);
+    });
+}
+
+Step start(const Service& service) {
+    Step step = call("start", service.party, [=] {
+        std::string error;
+        orReported((*service.listener)->start(error), error);
+    });
+    step.debug = linesOfConnect(*service.party, service.endpoint);
+    step.endpoint = service.endpoint.toString(Protocol::Undef);
+    return step;
+}
+
+Step stop(const Service& service) {
+    Step step = call("stop", service.party, [=] {
+        std::string error;
+        orReported((*service.listener)->stop(error), error);
+    });
+    step.endsThread = true;
+    return step;
+}
+
+Step destroyListener(const Service& service) {
+    return call("~SocketListener", service.party, [=] { service.listener->reset(); });
+}
+
+bool isExcused() {
+    return Faults::struckOthers() || Faults::instance().listenerIsDeaf;
+}
+
+/// Whether there is a reply; when the listener's thread meets a fault, there need not be one.
+bool isAnswered(Socket& client) {
+    using Clock = std::chrono::steady_clock;
+    std::string error;
+    Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+    bool struck = false;
+    while (Clock::now() < deadline) {
+        if (client.poll(2, error) == PollResult::Input) {
+            return true;
+        }
+        if (!struck && isExcused()) {
+            struck = true;
+            deadline = Clock::now() + std::chrono::milliseconds(30);
+        }
+    }
+    require(isExcused(), "nothing is answered");
+    return false;
+}
+
+/// A request of a client that no fault meets.
+Step ask(const Service& service, const std::string& question) {
+    return call("ask", nullptr, [=] {
+        const Unwatched unwatched;
+        Socket client("the one who asks", socket::ClosePolicy::DropPending);
+        client.createAndConnect(Protocol::Req, service.endpoint, 0);
+        Text text;
+        text.set_text(question);
+        client.sendProtoBuf(&text);
+        if (question != "fail" && isAnswered(client)) {
+            Text answer;
+            client.receiveProtoBuf(&answer, 1000);
+            require(answer.text() == question, "another answer");
+        }
+    });
+}
+
+Service serviceOn(const socket::SocketEndpoint& endpoint) {
+    return {party("the one who listens", Protocol::Rep), std::make_shared<std::unique_ptr<EchoListener>>(), endpoint};
+}
+
+Step reporting(Step step, const std::string& text) {
+    step.normal.kind = Outcome::Kind::Throws;
+    step.normal.type = "result";
+    step.normal.text = "[Socket Listener rep] " + text;
+    step.debug.clear();
+    return step;
+}
+
+std::vector<Step> serve() {
+    const Service service = serviceOn(freshEndpoint(Transport::Tcp));
+    const std::string endpoint = service.endpoint.toString(Protocol::Req);
+    return {construct(service),
+            reporting(addListenEndpoint(service, "a wrong endpoint"),
+                      "Invalid endpoint: Failed deserializing a wrong endpoint: cannot extract transport"),
+            addListenEndpoint(service, endpoint),
+            start(service),
+            reporting(start(service), "Failed starting thread: another thread is already running"),
+            ask(service, "a question that is longer than a short text"),
+            stop(service),
+            destroyListener(service)};
+}
+
+/// Nothing is sent to it; but its endpoint has a long address.
+std::vector<Step> listenTo(const socket::SocketEndpoint& endpoint) {
+    const Service service = serviceOn(endpoint);
+    return {construct(service), addListenEndpoint(service, service.endpoint.toString(Protocol::Req)), start(service),
+            stop(service), destroyListener(service)};
+}
+
+/// Ends a thread that waits for `event`, on scope exit.
+class JoinAtEnd {
+public:
+    JoinAtEnd(std::thread& waiting, std::promise<void>& event) : thread(waiting), promise(event) {}
+    ~JoinAtEnd() {
+        promise.set_value();
+        thread.join();
+    }
+    JoinAtEnd(const JoinAtEnd&) = delete;
+    JoinAtEnd& operator=(const JoinAtEnd&) = delete;
+
+private:
+    std::thread& thread;
+    std::promise<void>& promise;
+};
+
+/// Sends a frame that blocks the listener's receive, and comes back when it is blocked; a listener that meets a fault
+/// need not be.
+Step sendStray(const Service& service) {
+    return call("ask", nullptr, [=] {
+        using Clock = std::chrono::steady_clock;
+        const Unwatched unwatched;
+        const unsigned int before = receivesBegun();
+        void* const context = zmq_ctx_new();
+        void* const dealer = zmq_socket(context, ZMQ_DEALER);
+        zmq_connect(dealer, service.endpoint.toString(Protocol::Req).c_str());
+        zmq_send(dealer, "x", 1, 0);
+        const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+        const Clock::time_point excuse = Clock::now() + std::chrono::milliseconds(50);
+        while (receivesBegun() == before && Clock::now() < (isExcused() ? excuse : deadline)) {
+            std::this_thread::yield();
+        }
+        const int none = 0;
+        zmq_setsockopt(dealer, ZMQ_LINGER, &none, sizeof none);
+        zmq_close(dealer);
+        zmq_ctx_term(context);
+    });
+}
+
+/// Stops a listener that is blocked. Where a fault keeps `stop` from waking it, the next request does.
+Step stopBlocked(const Service& service) {
+    Step step = stop(service);
+    step.run = [service, run = step.run] {
+        std::promise<void> stopped;
+        std::thread next([&] {
+            if (stopped.get_future().wait_for(std::chrono::milliseconds(500)) == std::future_status::timeout) {
+                const Unwatched unwatched;
+                Socket client("the next", socket::ClosePolicy::DropPending);
+                client.createAndConnect(Protocol::Req, service.endpoint, 0);
+                Text text;
+                client.sendProtoBuf(&text);
+                std::string error;
+                client.poll(1000, error);
+            }
+        });
+        const JoinAtEnd join(next, stopped);
+        run();
+    };
+    return step;
+}
+
+std::vector<Step> stopWhileBlocked() {
+    const Service service = serviceOn(freshEndpoint(Transport::Ipc));
+    return {construct(service),   addListenEndpoint(service, service.endpoint.toString(Protocol::Req)),
+            start(service),       sendStray(service),
+            stopBlocked(service), destroyListener(service)};
+}
+
+std::vector<Step> wrongListener() {
+    Service service = serviceOn(freshEndpoint(Transport::Tcp));
+    service.party = party("the one who listens", Protocol::Pub);
+    Step refused = reporting(start(service), "");
+    refused.normal.text = "[Socket Listener pub] Only Sub and Rep protocols are supported";
+    return {construct(service), refused, destroyListener(service)};
+}
+
+} // namespace
+
+std::vector<Scenario> listenerScenarios() {
+    return {
+        {"listener without messages", [] { return listenTo(freshEndpoint(Transport::Ipc)); }, false},
+        {"listener on a port that the system chooses", [] { return listenTo({Transport::Tcp, "*", 0}); }, false},
+        {"listener that is blocked", [] { return stopWhileBlocked(); }, false},
+        {"listener of no service", wrongListener, true},
+        {"listener", serve, false},
+    };
+}
+
+} // namespace rk::tests

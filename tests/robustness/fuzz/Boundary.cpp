@@ -1,0 +1,305 @@
+#include "robustness/fuzz/Boundary.h"
+
+#include "robustness/fuzz/Require.h"
+#include "support/interpose/Interpose.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sys/time.h>
+#include <utility>
+
+namespace rk::tests {
+
+namespace {
+
+/// The boundary whose operation runs on this thread.
+thread_local Boundary* watching = nullptr;
+
+/// A call that succeeds may leave any error number behind.
+constexpr int leftover = EXDEV;
+
+/// The inproc name that stands for an address: for TCP, the port alone counts. Each boundary has its own,
+/// so that no input hears another.
+std::string onInproc(const std::string& address, unsigned long boundary) {
+    const std::string suffix = " of " + std::to_string(boundary);
+    if (address.rfind("tcp://", 0) == 0) {
+        return "inproc://tcp" + address.substr(address.rfind(':')) + suffix;
+    }
+    return (address.rfind("ipc://", 0) == 0 ? "inproc://" : "") + address + suffix;
+}
+
+unsigned long countOfBoundaries = 0;
+
+} // namespace
+
+/// The library's calls, each as the boundary answers it.
+struct Calls {
+    Boundary& boundary;
+    Call& call;
+    const Real& real;
+
+    std::intptr_t answer() const {
+        switch (call.function) {
+        case Function::ZmqSocket:
+            return socket();
+        case Function::ZmqClose:
+            return close();
+        case Function::ZmqBind:
+            return bind();
+        case Function::ZmqConnect:
+            return connect();
+        case Function::ZmqSetsockopt:
+            return setOption();
+        case Function::ZmqSend:
+            return send();
+        case Function::ZmqRecv:
+            return receive();
+        case Function::ZmqPoll:
+            return poll();
+        case Function::Chmod:
+            return make(" " + std::string(call.text) + " " + std::to_string(call.number), [] { return 0; }).result;
+        case Function::Gettimeofday:
+            return readClock();
+        case Function::Usleep:
+            return pause();
+        default:
+            return real();
+        }
+    }
+
+    Event& add(const std::string& arguments) const { return boundary.add(holder() + call.name() + arguments); }
+
+    /// "#N " for an open socket, "#0 " for none. Every other handle is one that the library has closed.
+    std::string holder() const {
+        void* const socket = call.function == Function::ZmqPoll ? call.items->socket : call.object;
+        const bool hasNone = call.function == Function::ZmqSocket || call.function == Function::Gettimeofday ||
+                             call.function == Function::Chmod || call.function == Function::Usleep;
+        if (hasNone || socket == nullptr) {
+            return hasNone ? "" : "#0 ";
+        }
+        const auto found = boundary.sockets.find(socket);
+        require(found != boundary.sockets.end(), "a native socket is used that is not open");
+        return "#" + std::to_string(found->second.number) + " ";
+    }
+
+    bool faultIsDue() const {
+        const Fault& fault = boundary.current;
+        ++boundary.calls;
+        return boundary.calls >= fault.from && boundary.calls - fault.from < fault.times;
+    }
+
+    /// Notes a call and makes it, or fails.
+    template <class Action>
+    Event& make(const std::string& arguments, const Action& action) const {
+        Event& event = add(arguments);
+        const auto failure = static_cast<int>(entryOf(call.function).failure);
+        event.isInjected = faultIsDue() && boundary.current.error != 0;
+        event.result = event.isInjected ? failure : static_cast<int>(action());
+        if (event.result == failure) {
+            event.error = event.isInjected ? boundary.current.error : errno;
+        }
+        errno = event.error != 0 ? event.error : leftover;
+        return event;
+    }
+
+    std::intptr_t socket() const {
+        std::intptr_t handle = 0;
+        make(" " + std::to_string(call.number), [&] {
+            handle = real();
+            if (handle == 0) {
+                return 0;
+            }
+            boundary.sockets[reinterpret_cast<void*>(handle)] = {++boundary.socketsMade, false, {}, {}};
+            return boundary.socketsMade;
+        });
+        return handle;
+    }
+
+    /// What is not sent yet is dropped: nobody would wait for it.
+    std::intptr_t close() const {
+        Event& event = add("");
+        event.isInjected = faultIsDue() && boundary.current.error != 0;
+        const int linger = 0;
+        next<decltype(zmq_setsockopt)>("zmq_setsockopt")(call.object, ZMQ_LINGER, &linger, sizeof linger);
+        boundary.sockets.erase(call.object);
+        event.result = static_cast<int>(real());
+        errno = event.isInjected ? boundary.current.error : leftover;
+        return event.isInjected ? -1 : event.result;
+    }
+
+    std::intptr_t bind() const {
+        return make(std::string(" ") + call.text,
+                    [&] {
+                        const std::string name = onInproc(call.text, boundary.identity);
+                        call.text = name.c_str();
+                        const std::intptr_t result = real();
+                        if (result == 0) {
+                            boundary.sockets[call.object].bound.insert(name);
+                            connectWhoWaitsFor(name);
+                        }
+                        return result;
+                    })
+            .result;
+    }
+
+    std::intptr_t connect() const {
+        return make(std::string(" ") + call.text,
+                    [&] {
+                        const std::string name = onInproc(call.text, boundary.identity);
+                        if (name.rfind("inproc://", 0) != 0 || isBound(name)) {
+                            boundary.sockets[call.object].isConnected = true;
+                            call.text = name.c_str();
+                            return real();
+                        }
+                        boundary.sockets[call.object].waitsFor.insert(name);
+                        return std::intptr_t{0};
+                    })
+            .result;
+    }
+
+    bool isBound(const std::string& name) const {
+        return std::any_of(boundary.sockets.begin(), boundary.sockets.end(),
+                           [&](const auto& socket) { return socket.second.bound.count(name) != 0; });
+    }
+
+    /// 0MQ can be told to connect to an inproc name before somebody binds it. But it keeps a socket that was closed in
+    /// between until the process ends, which then ends with a race of 0MQ's own threads.
+    void connectWhoWaitsFor(const std::string& name) const {
+        for (auto& [handle, waiting] : boundary.sockets) {
+            if (waiting.waitsFor.erase(name) != 0) {
+                waiting.isConnected = true;
+                next<decltype(zmq_connect)>("zmq_connect")(handle, name.c_str());
+            }
+        }
+    }
+
+    /// libzmq 4.3.4 may crash when the length of a queue is set while a peer goes, even to a length that it refuses: a
+    /// socket in use keeps the one that it has.
+    std::intptr_t setOption() const {
+        const bool isNumber = call.data != nullptr && call.size == sizeof(int);
+        const int number = isNumber ? *static_cast<const int*>(call.data) : 0;
+        const std::string text = isNumber ? std::to_string(number) : "none";
+        return make(" " + std::to_string(call.number) + " = " + text,
+                    [&] {
+                        const bool isQueue = call.number == ZMQ_SNDHWM || call.number == ZMQ_RCVHWM;
+                        if (!isQueue || !isInUse()) {
+                            return real();
+                        }
+                        errno = EINVAL;
+                        return std::intptr_t{number < 0 ? -1 : 0};
+                    })
+            .result;
+    }
+
+    bool isInUse() const {
+        const Boundary::NativeSocket& found = boundary.sockets.at(call.object);
+        return found.isConnected || !found.bound.empty();
+    }
+
+    std::string transfer() const {
+        return " " + std::to_string(call.size) + " bytes, flags " + std::to_string(call.flags);
+    }
+
+    std::intptr_t send() const {
+        Event& event = make(transfer(), [&] {
+            hearPeers();
+            call.flags |= ZMQ_DONTWAIT;
+            const std::intptr_t result = real();
+            if (result < 0 && errno == EAGAIN) {
+                errno = EINTR;
+            }
+            return result;
+        });
+        event.bytes.assign(static_cast<const char*>(call.data), call.size);
+        if (event.result >= 0) {
+            boundary.sent.push_back(event.bytes);
+        }
+        return event.result;
+    }
+
+    /// 0MQ takes note of what peers have told a socket, of a subscription for one, when it is asked for its events.
+    void hearPeers() const {
+        int ignored = 0;
+        std::size_t length = sizeof ignored;
+        zmq_getsockopt(call.object, ZMQ_EVENTS, &ignored, &length);
+    }
+
+    std::intptr_t receive() const {
+        Event& event = make(transfer(), [&] {
+            call.flags |= ZMQ_DONTWAIT;
+            return real();
+        });
+        if (event.result >= 0) {
+            const auto length = static_cast<std::size_t>(event.result);
+            event.bytes.assign(static_cast<const char*>(call.data), std::min(call.size, length));
+            require(wasSent(event.bytes, length), "a message is received that nobody has sent");
+        }
+        return event.result;
+    }
+
+    bool wasSent(const std::string& beginning, std::size_t length) const {
+        return std::any_of(boundary.sent.begin(), boundary.sent.end(), [&](const std::string& message) {
+            return message.size() == length && message.compare(0, beginning.size(), beginning) == 0;
+        });
+    }
+
+    std::intptr_t poll() const {
+        const zmq_pollitem_t& item = *call.items;
+        require(call.size == 1 && item.fd == 0 && item.revents == 0, "another poll than of one fresh item");
+        const std::string arguments = " " + std::to_string(item.events) + ", " + std::to_string(call.number) + " ms";
+        if (boundary.current.error == 0 && faultIsDue()) {
+            Event& event = add(arguments);
+            event.isInjected = true;
+            return event.result = 1;
+        }
+        Event& event = make(arguments, [&] {
+            call.number = 0;
+            return real();
+        });
+        event.value = item.revents;
+        return event.result;
+    }
+
+    std::intptr_t readClock() const {
+        add("").value = boundary.clock;
+        *static_cast<timeval*>(call.object) = {boundary.clock / 1000000, boundary.clock % 1000000};
+        errno = leftover;
+        return 0;
+    }
+
+    std::intptr_t pause() const {
+        add(" " + std::to_string(call.number));
+        boundary.clock += call.number;
+        errno = leftover;
+        return 0;
+    }
+};
+
+Boundary::Boundary() : identity(++countOfBoundaries) {}
+
+Boundary::~Boundary() {
+    require(sockets.empty(), "a native socket is left open");
+}
+
+Boundary::Watch::Watch(Boundary& boundary) : watched(boundary) {
+    watched.events.clear();
+    watched.calls = 0;
+    watched.current = std::exchange(watched.next, {});
+    watching = &watched;
+}
+
+Boundary::Watch::~Watch() {
+    watching = nullptr;
+}
+
+std::intptr_t perform(Call& call, const Real& real) {
+    return watching != nullptr ? Calls{*watching, call, real}.answer() : real();
+}
+
+void log(const char* level, const std::string& text, void (* /*write*/)(const std::string&)) {
+    if (watching != nullptr) {
+        watching->add(std::string(level) + ": " + text);
+    }
+}
+
+} // namespace rk::tests

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "robustness/fuzz/Script.h"
+
+#include <rk/socket/Protocol.h>
+#include <rk/socket/SocketEndpoint.h>
+
+#include <google/protobuf/message.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace rk::tests {
+
+/// What a socket has to do, written down a second time: its states, whose turn it is, its counters, and the order of
+/// its calls. Its operations are those of the library's socket and end as those have to. They do nothing by themselves:
+/// they go through the script of what the library did, and take from it what 0MQ answered.
+class ModelSocket {
+public:
+    ModelSocket(const std::string& name, int closePolicy, Script& script, Addresses& addresses);
+
+    void create(socket::Protocol::Protocol pattern);
+    void close();
+    void connect(const socket::SocketEndpoint& endpoint, unsigned int receiveTimeout);
+    void createAndConnect(socket::Protocol::Protocol pattern, const socket::SocketEndpoint& endpoint,
+                          unsigned int receiveTimeout);
+    void resetConnections();
+    void send(void* data, unsigned long size);
+    void sendProtoBuf(google::protobuf::Message* message);
+    int receive(void* buffer, unsigned long size);
+    void receiveProtoBuf(google::protobuf::Message* message, unsigned int size);
+    int poll(unsigned int timeout, std::string& error);
+    void flushIncomingMessages();
+    void setInternalFifoSize(int size);
+    void activateStatistics(bool active);
+    void setTargetBitRate(unsigned int rate) { bitRate = rate; }
+    void addBlockToStatistics(unsigned int size);
+    void handleBitRateCapping(unsigned int size);
+    std::string debugString() const { return "[Socket " + name + "]"; }
+
+private:
+    enum class Turn {
+        Either, ///< of a publisher or a subscriber, which take no turns
+        Send,
+        Receive
+    };
+
+    struct Connection {
+        socket::SocketEndpoint endpoint;
+        unsigned int receiveTimeout;
+    };
+
+    const Event& call(const std::string& text) { return script.take("#" + std::to_string(native) + " " + text); }
+    bool is(socket::Protocol::Protocol pattern) const { return protocol == pattern; }
+    bool binds() const { return is(socket::Protocol::Pub) || is(socket::Protocol::Rep); }
+    std::string textOf(const socket::SocketEndpoint& endpoint) const;
+    std::string connectionPhrase() const;
+    std::string reason(int error) const;
+
+    void closeNative();
+    void attach(const socket::SocketEndpoint& endpoint, unsigned int receiveTimeout);
+    int bind(const std::string& address);
+    void setOptions(unsigned int receiveTimeout);
+    void repair();
+    Event sendOnce(const std::string& message);
+    Event receiveOnce(unsigned long size);
+    Event receiveWithRepair(unsigned long size);
+    [[noreturn]] void failTransfer(const char* operation, const char* prefix, int error) const;
+    double readClock();
+
+    const std::string name;
+    int closePolicy;
+    Script& script;
+    Addresses& addresses;
+    int native = 0;
+    socket::Protocol::Protocol protocol = socket::Protocol::Undef;
+    std::vector<Connection> connections;
+    Turn turn = Turn::Either;
+    bool countsBlocks = false;
+    std::uint32_t blocks = 0;
+    std::uint32_t bytes = 0;
+    double periodBegan = 0.0;
+    std::uint32_t bitRate = 0;
+    double lastSend = 0.0;
+    std::uint32_t bufferSize = 0;
+};
+
+} // namespace rk::tests

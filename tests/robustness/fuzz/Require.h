@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace rk::tests {
+
+/// Ends the process by a signal, which is a finding of libFuzzer and a failed test.
+[[noreturn]] inline void fail(const std::string& finding) {
+    std::fprintf(stderr, "Finding: %s\n", finding.c_str());
+    std::abort();
+}
+
+inline void require(bool holds, const char* what) {
+    if (!holds) {
+        fail(what);
+    }
+}
+
+inline void requireEqual(const std::string& expected, const std::string& actual, const char* what) {
+    if (expected != actual) {
+        fail(std::string(what) + "\n  expected: " + expected + "\n  actual:   " + actual);
+    }
+}
+
+} // namespace rk::tests

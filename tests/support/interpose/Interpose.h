@@ -1,0 +1,184 @@
+#pragma once
+
+#include <zmq.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <dlfcn.h>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+/// \file
+/// The functions that test executables put in front of those that the library calls.
+///
+/// The dynamic linker finds the executable's functions first. They do nothing by themselves: they hand each call to a
+/// policy, which the executable defines once. An executable links the parts that it needs:
+///
+/// | part | functions | policy |
+/// |---|---|---|
+/// | Zmq.cpp | 0MQ's | `perform` |
+/// | System.cpp | chmod, gettimeofday, usleep | `perform` |
+/// | Files.cpp | open | `perform` |
+/// | Threads.cpp | pthread_mutex_lock, pthread_create, pthread_join, pthread_cond_clockwait | `performOnThread` |
+/// | Clock.cpp | nanosleep, the steady clock | `pauseFor`, `steadyClock` |
+/// | Memory.cpp | operator new and delete | `allocate`, `release` |
+/// | Log.cpp | the three logging functions | `log` |
+///
+/// The policies are:
+///
+/// - journal and single faults: StandIn.cpp, ThreadFaults.cpp, SteadyClock.cpp, Allocations.cpp
+/// - inject, every fault at every call: robustness/faults/Inject.cpp
+/// - model: robustness/fuzz/Boundary.cpp
+/// - stub: cost/zmq_stub.cpp
+
+namespace rk::tests {
+
+enum class Function {
+    ZmqCtxNew,
+    ZmqTerm,
+    ZmqCtxDestroy,
+    ZmqSocket,
+    ZmqClose,
+    ZmqBind,
+    ZmqConnect,
+    ZmqSetsockopt,
+    ZmqGetsockopt,
+    ZmqSend,
+    ZmqRecv,
+    ZmqPoll,
+    Chmod,
+    Open,
+    Gettimeofday,
+    Usleep,
+    Nanosleep,
+    PthreadCondClockwait,
+    PthreadMutexLock,
+    PthreadCreate,
+    PthreadJoin,
+    OperatorNew
+};
+
+/// Instead of an error number: `zmq_poll` says that the socket is ready, with no event or with an unexpected one.
+constexpr int readyForNothing = -1;
+constexpr int readyInError = -2;
+
+struct Intercepted {
+    std::string_view name;
+    std::intptr_t failure;      ///< the result of a call that leaves its error in `errno`
+    std::array<int, 10> errors; ///< those that its manual page names; 0 ends them
+};
+
+/// In the order of `Function`.
+constexpr Intercepted intercepted[] = {
+    {"zmq_ctx_new", 0, {EMFILE, ENOMEM}},
+    {"zmq_term", -1, {EINTR, EFAULT}},
+    {"zmq_ctx_destroy", -1, {EINTR, EFAULT}},
+    {"zmq_socket", 0, {EMFILE, EINVAL, EFAULT, ETERM}},
+    {"zmq_close", -1, {ENOTSOCK}},
+    {"zmq_bind",
+     -1,
+     {EADDRINUSE, EINVAL, EPROTONOSUPPORT, ENOCOMPATPROTO, EADDRNOTAVAIL, ENODEV, ETERM, ENOTSOCK, EMTHREAD}},
+    {"zmq_connect", -1, {EINVAL, EPROTONOSUPPORT, ENOCOMPATPROTO, ETERM, ENOTSOCK, EMTHREAD}},
+    {"zmq_setsockopt", -1, {EINVAL, ETERM, ENOTSOCK, EINTR}},
+    {"zmq_getsockopt", -1, {EINVAL, ETERM, ENOTSOCK, EINTR}},
+    {"zmq_send", -1, {EFSM, EAGAIN, ENOTSUP, EINVAL, ETERM, ENOTSOCK, EINTR, EHOSTUNREACH}},
+    {"zmq_recv", -1, {EFSM, EAGAIN, ENOTSUP, ETERM, ENOTSOCK, EINTR}},
+    {"zmq_poll", -1, {EINTR, ETERM, EFAULT, readyForNothing, readyInError}},
+    {"chmod", -1, {EPERM, EACCES, EFAULT, EIO, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR, EROFS}},
+    {"open", -1, {EMFILE, EACCES, ELOOP, ENAMETOOLONG, ENFILE, ENOENT, ENOMEM, ENOTDIR}},
+    {"gettimeofday", -1, {EFAULT, EINVAL}},
+    {"usleep", -1, {EINTR, EINVAL}},
+    {"nanosleep", -1, {EINTR, EFAULT, EINVAL}},
+    {"pthread_cond_clockwait", 0, {}},
+    {"pthread_mutex_lock", 0, {EINVAL, EAGAIN, EDEADLK, ENOTRECOVERABLE}},
+    {"pthread_create", 0, {EAGAIN, EINVAL, EPERM}},
+    {"pthread_join", 0, {EDEADLK, EINVAL, ESRCH}},
+    {"operator new", 0, {ENOMEM}},
+};
+
+constexpr const Intercepted& entryOf(Function function) {
+    return intercepted[static_cast<std::size_t>(function)];
+}
+
+/// A call, with those of its arguments that the function has. A policy may change them before it goes on.
+struct Call {
+    Function function;
+    const void* caller;         ///< the address behind the call
+    void* object = nullptr;     ///< a socket or a context
+    const char* text = nullptr; ///< an address or a path
+    long number = 0;            ///< a type, an option, a mode, a timeout, a pause
+    const void* data = nullptr; ///< what is sent, received into, or set
+    std::size_t size = 0;       ///< of the data in bytes, or of the items
+    int flags = 0;
+    zmq_pollitem_t* items = nullptr;
+
+    std::string name() const { return std::string(entryOf(function).name); }
+
+    /// Leaves the error in `errno` and gives the result of a failure.
+    std::intptr_t fail(int error) const {
+        errno = error;
+        return entryOf(function).failure;
+    }
+};
+
+/// Makes a call with the arguments that it has by then. Refers to what it is made of.
+class Real {
+public:
+    template <class Action>
+    explicit Real(const Action& action)
+        : object(&action), invoke([](const void* target) { return resultOf(*static_cast<const Action*>(target)); }) {}
+
+    std::intptr_t operator()() const { return invoke(object); }
+
+private:
+    template <class Action>
+    static std::intptr_t resultOf(const Action& action) {
+        if constexpr (std::is_pointer_v<decltype(action())>) {
+            return reinterpret_cast<std::intptr_t>(action());
+        } else {
+            return action();
+        }
+    }
+
+    const void* object;
+    std::intptr_t (*invoke)(const void*);
+};
+
+/// The function of this name that the library would call without the executable's.
+template <class Signature>
+Signature* next(const char* name) {
+    return reinterpret_cast<Signature*>(dlsym(RTLD_NEXT, name));
+}
+
+/// A poll of one item that ends, with nothing ready, once `descriptor` is readable.
+inline std::intptr_t pollUnlessReadable(int descriptor, Call& call, const Real& real) {
+    zmq_pollitem_t& item = *call.items;
+    zmq_pollitem_t both[]{item, {nullptr, descriptor, ZMQ_POLLIN, 0}};
+    call.items = both;
+    call.size = 2;
+    const std::intptr_t ready = real();
+    item.revents = both[0].revents;
+    return ready > 0 ? (item.revents != 0 ? 1 : 0) : ready;
+}
+
+// The policies. Those of threads return their error.
+
+std::intptr_t perform(Call& call, const Real& real);
+std::intptr_t performOnThread(const Call& call, const Real& real);
+
+/// For the number of nanoseconds in `call`.
+std::intptr_t pauseFor(const Call& call, const Real& real);
+/// In nanoseconds, from the system's.
+std::int64_t steadyClock(std::int64_t now, const void* caller) noexcept;
+
+/// Null when there is none.
+void* allocate(std::size_t size, bool isArray, const void* caller) noexcept;
+void release(void* address, bool isArray, const void* caller) noexcept;
+
+/// `write` is the library's own function.
+void log(const char* level, const std::string& text, void (*write)(const std::string&));
+
+} // namespace rk::tests

@@ -1,0 +1,185 @@
+#include "support/Child.h"
+#include "support/Endpoints.h"
+#include "support/messages.pb.h"
+
+#include <rk/socket/Socket.h>
+#include <rk/utils/MessageFormatter.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using testing::ElementsAre;
+using testing::EndsWith;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace PollResult = socket::PollResult;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+/// What a child process writes, without the library's debug lines.
+std::vector<std::string> linesOf(const std::vector<std::string>& command) {
+    const ChildResult result = runChild(command);
+    EXPECT_EQ(0, result.status) << testing::PrintToString(result.errorLines);
+    std::vector<std::string> lines;
+    for (const std::string& line : result.errorLines) {
+        if (line.find("[debug] [SocketContext]: ") == std::string::npos &&
+            line.find("[debug] Connect") == std::string::npos) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+std::vector<std::string> linesOf(const std::string& scenario) {
+    return linesOf(std::vector<std::string>{RK_CONTRACT_CHILD, scenario});
+}
+
+/// AddressSanitizer looks for leaks at an ordinary end, and may hang if that is the end of a forked process.
+std::vector<std::string> linesWithoutLeakCheckOf(const std::string& scenario) {
+    return linesOf(
+        std::vector<std::string>{"/usr/bin/env", "LSAN_OPTIONS=detect_leaks=0", RK_CONTRACT_CHILD, scenario});
+}
+
+const std::vector<std::string> values{"rep 3", "ipc",          "tcp://*:1 SocketEndpoint tcp://node:1: here",
+                                      "equal", "[name]: text", "the end"};
+
+} // namespace
+
+TEST(ContractAfterExit, LeavesValuesAndLogLines) {
+    EXPECT_EQ(values, linesOf("late-values"));
+    EXPECT_THAT(linesOf("late-log-lines"), ElementsAre(EndsWith("[debug] a debug line"),
+                                                       EndsWith("[warning] a warning"), EndsWith("[error] an error")));
+}
+
+TEST(ContractAfterExit, LeavesSocketsClosed) {
+    const std::string refused = "Socket: Failed creating socket [Socket late] of type 1: Context was terminated on "
+                                "[Socket late]";
+    EXPECT_THAT(linesOf("late-socket"),
+                ElementsAre("null", "getSocket: done", "create: " + refused, "createAndConnect: " + refused,
+                            "connect: Socket: Cannot connect a NULL socket", "resetConnections: done",
+                            "send: Socket: Cannot send on a NULL socket",
+                            "sendProtoBuf: Socket: Cannot send on a NULL socket",
+                            "receive: Socket: Cannot receive on a NULL socket",
+                            "receiveProtoBuf: Socket: Cannot receive on a NULL socket",
+                            "poll: Socket: Cannot poll a NULL socket", "flushIncomingMessages: done",
+                            "setInternalFifoSize: done", "activateStatistics: done", "addBlockToStatistics: done",
+                            "setTargetBitRate: done", "handleBitRateCapping: done", "close: done", "[Socket late]"));
+}
+
+TEST(ContractAfterExit, LetsNoListenerStart) {
+    EXPECT_THAT(
+        linesOf("late-listener"),
+        ElementsAre("added", "removed",
+                    "[Socket Listener rep] Failed creating socket: Socket: Failed creating socket [Socket late] "
+                    "of type 3: Context was terminated on [Socket late]",
+                    "stopped", "[Socket Listener rep] text"));
+}
+
+TEST(ContractAfterFork, LeavesTheParentsSockets) {
+    const auto went = [](const char* status) {
+        return ElementsAre("answered", std::string("the child ended with ") + status, "answered");
+    };
+    EXPECT_THAT(linesOf("fork-with-sockets"), went("0"));
+    EXPECT_THAT(linesWithoutLeakCheckOf("fork-and-exit"), went("7"));
+    EXPECT_THAT(linesWithoutLeakCheckOf("fork-and-return"), went("0"));
+    EXPECT_THAT(linesOf("fork-with-a-listener"), went("0"));
+}
+
+TEST(ContractAfterFork, GivesBothAFirstSocket) {
+    EXPECT_THAT(linesOf("fork-before-the-first-socket"), ElementsAre("answered", "the child ended with 0", "answered"));
+}
+
+TEST(ContractAfterFork, LeavesValuesAndLogLines) {
+    std::vector<testing::Matcher<std::string>> expected(values.begin(), values.end());
+    for (const char* end : {"[debug] a debug line", "[warning] a warning", "[error] an error"}) {
+        expected.emplace_back(EndsWith(end));
+    }
+    expected.emplace_back("the child ended with 0");
+
+    EXPECT_THAT(linesOf("fork-and-use-values"), testing::ElementsAreArray(expected));
+}
+
+TEST(ContractAfterFork, PassesNoDescriptorOn) {
+    const std::vector<std::string> lines = linesOf("fork-and-exec");
+
+    ASSERT_EQ(4U, lines.size());
+    EXPECT_EQ(lines[0], lines[2]) << "descriptors without and with sockets in the parent";
+    EXPECT_EQ("the child ended with 0", lines[3]);
+}
+
+TEST(ContractOfThreads, SharesValues) {
+    const SocketEndpoint shared = SocketEndpoint::FromString("tcp://node:5555");
+    const rk::utils::MessageFormatter formatter("name");
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 1000; ++round) {
+                EXPECT_EQ(shared, SocketEndpoint::FromString(shared.toString(Protocol::Req)));
+                EXPECT_NE(shared, SocketEndpoint(shared.transport, shared.address, 1));
+                EXPECT_EQ("SocketEndpoint tcp://node:5555: here", shared.formatMessage("here"));
+                EXPECT_EQ("[name]: text", formatter.formatMessage("text"));
+                EXPECT_EQ(Protocol::Rep, Protocol::FromString(Protocol::ToString(Protocol::Rep)));
+                EXPECT_EQ(3, Protocol::ToNativeProtocol(Protocol::Req));
+                EXPECT_EQ(Transport::Tcp, Transport::FromString(Transport::ToString(Transport::Tcp)));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(ContractOfThreads, HandsASocketOn) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    std::unique_ptr<Socket> publisher;
+    std::unique_ptr<Socket> subscriber;
+    char byte = 'x';
+    std::string error;
+    Text text;
+    text.set_text("news");
+    const std::function<void()> steps[] = {
+        [&] { publisher = std::make_unique<Socket>("source", ClosePolicy::DropPending); },
+        [&] { subscriber = std::make_unique<Socket>("feed", ClosePolicy::DropPending); },
+        [&] { publisher->create(Protocol::Pub); },
+        [&] { publisher->setInternalFifoSize(10); },
+        [&] { publisher->connect(endpoint, 0); },
+        [&] { publisher->activateStatistics(true); },
+        [&] { publisher->setTargetBitRate(1000); },
+        [&] { publisher->addBlockToStatistics(1); },
+        [&] { publisher->handleBitRateCapping(1); },
+        [&] { subscriber->createAndConnect(Protocol::Sub, endpoint, 20000); },
+        [&] { publisher->poll(0, error); }, // takes note of the subscription
+        [&] { publisher->sendProtoBuf(&text); },
+        [&] { publisher->send(&byte, 1); },
+        [&] { publisher->send(&byte, 1); },
+        [&] { EXPECT_EQ(PollResult::Input, subscriber->poll(20000, error)); },
+        [&] { text.Clear(); },
+        [&] { subscriber->receiveProtoBuf(&text, 100); },
+        [&] { EXPECT_EQ("news", text.text()); },
+        [&] { EXPECT_EQ(1, subscriber->receive(&byte, 1)); },
+        [&] { subscriber->flushIncomingMessages(); },
+        [&] { EXPECT_EQ(PollResult::Timeout, subscriber->poll(0, error)); },
+        [&] { publisher->resetConnections(); },
+        [&] { subscriber->resetConnections(); },
+        [&] { EXPECT_EQ("[Socket feed]", subscriber->debugString()); },
+        [&] { subscriber->close(); },
+        [&] { subscriber.reset(); },
+        [&] { publisher.reset(); },
+    };
+    for (const std::function<void()>& step : steps) {
+        std::thread(step).join();
+    }
+}
+
+} // namespace rk::tests

@@ -1,0 +1,102 @@
+#include "support/Child.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+
+ChildResult exitAfter(const std::string& scenario) {
+    return runChild({RK_EXIT_CHILD, scenario});
+}
+
+/// The end of each line behind what says when and by whom it was written.
+std::vector<std::string> linesOfContext(const ChildResult& result) {
+    const std::string header = "[debug] [SocketContext]: ";
+    std::vector<std::string> lines;
+    for (const std::string& line : result.errorLines) {
+        const std::string::size_type found = line.find(header);
+        if (found != std::string::npos) {
+            lines.push_back(line.substr(found + header.size()));
+        }
+    }
+    return lines;
+}
+
+const auto theFourLines = ElementsAre("Terminating 0MQ context", "Terminating 0MQ context Done",
+                                      "Destroying 0MQ context", "Destroying 0MQ context Done");
+
+class Exit : public testing::TestWithParam<std::string> {};
+
+std::string scenarioName(const testing::TestParamInfo<std::string>& scenario) {
+    std::string name = scenario.param;
+    std::replace(name.begin(), name.end(), '-', '_');
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Exit,
+                         testing::Values("one-socket", "listeners-running", "threads-blocked", "static-listener",
+                                         "exit-from-another-thread", "late-create", "first-sockets-at-once",
+                                         "inproc-names-meet", "sockets-being-made"),
+                         scenarioName);
+
+} // namespace
+
+TEST_P(Exit, LogsFourLinesTwoHundredTimes) {
+    for (int round = 0; round < 200; ++round) {
+        const ChildResult result = exitAfter(GetParam());
+        ASSERT_TRUE(result.ended) << "round " << round;
+        ASSERT_EQ(0, result.status) << "round " << round;
+        ASSERT_THAT(linesOfContext(result), theFourLines) << "round " << round;
+    }
+}
+
+TEST(ExitOfAProcess, LogsNothingWithoutASocket) {
+    const ChildResult result = exitAfter("nothing");
+
+    EXPECT_EQ(0, result.status);
+    EXPECT_THAT(result.errorLines, ElementsAre());
+}
+
+TEST(ExitOfAProcess, LogsFourLinesAndNoMore) {
+    EXPECT_EQ(4U, exitAfter("one-socket").errorLines.size());
+}
+
+TEST(ExitOfAProcess, EndsARunningListener) {
+    const ChildResult result = exitAfter("static-listener");
+
+    EXPECT_THAT(result.errorLines,
+                testing::Contains(EndsWith("[error] [Socket Listener sub] Failed reading socket: Context terminated in "
+                                           "poll() for socket [Socket static]. Aborting listener thread.")));
+}
+
+TEST(ExitOfAProcess, RefusesALateSocket) {
+    const ChildResult result = exitAfter("late-create");
+
+    ASSERT_EQ(5U, result.errorLines.size());
+    EXPECT_EQ("Socket: Failed creating socket [Socket late] of type 4: Context was terminated on [Socket late]",
+              result.errorLines.back());
+}
+
+TEST_P(Exit, TouchesNoReleasedMemory) {
+    const std::string valgrind = RK_VALGRIND;
+    if (valgrind.empty()) {
+        GTEST_SKIP() << "valgrind runs neither what a sanitizer has instrumented nor what is emulated";
+    }
+    // Valgrind runs one thread at a time. A busy machine makes it ten times slower than it is alone.
+    const ChildResult result =
+        runChild({valgrind, "-q", "--fair-sched=yes", "--error-exitcode=9", RK_EXIT_CHILD, GetParam()},
+                 std::chrono::seconds(100));
+    EXPECT_EQ(0, result.status) << testing::PrintToString(result.errorLines);
+}
+
+} // namespace rk::tests

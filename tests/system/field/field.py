@@ -1,0 +1,144 @@
+"""What the tests in the field share: programs behind a pipe, fresh addresses, and what a process takes of its machine."""
+
+import contextlib
+import os
+import pathlib
+import random
+import resource
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "python"))
+from ports import free_port  # noqa: E402
+from processes import PATIENCE, Process  # noqa: E402
+
+# The allocator gives back what is freed, so that memory shows what is held.
+FRUGAL = {"MALLOC_ARENA_MAX": "1", "MALLOC_MMAP_THRESHOLD_": "4096", "MALLOC_TRIM_THRESHOLD_": "4096"}
+POLICIES = {"DropPending": 0, "LingerTwoSeconds": 1, "WaitForDelivery": 2}
+BUILD = pathlib.Path(os.environ["RK_FIELD_BUILD"])
+MESSAGES = pathlib.Path(__file__).parent.parent.parent / "support/messages.proto"
+
+
+class Refused(Exception):
+    """What a program answered with "error"."""
+
+
+class Program(Process):
+    """A program that answers every line with a line that begins with "ok" or "error". It has to end with status 0."""
+
+    def __init__(self, command, **options):
+        self.log = tempfile.TemporaryFile("w+")
+        super().__init__(command, stderr=self.log, **options)
+
+    def ask(self, line, patience=PATIENCE):
+        self.write(line.encode() + b"\n")
+        try:
+            answer = self.read_line(patience)
+        except TimeoutError:
+            raise TimeoutError(f"no answer to {line[:80]}\n{self.logged()}") from None
+        if answer is None:
+            raise EOFError(f"ended with {self.wait()} on {line[:80]}\n{self.logged()}")
+        word, _, text = answer.decode().partition(" ")
+        if word != "ok":
+            raise Refused(text)
+        return text
+
+    def logged(self):
+        """The log so far, read without moving the position at which the program writes."""
+        return os.pread(self.log.fileno(), os.fstat(self.log.fileno()).st_size, 0).decode()
+
+    def close(self):
+        """Ends the program, and returns its exit status and its log."""
+        with self.log:
+            return self.end(), self.logged()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, *_):
+        status, log = self.close()
+        if kind is None and status != 0:
+            raise AssertionError(f"it ended with {status}\n{log}")
+
+
+def peer(through=(), **options):
+    """The library behind a pipe, started by the command `through`, if any."""
+    return Program([*through, os.environ["RK_FIELD_PEER"]], env={**os.environ, **FRUGAL}, **options)
+
+
+def words_of(block):
+    return block.hex() or "-"
+
+
+def bytes_of(word):
+    return b"" if word == "-" else bytes.fromhex(word)
+
+
+def open_socket(program, name, pattern, endpoint, policy="DropPending", timeout=1000 * PATIENCE, queue=None):
+    program.ask(f"open {name} {POLICIES[policy]}")
+    program.ask(f"create {name} {pattern}")
+    if queue is not None:
+        program.ask(f"queue {name} {queue}")
+    program.ask(f"connect {name} {endpoint} {timeout}")
+
+
+_folder = None
+
+
+def folder():
+    """A folder for socket files, which ends with the process that runs the tests."""
+    global _folder
+    if _folder is None:
+        _folder = tempfile.TemporaryDirectory(prefix="rk-field-")
+        os.chmod(_folder.name, 0o755)
+    return pathlib.Path(_folder.name)
+
+
+def fresh_endpoint(transport):
+    if transport == "tcp":
+        return f"tcp://127.0.0.1:{free_port()}"
+    return f"ipc://{folder()}/{len(os.listdir(folder()))}-{random.getrandbits(32):08x}"
+
+
+def resident_megabytes(pid):
+    pages = int(pathlib.Path(f"/proc/{pid}/statm").read_text().split()[1])
+    return pages * resource.getpagesize() / 2**20
+
+
+def descriptors(pid):
+    return len(os.listdir(f"/proc/{pid}/fd"))
+
+
+def wait_until(condition, patience=PATIENCE):
+    """Asks again until `condition` holds, for what no event tells of: how another process stands with its machine."""
+    deadline = time.monotonic() + patience
+    while not condition():
+        if time.monotonic() > deadline:
+            return False
+        time.sleep(0.005)
+    return True
+
+
+def allow_many_descriptors():
+    hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+    resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
+
+
+class TestCase(unittest.TestCase):
+    def setUp(self):
+        self.stack = contextlib.ExitStack()
+        self.addCleanup(self.stack.close)
+
+    def enter(self, context):
+        return self.stack.enter_context(context)
+
+    def note(self, text):
+        """What scripts/prove figures shows."""
+        print(f"figure: {self.id()}: {text}", flush=True)
+
+    def assert_refused(self, text, program, line):
+        with self.assertRaises(Refused) as caught:
+            program.ask(line)
+        self.assertEqual(text, str(caught.exception))

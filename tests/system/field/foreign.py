@@ -1,0 +1,231 @@
+"""Peers that know nothing of the library: plain 0MQ from Python and from Node.js, over tcp and ipc, all patterns, both
+ways, byte for byte. A server shows that it has understood: it returns a block in reverse, and a command with the next
+number and its payload in reverse."""
+
+import random
+import sys
+import unittest
+
+import zmq
+
+import field
+from field import bytes_of, words_of
+
+sys.path.insert(0, str(field.BUILD))
+from messages_pb2 import Command  # noqa: E402
+
+BLOCKS = [
+    b"",
+    b"\x00",
+    b"\x00rk\x00\xff\x00\r\n\x80\x00",
+    bytes(range(255)),  # the longest that 0MQ counts with one byte
+    bytes(range(256)),
+    random.Random(1).randbytes(1 << 20),
+]
+COMMANDS = [
+    (0, 0.0, b""),
+    (-2147483648, -1.5, b"\x00"),
+    (1, 1700000000.25, b"\x00\xff\x00"),
+    (2147483646, 0.5, random.Random(2).randbytes(1 << 20)),
+]
+MARK = (7, 7.0, b"mark")
+
+
+def encoded(values):
+    number, time, payload = values
+    return Command(id=number, header={"time": time}, payload=payload).SerializeToString()
+
+
+def decoded(block):
+    command = Command.FromString(block)
+    return command.id, command.header.time, command.payload
+
+
+def words_of_command(values):
+    number, time, payload = values
+    return f"{number} {time} {words_of(payload)}"
+
+
+def command_of_words(words):
+    number, time, payload = words.split(" ")
+    return int(number), float(time), bytes_of(payload)
+
+
+def answer_to(block):
+    return block[::-1]
+
+
+def answer_to_command(values):
+    number, time, payload = values
+    return number + 1, time, payload[::-1]
+
+
+class Library:
+    def __init__(self, test):
+        self.program = test.enter(field.peer())
+
+    def open(self, pattern, endpoint):
+        field.open_socket(self.program, "own", pattern, endpoint, "LingerTwoSeconds")
+
+    def send(self, block):
+        self.program.ask(f"send own {words_of(block)}")
+
+    def receive(self):
+        length, block = self.program.ask("receive own 2000000").split(" ")
+        assert int(length) == len(bytes_of(block))
+        return bytes_of(block)
+
+    def has_input(self):
+        return self.program.ask("poll own 10").startswith("0")
+
+    def send_command(self, values):
+        self.program.ask(f"send-command own {words_of_command(values)}")
+
+    def receive_command(self):
+        return command_of_words(self.program.ask("receive-command own 2000000"))
+
+
+class Python:
+    def __init__(self, test):
+        self.test = test
+        self.context = test.enter(zmq.Context())
+
+    def open(self, pattern, endpoint):
+        self.socket = self.context.socket(getattr(zmq, pattern.upper()))
+        self.test.addCleanup(self.socket.close, linger=0)
+        self.socket.rcvtimeo = self.socket.sndtimeo = 1000 * field.PATIENCE
+        if pattern in ("pub", "rep"):
+            self.socket.bind(endpoint)
+        else:
+            self.socket.connect(endpoint)
+        if pattern == "sub":
+            self.socket.subscribe(b"")
+
+    def send(self, block):
+        self.socket.send(block)
+
+    def receive(self):
+        [block] = self.socket.recv_multipart()
+        return block
+
+    def has_input(self):
+        return self.socket.poll(10) != 0
+
+    def send_command(self, values):
+        self.send(encoded(values))
+
+    def receive_command(self):
+        block = self.receive()
+        self.test.assertEqual(encoded(decoded(block)), block)
+        return decoded(block)
+
+
+class Node:
+    def __init__(self, test):
+        self.test = test
+        self.program = test.enter(field.Program(["node", field.BUILD / "node/client.js", field.MESSAGES]))
+
+    def open(self, pattern, endpoint):
+        self.program.ask(f"open {pattern} {endpoint}")
+
+    def send(self, block):
+        self.program.ask(f"send {words_of(block)}")
+
+    def receive(self):
+        return bytes_of(self.program.ask("receive"))
+
+    def has_input(self):
+        return self.program.ask("poll 10") == "true"
+
+    def send_command(self, values):
+        self.program.ask(f"send-command {words_of_command(values)}")
+
+    def receive_command(self):
+        words, _, block = self.program.ask("receive-command").rpartition(" ")
+        values = command_of_words(words)
+        self.test.assertEqual(encoded(values), bytes_of(block))
+        return values
+
+
+class Exchange:
+    """What a foreign peer and the library say to each other. The classes below say which peer, and over what."""
+
+    def setUp(self):
+        super().setUp()
+        self.library = Library(self)
+        self.foreign = self.Peer(self)
+        self.endpoint = field.fresh_endpoint(self.transport)
+
+    def ask(self, client, server, messages, kind, answer):
+        """`kind` is the end of the names of the peers' operations."""
+        server.open("rep", self.endpoint)
+        client.open("req", self.endpoint)
+        for message in messages:
+            getattr(client, "send" + kind)(message)
+            question = getattr(server, "receive" + kind)()
+            self.assertEqual(message, question)
+            getattr(server, "send" + kind)(answer(question))
+            self.assertEqual(answer(message), getattr(client, "receive" + kind)())
+
+    def publish(self, publisher, subscriber, messages, kind, mark):
+        """Publishes marks until one arrives, and then the messages."""
+        publisher.open("pub", self.endpoint)
+        subscriber.open("sub", self.endpoint)
+        publisher.send_command(MARK)
+        while not subscriber.has_input():
+            publisher.send_command(MARK)
+        for message in messages:
+            getattr(publisher, "send" + kind)(message)
+        receive = getattr(subscriber, "receive" + kind)
+        first = receive()
+        while first == mark:
+            first = receive()
+        self.assertEqual(messages, [first] + [receive() for _ in messages[1:]])
+
+    def test_blocks_are_served_to_it(self):
+        self.ask(self.foreign, self.library, BLOCKS, "", answer_to)
+
+    def test_blocks_are_served_by_it(self):
+        self.ask(self.library, self.foreign, BLOCKS, "", answer_to)
+
+    def test_blocks_are_published_to_it(self):
+        self.publish(self.library, self.foreign, BLOCKS, "", encoded(MARK))
+
+    def test_blocks_are_published_by_it(self):
+        self.publish(self.foreign, self.library, BLOCKS, "", encoded(MARK))
+
+    def test_commands_are_served_to_it(self):
+        self.ask(self.foreign, self.library, COMMANDS, "_command", answer_to_command)
+
+    def test_commands_are_served_by_it(self):
+        self.ask(self.library, self.foreign, COMMANDS, "_command", answer_to_command)
+
+    def test_commands_are_published_to_it(self):
+        self.publish(self.library, self.foreign, COMMANDS, "_command", MARK)
+
+    def test_commands_are_published_by_it(self):
+        self.publish(self.foreign, self.library, COMMANDS, "_command", MARK)
+
+    def test_commands_are_served_to_it_by_a_listener(self):
+        self.library.program.ask(f"listen own rep {self.endpoint}")
+        self.foreign.open("req", self.endpoint)
+        for values in COMMANDS[:-1]:
+            self.foreign.send_command(values)
+            self.assertEqual(answer_to_command(values), self.foreign.receive_command())
+
+
+class PythonOverTcp(Exchange, field.TestCase):
+    Peer, transport = Python, "tcp"
+
+
+class PythonOverIpc(Exchange, field.TestCase):
+    Peer, transport = Python, "ipc"
+
+
+@unittest.skipUnless((field.BUILD / "node/installed-lock.json").exists(), "no packages from npm")
+class NodeOverTcp(Exchange, field.TestCase):
+    Peer, transport = Node, "tcp"
+
+
+class NodeOverIpc(NodeOverTcp):
+    transport = "ipc"

@@ -1,0 +1,465 @@
+"""Peers that wish the library ill, on a port that it has bound. It must not crash, leak, or stop serving honest ones, and
+what it keeps in memory is bounded by what the application has set."""
+
+import contextlib
+import random
+import socket
+import struct
+
+import zmq
+
+import field
+import zmtp
+from field import fresh_endpoint, open_socket, words_of
+
+KILOBYTE = 1 << 10
+MEGABYTE = 1 << 20
+OUT_OF_TURN = "Send error: Operation cannot be accomplished in current state on [Socket own]"
+QUESTION = b"\x00question"
+
+
+class Hostile(field.TestCase):
+    def setUp(self):
+        super().setUp()
+        field.allow_many_descriptors()
+        self.endpoint = fresh_endpoint("tcp")
+        self.victim = self.enter(field.peer())
+        self.context = self.enter(zmq.Context())
+
+    def serve(self):
+        """Lets the victim answer blocks, on a thread of its own."""
+        self.open("rep")
+        self.victim.ask(f"serve own {2 * MEGABYTE}")
+        self.settle()
+
+    def open(self, pattern, queue=None):
+        open_socket(self.victim, "own", pattern, self.endpoint, queue=queue)
+        self.descriptors = field.descriptors(self.victim.pid)
+
+    def settle(self):
+        """What a first exchange takes of memory is no leak."""
+        for _ in range(20):
+            self.assert_serves()
+        self.assertTrue(field.wait_until(self.all_have_left))
+
+    def plain(self, pattern, timeout=1000 * field.PATIENCE):
+        """A well-behaved 0MQ socket that is connected to the victim."""
+        peer = self.bare(pattern)
+        peer.rcvtimeo = peer.sndtimeo = timeout
+        peer.connect(self.endpoint)
+        return peer
+
+    def bare(self, pattern):
+        peer = self.enter(contextlib.closing(self.context.socket(pattern)))
+        peer.linger = 0
+        return peer
+
+    def assert_serves(self):
+        """A client that comes now gets its reply, to its first request."""
+        with self.plain(zmq.REQ) as client:
+            client.send(QUESTION)
+            self.assertEqual(QUESTION[::-1], client.recv())
+
+    def assert_serves_who_insists(self):
+        """Each stray connection before may have cost a reply, and some may still be waiting to be read."""
+        self.assertTrue(any(self.serves(QUESTION) for _ in range(10)))
+
+    def serves(self, question):
+        """Whether a client that comes now gets its reply in time."""
+        with self.plain(zmq.REQ, timeout=2000) as client:
+            client.send(question)
+            with contextlib.suppress(zmq.Again):
+                self.assertEqual(question[: 2 * MEGABYTE][::-1], client.recv())
+                return True
+        return False
+
+    def resident(self):
+        return field.resident_megabytes(self.victim.pid)
+
+    def connections(self):
+        """How many others are connected to the victim."""
+        return field.descriptors(self.victim.pid) - self.descriptors
+
+    def all_have_left(self):
+        return self.connections() <= 0
+
+    def assert_bounded(self, megabytes, before):
+        grown = self.resident() - before
+        self.note(f"memory has grown by {grown:.1f} MB, at most {megabytes} allowed")
+        self.assertLess(grown, megabytes)
+
+    def assert_all_left(self):
+        self.assertTrue(field.wait_until(self.all_have_left), f"{self.connections()} connections stay")
+
+    def assert_does_not_add_up(self, attack, times=8, megabytes=2):
+        """What an attack leaves behind, it leaves once: memory grows by no more than a single attack may take."""
+        attack()
+        self.assert_all_left()
+        first = self.resident()
+        for _ in range(times):
+            attack()
+            self.assert_all_left()
+        self.assert_bounded(megabytes, before=first)
+
+
+class Served(Hostile):
+    """The victim answers from the start."""
+
+    def setUp(self):
+        super().setUp()
+        self.serve()
+
+
+class Greetings(Served):
+    """What comes before the first message."""
+
+    def throw(self, blocks):
+        for block in blocks:
+            with zmtp.connection(self.endpoint) as bare:
+                bare.sendall(block)
+
+    def test_of_garbage_leave_nothing_behind_and_whoever_insists_served(self):
+        dice = random.Random(5)
+        self.assert_does_not_add_up(lambda: self.throw(dice.randbytes(dice.randrange(1, 1000)) for _ in range(300)))
+        self.assert_serves_who_insists()
+
+    def test_of_other_protocols_leave_whoever_insists_served(self):
+        self.throw([b"GET / HTTP/1.1\r\nHost: rk\r\n\r\n", b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03", b"EHLO rk\r\n"])
+        self.assert_serves_who_insists()
+
+    def test_of_every_version_are_taken_or_refused(self):
+        for major in range(256):
+            self.throw([zmtp.greeting((major, 0)) + zmtp.ready(b"REQ"), zmtp.greeting((major, 255))])
+        self.assert_all_left()
+        self.assert_serves_who_insists()
+
+    def test_of_other_mechanisms_and_patterns_are_refused(self):
+        wrong = [zmtp.greeting(mechanism=name) for name in (b"PLAIN", b"CURVE", b"GSSAPI", b"", b"\xff" * 20)]
+        wrong += [zmtp.greeting(server=1) + zmtp.ready(b"REQ")]
+        wrong += [zmtp.greeting() + zmtp.ready(name) for name in (b"PUSH", b"REP", b"SUB", b"", b"\xff" * 255)]
+        wrong += [zmtp.greeting() + zmtp.frame(b"\x05READY" + bytes(300), zmtp.COMMAND)]
+        self.throw(wrong)
+        self.assert_all_left()
+        self.assert_serves()
+
+    def test_that_end_anywhere_leave_nothing_behind(self):
+        whole = zmtp.greeting() + zmtp.ready(b"REQ") + zmtp.request(b"question")
+        self.assert_does_not_add_up(lambda: self.throw(whole[:length] for length in range(len(whole))), times=20)
+        self.assert_serves_who_insists()
+
+
+class Connections(Served):
+    """Those that are made, and not used as they should be."""
+
+    def crowd(self, count, connect):
+        """Waits now and then until the victim has taken all, as it lets a hundred wait at most."""
+        crowd = []
+        for number in range(1, count + 1):
+            crowd.append(self.enter(connect(self.endpoint)))
+            if number % 50 == 0:
+                self.assertTrue(field.wait_until(lambda: self.connections() >= number))
+        return crowd
+
+    @staticmethod
+    def disperse(crowd):
+        for bare in crowd:
+            bare.close()
+
+    def assert_leave_room(self, connect, rounds, megabytes):
+        before = self.resident()
+        for _ in range(rounds):
+            crowd = self.crowd(2000, connect)
+            self.assert_serves()
+            self.assert_bounded(megabytes, before)
+            self.disperse(crowd)
+            self.assert_all_left()
+
+    def test_of_two_thousand_that_say_nothing_leave_room_for_others(self):
+        self.assert_leave_room(zmtp.connection, 1, 20)
+
+    def test_of_two_thousand_that_are_joined_and_say_nothing_leave_room_for_others(self):
+        self.assert_leave_room(zmtp.joined, 2, 100)
+
+    def test_of_a_thousand_that_speak_byte_by_byte_leave_room_for_others(self):
+        crowd = self.crowd(1000, zmtp.connection)
+        for byte in zmtp.greeting()[:40]:
+            for bare in crowd:
+                bare.sendall(bytes([byte]))
+            self.assert_serves()
+        self.disperse(crowd)
+        self.assert_all_left()
+
+    def test_that_are_reset_leave_nothing_behind(self):
+        def reset():
+            for _ in range(500):
+                bare = zmtp.connection(self.endpoint)
+                bare.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+                bare.close()
+
+        self.assert_does_not_add_up(reset, times=4)
+        self.assert_serves()
+
+
+class Frames(Hostile):
+    """Messages that break the rules, or are meant for others."""
+
+    def test_that_claim_to_be_huge_take_no_memory(self):
+        self.serve()
+        before = self.resident()
+        for length in (1 << 32, 1 << 34, 1 << 40, (1 << 63) - 1, (1 << 64) - 1):
+            with zmtp.joined(self.endpoint) as bare:
+                bare.sendall(zmtp.frame(b"", zmtp.MORE) + zmtp.claim(length) + bytes(100))
+                self.assert_serves()
+        self.assert_bounded(3, before)
+        self.assert_all_left()
+
+    def test_with_every_flag_and_garbage_behind_leave_nothing_behind(self):
+        self.serve()
+        dice = random.Random(6)
+
+        def throw():
+            for flags in range(256):
+                with zmtp.joined(self.endpoint) as bare:
+                    bare.sendall(zmtp.frame(b"", flags) + dice.randbytes(100))
+
+        self.assert_does_not_add_up(throw)
+        self.assert_serves_who_insists()
+
+    def test_without_an_envelope_are_passed_over(self):
+        self.serve()
+        stranger = self.plain(zmq.DEALER)
+        for parts in ([b"no envelope"], [b"none", b"either"], [b"a" * 300, b"b", b"c"]):
+            stranger.send_multipart(parts)
+            self.assert_serves()
+
+    def test_of_256_megabytes_are_cut_and_their_memory_is_given_back(self):
+        self.serve()
+        before = self.resident()
+        stranger = self.plain(zmq.REQ)
+        stranger.send(bytes(256 * MEGABYTE), copy=False)
+        self.assertEqual(2 * MEGABYTE, len(stranger.recv()))
+        self.assert_serves()
+        self.assert_bounded(4, before)
+
+    def test_of_several_parts_reach_a_reply_socket_one_by_one_and_the_last_is_replied_to(self):
+        self.open("rep")
+        stranger = self.plain(zmq.REQ)
+        stranger.send_multipart([b"\x01", b"", b"\x02\x03"])
+        self.assertEqual("1 01", self.victim.ask("receive own 10"))
+        self.assert_refused(OUT_OF_TURN, self.victim, "send own 04")
+        self.assertEqual("0 -", self.victim.ask("receive own 10"))
+        self.assertEqual("2 0203", self.victim.ask("receive own 10"))
+        self.victim.ask("send own 04")
+        self.assertEqual([b"\x04"], stranger.recv_multipart())
+
+    def test_of_several_parts_reach_a_subscriber_one_by_one(self):
+        publisher = self.bare(zmq.XPUB)
+        publisher.bind(self.endpoint)
+        self.open("sub")
+        publisher.recv()
+        publisher.send_multipart([b"\x01", b"", b"\x02"])
+        self.assertEqual(["1 01", "0 -", "1 02"], [self.victim.ask("receive own 10") for _ in range(3)])
+
+    def test_of_several_parts_reach_a_request_socket_one_by_one_and_the_next_request_discards_the_rest(self):
+        server = self.bare(zmq.ROUTER)
+        server.bind(self.endpoint)
+        self.open("req")
+        self.victim.ask("send own 01")
+        client = server.recv_multipart()[0]
+        server.send_multipart([client, b"", b"\x02", b"\x03", b"\x04"])
+        self.assertEqual(["1 02", "1 03"], [self.victim.ask("receive own 10") for _ in range(2)])
+        self.victim.ask("send own 05")
+        client, _, request = server.recv_multipart()
+        self.assertEqual(b"\x05", request)
+        server.send_multipart([client, b"", b"\x06"])
+        self.assertEqual("1 06", self.victim.ask("receive own 10"))
+
+
+class Commands(Hostile):
+    """Messages that a listener cannot read."""
+
+    COMMAND = bytes.fromhex("0807120909000000000000f83f1a0161")  # number 7, time 1.5, payload "a"
+    REPLY = bytes.fromhex("0808120909000000000000f83f1a0161")
+    CONNECTED = "Connected [Socket own]"
+
+    def setUp(self):
+        super().setUp()
+        self.victim.ask(f"listen own rep {self.endpoint}")
+        self.descriptors = field.descriptors(self.victim.pid)
+
+    def assert_serves(self):
+        with self.plain(zmq.REQ) as client:
+            client.send(self.COMMAND)
+            self.assertEqual(self.REPLY, client.recv())
+
+    def throw(self, block):
+        """Waits until the listener's socket is rebuilt and bound: the one that it replaces still takes connections."""
+        before = self.victim.logged().count(self.CONNECTED)
+        with self.plain(zmq.REQ) as stranger:
+            stranger.send(block)
+            rebuilt = field.wait_until(lambda: self.victim.logged().count(self.CONNECTED) > before)
+            self.assertTrue(rebuilt, f"{block[:200].hex()} did not cause a rebuild:\n{self.victim.logged()[-1000:]}")
+
+    def test_of_nothing_of_another_type_and_of_garbage_cost_nobody_else_the_service(self):
+        dice = random.Random(7)
+
+        def throw():
+            for block in [b"", b"\x0a\x05hello", b"\x08\x07", *(dice.randbytes(dice.randrange(1, 200)) for _ in range(20))]:
+                self.throw(block)
+                self.assert_serves()
+
+        self.assert_does_not_add_up(throw, times=4)
+        self.assertIn("Failed handling received message: [Socket own]: Failed deserializing message", self.victim.logged())
+
+    def test_of_128_kilobytes_and_more_cost_nobody_else_the_service(self):
+        for size in (128 * KILOBYTE + 1, 256 * MEGABYTE):
+            self.throw(bytes(size))
+            self.assert_serves()
+            text = f"Receive buffer size too small: Required: {size}, Actual: 131072"
+            self.assertIn(text, self.victim.logged())
+
+    def test_without_an_envelope_are_passed_over_with_the_next_request(self):
+        self.plain(zmq.DEALER).send(b"no envelope")
+        self.assert_serves()
+        self.assertEqual(0, self.victim.end())
+
+    def test_without_an_envelope_do_not_delay_its_end(self):
+        stranger = self.plain(zmq.DEALER)
+        for parts in ([b""], [b"no envelope"], [b"none", b"either"], [b"none", b""], [bytes(300000)]):
+            stranger.send_multipart(parts)
+        self.assert_serves()
+        stranger.send(b"no envelope")
+        self.assertEqual(0, self.victim.end())
+
+    def test_of_several_parts_are_handled_one_by_one_and_the_last_is_replied_to(self):
+        stranger = self.plain(zmq.REQ)
+        stranger.send_multipart([self.COMMAND, self.COMMAND])
+        self.assertEqual(self.REPLY, stranger.recv())
+        self.assertEqual("2", self.victim.ask("count own"))
+        self.assertIn(f"Failed handling received message: {OUT_OF_TURN}", self.victim.logged())
+
+
+class Floods(Hostile):
+    """More than is read."""
+
+    def flood(self, message, count):
+        """Sends until the victim takes no more, at most `count` messages; returns the connection and how many it took."""
+        bare = self.enter(zmtp.joined(self.endpoint))
+        bare.settimeout(0.5)
+        for sent in range(count):
+            try:
+                bare.sendall(message)
+            except TimeoutError:
+                return bare, sent
+        return bare, count
+
+    def assert_takes_no_more_than(self, megabytes, queue):
+        self.open("rep", queue)
+        before = self.resident()
+        _, sent = self.flood(zmtp.request(bytes(64 * KILOBYTE)), 5000)
+        self.assertLess(sent, 5000)
+        self.assert_bounded(megabytes, before)
+
+    def test_of_requests_that_are_not_read_stop_at_a_thousand(self):
+        self.assert_takes_no_more_than(64 + 8, queue=None)
+
+    def test_of_requests_that_are_not_read_stop_at_the_queue_size(self):
+        self.assert_takes_no_more_than(3, queue=10)
+
+    def test_of_requests_whose_replies_are_not_read_keep_a_thousand_replies_and_no_more(self):
+        self.serve()
+        before = self.resident()
+        _, sent = self.flood(zmtp.request(bytes(64 * KILOBYTE)), 5000)
+        self.assertEqual(5000, sent)
+        self.assert_serves()
+        self.assert_bounded(2 * 64 + 8, before)
+
+    def test_of_requests_leave_others_their_turn(self):
+        self.serve()
+        for _ in range(5):
+            self.flood(zmtp.request(b"flood") * 1000, 10)
+        for _ in range(100):
+            self.assert_serves()
+
+    def publish(self, queue, idle):
+        """Publishes 3,000 blocks of 64 KiB to `idle` subscribers that never read; returns the memory before."""
+        self.open("pub", queue)
+        for _ in range(idle):
+            self.enter(zmtp.joined(self.endpoint, b"SUB")).sendall(zmtp.subscription(b""))
+        honest = self.plain(zmq.SUB)
+        honest.rcvhwm = 0
+        honest.subscribe(b"")
+        while not honest.poll(5):
+            self.victim.ask("send own 01")
+        before = self.resident()
+        self.victim.ask(f"repeat 3000 send own {words_of(bytes(64 * KILOBYTE))}", patience=60)
+        return before
+
+    def test_for_subscribers_that_never_read_keep_a_thousand_messages_for_all_together(self):
+        self.assert_bounded(64 + 16, self.publish(queue=None, idle=20))
+
+    def test_for_subscribers_that_never_read_keep_as_many_messages_as_the_queue_size(self):
+        self.assert_bounded(6, self.publish(queue=10, idle=20))
+
+    def test_of_subscriptions_take_memory_that_is_used_again(self):
+        self.open("pub")
+        dice = random.Random(8)
+
+        def subscribe():
+            with zmtp.joined(self.endpoint, b"SUB") as bare:
+                bare.sendall(b"".join(zmtp.subscription(dice.randbytes(20)) for _ in range(20000)) + zmtp.subscription(b"!"))
+                self.victim.ask("send own 01")
+                self.assertTrue(field.wait_until(lambda: self.victim.ask("send own 21") == "" and self.hears(bare)))
+
+        before = self.resident()
+        subscribe()
+        self.assert_bounded(30, before)
+        self.assert_does_not_add_up(subscribe, megabytes=40)
+
+    @staticmethod
+    def hears(bare):
+        """Whether a message waits to be read: the subscriptions have been taken note of, as they come in order."""
+        bare.settimeout(0.005)
+        try:
+            return bare.recv(1) != b""
+        except TimeoutError:
+            return False
+
+
+class Offenders(Hostile):
+    """Servers that greet like 0MQ and then break its protocol."""
+
+    BROKEN_READY = bytes([zmtp.COMMAND, 4]) + b"\x05REA"
+
+    def setUp(self):
+        super().setUp()
+        self.server = self.enter(socket.create_server(("127.0.0.1", zmtp.address_of(self.endpoint)[1])))
+
+    def offends(self, seconds):
+        """Breaks the protocol and waits until the victim hangs up. Returns whether it connects in time."""
+        self.server.settimeout(seconds)
+        try:
+            bare, _ = self.server.accept()
+        except TimeoutError:
+            return False
+        with bare, contextlib.suppress(ConnectionResetError):
+            bare.settimeout(field.PATIENCE)
+            bare.sendall(zmtp.greeting() + self.BROKEN_READY)
+            while bare.recv(256):
+                pass
+        return True
+
+    def assert_given_up_until(self, command):
+        self.assertTrue(self.offends(field.PATIENCE))
+        self.assertFalse(self.offends(0.5))  # 0MQ reconnects after a tenth of a second, when it does
+        self.victim.ask(command)
+        self.assertTrue(self.offends(field.PATIENCE))
+
+    def test_are_given_up_by_a_subscriber_until_it_is_rebuilt(self):
+        self.open("sub")
+        self.assert_given_up_until("reset own")
+
+    def test_are_tried_again_by_a_client_that_repeats_its_request(self):
+        self.open("req")
+        self.victim.ask("send own 01")
+        self.assert_given_up_until("send own 01")

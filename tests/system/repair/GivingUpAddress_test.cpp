@@ -1,0 +1,214 @@
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/Patterns.h"
+#include "support/StandIn.h"
+#include "support/Texts.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <thread>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using Clock = std::chrono::steady_clock;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+namespace ClosePolicy = socket::ClosePolicy;
+
+/// A thousand, unless the tools at hand are slow.
+int rounds() {
+    const char* const text = std::getenv("RK_TEST_ROUNDS");
+    return text != nullptr ? std::atoi(text) : 1000;
+}
+
+/// Keeps every core busy for as long as it lives.
+class Load {
+public:
+    Load() {
+        for (unsigned int core = 0; core < std::thread::hardware_concurrency(); ++core) {
+            burners.emplace_back([this] {
+                while (!done) {
+                }
+            });
+        }
+    }
+    ~Load() {
+        done = true;
+        for (std::thread& burner : burners) {
+            burner.join();
+        }
+    }
+    Load(const Load&) = delete;
+    Load& operator=(const Load&) = delete;
+
+private:
+    std::atomic<bool> done{false};
+    std::vector<std::thread> burners;
+};
+
+std::string ask(const SocketEndpoint& endpoint, const std::string& question) {
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    sendText(client, question);
+    return receiveText(client);
+}
+
+void expectService(Socket& server, const SocketEndpoint& endpoint) {
+    auto answer = std::async(std::launch::async, [&] { return ask(endpoint, "question"); });
+    EXPECT_EQ("question", receiveText(server));
+    sendText(server, "answer");
+    EXPECT_EQ("answer", answer.get());
+}
+
+class GivingUpAddress : public testing::TestWithParam<Transport::Transport> {
+protected:
+    StandIn standIn;
+    const SocketEndpoint endpoint = freshEndpoint(GetParam());
+
+    void rebuildJammedReplySockets() {
+        Socket server("server", ClosePolicy::DropPending);
+        server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+        for (int round = 0; round < rounds(); ++round) {
+            standIn.journal().clear();
+            auto unanswered = std::make_unique<Socket>("unanswered", ClosePolicy::DropPending);
+            unanswered->createAndConnect(Protocol::Req, endpoint, patienceMs);
+            sendText(*unanswered, "first");
+            ASSERT_EQ("first", receiveText(server));
+            unanswered.reset();
+            auto answer = std::async(std::launch::async, [&] {
+                standIn.journal().waitFor("debug: Connected [Socket server]");
+                return ask(endpoint, "second");
+            });
+            ASSERT_EQ("second", receiveText(server));
+            sendText(server, "answer");
+            ASSERT_EQ("answer", answer.get());
+            ASSERT_EQ(1U, standIn.journal().count("warning: "));
+            ASSERT_EQ(0U, standIn.journal().count("error: "));
+        }
+    }
+
+    void createAgainAndAgain() {
+        Socket server("server", ClosePolicy::DropPending);
+        for (int round = 0; round < rounds(); ++round) {
+            ASSERT_NO_THROW(server.createAndConnect(Protocol::Rep, endpoint, patienceMs)) << "round " << round;
+        }
+        expectService(server, endpoint);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(On, GivingUpAddress, everyTransport(), nameOfTransport);
+
+} // namespace
+
+TEST_P(GivingUpAddress, IsTakenAgainByAJammedReplier) {
+    rebuildJammedReplySockets();
+}
+
+TEST_P(GivingUpAddress, IsTakenByAJamWithCoresBusy) {
+    const Load load;
+    rebuildJammedReplySockets();
+}
+
+TEST_P(GivingUpAddress, IsTakenAgainByTheSameSocket) {
+    createAgainAndAgain();
+}
+
+TEST_P(GivingUpAddress, IsTakenAgainWithCoresBusy) {
+    const Load load;
+    createAgainAndAgain();
+}
+
+TEST_P(GivingUpAddress, IsTakenByTheNextSocket) {
+    for (int round = 0; round < rounds(); ++round) {
+        Socket server("server", ClosePolicy::WaitForDelivery);
+        ASSERT_NO_THROW(server.createAndConnect(Protocol::Pub, endpoint, 0)) << "round " << round;
+    }
+    Socket server("server", ClosePolicy::DropPending);
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    expectService(server, endpoint);
+}
+
+TEST_P(GivingUpAddress, IsTakenByOneOfManyThreads) {
+    constexpr int threadCount = 8;
+    std::atomic<int> taken{0};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < threadCount; ++number) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < rounds() / 20; ++round) {
+                try {
+                    Socket server("server", ClosePolicy::DropPending);
+                    server.createAndConnect(Protocol::Rep, endpoint, 0);
+                    ++taken;
+                } catch (const std::runtime_error&) {
+                    // Somebody else was quicker.
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_GT(taken, 0);
+    Socket server("server", ClosePolicy::DropPending);
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    expectService(server, endpoint);
+}
+
+TEST_P(GivingUpAddress, IsTakenAfterAFailedConnect) {
+    Socket server("server", ClosePolicy::DropPending);
+    standIn.fail("zmq_setsockopt " + std::to_string(ZMQ_RCVTIMEO), EINVAL);
+    EXPECT_THROW(server.createAndConnect(Protocol::Rep, endpoint, patienceMs), std::runtime_error);
+
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+
+    expectService(server, endpoint);
+}
+
+TEST_P(GivingUpAddress, EndsTheResetIfNeverFree) {
+    Socket server("server", ClosePolicy::DropPending);
+    server.createAndConnect(Protocol::Rep, endpoint, 0);
+    standIn.fail("zmq_bind", EADDRINUSE, 1, StandIn::always);
+    const Clock::time_point start = Clock::now();
+
+    server.resetConnections();
+
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
+    EXPECT_THAT(
+        standIn.journal().linesWith("error: "),
+        testing::ElementsAre("error: [Socket server]: Error resetting socket: Socket: Failed connecting/binding "
+                             "socket: Address already in use on [Socket server]"));
+    std::string error;
+    EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { server.poll(0, error); }));
+}
+
+TEST_P(GivingUpAddress, IsRefusedAtOnceWhenTaken) {
+    if (GetParam() == Transport::Ipc) {
+        GTEST_SKIP() << "0MQ takes over an ipc path from whoever holds it";
+    }
+    Socket first("first", ClosePolicy::DropPending);
+    first.createAndConnect(Protocol::Rep, endpoint, 0);
+    first.close();
+    Socket second("second", ClosePolicy::DropPending);
+    second.createAndConnect(Protocol::Rep, endpoint, 0);
+    const Clock::time_point start = Clock::now();
+
+    const std::string text = textThrownBy([&] { first.createAndConnect(Protocol::Rep, endpoint, 0); });
+
+    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(100));
+    EXPECT_EQ("Socket: Failed connecting/binding socket: Address already in use on [Socket first]", text);
+}
+
+} // namespace rk::tests

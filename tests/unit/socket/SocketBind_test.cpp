@@ -1,0 +1,234 @@
+#include "support/Calls.h"
+#include "support/Closed.h"
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/Patterns.h"
+#include "support/StandIn.h"
+#include "support/Texts.h"
+#include "support/ZmqHandle.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <chrono>
+#include <netinet/in.h>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using Clock = std::chrono::steady_clock;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+constexpr std::chrono::milliseconds atOnce{100};
+
+/// A listening socket of the platform, without 0MQ.
+class Listener {
+public:
+    explicit Listener(unsigned short port) : descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port);
+        listenOn(&address, sizeof address);
+    }
+    explicit Listener(const std::string& path) : descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        listenOn(&address, sizeof address);
+    }
+    ~Listener() { ::close(descriptor); }
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+private:
+    void listenOn(const void* address, socklen_t length) const {
+        const int reuse = 1;
+        ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+        if (::bind(descriptor, static_cast<const sockaddr*>(address), length) != 0 || ::listen(descriptor, 1) != 0) {
+            throw std::runtime_error("cannot listen");
+        }
+    }
+
+    const int descriptor;
+};
+
+/// Another process that holds a port, for as long as this object lives.
+class OtherProcess {
+public:
+    explicit OtherProcess(unsigned short port) {
+        const Listener listener(port);
+        if (::pipe(ends) != 0) {
+            throw std::runtime_error("cannot make a pipe");
+        }
+        child = ::fork();
+        if (child == 0) {
+            // It keeps its copy of the listener until the pipe tells of this object's end.
+            ::close(ends[1]);
+            char byte = 0;
+            const ssize_t size = ::read(ends[0], &byte, 1);
+            ::_exit(size == 0 ? 0 : 1);
+        }
+        ::close(ends[0]);
+    }
+    ~OtherProcess() {
+        ::close(ends[1]);
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(0, status);
+    }
+    OtherProcess(const OtherProcess&) = delete;
+    OtherProcess& operator=(const OtherProcess&) = delete;
+
+private:
+    int ends[2] = {-1, -1};
+    pid_t child = -1;
+};
+
+ZmqHandle bindPlain(ZmqContext& context, const std::string& address) {
+    ZmqHandle socket = context.socket(ZMQ_REP);
+    if (zmq_bind(socket.get(), address.c_str()) != 0) {
+        throw std::runtime_error(zmq_strerror(zmq_errno()));
+    }
+    return socket;
+}
+
+/// Narrows the permissions of the files that this process makes.
+class Umask {
+public:
+    explicit Umask(mode_t mask) : before(::umask(mask)) {}
+    ~Umask() { ::umask(before); }
+    Umask(const Umask&) = delete;
+    Umask& operator=(const Umask&) = delete;
+
+private:
+    const mode_t before;
+};
+
+unsigned int modeOf(const std::string& path) {
+    struct stat status = {};
+    EXPECT_EQ(0, ::stat(path.c_str(), &status));
+    return status.st_mode & 07777;
+}
+
+class SocketBind : public testing::TestWithParam<Protocol::Protocol> {
+protected:
+    StandIn standIn;
+    const SocketEndpoint port = freshEndpoint(Transport::Tcp);
+    const SocketEndpoint name = freshEndpoint(Transport::Inproc);
+    const SocketEndpoint path = freshEndpoint(Transport::Ipc);
+    Socket socket{"control", ClosePolicy::DropPending};
+
+    void expectRefusedAtOnce(const SocketEndpoint& endpoint) {
+        // On a busy machine any call may take long: the shortest of a few is what the library itself needs.
+        Clock::duration shortest = Clock::duration::max();
+        for (int attempt = 0; attempt < 6; ++attempt) {
+            shortest = std::min(shortest, timeOfRefusal(attempt % 2 == 0 ? Protocol::Rep : Protocol::Pub, endpoint));
+        }
+        EXPECT_LT(shortest, atOnce);
+    }
+
+    /// A request to the endpoint reaches `server`.
+    static void expectServed(Socket& server, const SocketEndpoint& endpoint) {
+        Socket client("client", ClosePolicy::DropPending);
+        client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+        sendText(client, "question");
+        EXPECT_EQ("question", receiveText(server));
+    }
+
+    void expectTakenOver() {
+        socket.createAndConnect(Protocol::Rep, path, patienceMs);
+        expectServed(socket, path);
+        socket.close();
+    }
+
+private:
+    Clock::duration timeOfRefusal(Protocol::Protocol pattern, const SocketEndpoint& endpoint) {
+        standIn.journal().clear();
+        const Clock::time_point start = Clock::now();
+        const std::string text = textThrownBy([&] { socket.createAndConnect(pattern, endpoint, 0); });
+        const Clock::duration time = Clock::now() - start;
+
+        EXPECT_EQ("Socket: Failed connecting/binding socket: Address already in use on [Socket control]", text);
+        EXPECT_EQ(1U, standIn.journal().count("zmq_bind"));
+        expectClosed(standIn, socket);
+        return time;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, SocketBind, testing::ValuesIn(everyPattern), nameOfPattern);
+
+} // namespace
+
+TEST_F(SocketBind, IsRefusedWhenThisProcessBinds) {
+    Socket holder("holder", ClosePolicy::DropPending);
+    holder.createAndConnect(Protocol::Rep, port, patienceMs);
+    holder.connect(name, patienceMs);
+
+    expectRefusedAtOnce(port);
+    expectRefusedAtOnce(name);
+    expectServed(holder, port);
+}
+
+TEST_F(SocketBind, IsRefusedWhenA0MqSocketBinds) {
+    ZmqContext context;
+    const ZmqHandle holder = bindPlain(context, port.toString(Protocol::Rep));
+    expectRefusedAtOnce(port);
+}
+
+TEST_F(SocketBind, IsRefusedWhenAListenerBinds) {
+    const Listener holder(port.port);
+    expectRefusedAtOnce(port);
+}
+
+TEST_F(SocketBind, IsRefusedWhenAProcessBinds) {
+    const OtherProcess holder(port.port);
+    expectRefusedAtOnce(port);
+}
+
+TEST_F(SocketBind, TakesOverAPathFromAnyHolder) {
+    {
+        Socket holder("holder", ClosePolicy::DropPending);
+        holder.createAndConnect(Protocol::Rep, path, 0);
+        expectTakenOver();
+    }
+    {
+        ZmqContext context;
+        const ZmqHandle holder = bindPlain(context, path.toString(Protocol::Rep));
+        expectTakenOver();
+    }
+    ::unlink(path.address.c_str());
+    const Listener holder(path.address);
+    expectTakenOver();
+}
+
+TEST_P(SocketBind, OpensTheFileItBindsToEverybody) {
+    const Umask narrow(077);
+    ZmqContext context;
+    const ZmqHandle holder = bindPlain(context, path.toString(Protocol::Rep));
+    ASSERT_EQ(0700U, modeOf(path.address));
+    const unsigned int expected = calls::binds(GetParam()) ? 0777 : 0700;
+
+    socket.createAndConnect(GetParam(), path, 0);
+    EXPECT_EQ(expected, modeOf(path.address));
+    socket.resetConnections();
+    EXPECT_EQ(expected, modeOf(path.address));
+}
+
+} // namespace rk::tests

@@ -1,0 +1,336 @@
+#include "support/Calls.h"
+#include "support/Closed.h"
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/Patterns.h"
+#include "support/StandIn.h"
+#include "support/ZmqHandle.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <cerrno>
+#include <new>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+// Repairs_test.cpp shows the order of the calls for any number of endpoints.
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using testing::ElementsAre;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+static_assert(std::is_same_v<decltype(&Socket::connect), void (Socket::*)(const SocketEndpoint&, unsigned int)>);
+static_assert(std::is_same_v<decltype(&Socket::createAndConnect),
+                             void (Socket::*)(Protocol::Protocol, const SocketEndpoint&, unsigned int)>);
+
+const SocketEndpoint nobody(Transport::Ipc, "/nonexistent/nobody", 0);
+
+const std::string attachText = "Socket: Failed connecting/binding socket: ";
+const std::string timeoutText = "Socket: Error setting ZMQ_RCVTIMEO ";
+const std::string subscribeText = "Socket: Error setting ZMQ_SUBSCRIBE ";
+const std::string rcvTimeO = "zmq_setsockopt " + std::to_string(ZMQ_RCVTIMEO);
+
+class SocketConnect : public testing::Test {
+protected:
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    Socket socket{"cmd", ClosePolicy::LingerTwoSeconds};
+
+    std::vector<std::string> connect(const SocketEndpoint& endpoint, unsigned int receiveTimeout) {
+        standIn.journal().clear();
+        socket.connect(endpoint, receiveTimeout);
+        return standIn.journal().lines();
+    }
+
+    std::string textOfConnect(const SocketEndpoint& endpoint, unsigned int receiveTimeout = 100) {
+        return textThrownBy([&] { socket.connect(endpoint, receiveTimeout); });
+    }
+};
+
+/// A socket of a pattern that the library does not know, which only a 0MQ of the test's own making gives it.
+class SocketConnectOfNoPattern : public SocketConnect, public testing::WithParamInterface<int> {};
+
+INSTANTIATE_TEST_SUITE_P(OfType, SocketConnectOfNoPattern, testing::Values(0, 5, -1));
+
+/// A call of 0MQ that fails while a socket of the pattern is connected, and what the thrown text says of it.
+struct FailingCall {
+    std::string function;
+    Protocol::Protocol protocol;
+    std::string text;
+};
+
+void PrintTo(const FailingCall& call, std::ostream* out) {
+    *out << call.function << " of " << Protocol::ToString(call.protocol);
+}
+
+/// Connects a socket, which has one endpoint already, to a second one, in vain.
+class SocketConnectFailing : public SocketConnect, public testing::WithParamInterface<FailingCall> {
+protected:
+    SocketConnectFailing() {
+        socket.createAndConnect(GetParam().protocol, freshEndpoint(Transport::Ipc), 0);
+        standIn.journal().clear();
+    }
+
+    std::string failWith(int error) {
+        standIn.fail(GetParam().function, error);
+        return textThrownBy<std::runtime_error>([&] { socket.connect(freshEndpoint(Transport::Ipc), 100); });
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(In, SocketConnectFailing,
+                         testing::Values(FailingCall{"zmq_bind", Protocol::Pub, attachText},
+                                         FailingCall{"zmq_bind", Protocol::Rep, attachText},
+                                         FailingCall{"zmq_connect", Protocol::Sub, attachText},
+                                         FailingCall{"zmq_connect", Protocol::Req, attachText},
+                                         FailingCall{rcvTimeO, Protocol::Pub, timeoutText},
+                                         FailingCall{rcvTimeO, Protocol::Req, timeoutText},
+                                         FailingCall{"zmq_setsockopt " + std::to_string(ZMQ_SUBSCRIBE), Protocol::Sub,
+                                                     subscribeText}));
+
+/// An endpoint that 0MQ itself refuses.
+struct BadEndpoint {
+    Protocol::Protocol protocol;
+    SocketEndpoint endpoint;
+    std::string address;
+    std::string reason;
+};
+
+void PrintTo(const BadEndpoint& bad, std::ostream* out) {
+    *out << bad.address << " for " << Protocol::ToString(bad.protocol);
+}
+
+class SocketConnectRefused : public SocketConnect, public testing::WithParamInterface<BadEndpoint> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    By0Mq, SocketConnectRefused,
+    testing::Values(BadEndpoint{Protocol::Pub, {}, "Invalid 0", "Invalid argument"},
+                    BadEndpoint{Protocol::Req, {}, "Invalid 0", "Invalid argument"},
+                    BadEndpoint{Protocol::Sub, {Transport::Tcp, "no host", 1}, "tcp://no host:1", "Invalid argument"},
+                    BadEndpoint{Protocol::Rep,
+                                {Transport::Ipc, "/nonexistent/folder/s", 0},
+                                "ipc:///nonexistent/folder/s",
+                                "No such file or directory"},
+                    BadEndpoint{Protocol::Req,
+                                {Transport::Ipc, std::string(200, 'x'), 0},
+                                "ipc://" + std::string(200, 'x'),
+                                "File name too long"}));
+
+} // namespace
+
+TEST_F(SocketConnect, CallsZmqAsEachPatternNeeds) {
+    const SocketEndpoint port = freshEndpoint(Transport::Tcp);
+    const SocketEndpoint path = freshEndpoint(Transport::Ipc);
+    const std::string bound = "tcp://*:" + std::to_string(port.port);
+    const std::string connected = "tcp://127.0.0.1:" + std::to_string(port.port);
+    const std::string timeout = calls::set(ZMQ_RCVTIMEO, 100);
+    const std::string linger = calls::set(ZMQ_LINGER, 2000);
+    const std::string begin = "debug: Connecting [Socket cmd], ";
+    const std::string end = "debug: Connected [Socket cmd]";
+    const auto connectAs = [&](Protocol::Protocol pattern, const SocketEndpoint& endpoint) {
+        socket.create(pattern);
+        return calls::once(connect(endpoint, 100));
+    };
+
+    EXPECT_THAT(connectAs(Protocol::Pub, port),
+                ElementsAre(begin + "sending to " + bound, "zmq_bind " + bound, timeout, linger, end));
+    EXPECT_THAT(connectAs(Protocol::Rep, path),
+                ElementsAre(begin + "listening on ipc://" + path.address, "zmq_bind ipc://" + path.address,
+                            "chmod " + path.address + " 777", timeout, linger, end));
+    EXPECT_THAT(connectAs(Protocol::Req, port),
+                ElementsAre(begin + "sending to " + connected, "zmq_connect " + connected, timeout, linger, end));
+    EXPECT_THAT(connectAs(Protocol::Sub, port),
+                ElementsAre(begin + "subscribing to " + connected, "zmq_connect " + connected, timeout,
+                            calls::subscribe(), calls::set(ZMQ_LINGER, 0), end));
+}
+
+TEST_F(SocketConnect, ThrowsOnAClosedSocket) {
+    socket.create(Protocol::Sub);
+    socket.close();
+    standIn.journal().clear();
+    EXPECT_EQ("Socket: Cannot connect a NULL socket", textOfConnect(nobody));
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre());
+
+    socket.createAndConnect(Protocol::Req, nobody, 0);
+    EXPECT_EQ(1U, standIn.journal().count(calls::set(ZMQ_LINGER, 2000))) << "a subscriber's would be 0";
+}
+
+TEST_P(SocketConnectOfNoPattern, ThrowsAndCloses) {
+    ZmqContext other;
+    standIn.answer("zmq_socket", other.handleOf(ZMQ_PAIR));
+    socket.create(static_cast<Protocol::Protocol>(GetParam()));
+    standIn.journal().clear();
+
+    EXPECT_EQ("Socket: Socket type not handled", textOfConnect(SocketEndpoint(Transport::Tcp, "node1", 5555)));
+    EXPECT_THAT(standIn.journal().lines(),
+                ElementsAre("debug: Connecting [Socket cmd], [undef protocol] to tcp://node1:5555", "zmq_close"));
+    expectClosed(standIn, socket);
+}
+
+TEST_F(SocketConnect, DistinguishesTransports) {
+    socket.createAndConnect(Protocol::Pub, {Transport::Inproc, "9a", 0}, 0);
+    EXPECT_EQ(attachText + "Invalid argument on [Socket cmd]",
+              textOfConnect({static_cast<Transport::Transport>(19), "a", 0}));
+}
+
+TEST_F(SocketConnect, KeepsACopyOfTheEndpoint) {
+    SocketEndpoint endpoint = nobody;
+    socket.createAndConnect(Protocol::Req, endpoint, 0);
+    endpoint.address = "/nonexistent/other";
+    standIn.journal().clear();
+    socket.resetConnections();
+
+    EXPECT_THAT(standIn.journal().linesWith("zmq_connect"), ElementsAre("zmq_connect ipc:///nonexistent/nobody"));
+}
+
+TEST_F(SocketConnect, SetsTheReceiveTimeout) {
+    ZmqContext other;
+    void* const handle = other.handleOf(ZMQ_REQ);
+    standIn.answer("zmq_socket", handle);
+    socket.create(Protocol::Req);
+    const std::pair<unsigned int, int> timeouts[] = {
+        {0, -1}, {50, 50}, {0, 50}, {2147483647, 2147483647}, {0, 2147483647}, {4294967295, -1}, {1, 1}};
+    for (const auto& [given, option] : timeouts) {
+        socket.connect(freshEndpoint(Transport::Ipc), given);
+        EXPECT_EQ(option, optionOf(handle, ZMQ_RCVTIMEO)) << given;
+    }
+    char byte = 0;
+    EXPECT_THROW(socket.receive(&byte, 1), std::runtime_error);
+    socket.close();
+}
+
+TEST_F(SocketConnect, FollowsCreateInCreateAndConnect) {
+    for (int round = 0; round < 2; ++round) {
+        standIn.journal().clear();
+        socket.createAndConnect(Protocol::Req, nobody, 0);
+        EXPECT_EQ(round == 0 ? 0U : 1U, standIn.journal().count("zmq_close"));
+        EXPECT_THAT(
+            standIn.journal().linesWith("zmq_"),
+            testing::IsSupersetOf({calls::open(Protocol::Req), std::string("zmq_connect ipc:///nonexistent/nobody")}));
+    }
+    EXPECT_EQ("Socket: Failed creating socket [Socket cmd] of type 0: Invalid argument on [Socket cmd]",
+              textThrownBy([&] { socket.createAndConnect(Protocol::Undef, nobody, 100); }));
+    expectClosed(standIn, socket);
+}
+
+// Failures
+
+TEST_P(SocketConnectFailing, ThrowsTheErrorAndCloses) {
+    const std::pair<int, const char*> errors[] = {
+        {ENOMEM, "Cannot allocate memory"},
+        {ENOCOMPATPROTO, "The protocol is not compatible with the socket type"},
+        {ETERM, "Context was terminated"}};
+    for (const auto& [error, reason] : errors) {
+        standIn.journal().clear();
+        standIn.fail("zmq_close", ENOTSOCK);
+        EXPECT_EQ(GetParam().text + reason + " on [Socket cmd]", failWith(error));
+        EXPECT_EQ(1U, standIn.journal().count("zmq_close"));
+        EXPECT_EQ("zmq_close", standIn.journal().lines().back());
+        EXPECT_EQ(1U, standIn.journal().count("debug: "));
+        EXPECT_EQ(0U, standIn.journal().count("error: "));
+        expectClosed(standIn, socket);
+        EXPECT_NO_THROW(socket.createAndConnect(GetParam().protocol, freshEndpoint(Transport::Ipc), 100));
+    }
+    standIn.fail(GetParam().function, ENOMEM);
+    EXPECT_EQ(GetParam().text + "Cannot allocate memory on [Socket cmd]",
+              textThrownBy([&] { socket.createAndConnect(GetParam().protocol, freshEndpoint(Transport::Ipc), 100); }));
+    expectClosed(standIn, socket);
+}
+
+TEST_P(SocketConnectRefused, ThrowsTheErrorAndCloses) {
+    socket.create(GetParam().protocol);
+
+    EXPECT_EQ(attachText + GetParam().reason + " on [Socket cmd]", textOfConnect(GetParam().endpoint));
+    EXPECT_EQ(1U, standIn.journal().count("zmq_bind " + GetParam().address) +
+                      standIn.journal().count("zmq_connect " + GetParam().address));
+    expectClosed(standIn, socket);
+}
+
+TEST_F(SocketConnect, ThrowsTheErrorOfTheLastBind) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    socket.createAndConnect(Protocol::Rep, endpoint, 0);
+    socket.create(Protocol::Rep);
+    standIn.journal().clear();
+    // The address is one that this process has given up: it is tried again.
+    standIn.fail("zmq_bind", EADDRINUSE);
+    standIn.after("zmq_bind", [&] {
+        standIn.fail("zmq_bind", EACCES);
+        standIn.after("zmq_bind", {});
+    });
+    standIn.after("zmq_close", [] { errno = ENOTSOCK; });
+
+    EXPECT_EQ(attachText + "Permission denied on [Socket cmd]", textOfConnect(endpoint));
+    EXPECT_EQ(2U, standIn.journal().count("zmq_bind"));
+    expectClosed(standIn, socket);
+}
+
+TEST_F(SocketConnect, FailsWithANegativeResultAlone) {
+    socket.create(Protocol::Req);
+    standIn.answer("zmq_connect", 1);
+    EXPECT_NO_THROW(socket.connect(nobody, 0));
+    standIn.answer("zmq_connect", -2);
+    standIn.after("zmq_connect", [] { errno = ENOMEM; });
+
+    EXPECT_EQ(attachText + "Cannot allocate memory on [Socket cmd]", textOfConnect(freshEndpoint(Transport::Ipc)));
+}
+
+TEST_F(SocketConnect, ThrowsForATimeoutThatZmqRefuses) {
+    for (const unsigned int timeout : {2147483648U, 4294967294U}) {
+        socket.create(Protocol::Req);
+        EXPECT_EQ(timeoutText + "Invalid argument on [Socket cmd]", textOfConnect(nobody, timeout));
+        expectClosed(standIn, socket);
+    }
+}
+
+TEST_F(SocketConnect, IgnoresARefusedLingerOrChmod) {
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Ipc);
+    socket.create(Protocol::Rep);
+    standIn.fail("chmod", EPERM);
+    standIn.fail("zmq_setsockopt " + std::to_string(ZMQ_LINGER), EINVAL);
+
+    EXPECT_EQ("debug: Connected [Socket cmd]", connect(endpoint, 100).back());
+    EXPECT_EQ(1U, standIn.journal().count("chmod"));
+    EXPECT_EQ(1U, standIn.journal().count(calls::set(ZMQ_LINGER, 2000)));
+    standIn.journal().clear();
+    socket.resetConnections();
+    EXPECT_EQ(1U, standIn.journal().count("debug: Connected [Socket cmd]"));
+}
+
+TEST_F(SocketConnect, BindsAnIpcNameThatIsNoFile) {
+    const SocketEndpoint endpoint(Transport::Ipc, "@" + temporaryFolder(), 0);
+    socket.create(Protocol::Rep);
+    EXPECT_NO_THROW(socket.connect(endpoint, 100));
+    EXPECT_EQ(1U, standIn.journal().count("chmod " + endpoint.address + " 777"));
+}
+
+TEST_F(SocketConnect, ClosesWhenMemoryRunsOut) {
+    const auto fail = [&] { standIn.after("debug", [] { throw std::bad_alloc(); }); };
+    for (const bool early : {true, false}) {
+        socket.create(Protocol::Req);
+        standIn.journal().clear();
+        if (early) {
+            fail();
+        } else {
+            standIn.after("zmq_setsockopt " + std::to_string(ZMQ_LINGER), fail);
+        }
+        EXPECT_THROW(socket.connect(nobody, 100), std::bad_alloc);
+        EXPECT_EQ(1U, standIn.journal().count("zmq_close"));
+        standIn.after("debug", {});
+        expectClosed(standIn, socket);
+    }
+}
+
+} // namespace rk::tests

@@ -1,0 +1,194 @@
+#include "support/Calls.h"
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/NativeSocket.h"
+#include "support/Patterns.h"
+#include "support/StandIn.h"
+#include "support/Texts.h"
+
+#include <rk/socket/Socket.h>
+#include <rk/socket/ZmqContextTerminationException.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <ostream>
+#include <string>
+
+// Failures while a socket of either side is jammed. Repairs_test.cpp shows the repairs that succeed.
+
+namespace rk::tests {
+
+namespace {
+
+using calls::operator+;
+using socket::Socket;
+using socket::ZmqContextTerminationException;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+struct Side {
+    Protocol::Protocol pattern;
+    const char* function;
+    const char* line;
+    const char* errorText;
+    const char* operation;
+    const char* attach;
+    const char* typeText; ///< of a rebuild without a native socket
+    void (*call)(Socket&);
+};
+
+void PrintTo(const Side& side, std::ostream* out) {
+    *out << side.operation;
+}
+
+const Side sending{Protocol::Req,
+                   "zmq_send",
+                   "zmq_send 5 bytes, flags 0",
+                   "Send error: ",
+                   "send()",
+                   "zmq_connect",
+                   "4",
+                   [](Socket& socket) { sendText(socket, "again"); }};
+const Side receiving{Protocol::Rep,
+                     "zmq_recv",
+                     "zmq_recv 256 bytes, flags 0",
+                     "Receive error: ",
+                     "recv()",
+                     "zmq_bind",
+                     "3",
+                     [](Socket& socket) { receiveText(socket); }};
+
+/// A socket of either side that is jammed.
+class SocketJam : public testing::TestWithParam<Side> {
+protected:
+    SocketJam() {
+        server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+        client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+        sendText(client, "first");
+        EXPECT_EQ("first", receiveText(server));
+        standIn.journal().clear();
+    }
+
+    void call() { GetParam().call(jammed); }
+    std::string textOfCall() {
+        return textThrownBy([&] { call(); });
+    }
+    std::string textOf(const std::string& reason) const { return GetParam().errorText + reason + " on [Socket x]"; }
+
+    /// Shows that the socket is open: its next call reaches ZeroMQ.
+    void expectServing() {
+        standIn.fail(GetParam().function, EHOSTUNREACH);
+        EXPECT_EQ(textOf("Host unreachable"), textOfCall());
+    }
+
+    StandIn standIn;
+    const socket::SocketEndpoint endpoint = freshEndpoint(Transport::Ipc);
+    Socket server{"x", ClosePolicy::DropPending};
+    Socket client{"x", ClosePolicy::DropPending};
+    Socket& jammed = GetParam().pattern == Protocol::Req ? client : server;
+    const std::string warning = calls::repairWarning("x");
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, SocketJam, testing::Values(sending, receiving),
+                         [](const auto& tested) { return Protocol::ToString(tested.param.pattern); });
+
+} // namespace
+
+TEST_P(SocketJam, IsRepairedOnceForACall) {
+    standIn.fail(GetParam().function, EFSM, 1, 2);
+
+    EXPECT_EQ(textOf("Operation cannot be accomplished in current state"), textOfCall());
+    EXPECT_EQ(2U, standIn.journal().count(GetParam().line));
+    EXPECT_EQ(1U, standIn.journal().count(warning));
+    EXPECT_EQ(1U, standIn.journal().count("zmq_socket"));
+}
+
+TEST_P(SocketJam, ThrowsTheErrorOfTheSecondAttempt) {
+    standIn.fail(GetParam().function, EHOSTUNREACH, 2);
+    EXPECT_EQ(textOf("Host unreachable"), textOfCall());
+    expectServing();
+
+    standIn.fail(GetParam().function, EFSM);
+    standIn.after("warning", [&] { standIn.fail(GetParam().function, ETERM); });
+    EXPECT_EQ("Context terminated in " + std::string(GetParam().operation) + " for socket [Socket x]",
+              textThrownBy<ZmqContextTerminationException>([&] { call(); }));
+    expectServing();
+}
+
+TEST_P(SocketJam, IsNotRepairedAfterAnotherError) {
+    standIn.fail(GetParam().function, EAGAIN);
+
+    EXPECT_EQ(textOf("Resource temporarily unavailable"), textOfCall());
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre(GetParam().line));
+}
+
+TEST_P(SocketJam, ThrowsWhenItCannotBeRebuilt) {
+    standIn.fail("zmq_socket", EMFILE);
+
+    EXPECT_EQ(textOf("Socket operation on non-socket"), textOfCall());
+    EXPECT_THAT(standIn.journal().lines(),
+                ElementsAre(GetParam().line, warning, "zmq_close", calls::open(GetParam().pattern),
+                            std::string("error: [Socket x]: Error resetting socket: Socket: Failed creating socket "
+                                        "[Socket x] of type ") +
+                                GetParam().typeText + ": Too many open files on [Socket x]",
+                            GetParam().line));
+    EXPECT_THAT(textOfCall(), testing::EndsWith(" on a NULL socket"));
+}
+
+TEST_P(SocketJam, ThrowsWhenItCannotBeConnected) {
+    standIn.fail(GetParam().attach, EACCES);
+
+    EXPECT_EQ(textOf("Socket operation on non-socket"), textOfCall());
+    EXPECT_THAT(standIn.journal().linesWith("error: "),
+                ElementsAre("error: [Socket x]: Error resetting socket: Socket: Failed connecting/binding socket: "
+                            "Permission denied on [Socket x]"));
+    EXPECT_THAT(textOfCall(), testing::EndsWith(" on a NULL socket"));
+}
+
+TEST_P(SocketJam, CountsACallOnceThoughTriedTwice) {
+    jammed.activateStatistics(true);
+    standIn.setClock(100.0);
+    for (std::size_t block = 1; block <= 100; ++block) {
+        standIn.fail(GetParam().function, EFSM);
+        standIn.after("warning", [&] { standIn.answer(GetParam().function, 5); });
+        call();
+        EXPECT_EQ(block / 50, standIn.journal().count("debug: [Socket x]: Rate is ")) << block;
+    }
+    EXPECT_EQ(200U, standIn.journal().count(GetParam().function));
+}
+
+TEST_P(SocketJam, CountsFailedAttemptsToSendAlone) {
+    jammed.activateStatistics(true);
+    standIn.fail(GetParam().function, EFSM, 1, StandIn::always);
+    for (int block = 1; block <= 50; ++block) {
+        EXPECT_THAT(standIn.journal().linesWith("debug: [Socket x]: Rate is "), IsEmpty());
+        textOfCall();
+    }
+    EXPECT_EQ(GetParam().pattern == Protocol::Req ? 1U : 0U, standIn.journal().count("debug: [Socket x]: Rate is "));
+}
+
+TEST_P(SocketJam, CapsWhatIsSentAfterTheRepair) {
+    client.setTargetBitRate(8);
+    standIn.setClock(100.0);
+    sendText(client, std::string(1048576, 'x'));
+    EXPECT_THAT(standIn.journal().linesWith("usleep"), IsEmpty());
+    sendText(client, std::string(1048576, 'x'));
+
+    EXPECT_THAT(standIn.journal().linesWith("usleep"), ElementsAre("usleep 1000000"));
+}
+
+TEST_P(SocketJam, AbandonsTheRequestWithoutAReply) {
+    server.connect(freshEndpoint(Transport::Inproc), 1);
+
+    EXPECT_EQ("Receive error: Resource temporarily unavailable on [Socket x]",
+              textThrownBy([&] { receiveText(server); }));
+    std::string error;
+    EXPECT_EQ(socket::PollResult::Timeout, client.poll(0, error));
+}
+
+} // namespace rk::tests

@@ -1,0 +1,111 @@
+#include "support/Calls.h"
+#include "support/Feed.h"
+#include "support/Patterns.h"
+#include "support/StandIn.h"
+#include "support/Texts.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <string>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace PollResult = socket::PollResult;
+namespace Protocol = socket::Protocol;
+
+constexpr int zmqDefault = 1000;
+
+class SocketQueueOf : public testing::TestWithParam<Protocol::Protocol> {
+protected:
+    SocketQueueOf() {
+        socket.create(GetParam());
+        standIn.journal().clear();
+    }
+
+    std::string failure(const std::string& reason) const {
+        return std::string("error: [Socket feed]: Failed setting ") + (sends ? "emission" : "reception") +
+               " buffer size: " + reason + " on [Socket feed]";
+    }
+
+    const bool sends = GetParam() == Protocol::Pub || GetParam() == Protocol::Req;
+    const int option = sends ? ZMQ_SNDHWM : ZMQ_RCVHWM;
+    StandIn standIn;
+    Socket socket{"feed", ClosePolicy::DropPending};
+};
+
+INSTANTIATE_TEST_SUITE_P(Socket, SocketQueueOf, testing::ValuesIn(everyPattern), nameOfPattern);
+
+/// The lengths of a publisher's and a subscriber's queue, and how many messages come through without being received.
+/// Over inproc, 0MQ makes one queue of both.
+struct Lengths {
+    int publisher;
+    int subscriber;
+    int both;
+};
+
+class SocketQueue : public testing::TestWithParam<Lengths> {
+protected:
+    /// How many of 5,000 messages come through, from the first on.
+    static int countThatComeThrough(Feed& feed) {
+        for (int number = 0; number < 5000; ++number) {
+            sendText(feed.publisher, std::to_string(number));
+        }
+        std::string error;
+        int received = 0;
+        while (feed.subscriber.poll(0, error) == PollResult::Input) {
+            EXPECT_EQ(std::to_string(received++), receiveText(feed.subscriber));
+        }
+        return received;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, SocketQueue,
+                         testing::Values(Lengths{10, 20, 30}, Lengths{10, Feed::defaultQueue, 10 + zmqDefault},
+                                         Lengths{Feed::defaultQueue, 20, zmqDefault + 20}, Lengths{0, 20, 5000},
+                                         Lengths{-2, -2, 2 * zmqDefault}));
+
+} // namespace
+
+TEST_P(SocketQueueOf, LogsWhenZmqRefusesTheSize) {
+    socket.setInternalFifoSize(-1);
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre(calls::set(option, -1), failure("Invalid argument")));
+
+    standIn.journal().clear();
+    standIn.fail("zmq_setsockopt " + std::to_string(option), ETERM);
+    socket.setInternalFifoSize(5);
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre(calls::set(option, 5), failure("Context was terminated")));
+}
+
+TEST_P(SocketQueueOf, DoesNothingOnAClosedSocket) {
+    socket.close();
+    standIn.journal().clear();
+    socket.setInternalFifoSize(5);
+    Socket("never", ClosePolicy::DropPending).setInternalFifoSize(-1);
+
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+}
+
+TEST_P(SocketQueue, HoldsSoManyMessages) {
+    Feed feed(GetParam().publisher, GetParam().subscriber);
+    EXPECT_EQ(GetParam().both, countThatComeThrough(feed));
+}
+
+TEST_F(SocketQueue, IsOfDefaultLengthAfterARebuild) {
+    Feed feed(10, 20);
+    feed.subscriber.resetConnections();
+    feed.join();
+
+    EXPECT_EQ(10 + zmqDefault, countThatComeThrough(feed));
+}
+
+} // namespace rk::tests

@@ -1,0 +1,177 @@
+#include "support/Errors.h"
+#include "support/FakeMessage.h"
+#include "support/Feed.h"
+#include "support/Patterns.h"
+#include "support/StandIn.h"
+#include "support/Texts.h"
+#include "support/messages.pb.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <exception>
+#include <new>
+#include <string>
+#include <type_traits>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+static_assert(std::is_same_v<void, decltype(std::declval<Socket>().send(nullptr, 0UL))>);
+static_assert(std::is_same_v<void, decltype(std::declval<Socket>().sendProtoBuf(nullptr))>);
+
+class SocketSend : public testing::Test {
+protected:
+    SocketSend() { standIn.journal().clear(); }
+
+    std::string textOfMessage(google::protobuf::Message& message) {
+        return textThrownBy([&] { feed.publisher.sendProtoBuf(&message); });
+    }
+
+    StandIn standIn;
+    Feed feed;
+    Socket closed{"closed", ClosePolicy::DropPending};
+};
+
+constexpr auto changed = "[Socket source]: Cannot send message: changed while being serialized";
+
+} // namespace
+
+TEST_F(SocketSend, CopiesTheBytes) {
+    std::string bytes = "before";
+    feed.publisher.send(bytes.data(), bytes.size());
+    bytes = "after ";
+
+    EXPECT_EQ("before", receiveText(feed.subscriber));
+}
+
+TEST_F(SocketSend, HandsASizeOfMoreThan32BitsOn) {
+    standIn.answer("zmq_send", 0);
+    feed.publisher.send(nullptr, 4294967303UL);
+
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_send 4294967303 bytes, flags 0"));
+}
+
+TEST_F(SocketSend, ThrowsOnASubscriber) {
+    EXPECT_EQ("Send error: Operation not supported on [Socket feed]",
+              textThrownBy([&] { sendText(feed.subscriber, "news"); }));
+}
+
+TEST_F(SocketSend, LeavesAReplierServing) {
+    const socket::SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    Socket server("server", ClosePolicy::DropPending);
+    Socket client("client", ClosePolicy::DropPending);
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    standIn.journal().clear();
+
+    EXPECT_EQ("Send error: Operation cannot be accomplished in current state on [Socket server]",
+              textThrownBy([&] { sendText(server, "answer"); }));
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_send 6 bytes, flags 0"));
+
+    sendText(client, "question");
+    EXPECT_EQ("question", receiveText(server));
+    sendText(server, "answer");
+    EXPECT_EQ("answer", receiveText(client));
+}
+
+TEST_F(SocketSend, PassesTheSerializedBytesOn) {
+    Command command;
+    command.set_id(7);
+    command.mutable_header()->set_time(1.5);
+    const std::string bytes = command.SerializeAsString();
+    feed.publisher.sendProtoBuf(&command);
+
+    EXPECT_EQ(bytes, receiveText(feed.subscriber));
+    EXPECT_EQ(bytes, command.SerializeAsString());
+}
+
+TEST_F(SocketSend, MeasuresAndSerializesOnce) {
+    FakeMessage message(5, 5);
+    feed.publisher.sendProtoBuf(&message);
+    EXPECT_EQ("Socket: Cannot send on a NULL socket", textThrownBy([&] { closed.sendProtoBuf(&message); }));
+
+    EXPECT_EQ(2, message.measured);
+    EXPECT_EQ(2, message.serialized);
+    EXPECT_EQ("xxxxx", receiveText(feed.subscriber));
+}
+
+TEST_F(SocketSend, RefusesNoMessageFirstOfAll) {
+    for (Socket* socket : {&feed.publisher, &closed}) {
+        EXPECT_EQ("Socket: Cannot send NULL message", textThrownBy([&] { socket->sendProtoBuf(nullptr); }));
+    }
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+}
+
+TEST_F(SocketSend, NamesEveryMissingField) {
+    Command command;
+    EXPECT_EQ("[Socket source]: Cannot send message: not initialized: [id][header]", textOfMessage(command));
+    command.mutable_header();
+    EXPECT_EQ("[Socket source]: Cannot send message: not initialized: [id][header.time]", textOfMessage(command));
+    command.set_id(7);
+    EXPECT_EQ("[Socket source]: Cannot send message: not initialized: [header.time]", textOfMessage(command));
+    EXPECT_EQ("[Socket closed]: Cannot send message: not initialized: [header.time]",
+              textThrownBy([&] { closed.sendProtoBuf(&command); }));
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+}
+
+TEST_F(SocketSend, RefusesMessagesOfMoreThanIntMax) {
+    for (const std::size_t size : {2147483648UL, 4294967303UL}) {
+        FakeMessage message(size, 7);
+        EXPECT_EQ("[Socket source]: Cannot send message: " + std::to_string(size) +
+                      " bytes serialized, at most 2147483647 possible",
+                  textOfMessage(message));
+        EXPECT_EQ(0, message.serialized);
+    }
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+}
+
+TEST_F(SocketSend, SerializesAMessageOfIntMax) {
+    FakeMessage message(INT_MAX, 7);
+    try {
+        feed.publisher.sendProtoBuf(&message);
+        ADD_FAILURE() << "seven bytes were sent as two billion";
+    } catch (const std::bad_alloc&) {
+        GTEST_SKIP() << "no 2 GB of address space";
+    } catch (const std::exception&) {
+        // Only the serialisation itself can have found out.
+        EXPECT_EQ(1, message.serialized);
+    }
+}
+
+/// Where protobuf is built to check for it, it throws before the library can.
+TEST_F(SocketSend, RefusesAMessageShorterThanMeasured) {
+    FakeMessage shorter(10, 9);
+    EXPECT_THAT([&] { feed.publisher.sendProtoBuf(&shorter); },
+                testing::Throws<std::exception>(testing::Property(
+                    &std::exception::what, testing::AnyOf(testing::StrEq(changed),
+                                                          testing::HasSubstr("CHECK failed: target + size == res")))));
+    FakeMessage measuredAgain(10, 9, 9);
+    EXPECT_EQ(changed, textOfMessage(measuredAgain));
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+}
+
+TEST_F(SocketSend, CountsAndCapsTheSerializedSize) {
+    FakeMessage message(1048576, 1048576);
+    feed.publisher.activateStatistics(true);
+    feed.publisher.setTargetBitRate(8);
+    standIn.setClock(100.0);
+    for (int block = 0; block < 50; ++block) {
+        feed.publisher.sendProtoBuf(&message);
+    }
+    EXPECT_EQ(49U, standIn.journal().count("usleep 1000000"));
+    EXPECT_EQ(1U, standIn.journal().count("debug: [Socket source]: Rate is 1.041667 Mbytes/s = 8.333333 Mbits/s"));
+}
+
+} // namespace rk::tests

@@ -1,0 +1,332 @@
+#include "support/StandIn.h"
+#include "support/Texts.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <chrono>
+#include <limits>
+#include <string>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Protocol = socket::Protocol;
+
+constexpr unsigned int mega = 1048576;
+
+class Capping : public testing::Test {
+protected:
+    Capping() {
+        socket.create(Protocol::Pub);
+        standIn.setClock(1000.0);
+        standIn.journal().clear();
+    }
+
+    std::vector<std::string> pauses() { return standIn.journal().linesWith("usleep"); }
+
+    StandIn standIn;
+    Socket socket{"cmd", ClosePolicy::DropPending};
+};
+
+} // namespace
+
+TEST_F(Capping, NeverPausesTheFirstSendButNotesItsTime) {
+    socket.setTargetBitRate(8);
+
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("gettimeofday"));
+}
+
+TEST_F(Capping, ReadsTheClockPausesAndReadsItAgain) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    standIn.journal().clear();
+
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("gettimeofday", "usleep 1000000", "gettimeofday"));
+}
+
+TEST_F(Capping, BringsBlocksSentBackToBackToTheSpacingOfTheRate) {
+    socket.setTargetBitRate(8);
+
+    for (int block = 0; block < 4; ++block) {
+        socket.handleBitRateCapping(mega);
+    }
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 1000000", "usleep 1000000", "usleep 1000000"));
+}
+
+TEST_F(Capping, PausesInProportionToTheSize) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(0);
+
+    socket.handleBitRateCapping(mega / 4);
+    socket.handleBitRateCapping(3 * mega);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 250000", "usleep 3000000"));
+}
+
+TEST_F(Capping, PausesInInverseProportionToTheRate) {
+    socket.setTargetBitRate(1);
+    socket.handleBitRateCapping(0);
+    socket.handleBitRateCapping(mega);
+    socket.setTargetBitRate(64);
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 8000000", "usleep 125000"));
+}
+
+TEST_F(Capping, CutsThePauseToWholeMicroseconds) {
+    socket.setTargetBitRate(3);
+    standIn.setClock(2.0);
+    socket.handleBitRateCapping(0);
+
+    socket.handleBitRateCapping(mega / 8);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 333333"));
+}
+
+TEST_F(Capping, CountsTheApplicationsTimeTowardThePause) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    standIn.setClock(1000.75);
+
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 250000"));
+}
+
+TEST_F(Capping, DoesNotPauseABlockThatIsDueJustNow) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    standIn.setClock(1001.0);
+
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), IsEmpty());
+}
+
+TEST_F(Capping, DoesNotPauseABlockThatIsLateButNotesItsTime) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    standIn.setClock(1010.0);
+    standIn.journal().clear();
+
+    socket.handleBitRateCapping(mega);
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("gettimeofday", "gettimeofday"));
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
+}
+
+TEST_F(Capping, CountsFromTheReadingAfterThePause) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    standIn.after("usleep", [&] { standIn.setClock(1005.0); });
+    socket.handleBitRateCapping(mega);
+    standIn.setClock(1005.25);
+
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 1000000", "usleep 750000"));
+}
+
+TEST_F(Capping, OfABlockOfZeroBytesNeverPausesButNotesItsTime) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    standIn.setClock(1000.5);
+
+    socket.handleBitRateCapping(0);
+    EXPECT_THAT(pauses(), IsEmpty());
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
+}
+
+TEST_F(Capping, OfRateZeroReadsNoClock) {
+    socket.handleBitRateCapping(mega);
+    socket.setTargetBitRate(0);
+    socket.handleBitRateCapping(mega);
+    sendText(socket, "news");
+
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_send 4 bytes, flags 0"));
+}
+
+TEST_F(Capping, SwitchedOffAndOnAgainCountsFromTheLastCappedSend) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    socket.setTargetBitRate(0);
+    socket.handleBitRateCapping(mega);
+    standIn.setClock(1000.25);
+    socket.setTargetBitRate(8);
+
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 750000"));
+}
+
+TEST_F(Capping, SwitchedOnAgainLongAfterDoesNotPause) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    socket.setTargetBitRate(0);
+    standIn.setClock(5000.0);
+    socket.setTargetBitRate(8);
+
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), IsEmpty());
+}
+
+TEST_F(Capping, SurvivesCloseAndCreate) {
+    socket.setTargetBitRate(8);
+    sendText(socket, "first");
+
+    socket.close();
+    socket.create(Protocol::Pub);
+    sendText(socket, std::string(mega, 'x'));
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
+}
+
+TEST_F(Capping, FollowsTheSendAndTheStatistics) {
+    socket.setTargetBitRate(8);
+    socket.activateStatistics(true);
+    sendText(socket, std::string(mega, 'x'));
+    sendText(socket, std::string(mega, 'x'));
+
+    EXPECT_THAT(standIn.journal().lines(),
+                ElementsAre("zmq_send 1048576 bytes, flags 0", "gettimeofday", "gettimeofday",
+                            "zmq_send 1048576 bytes, flags 0", "gettimeofday", "usleep 1000000", "gettimeofday"));
+}
+
+TEST_F(Capping, TakesASizeOf4GigabytesModulo32Bits) {
+    socket.setTargetBitRate(8);
+    sendText(socket, "first");
+    standIn.answer("zmq_send", 0);
+
+    socket.send(nullptr, 4294967296UL + mega / 2);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 500000"));
+}
+
+TEST_F(Capping, TakesTheGreatestRateWithoutOverflow) {
+    socket.setTargetBitRate(std::numeric_limits<unsigned int>::max());
+    socket.handleBitRateCapping(0);
+
+    socket.handleBitRateCapping(std::numeric_limits<unsigned int>::max());
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 7"));
+}
+
+TEST_F(Capping, SleepsInPiecesWhenThePauseIsLong) {
+    socket.setTargetBitRate(1);
+    socket.handleBitRateCapping(0);
+
+    socket.handleBitRateCapping(std::numeric_limits<unsigned int>::max());
+
+    std::vector<std::string> pieces(7, "usleep 4294967295");
+    pieces.emplace_back("usleep 2703228927"); // of 32,767.999992 s
+    EXPECT_THAT(pauses(), ElementsAreArray(pieces));
+}
+
+TEST_F(Capping, SleepsOnceWhenThePauseJustFits) {
+    socket.setTargetBitRate(1);
+    standIn.setClock(2.0);
+    socket.handleBitRateCapping(0);
+
+    socket.handleBitRateCapping(562949953); // 4,294,967,292 microseconds
+    socket.handleBitRateCapping(562949954); // 4,294,967,300
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 4294967292", "usleep 4294967295", "usleep 5"));
+}
+
+/// By how many seconds the clock is set back.
+class CappingWhenTheClockIsSetBack : public Capping, public testing::WithParamInterface<double> {};
+
+INSTANTIATE_TEST_SUITE_P(By, CappingWhenTheClockIsSetBack, testing::Values(0.25, 1.0, 3600.0, 1699990000.0));
+
+TEST_P(CappingWhenTheClockIsSetBack, PausesAsTheRateAsks) {
+    standIn.setClock(1700000000.0);
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    standIn.setClock(1700000000.0 - GetParam());
+
+    socket.handleBitRateCapping(mega);
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 1000000", "usleep 1000000"));
+}
+
+TEST_F(Capping, DoesNotPauseWhenTheClockIsSetFarAhead) {
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    standIn.setClock(1e15);
+
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), IsEmpty());
+}
+
+TEST_F(Capping, AtAClockBelowOneSecondHasNoCappedSendYet) {
+    standIn.setClock(0.0);
+    socket.setTargetBitRate(8);
+    socket.handleBitRateCapping(mega);
+    standIn.setClock(0.75);
+    socket.handleBitRateCapping(mega);
+    EXPECT_EQ(2U, standIn.journal().count("gettimeofday"));
+    standIn.setClock(1.0);
+    socket.handleBitRateCapping(mega);
+    EXPECT_THAT(pauses(), IsEmpty());
+
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
+}
+
+TEST_F(Capping, WithoutAClockTakesItForZero) {
+    socket.setTargetBitRate(8);
+    standIn.fail("gettimeofday", EFAULT, 1, StandIn::always);
+
+    socket.handleBitRateCapping(mega);
+    socket.handleBitRateCapping(mega);
+
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("gettimeofday", "gettimeofday"));
+}
+
+TEST_F(Capping, IgnoresAPauseThatFails) {
+    socket.setTargetBitRate(8);
+    sendText(socket, "first");
+    standIn.fail("usleep", EINTR);
+
+    EXPECT_NO_THROW(sendText(socket, std::string(mega, 'x')));
+
+    EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
+}
+
+TEST(CappingByTheWallClock, TakesAsLongAsTheRateAsks) {
+    Socket socket("cmd", ClosePolicy::DropPending);
+    socket.create(Protocol::Pub);
+    socket.setTargetBitRate(8);
+    const auto start = std::chrono::steady_clock::now();
+
+    for (int block = 0; block < 11; ++block) {
+        sendText(socket, std::string(mega / 500, 'x'));
+    }
+
+    const auto least = std::chrono::microseconds(10 * 2000 - 100);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, least);
+}
+
+} // namespace rk::tests

@@ -1,0 +1,158 @@
+#include "support/Closed.h"
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/MutexFault.h"
+#include "support/StandIn.h"
+#include "support/ZmqHandle.h"
+
+#include <rk/socket/Socket.h>
+#include <rk/socket/SocketContext.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <system_error>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketContext;
+using socket::SocketEndpoint;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+/// A socket one of whose locks cannot be had. The faults count the locks in the order in which a call takes them.
+class UnlockableSocket : public testing::Test {
+protected:
+    template <class Action>
+    static std::string textThrownAtLock(int nth, const Action& action) {
+        const MutexFault fault(EAGAIN, nth);
+        return textThrownBy<std::system_error>(action);
+    }
+
+    const std::string refused = "Resource temporarily unavailable";
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    Socket server{"server", ClosePolicy::DropPending};
+};
+
+void destroyWithoutItsLock() {
+    auto server = std::make_unique<Socket>("server", ClosePolicy::DropPending);
+    server->createAndConnect(Protocol::Rep, freshEndpoint(Transport::Inproc), 0);
+    const MutexFault fault(EAGAIN, 2); // the first lock is the book's, which the close does without
+    server.reset();
+}
+
+/// By which lock of the call it fails.
+class UnlockableCreate : public UnlockableSocket, public testing::WithParamInterface<int> {};
+
+INSTANTIATE_TEST_SUITE_P(AtLock, UnlockableCreate, testing::Values(1, 2, 3));
+
+class UnlockableConnect : public UnlockableSocket, public testing::WithParamInterface<int> {};
+
+INSTANTIATE_TEST_SUITE_P(AtLock, UnlockableConnect, testing::Values(1, 2, 3));
+
+} // namespace
+
+TEST_P(UnlockableCreate, ThrowsAndLeavesTheSocketClosed) {
+    EXPECT_EQ(refused, textThrownAtLock(GetParam(), [&] { server.create(Protocol::Rep); }));
+
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+    expectClosed(standIn, server);
+}
+
+TEST_P(UnlockableConnect, ThrowsAndLeavesTheSocketClosedAndTheAddressFree) {
+    server.create(Protocol::Rep);
+
+    EXPECT_EQ(refused, textThrownAtLock(GetParam(), [&] { server.connect(endpoint, 0); }));
+
+    // The locks are the gate's, before the bind, the book's, after the bind, and the record's, after the options.
+    EXPECT_EQ(GetParam() == 3 ? 1U : 0U, standIn.journal().count("zmq_setsockopt 17"));
+    EXPECT_EQ(0U, standIn.journal().count("debug: Connected"));
+    EXPECT_EQ("zmq_close", standIn.journal().lines().back());
+    expectClosed(standIn, server);
+}
+
+TEST_F(UnlockableSocket, ThrowsWhenItIsClosedOnceItsNativeSocketIs) {
+    server.createAndConnect(Protocol::Rep, endpoint, 0);
+    standIn.journal().clear();
+
+    EXPECT_EQ(refused, textThrownAtLock(2, [&] { server.close(); }));
+
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_close"));
+    std::string error;
+    EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { server.poll(0, error); }));
+    server.close();
+    expectClosed(standIn, server);
+}
+
+TEST_F(UnlockableSocket, IsClosedAllTheSameWhenItsAddressesCannotBeNoted) {
+    server.createAndConnect(Protocol::Rep, endpoint, 0);
+    standIn.journal().clear();
+    {
+        const MutexFault fault(EAGAIN);
+        server.close();
+    }
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_close"));
+    standIn.fail("zmq_bind", EADDRINUSE);
+
+    EXPECT_EQ("Socket: Failed connecting/binding socket: Address already in use on [Socket server]",
+              textThrownBy([&] { server.createAndConnect(Protocol::Rep, endpoint, 0); }));
+}
+
+TEST(UnlockableSocketDeathTest, EndsTheProcessWhenItIsDestroyed) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+
+    EXPECT_EXIT(destroyWithoutItsLock(), testing::KilledBySignal(SIGABRT),
+                "terminate called after throwing an instance of 'std::system_error'\n"
+                "  what\\(\\):  Resource temporarily unavailable");
+}
+
+TEST_F(UnlockableSocket, LogsThatItCannotBeRebuilt) {
+    server.createAndConnect(Protocol::Rep, endpoint, 0);
+    standIn.journal().clear();
+    {
+        const MutexFault fault(EAGAIN, 2);
+        server.resetConnections();
+    }
+    EXPECT_THAT(standIn.journal().lines(),
+                ElementsAre("zmq_close", "error: [Socket server]: Error resetting socket: " + refused));
+    standIn.journal().clear();
+    server.setInternalFifoSize(1);
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty()) << "the socket has no pattern any more";
+    server.close();
+    expectClosed(standIn, server);
+}
+
+TEST_F(UnlockableSocket, IsNotAskedWhetherAnAddressIsBeingReleased) {
+    server.createAndConnect(Protocol::Rep, endpoint, 0);
+    server.create(Protocol::Rep);
+    standIn.fail("zmq_bind", EADDRINUSE, 1, StandIn::always);
+
+    EXPECT_EQ(refused, textThrownAtLock(2, [&] { server.connect(endpoint, 0); }));
+
+    EXPECT_EQ(2U, standIn.journal().count("zmq_bind"));
+}
+
+TEST_F(UnlockableSocket, OfTheContextIsNotMade) {
+    SocketContext own;
+    standIn.journal().clear();
+
+    EXPECT_EQ(refused, textThrownAtLock(1, [&] { own.createSocket(Protocol::Pub); }));
+    EXPECT_EQ(refused, textThrownAtLock(1, [] { socket::getSocket(Protocol::Pub); }));
+    EXPECT_EQ(refused, textThrownAtLock(2, [] { socket::getSocket(Protocol::Pub); }));
+
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+    EXPECT_NE(nullptr, ZmqHandle(socket::getSocket(Protocol::Pub)));
+}
+
+} // namespace rk::tests

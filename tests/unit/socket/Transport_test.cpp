@@ -1,0 +1,51 @@
+#include <rk/socket/Transport.h>
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+namespace rk::tests {
+
+namespace {
+
+namespace Transport = socket::Transport;
+
+static_assert(std::is_enum_v<Transport::Transport>);
+static_assert(std::is_convertible_v<Transport::Transport, int>, "a plain enumeration");
+static_assert(sizeof(Transport::Transport) == 4);
+static_assert(Transport::Undef == 0);
+static_assert(Transport::Inproc == 1);
+static_assert(Transport::Ipc == 2);
+static_assert(Transport::Tcp == 3);
+static_assert(std::is_same_v<decltype(&Transport::ToString), std::string (*)(Transport::Transport)>);
+static_assert(std::is_same_v<decltype(&Transport::FromString), Transport::Transport (*)(const std::string&)>);
+
+} // namespace
+
+TEST(Transport, ConvertsEveryTransport) {
+    for (const auto& [transport, text] :
+         {std::pair(Transport::Inproc, "inproc"), std::pair(Transport::Ipc, "ipc"), std::pair(Transport::Tcp, "tcp")}) {
+        EXPECT_EQ(text, Transport::ToString(transport));
+        EXPECT_EQ(transport, Transport::FromString(text));
+    }
+}
+
+TEST(Transport, HasNoTextForOtherValues) {
+    for (const int value : {0, 4, -1, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
+        EXPECT_EQ("undef", Transport::ToString(static_cast<Transport::Transport>(value)));
+    }
+}
+
+TEST(Transport, IsUndefForOtherTexts) {
+    for (const std::string& text : {std::string(), std::string("undef"), std::string("TCP"), std::string("Tcp"),
+                                    std::string(" tcp"), std::string("tcp "), std::string("tc"), std::string("tcp:"),
+                                    std::string("tcp://"), std::string("ip"), std::string("ipcs"), std::string("udp"),
+                                    std::string("3"), std::string("tcp\0", 4), std::string("\0tcp", 4)}) {
+        EXPECT_EQ(Transport::Undef, Transport::FromString(text)) << text;
+    }
+}
+
+} // namespace rk::tests

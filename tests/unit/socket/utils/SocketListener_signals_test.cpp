@@ -1,0 +1,266 @@
+#include "support/Endpoints.h"
+#include "support/RecordingListener.h"
+#include "support/Signals.h"
+#include "support/StandIn.h"
+#include "support/ThreadFault.h"
+#include "support/ZmqHandle.h"
+
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <pthread.h>
+#include <string>
+#include <sys/mman.h>
+#include <sys/time.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using testing::Contains;
+using testing::Not;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+sigset_t setOf(int signal) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    return set;
+}
+
+std::vector<int> everySignalThatCanBeBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    const BlockedSignals block(all);
+    return blockedSignals();
+}
+
+std::vector<int> without(const std::vector<int>& left, std::vector<int> signals) {
+    const auto isLeft = [&](int signal) { return std::find(left.begin(), left.end(), signal) != left.end(); };
+    signals.erase(std::remove_if(signals.begin(), signals.end(), isLeft), signals.end());
+    return signals;
+}
+
+/// Raises a signal on the calling thread. A fault whose signal is blocked ends the process by the default action.
+void raiseAsTheProcessorDoes(int fault) {
+    if (fault == SIGSEGV) {
+        *static_cast<volatile char*>(mmap(nullptr, 1, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) = 1;
+    }
+    pthread_kill(pthread_self(), fault);
+}
+
+std::atomic<int> samples{0};
+
+/// Interrupts threads that use the processor, as profilers do, but not the calling one.
+class Profiler {
+public:
+    Profiler() {
+        struct sigaction sampler{};
+        sampler.sa_handler = [](int) { ++samples; };
+        sigaction(SIGPROF, &sampler, &former);
+        set(1000);
+    }
+    ~Profiler() {
+        set(0);
+        std::signal(SIGPROF, SIG_IGN); // discards one that is still pending in any thread
+        sigaction(SIGPROF, &former, nullptr);
+    }
+    Profiler(const Profiler&) = delete;
+    Profiler& operator=(const Profiler&) = delete;
+
+private:
+    static void set(int microseconds) {
+        const itimerval interval{{0, microseconds}, {0, microseconds}};
+        setitimer(ITIMER_PROF, &interval, nullptr);
+    }
+
+    const BlockedSignals block{setOf(SIGPROF)};
+    struct sigaction former{};
+};
+
+class ListenerSignals : public testing::Test {
+protected:
+    /// Listens, and comes back when the thread waits.
+    void serve() {
+        listener.serve(endpoint);
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
+    }
+
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    RecordingListener listener{Protocol::Rep};
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    const SignalTaker taker{SIGUSR1};
+    std::string error;
+};
+
+} // namespace
+
+TEST_F(ListenerSignals, BlocksAsynchronousOnesInTheThread) {
+    const std::vector<int> faults{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
+    std::vector<int> whenMaking;
+    std::vector<int> whenHandling;
+    listener.setMaker([&] {
+        whenMaking = blockedSignals();
+        return std::make_shared<Text>();
+    });
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        whenHandling = blockedSignals();
+        echo(text, socket);
+    });
+    {
+        const BlockedSignals block(setOf(SIGSEGV)); // which the thread does not inherit
+        listener.serve(endpoint);
+    }
+    ask(endpoint, "question");
+    ASSERT_TRUE(listener.stop(error));
+
+    const std::vector<int> all = everySignalThatCanBeBlocked();
+    EXPECT_EQ(without(faults, all), whenMaking);
+    EXPECT_EQ(without({SIGPROF}, without(faults, all)), whenHandling);
+}
+
+TEST_F(ListenerSignals, DeliversAFaultToTheCrashHandler) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+        EXPECT_EXIT(
+            {
+                struct sigaction crash{};
+                crash.sa_handler = [](int number) { _exit(number); };
+                sigaction(fault, &crash, nullptr);
+                listener.setHandler([fault](Text&, const std::shared_ptr<Socket>&) { raiseAsTheProcessorDoes(fault); });
+                listener.serve(endpoint);
+                ask(endpoint, "question");
+            },
+            testing::ExitedWithCode(fault), "");
+    }
+}
+
+TEST_F(ListenerSignals, SurvivesAProfiler) {
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        const int before = samples;
+        while (samples < before + 3) {
+        }
+        const BlockedSignals block(setOf(SIGPROF)); // a signal could interrupt the reply
+        echo(text, socket);
+    });
+    const Profiler profiler;
+    serve();
+
+    for (int round = 0; round < 50; ++round) {
+        ASSERT_EQ("question", ask(endpoint, "question"));
+    }
+
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+}
+
+TEST_F(ListenerSignals, SurvivesAStormOfProfilingSignals) {
+    pthread_t thread{};
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        thread = pthread_self();
+        const BlockedSignals block(setOf(SIGPROF)); // a signal could interrupt the reply
+        echo(text, socket);
+    });
+    const SignalTaker profiling{SIGPROF};
+    listener.serve(endpoint);
+    ask(endpoint, "question");
+    std::atomic<bool> over{false};
+    std::thread storm([&] {
+        while (!over) {
+            pthread_kill(thread, SIGPROF);
+        }
+    });
+
+    for (int round = 0; round < 200; ++round) {
+        EXPECT_EQ("question", ask(endpoint, "question"));
+    }
+
+    over = true;
+    storm.join();
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+}
+
+TEST_F(ListenerSignals, OfTheStartingThreadStayAsTheyWere) {
+    const BlockedSignals block(setOf(SIGUSR2));
+    const std::vector<int> before = blockedSignals();
+    ASSERT_THAT(before, Contains(SIGUSR2));
+    ASSERT_THAT(before, Not(Contains(SIGUSR1)));
+
+    listener.serve(endpoint);
+    EXPECT_EQ(before, blockedSignals());
+    EXPECT_TRUE(listener.addListenEndpoint("inproc://signals", error));
+    EXPECT_EQ(before, blockedSignals());
+    EXPECT_TRUE(listener.stop(error));
+    EXPECT_EQ(before, blockedSignals());
+}
+
+TEST_F(ListenerSignals, OfTheStartingThreadStayAsTheyWereWhenNoThreadCanBeMade) {
+    const BlockedSignals block(setOf(SIGUSR2));
+    const std::vector<int> before = blockedSignals();
+    const ThreadFault fault(EAGAIN);
+
+    EXPECT_THROW(listener.start(error), std::system_error);
+
+    EXPECT_EQ(before, blockedSignals());
+}
+
+TEST_F(ListenerSignals, OfTheProcessAreTakenByTheApplicationsThreadsAlone) {
+    serve();
+    // Nobody but the listener could take them while this thread has them wait.
+    const sigset_t signals = setOf(SIGUSR1);
+    const BlockedSignals block(signals);
+    const timespec patience{20, 0};
+    for (int round = 0; round < 1000; ++round) {
+        ASSERT_EQ(0, kill(getpid(), SIGUSR1));
+        ASSERT_EQ(SIGUSR1, sigtimedwait(&signals, nullptr, &patience));
+    }
+    EXPECT_EQ("question", ask(endpoint, "question"));
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+}
+
+TEST_F(ListenerSignals, OfTheProcessEndNoListenerInAStorm) {
+    serve();
+
+    for (int round = 0; round < 10000; ++round) {
+        ASSERT_EQ(0, kill(getpid(), SIGUSR1));
+    }
+
+    EXPECT_EQ("question", ask(endpoint, "question"));
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+}
+
+TEST_F(ListenerSignals, SentToTheThreadItselfWait) {
+    pthread_t thread{};
+    std::vector<int> pending;
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        thread = pthread_self();
+        pending = pendingSignals();
+        echo(text, socket);
+    });
+    serve();
+    ask(endpoint, "first");
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll 1 items, events 1, 1000 ms", 2));
+    ASSERT_EQ(0, pthread_kill(thread, SIGUSR1));
+
+    EXPECT_EQ("second", ask(endpoint, "second"));
+
+    ASSERT_TRUE(listener.stop(error));
+    EXPECT_THAT(pending, Contains(SIGUSR1));
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+}
+
+} // namespace rk::tests

@@ -1,0 +1,495 @@
+#include "support/BareListener.h"
+#include "support/BeforeJoin.h"
+#include "support/Endpoints.h"
+#include "support/NativeSocket.h"
+#include "support/RecordingListener.h"
+#include "support/StandIn.h"
+#include "support/ZmqHandle.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <future>
+#include <list>
+#include <memory>
+#include <netinet/in.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <tuple>
+#include <unistd.h>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using socket::utils::SocketListener;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+const std::string receiving = "zmq_recv";
+const std::string connected = "debug: Connected [Socket service]";
+const std::string wakeUp = "zmq_send 30 bytes, flags 1";
+
+using Frames = std::vector<std::string>;
+
+/// Messages without the empty frame in front of the content that a reply socket asks for.
+struct Stray {
+    const char* name;
+    std::vector<Frames> messages;
+};
+
+void PrintTo(const Stray& stray, std::ostream* stream) {
+    *stream << stray.name;
+}
+
+const Stray emptyFrame{"EmptyFrame", {{""}}};
+const Stray oneFrame{"OneFrame", {{"x"}}};
+const Stray twoFrames{"TwoFrames", {{"one", "two"}}};
+const Stray manyFrames{"ManyFrames", {Frames(100, "x")}};
+const Stray largeFrame{"LargeFrame", {{std::string(300000, 'x')}}};
+const Stray emptyFrameBehind{"EmptyFrameBehind", {{"x", ""}}};
+const Stray severalMessages{"SeveralMessages", {{""}, {"x"}, {"one", "two"}, {""}}};
+
+/// A peer with a context of its own, as if in another process, whose socket adds nothing to what it sends.
+class Stranger {
+public:
+    explicit Stranger(const SocketEndpoint& endpoint) : Stranger(endpoint.toString(Protocol::Req)) {}
+    explicit Stranger(const std::string& address) {
+        const int none = 0;
+        zmq_setsockopt(dealer.get(), ZMQ_LINGER, &none, sizeof none);
+        EXPECT_EQ(0, zmq_connect(dealer.get(), address.c_str()));
+    }
+
+    void send(const Stray& stray) {
+        for (const Frames& message : stray.messages) {
+            for (std::size_t index = 0; index < message.size(); ++index) {
+                const int flags = index + 1 < message.size() ? ZMQ_SNDMORE : 0;
+                EXPECT_LE(0, zmq_send(dealer.get(), message[index].data(), message[index].size(), flags));
+            }
+        }
+    }
+
+    /// Sends until `over`.
+    void flood(const std::atomic<bool>& over) {
+        const int patience = 100;
+        zmq_setsockopt(dealer.get(), ZMQ_SNDTIMEO, &patience, sizeof patience);
+        while (!over) {
+            zmq_send(dealer.get(), "x", 1, 0);
+        }
+    }
+
+private:
+    ZmqContext context;
+    ZmqHandle dealer = context.socket(ZMQ_DEALER);
+};
+
+/// The addresses on which this process accepts connections.
+std::vector<std::string> listeningAddresses() {
+    std::vector<std::string> addresses;
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        int listens = 0;
+        socklen_t size = sizeof listens;
+        if (getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0) {
+            continue;
+        }
+        sockaddr_un path{};
+        size = sizeof path;
+        getsockname(descriptor, reinterpret_cast<sockaddr*>(&path), &size);
+        if (path.sun_family == AF_UNIX) {
+            addresses.push_back(std::string("ipc://") + path.sun_path);
+        } else {
+            sockaddr_in address{};
+            size = sizeof address;
+            getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
+            addresses.push_back("tcp://127.0.0.1:" + std::to_string(ntohs(address.sin_port)));
+        }
+    }
+    return addresses;
+}
+
+/// A reply listener, and peers that send it stray frames.
+class ListenerStray : public testing::Test {
+protected:
+    /// Comes back when the listener is in the receive that the stray frames have caused.
+    void send(const Stray& stray, const std::string& address) {
+        const std::size_t before = standIn.journal().count(receiving);
+        strangers.emplace_back(address).send(stray);
+        ASSERT_TRUE(standIn.journal().waitFor(receiving, before + 1));
+    }
+    void send(const Stray& stray) { send(stray, endpoint.toString(Protocol::Req)); }
+
+    /// Stops without shortening the poll that lasts.
+    void expectStop(SocketListener& stopped) {
+        std::string reason;
+        auto stop = std::async(std::launch::async, [&] { return stopped.SocketListener::stop(reason); });
+        const bool inTime = stop.wait_for(patience) == std::future_status::ready;
+        EXPECT_TRUE(inTime);
+        if (!inTime) {
+            ask(endpoint, "to end the receive");
+        }
+        EXPECT_TRUE(stop.get()) << reason;
+    }
+
+    void expectNoLine() {
+        EXPECT_THAT(standIn.journal().linesWith("error: "), IsEmpty());
+        EXPECT_THAT(standIn.journal().linesWith("warning: "), IsEmpty());
+    }
+
+    static constexpr std::chrono::seconds patience{10};
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    RecordingListener listener{Protocol::Rep};
+    SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    std::list<Stranger> strangers;
+    std::string error;
+};
+
+class ListenerStrayFrames : public ListenerStray,
+                            public testing::WithParamInterface<std::tuple<Transport::Transport, Stray>> {
+protected:
+    ListenerStrayFrames() {
+        endpoint = freshEndpoint(std::get<Transport::Transport>(GetParam()));
+        listener.serve(endpoint);
+    }
+
+    void sendThem() { send(std::get<Stray>(GetParam())); }
+};
+
+INSTANTIATE_TEST_SUITE_P(On, ListenerStrayFrames,
+                         testing::Combine(testing::Values(Transport::Tcp, Transport::Ipc),
+                                          testing::Values(emptyFrame, oneFrame, twoFrames, manyFrames, largeFrame,
+                                                          emptyFrameBehind, severalMessages)),
+                         [](const auto& tested) {
+                             return Transport::ToString(std::get<Transport::Transport>(tested.param)) +
+                                    std::get<Stray>(tested.param).name;
+                         });
+
+class ListenerFlood : public ListenerStray, public testing::WithParamInterface<Transport::Transport> {};
+
+INSTANTIATE_TEST_SUITE_P(On, ListenerFlood, testing::Values(Transport::Tcp, Transport::Ipc),
+                         [](const auto& tested) { return Transport::ToString(tested.param); });
+
+} // namespace
+
+TEST_P(ListenerStrayFrames, StopsInTime) {
+    sendThem();
+
+    expectStop(listener);
+
+    EXPECT_THAT(listener.texts(), IsEmpty());
+    expectNoLine();
+}
+
+TEST_P(ListenerStrayFrames, ServesTheNextRequest) {
+    sendThem();
+
+    EXPECT_EQ("question", ask(endpoint, "question"));
+
+    expectNoLine();
+}
+
+TEST_P(ListenerStrayFrames, StopsAfterARepair) {
+    listener.setHandler([](Text&, const std::shared_ptr<Socket>&) {});
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+    client.send("");
+    ASSERT_TRUE(standIn.journal().waitFor(connected, 2));
+    sendThem();
+
+    expectStop(listener);
+
+    EXPECT_EQ(1U, standIn.journal().count("warning: "));
+}
+
+TEST_P(ListenerStrayFrames, DestroysInTime) {
+    const SocketEndpoint other = freshEndpoint(std::get<Transport::Transport>(GetParam()));
+    auto bare = std::make_unique<BareListener>();
+    ASSERT_TRUE(bare->addListenEndpoint(other.toString(Protocol::Req), error));
+    ASSERT_TRUE(bare->start(error)) << error;
+    send(std::get<Stray>(GetParam()), other.toString(Protocol::Req));
+
+    auto destruction = std::async(std::launch::async, [&] { bare.reset(); });
+
+    EXPECT_EQ(std::future_status::ready, destruction.wait_for(patience));
+}
+
+TEST_P(ListenerStrayFrames, RestartsInTime) {
+    sendThem();
+    const SocketEndpoint other = freshEndpoint(std::get<Transport::Transport>(GetParam()));
+    auto restart = std::async(std::launch::async,
+                              [&] { return listener.addListenEndpoint(other.toString(Protocol::Req), error); });
+
+    ASSERT_EQ(std::future_status::ready, restart.wait_for(patience));
+
+    EXPECT_TRUE(restart.get()) << error;
+    EXPECT_EQ("old", ask(endpoint, "old"));
+    EXPECT_EQ("new", ask(other, "new"));
+    EXPECT_THAT(listener.texts(), ElementsAre("old", "new"));
+    expectNoLine();
+}
+
+TEST_F(ListenerStray, StopsOnInproc) {
+    endpoint = freshEndpoint(Transport::Inproc);
+    listener.serve(endpoint);
+    const ZmqHandle prober(socket::getSocket(Protocol::Req));
+    const int yes = 1;
+    // The probe is an empty frame.
+    ASSERT_EQ(0, zmq_setsockopt(prober.get(), ZMQ_PROBE_ROUTER, &yes, sizeof yes));
+    ASSERT_EQ(0, zmq_connect(prober.get(), endpoint.toString(Protocol::Req).c_str()));
+    ASSERT_TRUE(standIn.journal().waitFor(receiving));
+
+    expectStop(listener);
+
+    expectNoLine();
+}
+
+TEST_F(ListenerStray, StopsRepeatedly) {
+    listener.serve(endpoint);
+    for (int round = 0; round < 5; ++round) {
+        send(oneFrame);
+        expectStop(listener);
+        expectStop(listener);
+        ASSERT_TRUE(listener.start(error)) << error;
+        EXPECT_EQ("question", ask(endpoint, "question"));
+    }
+    expectNoLine();
+}
+
+TEST_F(ListenerStray, StopsWhenItsPathIsRemoved) {
+    endpoint = freshEndpoint(Transport::Ipc);
+    listener.serve(endpoint);
+    send(oneFrame);
+    ASSERT_EQ(0, unlink(endpoint.address.c_str()));
+
+    expectStop(listener);
+}
+
+TEST_F(ListenerStray, StopsWhenItsPathIsTakenOver) {
+    endpoint = freshEndpoint(Transport::Ipc);
+    listener.setHandler([](Text&, const std::shared_ptr<Socket>&) {});
+    listener.serve(endpoint);
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+    client.send("");
+    ASSERT_TRUE(standIn.journal().waitFor(connected, 2));
+    send(oneFrame);
+    ZmqContext otherProcess;
+    const ZmqHandle heir = otherProcess.socket(ZMQ_REP);
+    ASSERT_EQ(0, zmq_bind(heir.get(), endpoint.toString(Protocol::Rep).c_str()));
+
+    expectStop(listener);
+
+    zmq_pollitem_t item{heir.get(), 0, ZMQ_POLLIN, 0};
+    EXPECT_EQ(0, zmq_poll(&item, 1, 0));
+}
+
+TEST_F(ListenerStray, StopsOnWildcardAddresses) {
+    for (const std::string wildcard : {"tcp://*:0", "ipc://*", "ipc://@"}) {
+        const std::string name = wildcard.back() == '@' ? "rk-socket-test-" + std::to_string(getpid()) : "";
+        RecordingListener chosen(Protocol::Rep);
+        const std::vector<std::string> before = listeningAddresses();
+        ASSERT_TRUE(chosen.addListenEndpoint(wildcard + name, error)) << error;
+        ASSERT_TRUE(chosen.start(error)) << error;
+        std::vector<std::string> fresh;
+        for (const std::string& address : listeningAddresses()) {
+            if (std::find(before.begin(), before.end(), address) == before.end()) {
+                fresh.push_back(address);
+            }
+        }
+        ASSERT_EQ(1U, fresh.size()) << wildcard;
+        send(oneFrame, name.empty() ? fresh.front() : wildcard + name);
+
+        expectStop(chosen);
+    }
+}
+
+TEST_F(ListenerStray, StopsWhenSomeAddressesAreRefused) {
+    ASSERT_TRUE(listener.addListenEndpoint(freshEndpoint(Transport::Inproc).toString(Protocol::Req), error));
+    ASSERT_TRUE(listener.addListenEndpoint(freshEndpoint(Transport::Ipc).toString(Protocol::Req), error));
+    listener.serve(endpoint);
+    send(oneFrame);
+    standIn.fail("zmq_connect", EINVAL, 1, 2);
+
+    expectStop(listener);
+
+    EXPECT_EQ(3U, standIn.journal().count("zmq_connect"));
+}
+
+TEST_F(ListenerStray, StopsWhenASocketComesFree) {
+    listener.serve(endpoint);
+    send(oneFrame);
+    standIn.fail("zmq_socket", EMFILE, 1, 3);
+
+    expectStop(listener);
+
+    EXPECT_EQ(4U, standIn.journal().count("zmq_socket 3"));
+    EXPECT_EQ(standIn.journal().count("zmq_socket") - 3, standIn.journal().count("zmq_close"));
+}
+
+TEST_F(ListenerStray, StopsWhenConnectingFailsAtFirst) {
+    listener.serve(endpoint);
+    send(oneFrame);
+    standIn.fail("zmq_connect", EINVAL, 1, 3);
+
+    expectStop(listener);
+
+    EXPECT_EQ(standIn.journal().count("zmq_socket"), standIn.journal().count("zmq_close"));
+}
+
+TEST_F(ListenerStray, ServesAnEmptyRequestDuringStop) {
+    listener.serve(endpoint);
+    send(oneFrame);
+    standIn.fail("zmq_connect", EINVAL, 1, StandIn::always);
+    auto stop = std::async(std::launch::async, [&] { return listener.SocketListener::stop(error); });
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_connect"));
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+
+    client.send("");
+
+    EXPECT_EQ("", client.receive());
+    EXPECT_TRUE(stop.get()) << error;
+    EXPECT_THAT(listener.texts(), ElementsAre(""));
+}
+
+TEST_F(ListenerStray, TreatsTheWakeUpTextAsARequest) {
+    listener.serve(endpoint);
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+
+    client.send("rk::socket::detail::WakeUpCall");
+
+    EXPECT_TRUE(standIn.journal().waitFor(
+        "error: [Socket Listener rep] Failed handling received message: [Socket service]: Failed deserializing"));
+}
+
+TEST_F(ListenerStray, ServesWaitingRequestWhenStopped) {
+    std::promise<void> stopped;
+    listener.setMaker([&] {
+        stopped.get_future().wait();
+        return std::make_shared<Text>();
+    });
+    listener.serve(endpoint);
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+    client.send("");
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
+
+    {
+        const BeforeJoin hook([&] { stopped.set_value(); });
+        EXPECT_TRUE(listener.SocketListener::stop(error)) << error;
+    }
+
+    EXPECT_EQ("", client.receive());
+    EXPECT_EQ(1U, listener.texts().size());
+    EXPECT_EQ(0U, standIn.journal().count("zmq_connect"));
+}
+
+TEST_F(ListenerStray, LetsALongHandlerFinish) {
+    std::promise<void> finish;
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        finish.get_future().wait();
+        echo(text, socket);
+    });
+    listener.serve(endpoint);
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+    client.send("");
+    ASSERT_TRUE(listener.waitForTexts(1));
+    auto stop = std::async(std::launch::async, [&] { return listener.SocketListener::stop(error); });
+
+    EXPECT_EQ(std::future_status::timeout, stop.wait_for(std::chrono::milliseconds(300)));
+    finish.set_value();
+
+    EXPECT_TRUE(stop.get()) << error;
+    EXPECT_EQ(0U, standIn.journal().count("zmq_connect"));
+    EXPECT_EQ(1U, standIn.journal().count("zmq_socket 3")) << "the client's alone";
+}
+
+TEST_F(ListenerStray, StopsDuringARebuild) {
+    listener.setHandler([](Text&, const std::shared_ptr<Socket>&) {});
+    listener.serve(endpoint);
+    std::future<bool> stop;
+    standIn.after("warning", [&] {
+        std::promise<void> waits;
+        stop = std::async(std::launch::async, [&] {
+            const BeforeJoin hook([&] { waits.set_value(); });
+            return listener.SocketListener::stop(error);
+        });
+        waits.get_future().wait();
+    });
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+
+    client.send("");
+
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_close", 2));
+    EXPECT_TRUE(stop.get()) << error;
+    EXPECT_EQ(0U, standIn.journal().count("zmq_connect"));
+}
+
+TEST_F(ListenerStray, ClosesTheSocketThatWakesIt) {
+    listener.serve(endpoint);
+    send(oneFrame);
+    standIn.journal().clear();
+
+    expectStop(listener);
+
+    const std::vector<std::string> lines = standIn.journal().lines();
+    EXPECT_EQ("zmq_socket 3", lines.at(0));
+    EXPECT_EQ("zmq_setsockopt 17 = 0 (4 bytes)", lines.at(1));
+    EXPECT_EQ("zmq_setsockopt 39 = 1 (4 bytes)", lines.at(2));
+    EXPECT_EQ("zmq_connect tcp://127.0.0.1:" + std::to_string(endpoint.port), lines.at(3));
+    EXPECT_EQ(wakeUp, lines.at(4));
+    EXPECT_EQ(2U, standIn.journal().count("zmq_close"));
+}
+
+TEST_P(ListenerFlood, ServesAndStops) {
+    endpoint = freshEndpoint(GetParam());
+    listener.serve(endpoint);
+    std::atomic<bool> over{false};
+    std::vector<std::thread> floods;
+    for (int number = 0; number < 3; ++number) {
+        floods.emplace_back([&] { Stranger(endpoint).flood(over); });
+    }
+    EXPECT_TRUE(standIn.journal().waitFor(receiving));
+
+    EXPECT_EQ("question", ask(endpoint, "question"));
+    expectStop(listener);
+
+    over = true;
+    for (std::thread& flood : floods) {
+        flood.join();
+    }
+    expectNoLine();
+}
+
+TEST_F(ListenerStray, StopsASubscriber) {
+    NativeSocket publisher(Protocol::Pub);
+    publisher.bind(endpoint);
+    RecordingListener subscriber(Protocol::Sub);
+    subscriber.serve(endpoint);
+    while (standIn.journal().count(receiving) == 0) {
+        publisher.send("", ZMQ_SNDMORE);
+        publisher.send("\xff", ZMQ_SNDMORE);
+        publisher.send(std::string(300000, 'x'));
+    }
+
+    expectStop(subscriber);
+
+    EXPECT_EQ(0U, standIn.journal().count("zmq_socket 3"));
+}
+
+} // namespace rk::tests

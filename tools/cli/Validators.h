@@ -1,0 +1,30 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+
+/// \file
+/// What the values of options are checked with. A validator turns away what cannot be meant, the empty text included,
+/// with a reason for people. Those that rewrite the value for the parser are transforms, the others checks.
+
+namespace rk::tools {
+
+/// Any text but the empty one.
+CLI::Validator notEmpty();
+
+/// A whole number in decimal digits, at most `most`.
+CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most);
+
+/// A number, with or without a fraction.
+CLI::Validator number(double least, double most);
+
+/// "500ms", "2s", "1.5min", "20us" or, in seconds, "2"; for the parser a number of seconds.
+CLI::Validator duration();
+
+/// "100", "64KiB", "2 GB"; for the parser a number of bytes.
+CLI::Validator size(std::uint64_t most);
+
+/// An endpoint that a socket of this process can use.
+CLI::Validator endpoint();
+
+} // namespace rk::tools

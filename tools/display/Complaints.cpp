@@ -1,0 +1,28 @@
+#include "display/Complaints.h"
+
+#include "display/Terminal.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace rk::tools {
+
+namespace {
+
+void write(const char* colour, const std::string& text) {
+    const bool coloured = hasColours(STDERR_FILENO);
+    std::fprintf(stderr, "%srk-socket:%s %s\n", coloured ? colour : "", coloured ? "\033[0m" : "", text.c_str());
+}
+
+} // namespace
+
+void Complaints::add(const std::string& text) {
+    added = true;
+    write("\033[1;31m", text);
+}
+
+void Complaints::remark(const std::string& text) const {
+    write("\033[1m", text);
+}
+
+} // namespace rk::tools

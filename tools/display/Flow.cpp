@@ -1,0 +1,52 @@
+#include "display/Flow.h"
+
+#include "display/Numbers.h"
+
+#include <algorithm>
+
+namespace rk::tools {
+
+namespace {
+
+constexpr double megabit = 1048576.0;
+
+double seconds(Flow::Clock::duration duration) {
+    return std::chrono::duration<double>(duration).count();
+}
+
+} // namespace
+
+Flow::Flow(Clock::time_point start, std::optional<Clock::time_point> previous) : begin(start), last(previous) {}
+
+void Flow::add(std::size_t size, Clock::time_point arrival) {
+    if (last) {
+        gaps.add(seconds(arrival - *last) * 1000.0);
+    }
+    last = arrival;
+    sizes.add(static_cast<double>(size));
+    bytes += static_cast<double>(size);
+}
+
+std::string Flow::rates(Clock::time_point now) const {
+    const double elapsed = std::max(seconds(now - begin), 1e-9);
+    return fixed(static_cast<double>(messages()) / elapsed, 1) + " messages/s, " +
+           fixed(bytes * 8.0 / megabit / elapsed, 3) + " Mbit/s";
+}
+
+std::string Flow::sizeText() const {
+    if (sizes.count() == 0) {
+        return "size -";
+    }
+    return "size " + fixed(sizes.least(), 0) + "/" + fixed(sizes.mean(), 1) + "/" + fixed(sizes.greatest(), 0) +
+           " bytes";
+}
+
+std::string Flow::gapText() const {
+    if (gaps.count() == 0) {
+        return "gap -";
+    }
+    return "gap " + fixed(gaps.least(), 3) + "/" + fixed(gaps.mean(), 3) + "/" + fixed(gaps.greatest(), 3) +
+           " ms, spread " + fixed(gaps.deviation(), 3) + " ms";
+}
+
+} // namespace rk::tools

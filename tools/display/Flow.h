@@ -1,0 +1,39 @@
+#pragma once
+
+#include "display/Spread.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace rk::tools {
+
+/// What comes through a socket: how many messages, how large and how regular, since a given time.
+class Flow {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// `previous`: when the last message before `start` came, if there was one.
+    explicit Flow(Clock::time_point start, std::optional<Clock::time_point> previous = std::nullopt);
+
+    void add(std::size_t size, Clock::time_point arrival);
+
+    std::uint64_t messages() const { return sizes.count(); }
+    std::optional<Clock::time_point> lastArrival() const { return last; }
+
+    // Texts for people. A megabit is 1,048,576 bits, as everywhere in the library.
+    std::string rates(Clock::time_point now) const; ///< "20.0 messages/s, 0.012 Mbit/s"
+    std::string sizeText() const;                   ///< "size 74/76.2/80 bytes", least, mean, greatest
+    std::string gapText() const;                    ///< "gap 49.8/50.0/50.3 ms, spread 0.1 ms"
+
+private:
+    Clock::time_point begin;
+    std::optional<Clock::time_point> last;
+    double bytes = 0.0;
+    Spread sizes;
+    Spread gaps;
+};
+
+} // namespace rk::tools

@@ -1,0 +1,36 @@
+# bash completion for rk-socket
+
+_rk_socket() {
+    local current=${COMP_WORDS[COMP_CWORD]} words=""
+    local common="--proto --type --proto-path -n --count --fifo --close-policy -v --verbose -h --help"
+    local received="--format --all-fields --max-size -t --timeout"
+    COMPREPLY=()
+    case ${COMP_WORDS[COMP_CWORD - 1]} in
+    --format) words="text hex raw" ;;
+    --close-policy) words="drop linger wait" ;;
+    --file | --proto | --record | --replay | --reply-file)
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        return
+        ;;
+    --proto-path)
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -d -- "$current")
+        return
+        ;;
+    --type | --reply-type | -n | --count | -t | --timeout | -i | --interval | --delay | --speed) return ;;
+    --rate | --fifo | --max-size | --reply | --command) return ;;
+    *)
+        case $COMP_CWORD,$current,${COMP_WORDS[1]} in
+        1,*) words="sub pub req rep --help --help-all --version" ;;
+        *,-*,sub) words="$common $received --stats --record -i --interval" ;;
+        *,-*,pub) words="$common --file --lines --whole --hex --replay --speed --delay -i --interval --rate" ;;
+        *,-*,req) words="$common $received --file --lines --whole --hex --reply-type -i --interval --rate" ;;
+        *,-*,rep) words="$common $received --reply --reply-file --echo --command --hex --reply-type --rate" ;;
+        esac
+        ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+
+complete -F _rk_socket rk-socket

@@ -1,0 +1,11 @@
+#include "messages/Codec.h"
+
+namespace rk::tools {
+
+std::unique_ptr<Codec> makeCodec(const CodecSettings& settings, const std::optional<std::string>& sent,
+                                 const std::optional<std::string>& received, const Complaints& complaints) {
+    return settings.protoFiles.empty() ? makeRawCodec(settings)
+                                       : makeProtobufCodec(settings, sent, received, complaints);
+}
+
+} // namespace rk::tools

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <google/protobuf/compiler/importer.h>
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/util/json_util.h>
+
+#include <string>
+
+/// \file
+/// Hides what differs between releases of protobuf. Release 22 renamed the callback for errors, release 26 an option of
+/// JSON, and release 30 returns names as views.
+
+namespace rk::tools {
+
+template <class Descriptor>
+std::string fullNameOf(const Descriptor* descriptor) {
+    return std::string(descriptor->full_name());
+}
+
+/// Receives what is wrong with a schema.
+class SchemaErrors : public google::protobuf::compiler::MultiFileErrorCollector {
+public:
+    /// `line` and `column` begin at 0. A negative `line` means the whole file.
+    virtual void add(const std::string& file, int line, int column, const std::string& message) = 0;
+
+#if GOOGLE_PROTOBUF_VERSION < 4022000
+    void AddError(const std::string& file, int line, int column, const std::string& message) override {
+        add(file, line, column, message);
+    }
+#else
+    void RecordError(absl::string_view file, int line, int column, absl::string_view message) override {
+        add(std::string(file), line, column, std::string(message));
+    }
+#endif
+};
+
+inline void printAllFields(google::protobuf::util::JsonPrintOptions& options, bool all) {
+#if GOOGLE_PROTOBUF_VERSION < 5026000
+    options.always_print_primitive_fields = all;
+#else
+    options.always_print_fields_with_no_presence = all;
+#endif
+}
+
+/// Keeps protobuf from writing to standard error itself, as far as the release lets us.
+inline void silenceProtobuf() {
+#if GOOGLE_PROTOBUF_VERSION < 4022000
+    google::protobuf::SetLogHandler(nullptr);
+#endif
+}
+
+} // namespace rk::tools

@@ -1,0 +1,39 @@
+#include "messages/Codec.h"
+#include "messages/Text.h"
+
+namespace rk::tools {
+
+namespace {
+
+class RawCodec : public Codec {
+public:
+    RawCodec(Format outputFormat, bool textIsHex) : output(outputFormat), hexInput(textIsHex) {}
+
+    std::string encode(const std::string& text) override {
+        if (!hexInput) {
+            return text;
+        }
+        if (const auto bytes = fromHex(text)) {
+            return *bytes;
+        }
+        throw CodecError("not pairs of hexadecimal digits");
+    }
+
+    std::string decode(std::string_view block) override {
+        return output == Format::Text  ? printable(block) + "\n"
+               : output == Format::Hex ? toHex(block) + "\n"
+                                       : std::string(block);
+    }
+
+private:
+    Format output;
+    bool hexInput;
+};
+
+} // namespace
+
+std::unique_ptr<Codec> makeRawCodec(const CodecSettings& settings) {
+    return std::make_unique<RawCodec>(settings.format, settings.hex);
+}
+
+} // namespace rk::tools

@@ -1,0 +1,115 @@
+#include "messages/Text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstddef>
+
+namespace rk::tools {
+
+namespace {
+
+constexpr std::string_view lowerDigits = "0123456789abcdef";
+constexpr std::string_view upperDigits = "0123456789ABCDEF";
+
+unsigned char byteAt(std::string_view bytes, std::size_t place) {
+    return static_cast<unsigned char>(bytes[place]);
+}
+
+bool isPlain(unsigned char byte) {
+    return (byte >= 0x20 && byte < 0x7F) || byte == '\t';
+}
+
+/// The length of the character that begins `bytes` if it is UTF-8 of two bytes or more, else 0.
+std::size_t lengthOfCharacter(std::string_view bytes) {
+    const unsigned char first = byteAt(bytes, 0);
+    const std::size_t length = first >= 0xC2 && first < 0xE0   ? 2
+                               : first >= 0xE0 && first < 0xF0 ? 3
+                               : first >= 0xF0 && first < 0xF5 ? 4
+                                                               : 0;
+    if (length == 0 || bytes.size() < length) {
+        return 0;
+    }
+    for (std::size_t place = 1; place < length; ++place) {
+        if ((byteAt(bytes, place) & 0xC0U) != 0x80U) {
+            return 0;
+        }
+    }
+    const unsigned char second = byteAt(bytes, 1);
+    const bool longerThanNeeded = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+    const bool noCharacter = (first == 0xED && second >= 0xA0) || (first == 0xF4 && second >= 0x90);
+    const bool control = first == 0xC2 && second < 0xA0;
+    return longerThanNeeded || noCharacter || control ? 0 : length;
+}
+
+void appendEscaped(std::string& text, unsigned char byte) {
+    if (byte == '\n') {
+        text += "\\n";
+    } else if (byte == '\r') {
+        text += "\\r";
+    } else {
+        text += "\\x";
+        text += upperDigits[byte / 16U];
+        text += upperDigits[byte % 16U];
+    }
+}
+
+} // namespace
+
+std::string toHex(std::string_view bytes) {
+    std::string text;
+    text.reserve(2 * bytes.size());
+    for (std::size_t place = 0; place < bytes.size(); ++place) {
+        text += lowerDigits[byteAt(bytes, place) / 16U];
+        text += lowerDigits[byteAt(bytes, place) % 16U];
+    }
+    return text;
+}
+
+std::optional<std::string> fromHex(std::string_view text) {
+    std::string bytes;
+    std::size_t place = 0;
+    while (place < text.size()) {
+        if (std::isspace(byteAt(text, place)) != 0) {
+            ++place;
+            continue;
+        }
+        const auto digit = [&text](std::size_t at) {
+            return at < text.size() ? lowerDigits.find(static_cast<char>(std::tolower(byteAt(text, at))))
+                                    : std::string_view::npos;
+        };
+        const std::size_t high = digit(place);
+        const std::size_t low = digit(place + 1);
+        if (high == std::string_view::npos || low == std::string_view::npos) {
+            return std::nullopt;
+        }
+        bytes += static_cast<char>(high * 16 + low);
+        place += 2;
+    }
+    return bytes;
+}
+
+std::string printable(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    std::size_t place = 0;
+    while (place < bytes.size()) {
+        const std::size_t start = place;
+        while (place < bytes.size() && isPlain(byteAt(bytes, place))) {
+            ++place;
+        }
+        text += bytes.substr(start, place - start);
+        if (place == bytes.size()) {
+            break;
+        }
+        if (const std::size_t length = lengthOfCharacter(bytes.substr(place)); length > 0) {
+            text += bytes.substr(place, length);
+            place += length;
+        } else {
+            appendEscaped(text, byteAt(bytes, place));
+            ++place;
+        }
+    }
+    return text;
+}
+
+} // namespace rk::tools

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace rk::tools {
+
+class Codec;
+class Complaints;
+class Output;
+class StopSignals;
+
+/// A received message. Its bytes are there until the next one is received.
+struct Received {
+    std::uint64_t number; ///< beginning at 1
+    std::string_view bytes;
+    std::chrono::steady_clock::time_point arrival;
+};
+
+/// What becomes of received messages.
+class MessageSink {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    virtual ~MessageSink() = default;
+
+    virtual void take(const Received& message) = 0;
+
+    /// No message is waiting: the time to hand on what has been kept back. Called ten times a second or more often.
+    virtual void pause(Clock::time_point now) = 0;
+
+    /// When `pause` has to be called at the latest.
+    virtual Clock::time_point due() const { return Clock::time_point::max(); }
+
+    /// There will be no more messages.
+    virtual void finish(Clock::time_point now) = 0;
+};
+
+using MessageSinks = std::vector<std::unique_ptr<MessageSink>>;
+
+/// Gives each sink the message, if there is one.
+inline void handOn(const std::optional<Received>& message, const MessageSinks& sinks) {
+    for (const auto& sink : sinks) {
+        if (message) {
+            sink->take(*message);
+        }
+    }
+}
+
+/// Prints messages. One that cannot be decoded is complained about, and the next one awaited.
+std::unique_ptr<MessageSink> makePrintingSink(Codec& codec, Output& output, Complaints& complaints);
+
+/// Writes messages into the recording at `path`, and shows how many on standard error. `expected`: how many there will
+/// be, if that is known.
+std::unique_ptr<MessageSink> makeRecordingSink(const std::string& path, std::optional<std::uint64_t> expected,
+                                               const StopSignals& stop);
+
+/// Shows what comes in: on a terminal in the same place, else in a line for each interval.
+std::unique_ptr<MessageSink> makeStatisticsSink(Output& output, std::chrono::nanoseconds interval,
+                                                std::chrono::steady_clock::time_point start);
+
+} // namespace rk::tools

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "traffic/MessageSource.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace rk::tools {
+
+class Codec;
+class Complaints;
+class StopSignals;
+
+/// How many messages are sent, and how fast.
+struct Repetition {
+    std::optional<std::uint64_t> count; ///< 0 means without end; nothing means each message once
+    std::chrono::nanoseconds interval{0};
+
+    bool isEndless() const { return count && *count == 0; }
+    bool wantsMore(std::uint64_t sent) const { return !count || isEndless() || sent < *count; }
+};
+
+/// The blocks to send, one after the other: encoded, repeated as often as --count says and no sooner than --interval
+/// allows. A text that cannot be encoded is complained about, and left out.
+class Outgoing {
+public:
+    Outgoing(const SourceSettings& source, const Repetition& repetition, Codec& codec, Complaints& complaints,
+             const StopSignals& stop);
+
+    /// Waits until the next block is due. Nothing when there are no more, or when told to stop.
+    std::optional<std::string> next();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::optional<std::string> nextEncoded();
+    bool beginAgain();
+
+    Codec& codec;
+    Complaints& complaints;
+    const StopSignals& stop;
+    MessageSource source;
+    Repetition repetition;
+    Clock::time_point due{};
+    std::uint64_t given = 0;
+    bool anyInThisRound = false;
+};
+
+} // namespace rk::tools

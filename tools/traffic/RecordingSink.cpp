@@ -1,0 +1,67 @@
+#include "display/ProgressBar.h"
+#include "recording/Recording.h"
+#include "system/Output.h"
+#include "traffic/MessageSink.h"
+
+namespace rk::tools {
+
+namespace {
+
+class RecordingSink : public MessageSink {
+public:
+    RecordingSink(const std::string& path, std::optional<std::uint64_t> expectedMessages, const StopSignals& stop)
+        : file(path, stop), expected(expectedMessages) {
+        file.write(recording::header);
+        file.flush();
+    }
+
+    void take(const Received& message) override {
+        first = first.value_or(message.arrival);
+        file.write(recording::toBytes({message.arrival - *first, static_cast<std::uint32_t>(message.bytes.size())}));
+        file.write(message.bytes);
+        ++messages;
+        bytes += message.bytes.size();
+        showWhenDue(message.arrival);
+    }
+
+    void pause(Clock::time_point now) override {
+        file.flushForReader();
+        showWhenDue(now);
+    }
+
+    void finish(Clock::time_point now) override {
+        file.flush();
+        show(now);
+    }
+
+private:
+    void showWhenDue(Clock::time_point now) {
+        if (bar.due(now)) {
+            show(now);
+        }
+    }
+
+    void show(Clock::time_point now) {
+        std::optional<double> done;
+        if (expected && *expected > 0) {
+            done = static_cast<double>(messages) / static_cast<double>(*expected);
+        }
+        bar.show(done, std::to_string(messages) + " messages, " + std::to_string(bytes) + " bytes", now);
+    }
+
+    Output file;
+    ProgressBar bar;
+    std::optional<std::uint64_t> expected;
+    std::optional<Clock::time_point> first;
+    std::uint64_t messages = 0;
+    std::uint64_t bytes = 0;
+};
+
+} // namespace
+
+std::unique_ptr<MessageSink> makeRecordingSink(const std::string& path, std::optional<std::uint64_t> expected,
+                                               const StopSignals& stop) {
+    return std::make_unique<RecordingSink>(path, expected, stop);
+}
+
+} // namespace rk::tools
