@@ -55,7 +55,7 @@ std::intptr_t performOnThread(const Call& call, const Real& real) {
     if (call.function == Function::PthreadJoin) {
         return join(real);
     }
-    if (call.function == Function::PthreadCondClockwait) {
+    if (call.function == Function::FutureWait) {
         // Before it joins a thread, a listener waits for its end like this.
         if (isInLibrary(call.caller)) {
             runPendingAction();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Signals.h"
+
 #include <rk/socket/SocketContext.h>
 
 #include <zmq.h>
@@ -34,10 +36,16 @@ private:
     void* const handle;
 };
 
-/// The context of the process exists once this does: no journal that begins later tells of its making.
+/// Creates the library's context, so that no journal that begins later shows its creation.
 class ContextOfTheProcess {
 public:
-    ContextOfTheProcess() { ZmqHandle(socket::getSocket(socket::Protocol::Pub)).reset(); }
+    ContextOfTheProcess() {
+        sigset_t all;
+        sigfillset(&all);
+        // The context's threads inherit the mask. They block signals themselves, but only once they run.
+        const BlockedSignals block(all);
+        ZmqHandle(socket::getSocket(socket::Protocol::Pub)).reset();
+    }
 };
 
 /// The value of an option that is a number.

@@ -24,13 +24,10 @@ WakeUpCall::~WakeUpCall() {
 }
 
 void WakeUpCall::send(const BoundAddresses& addresses) {
-    if (sent) {
-        return;
-    }
     if (socket == nullptr) {
         open(addresses);
     }
-    sent = zmq_send(socket, text.data(), text.size(), ZMQ_DONTWAIT) >= 0;
+    zmq_send(socket, text.data(), text.size(), ZMQ_DONTWAIT); // fails once it has succeeded: a reply is due first
 }
 
 /// Connects a new socket. This is the place for options that a connection to a listener needs.

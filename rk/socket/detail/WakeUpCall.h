@@ -29,7 +29,6 @@ private:
     void close() noexcept;
 
     void* socket = nullptr;
-    bool sent = false;
 };
 
 } // namespace rk::socket::detail

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <exception>
+#include <future>
 #include <mutex>
 #include <utility>
 
@@ -123,13 +124,13 @@ bool SocketListener::start(std::string& error) {
     }
     connectAll(*socket);
     stopRequested = false;
-    wakingThread = false;
-    threadEnded = false;
+    std::promise<void> end;
+    threadEnd = end.get_future();
     // Asynchronous signals are for the application's threads: one that interrupted a poll would end the listener.
     const SignalMask mask(SIG_SETMASK, asynchronousSignals());
-    thread = std::make_shared<std::thread>([this, socket] {
+    thread = std::make_shared<std::thread>([this, socket, end = std::move(end)]() mutable {
         threadFunction(socket);
-        announceEnd();
+        end.set_value();
     });
     threadSocket = socket;
     return true;
@@ -166,35 +167,15 @@ bool SocketListener::stop(std::string& error) {
     return joined;
 }
 
-void SocketListener::announceEnd() {
-    threadEnded = true;
-    try {
-        // Once it has the lock, a `stop` that has looked too early waits to be notified.
-        const std::lock_guard<std::mutex> lock(endMutex);
-    } catch (const std::exception&) {
-        // Without the lock, `stop` may miss the notification and look again later.
-    }
-    threadEnd.notify_all();
-}
-
+/// Waits until the thread has ended, and wakes it if it stays in a receive. A frame without ZeroMQ's delimiter makes a
+/// poll report input, but the receive discards it and blocks until the next request.
 void SocketListener::awaitEnd() {
     if (thread->get_id() == std::this_thread::get_id()) {
         return; // the join refuses to wait for the calling thread
     }
-    try {
-        watchThread();
-    } catch (const std::exception&) {
-        // Without the lock, the join waits for as long as the thread needs.
-    }
-}
-
-/// Waits until the thread has ended, and wakes it if it stays in a receive. A frame without ZeroMQ's delimiter makes a
-/// poll report input, but the receive discards it and blocks until the next request.
-void SocketListener::watchThread() {
     detail::WakeUpCall call;
-    std::unique_lock<std::mutex> lock(endMutex);
     std::uint32_t before = receiveSteps;
-    while (!threadEnd.wait_for(lock, lookInterval, [this] { return threadEnded.load(); })) {
+    while (threadEnd.wait_for(lookInterval) != std::future_status::ready) {
         const std::uint32_t now = receiveSteps;
         if (now == before && now % 2 == 1) {
             wake(call);
@@ -206,10 +187,6 @@ void SocketListener::watchThread() {
 /// Best effort: the next look tries again.
 void SocketListener::wake(detail::WakeUpCall& call) {
     const std::shared_ptr<Socket> socket = threadSocket.lock();
-    if (!socket || protocol != Protocol::Rep) {
-        return;
-    }
-    wakingThread = true;
     try {
         const std::lock_guard<std::mutex> lock(socket->connectionMutex);
         call.send(*socket->boundAddresses);
@@ -263,7 +240,7 @@ bool SocketListener::serve(const std::shared_ptr<Socket>& socket) {
         const SignalMask mask(SIG_UNBLOCK, profilingSignal());
         handleMessage(message.get(), socket);
     } catch (const std::exception& failure) {
-        if (wakingThread && detail::WakeUpCall::isIn(socket->receiveBuffer.get(), socket->receiveBufferSize)) {
+        if (stopRequested && detail::WakeUpCall::isIn(socket->receiveBuffer.get(), socket->receiveBufferSize)) {
             return true;
         }
         logFailure("Failed handling received message: ", failure.what());

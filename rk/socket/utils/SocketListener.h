@@ -7,11 +7,10 @@
 #include <rk/utils/MessageFormatter.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
+#include <future>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -119,9 +118,7 @@ private:
     RK_SOCKET_NO_EXPORT void serveUntilStopped(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT bool serve(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT void receive(Socket& socket, google::protobuf::Message* message);
-    RK_SOCKET_NO_EXPORT void announceEnd();
     RK_SOCKET_NO_EXPORT void awaitEnd();
-    RK_SOCKET_NO_EXPORT void watchThread();
     RK_SOCKET_NO_EXPORT void wake(detail::WakeUpCall& call);
 
     Protocol::Protocol protocol;
@@ -132,11 +129,8 @@ private:
     std::atomic<bool> stopRequested{false};
     std::shared_ptr<std::thread> thread;
     std::weak_ptr<Socket> threadSocket;
-    std::mutex endMutex;
-    std::condition_variable threadEnd;
-    std::atomic<bool> threadEnded{false};
+    std::future<void> threadEnd;
     std::atomic<std::uint32_t> receiveSteps{0}; ///< odd while the thread is in a receive
-    std::atomic<bool> wakingThread{false};
 };
 
 } // namespace rk::socket::utils

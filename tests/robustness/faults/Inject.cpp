@@ -131,7 +131,7 @@ std::intptr_t perform(Call& call, const Real& real) {
 
 std::intptr_t performOnThread(const Call& call, const Real& real) {
     const int site = Sites::instance().of(call.caller);
-    if (call.function == Function::PthreadCondClockwait) {
+    if (call.function == Function::FutureWait) {
         // Before it joins a thread, a listener waits for its end.
         if (site != Sites::elsewhere) {
             eventfd_write(pollsEnd(), 1);

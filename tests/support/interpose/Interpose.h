@@ -22,7 +22,7 @@
 /// | Zmq.cpp | 0MQ's | `perform` |
 /// | System.cpp | chmod, gettimeofday, usleep | `perform` |
 /// | Files.cpp | open | `perform` |
-/// | Threads.cpp | pthread_mutex_lock, pthread_create, pthread_join, pthread_cond_clockwait | `performOnThread` |
+/// | Threads.cpp | pthread_mutex_lock, pthread_create, pthread_join, a future's wait | `performOnThread` |
 /// | Clock.cpp | nanosleep, the steady clock | `pauseFor`, `steadyClock` |
 /// | Memory.cpp | operator new and delete | `allocate`, `release` |
 /// | Log.cpp | the three logging functions | `log` |
@@ -54,7 +54,7 @@ enum class Function {
     Gettimeofday,
     Usleep,
     Nanosleep,
-    PthreadCondClockwait,
+    FutureWait,
     PthreadMutexLock,
     PthreadCreate,
     PthreadJoin,
@@ -92,7 +92,7 @@ constexpr Intercepted intercepted[] = {
     {"gettimeofday", -1, {EFAULT, EINVAL}},
     {"usleep", -1, {EINTR, EINVAL}},
     {"nanosleep", -1, {EINTR, EFAULT, EINVAL}},
-    {"pthread_cond_clockwait", 0, {}},
+    {"future wait", 0, {}},
     {"pthread_mutex_lock", 0, {EINVAL, EAGAIN, EDEADLK, ENOTRECOVERABLE}},
     {"pthread_create", 0, {EAGAIN, EINVAL, EPERM}},
     {"pthread_join", 0, {EDEADLK, EINVAL, ESRCH}},

@@ -1,6 +1,7 @@
 #include "Interpose.h"
 
-#include <ctime>
+#include <chrono>
+#include <future>
 #include <pthread.h>
 
 using namespace rk::tests;
@@ -25,10 +26,21 @@ int pthread_join(pthread_t thread, void** result) {
     return static_cast<int>(performOnThread({Function::PthreadJoin, __builtin_return_address(0)}, Real(go)));
 }
 
-int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* end) {
-    static auto* const real = next<decltype(pthread_cond_clockwait)>("pthread_cond_clockwait");
-    const auto go = [&] { return real(condition, mutex, clock, end); };
-    return static_cast<int>(performOnThread({Function::PthreadCondClockwait, __builtin_return_address(0)}, Real(go)));
-}
-
 } // extern "C"
+
+/// What a wait for a future calls before it blocks.
+bool std::__atomic_futex_unsigned_base::_M_futex_wait_until_steady(unsigned* address, unsigned value, bool hasTimeout,
+                                                                   chrono::seconds seconds,
+                                                                   chrono::nanoseconds nanoseconds) {
+    using Signature = bool(void*, unsigned*, unsigned, bool, chrono::seconds, chrono::nanoseconds);
+    // The types of the times have other names where a long has 32 bits.
+    constexpr const char* name =
+        sizeof(long) == 8
+            ? "_ZNSt28__atomic_futex_unsigned_base26_M_futex_wait_until_steadyEPjjbNSt6chrono8durationIlSt5ratioILl1EL"
+              "l1EEEENS2_IlS3_ILl1ELl1000000000EEEE"
+            : "_ZNSt28__atomic_futex_unsigned_base26_M_futex_wait_until_steadyEPjjbNSt6chrono8durationIxSt5ratioILx1EL"
+              "x1EEEENS2_IxS3_ILx1ELx1000000000EEEE";
+    static auto* const real = ::next<Signature>(name);
+    const auto go = [&] { return real(this, address, value, hasTimeout, seconds, nanoseconds); };
+    return performOnThread({Function::FutureWait, __builtin_return_address(0)}, Real(go)) != 0;
+}

@@ -1,6 +1,7 @@
 #include "support/BareListener.h"
 #include "support/BeforeJoin.h"
 #include "support/Endpoints.h"
+#include "support/MutexFault.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
 #include "support/StandIn.h"
@@ -319,12 +320,40 @@ TEST_F(ListenerStray, StopsWhenSomeAddressesAreRefused) {
     ASSERT_TRUE(listener.addListenEndpoint(freshEndpoint(Transport::Inproc).toString(Protocol::Req), error));
     ASSERT_TRUE(listener.addListenEndpoint(freshEndpoint(Transport::Ipc).toString(Protocol::Req), error));
     listener.serve(endpoint);
+    for (const int first : {1, 2}) {
+        send(oneFrame);
+        standIn.journal().clear();
+        standIn.fail("zmq_connect", EINVAL, first, 2);
+
+        expectStop(listener);
+
+        EXPECT_EQ(3U, standIn.journal().count("zmq_connect"));
+        ASSERT_TRUE(listener.start(error)) << error;
+    }
+}
+
+TEST_F(ListenerStray, StopsWhenAPortIsUnknown) {
+    ASSERT_TRUE(listener.addListenEndpoint("tcp://*:0", error)) << error;
+    standIn.fail("zmq_getsockopt", EINVAL);
+    listener.serve(endpoint);
     send(oneFrame);
-    standIn.fail("zmq_connect", EINVAL, 1, 2);
 
     expectStop(listener);
 
-    EXPECT_EQ(3U, standIn.journal().count("zmq_connect"));
+    expectNoLine();
+}
+
+TEST_F(ListenerStray, StopsWhenALockFailsAtFirst) {
+    listener.serve(endpoint);
+    send(oneFrame);
+    auto stop = std::async(std::launch::async, [&] {
+        const MutexFault fault(EAGAIN);
+        return listener.SocketListener::stop(error);
+    });
+
+    ASSERT_EQ(std::future_status::ready, stop.wait_for(patience));
+
+    EXPECT_TRUE(stop.get()) << error;
 }
 
 TEST_F(ListenerStray, StopsWhenASocketComesFree) {
@@ -362,6 +391,21 @@ TEST_F(ListenerStray, ServesAnEmptyRequestDuringStop) {
     EXPECT_EQ("", client.receive());
     EXPECT_TRUE(stop.get()) << error;
     EXPECT_THAT(listener.texts(), ElementsAre(""));
+}
+
+TEST_F(ListenerStray, LogsABadRequestDuringStop) {
+    listener.serve(endpoint);
+    send(oneFrame);
+    standIn.fail("zmq_connect", EINVAL, 1, StandIn::always);
+    auto stop = std::async(std::launch::async, [&] { return listener.SocketListener::stop(error); });
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_connect"));
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+
+    client.send("\xff");
+
+    EXPECT_TRUE(stop.get()) << error;
+    EXPECT_EQ(1U, standIn.journal().count("error: [Socket Listener rep] Failed handling received message: "));
 }
 
 TEST_F(ListenerStray, TreatsTheWakeUpTextAsARequest) {
