@@ -66,27 +66,27 @@ double overhead(const std::string& work, const std::string& baseline, int payloa
 
 } // namespace
 
-TEST(Cost, ASendTakesAtMostThirtyInstructionsOverTheBareCall) {
+TEST(Cost, SendAddsAtMost30Instructions) {
     EXPECT_LE(overhead("send", "send by hand"), 30 + slack);
 }
 
-TEST(Cost, AReceiveTakesAtMostTwentyFiveInstructionsOverTheBareCall) {
+TEST(Cost, ReceiveAddsAtMost25Instructions) {
     EXPECT_LE(overhead("receive", "receive by hand"), 25 + slack);
 }
 
-TEST(Cost, ACapOfZeroIsNoCap) {
+TEST(Cost, CapOfZeroCostsNothing) {
     EXPECT_NEAR(0, overhead("send with a cap of 0", "send"), slack);
 }
 
-TEST(Cost, StatisticsTakeAtMostTwentyFiveInstructionsForEachBlockSent) {
+TEST(Cost, StatisticsAddAtMost25PerSend) {
     EXPECT_LE(overhead("send with statistics", "send without statistics"), 25 + slack);
 }
 
-TEST(Cost, StatisticsTakeAtMostTwentyFiveInstructionsForEachBlockReceived) {
+TEST(Cost, StatisticsAddAtMost25PerReceive) {
     EXPECT_LE(overhead("receive with statistics", "receive without statistics"), 25 + slack);
 }
 
-TEST(Cost, AllocatesForSentMessagesAlone) {
+TEST(Cost, AllocatesForSentMessagesOnly) {
     for (const char* const work : {"send", "receive", "send with statistics", "receive with statistics"}) {
         EXPECT_EQ(0, allocations(work)) << work;
     }
@@ -95,17 +95,17 @@ TEST(Cost, AllocatesForSentMessagesAlone) {
 }
 
 /// By the size of the bytes in the message.
-class ProtoBufCost : public ::testing::TestWithParam<int> {};
+class CostOfProtoBuf : public ::testing::TestWithParam<int> {};
 
-TEST_P(ProtoBufCost, SendingTakesNoMoreInstructionsThanByHand) {
+TEST_P(CostOfProtoBuf, SendAddsNoInstructions) {
     EXPECT_LE(overhead("sendProtoBuf", "sendProtoBuf by hand", GetParam()), slack);
     EXPECT_LE(overhead("sendProtoBuf of a blob", "sendProtoBuf of a blob by hand", GetParam()), slack);
 }
 
-TEST_P(ProtoBufCost, ReceivingTakesAtMostFortyFiveInstructionsOverReceivingAndParsing) {
+TEST_P(CostOfProtoBuf, ReceiveAddsAtMost45) {
     EXPECT_LE(overhead("receiveProtoBuf", "receiveProtoBuf by hand", GetParam()), 45 + slack);
 }
 
-INSTANTIATE_TEST_SUITE_P(Payload, ProtoBufCost, ::testing::Values(0, 64, 4096), ::testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(Payload, CostOfProtoBuf, ::testing::Values(0, 64, 4096), ::testing::PrintToStringParamName());
 
 } // namespace rk::tests

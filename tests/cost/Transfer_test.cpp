@@ -36,7 +36,7 @@ std::vector<std::string>& debugLines() {
     return *lines;
 }
 
-class TransferAllocates : public testing::Test {
+class Transfer : public testing::Test {
 protected:
     void SetUp() override {
         if (!seesAllocations()) {
@@ -65,17 +65,17 @@ protected:
     std::string bytes;
 };
 
-class WithoutMemory : public TransferAllocates {};
+class TransferWithoutMemory : public Transfer {};
 
 } // namespace
 
-TEST_F(TransferAllocates, NothingForABlockThatIsSent) {
+TEST_F(Transfer, SendsABlockWithoutAllocating) {
     const Allocations made = allocationsOf([&] { feed.publisher.send(bytes.data(), bytes.size()); });
 
     EXPECT_THAT(made.all, IsEmpty());
 }
 
-TEST_F(TransferAllocates, NothingForABlockThatIsReceived) {
+TEST_F(Transfer, ReceivesWithoutAllocating) {
     char buffer[256];
     feed.publisher.send(bytes.data(), bytes.size());
 
@@ -84,7 +84,7 @@ TEST_F(TransferAllocates, NothingForABlockThatIsReceived) {
     EXPECT_THAT(made.all, IsEmpty());
 }
 
-TEST_F(TransferAllocates, OneBufferOfTheExactSizeForEachMessageThatIsSent) {
+TEST_F(Transfer, AllocatesTheExactSize) {
     const Allocations made = allocationsOf([&] {
         feed.publisher.sendProtoBuf(&text);
         feed.publisher.sendProtoBuf(&text);
@@ -95,7 +95,7 @@ TEST_F(TransferAllocates, OneBufferOfTheExactSizeForEachMessageThatIsSent) {
     EXPECT_THAT(made.arraysAlive, IsEmpty());
 }
 
-TEST_F(TransferAllocates, ABufferOfNoBytesForAnEmptyMessage) {
+TEST_F(Transfer, AllocatesNoBytesWhenEmpty) {
     Text empty;
 
     const Allocations made = allocationsOf([&] { feed.publisher.sendProtoBuf(&empty); });
@@ -104,7 +104,7 @@ TEST_F(TransferAllocates, ABufferOfNoBytesForAnEmptyMessage) {
     EXPECT_THAT(made.arraysAlive, IsEmpty());
 }
 
-TEST_F(TransferAllocates, ABufferThatIsReleasedWhenSendThrows) {
+TEST_F(Transfer, ReleasesItsBufferWhenSendThrows) {
     feed.publisher.close();
 
     const Allocations made = allocationsOf([&] {
@@ -115,7 +115,7 @@ TEST_F(TransferAllocates, ABufferThatIsReleasedWhenSendThrows) {
     EXPECT_THAT(made.arraysAlive, IsEmpty());
 }
 
-TEST_F(TransferAllocates, ABufferThatIsReleasedWhenTheMessageHasChanged) {
+TEST_F(Transfer, ReleasesWhenTheMessageChanged) {
     FakeMessage message(10, 9);
 
     const Allocations made = allocationsOf([&] { EXPECT_ANY_THROW(feed.publisher.sendProtoBuf(&message)); });
@@ -124,7 +124,7 @@ TEST_F(TransferAllocates, ABufferThatIsReleasedWhenTheMessageHasChanged) {
     EXPECT_THAT(made.arraysAlive, IsEmpty());
 }
 
-TEST_F(TransferAllocates, NoBufferForAMessageThatIsRefused) {
+TEST_F(Transfer, AllocatesNothingWhenRefused) {
     FakeMessage tooLong(2147483648U, 0);
     Command incomplete;
 
@@ -137,7 +137,7 @@ TEST_F(TransferAllocates, NoBufferForAMessageThatIsRefused) {
     EXPECT_THAT(made.arrays, IsEmpty());
 }
 
-TEST_F(TransferAllocates, OneReceiveBufferForTheFirstMessageAndNoneForTheNext) {
+TEST_F(Transfer, KeepsTheReceiveBuffer) {
     received = text;
 
     const Allocations made = allocationsOf([&] {
@@ -150,7 +150,7 @@ TEST_F(TransferAllocates, OneReceiveBufferForTheFirstMessageAndNoneForTheNext) {
     EXPECT_THAT(made.arraysAlive, ElementsAre(1000));
 }
 
-TEST_F(TransferAllocates, ALargerReceiveBufferInTheOldOnesPlace) {
+TEST_F(Transfer, ReplacesTheReceiveBuffer) {
     const Allocations made = allocationsOf([&] {
         pass(1000);
         pass(2000);
@@ -160,7 +160,7 @@ TEST_F(TransferAllocates, ALargerReceiveBufferInTheOldOnesPlace) {
     EXPECT_THAT(made.arraysAlive, ElementsAre(2000));
 }
 
-TEST_F(TransferAllocates, AReceiveBufferThatCloseKeeps) {
+TEST_F(Transfer, KeepsTheReceiveBufferAtClose) {
     Socket socket("updates", ClosePolicy::DropPending);
 
     const Allocations made = allocationsOf([&] {
@@ -171,7 +171,7 @@ TEST_F(TransferAllocates, AReceiveBufferThatCloseKeeps) {
     EXPECT_THAT(made.arraysAlive, ElementsAre(1000));
 }
 
-TEST_F(TransferAllocates, AReceiveBufferThatTheDestructorReleases) {
+TEST_F(Transfer, ReleasesTheReceiveBuffer) {
     const Allocations made = allocationsOf([&] {
         Socket socket("updates", ClosePolicy::DropPending);
         textThrownBy([&] { socket.receiveProtoBuf(&received, 1000); });
@@ -181,7 +181,7 @@ TEST_F(TransferAllocates, AReceiveBufferThatTheDestructorReleases) {
     EXPECT_THAT(made.arraysAlive, IsEmpty());
 }
 
-TEST_F(TransferAllocates, NoReceiveBufferForACallThatIsRefused) {
+TEST_F(Transfer, AllocatesNothingForABadCall) {
     const Allocations made = allocationsOf([&] {
         textThrownBy([&] { feed.subscriber.receiveProtoBuf(nullptr, 1000); });
         textThrownBy([&] { feed.subscriber.receiveProtoBuf(&received, 0); });
@@ -190,7 +190,7 @@ TEST_F(TransferAllocates, NoReceiveBufferForACallThatIsRefused) {
     EXPECT_THAT(made.arrays, IsEmpty());
 }
 
-TEST_F(TransferAllocates, OneBufferForAllMessagesThatAreDiscarded) {
+TEST_F(Transfer, DiscardsWithOneBuffer) {
     for (int number = 0; number < 5; ++number) {
         feed.publisher.send(bytes.data(), bytes.size());
     }
@@ -201,12 +201,12 @@ TEST_F(TransferAllocates, OneBufferForAllMessagesThatAreDiscarded) {
     EXPECT_THAT(allocationsOf([&] { feed.subscriber.flushIncomingMessages(); }).all, IsEmpty());
 }
 
-TEST_F(TransferAllocates, NothingForStatisticsButTheTextOfEveryFiftiethBlock) {
+TEST_F(Transfer, AllocatesForStatisticsLines) {
     EXPECT_THAT(allocationsOf([&] { count(49); }).all, IsEmpty());
     EXPECT_THAT(allocationsOf([&] { count(1); }).all, Not(IsEmpty()));
 }
 
-TEST_F(WithoutMemory, AMessageIsNotSentAndTheNextOneIs) {
+TEST_F(TransferWithoutMemory, SendsTheNextMessage) {
     std::string error;
     allocationsOf([&] { EXPECT_THROW(feed.publisher.sendProtoBuf(&text), std::bad_alloc); }, 100);
     EXPECT_EQ(socket::PollResult::Timeout, feed.subscriber.poll(0, error));
@@ -216,7 +216,7 @@ TEST_F(WithoutMemory, AMessageIsNotSentAndTheNextOneIs) {
     EXPECT_EQ(text.text(), received.text());
 }
 
-TEST_F(WithoutMemory, TheReceiveBufferStaysAsItIs) {
+TEST_F(TransferWithoutMemory, KeepsTheReceiveBuffer) {
     pass(100);
     feed.publisher.sendProtoBuf(&text);
     allocationsOf([&] { EXPECT_THROW(feed.subscriber.receiveProtoBuf(&received, 1000), std::bad_alloc); }, 1000);
@@ -229,7 +229,7 @@ TEST_F(WithoutMemory, TheReceiveBufferStaysAsItIs) {
               textThrownBy([&] { pass(100); }));
 }
 
-TEST_F(WithoutMemory, ConnectClosesTheSocket) {
+TEST_F(TransferWithoutMemory, ClosesWhenConnectFails) {
     Socket socket("short", ClosePolicy::DropPending);
     socket.create(Protocol::Req);
     const SocketEndpoint endpoint(Transport::Inproc, "a name that is longer than a short text", 0);
@@ -248,7 +248,7 @@ TEST_F(WithoutMemory, ConnectClosesTheSocket) {
     EXPECT_EQ("Socket: Cannot send on a NULL socket", textThrownBy([&] { socket.sendProtoBuf(&text); }));
 }
 
-TEST_F(WithoutMemory, ALineOfStatisticsIsDroppedAndTheNextPeriodCounted) {
+TEST_F(TransferWithoutMemory, DropsALine) {
     allocationsOf([&] { count(50); }, 1);
     EXPECT_THAT(debugLines(), IsEmpty());
 

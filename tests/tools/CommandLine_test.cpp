@@ -55,7 +55,7 @@ TEST_F(CommandLine, TakesValuesInBracketsAsTheyAre) {
     EXPECT_THAT(schemas, ElementsAre("[1,2]", "[3]"));
 }
 
-TEST_F(CommandLine, TakesSeveralSchemasBehindOneOption) {
+TEST_F(CommandLine, TakesSeveralSchemasPerOption) {
     parse({"send", "--proto", "a.proto", "b.proto", "x", "c.proto", "--text", "T", "d.proto"});
 
     EXPECT_THAT(schemas, ElementsAre("a.proto", "b.proto"));

@@ -65,7 +65,7 @@ TEST(PartialDecoder, SkipsFieldsThatTheTypeLacks) {
     }
 }
 
-TEST(PartialDecoder, StopsBeforeALengthBeyondTheBlock) {
+TEST(PartialDecoder, StopsBeforeAnExcessLength) {
     EXPECT_EQ(broken(5, R"({"sensor":"abc"})"), complaintAbout(sensor + "\x7a\xff\xff\xff\xff\x0f" + unit));
 }
 

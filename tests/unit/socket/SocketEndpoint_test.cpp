@@ -118,7 +118,7 @@ TEST_P(SocketEndpointText, IsTakenApart) {
     EXPECT_EQ(GetParam().port, endpoint.port);
 }
 
-TEST(SocketEndpoint, IsReadWithEveryByteOfItsAddress) {
+TEST(SocketEndpoint, KeepsEveryByteOfAnAddress) {
     const std::string path("a\0b", 3);
 
     EXPECT_EQ(path, SocketEndpoint::FromString("ipc://" + path).address);

@@ -20,7 +20,7 @@ static_assert(std::is_nothrow_copy_constructible_v<ZmqContextTerminationExceptio
 
 } // namespace
 
-TEST(ZmqContextTerminationException, KeepsItsMessage) {
+TEST(ZmqContextTerminationException, HasItsMessage) {
     EXPECT_STREQ("x", ZmqContextTerminationException("x").what());
     EXPECT_STREQ("", ZmqContextTerminationException("").what());
 }

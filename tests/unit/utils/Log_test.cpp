@@ -27,7 +27,7 @@ std::vector<std::string> linesOf(const std::string& scenario) {
 
 } // namespace
 
-TEST(Log, WritesEveryLevelToStandardErrorWithTimeStampAndLevel) {
+TEST(Log, WritesTimeLevelAndMessage) {
     const std::string stamp = "\\[....-..-.. ..:..:..\\....\\] \\[rk\\] ";
 
     EXPECT_THAT(linesOf("each-level"), ElementsAre(MatchesRegex(stamp + "\\[debug\\] a debug line with \\{\\} and %d"),
@@ -35,7 +35,7 @@ TEST(Log, WritesEveryLevelToStandardErrorWithTimeStampAndLevel) {
                                                    MatchesRegex(stamp + "\\[error\\] an error")));
 }
 
-TEST(Log, GoesToTheLoggerThatTheApplicationHasRegisteredForAsLongAsItIs) {
+TEST(Log, FollowsTheRegisteredLogger) {
     EXPECT_THAT(linesOf("application"),
                 ElementsAre(EndsWith("[debug] before"), "app debug: a debug line with {} and %d",
                             "app warning: a warning", "app error: an error", EndsWith("[debug] after")));
@@ -49,7 +49,7 @@ TEST(Log, ThrowsNothingWhenTheLoggerDoes) {
     EXPECT_EQ("survived", linesOf("throwing-sink").back());
 }
 
-TEST(Log, DropsALineWhoseLockCannotBeHadAndKeepsErrno) {
+TEST(Log, DropsALineWhenALockFails) {
     testing::internal::CaptureStderr();
     {
         const MutexFault fault(EAGAIN);
@@ -73,11 +73,11 @@ TEST(Log, LetsAProcessEndWhoseLastLockCannotBeHad) {
     EXPECT_THAT(linesOf("last-lock-fails"), ElementsAre(EndsWith("[debug] first word")));
 }
 
-TEST(Log, KeepsTheApplicationsLoggerForStaticDestructorsThatRunLast) {
+TEST(Log, KeepsTheLoggerAtExit) {
     EXPECT_THAT(linesOf("application-after-everything"), ElementsAre("app debug: first word", "app debug: last word"));
 }
 
-TEST(Log, FindsTheApplicationsLoggerWhenTheFirstLineComesAtExit) {
+TEST(Log, FindsTheLoggerAtExit) {
     EXPECT_EQ("app debug: [SocketContext]: Destroying 0MQ context Done", linesOf("first-when-the-context-ends").back());
 }
 

@@ -50,7 +50,7 @@ public:
 
 } // namespace
 
-TEST(IMessageFormatter, PutsTheHeaderOfTheObjectAtHandInFront) {
+TEST(IMessageFormatter, PutsTheHeaderInFront) {
     const CountingFormatter formatter;
 
     EXPECT_EQ("call 1: text", formatter.formatMessage("text"));
@@ -75,7 +75,7 @@ TEST(MessageFormatter, KeepsACopyOfTheName) {
     EXPECT_EQ("[before]", formatter.messageHeader());
 }
 
-TEST(MessageFormatter, TakesNamesAndMessagesAsTheyAre) {
+TEST(MessageFormatter, TakesNamesAsTheyAre) {
     const std::string name("a\0%s\n", 5);
 
     EXPECT_EQ("[" + name + "]: " + name, MessageFormatter(name).formatMessage(name));

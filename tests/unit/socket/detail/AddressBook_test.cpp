@@ -40,9 +40,9 @@ const std::string refusal = "Socket: Failed connecting/binding socket: Address a
 
 /// An address that a socket has bound and given up, on a clock that stands still but for pauses. 0MQ does not see the
 /// bind: it would need real time to release the address.
-class ReleasedAddress : public testing::Test {
+class AddressBook : public testing::Test {
 protected:
-    ReleasedAddress() {
+    AddressBook() {
         bindUnseen();
         server.close();
     }
@@ -87,9 +87,9 @@ protected:
 };
 
 /// An address that one socket has bound, and then another: on IPC, 0MQ lets it.
-class AddressTakenOver : public ReleasedAddress {
+class AddressBookTakeOver : public AddressBook {
 protected:
-    AddressTakenOver() {
+    AddressBookTakeOver() {
         bindUnseen();
         bindUnseen(other);
     }
@@ -98,7 +98,7 @@ protected:
 };
 
 /// Sockets that bind ever new addresses. ZeroMQ sees none of it, because it takes sockets back more slowly.
-class PassingAddresses : public testing::Test {
+class AddressBookPassing : public testing::Test {
 protected:
     void SetUp() override {
         if (!seesAllocations()) {
@@ -162,7 +162,7 @@ constexpr std::ptrdiff_t blocksPerAddress = 3;
 
 } // namespace
 
-TEST_F(ReleasedAddress, IsAskedForAgainAfterPausesThatGrowToFiveMilliseconds) {
+TEST_F(AddressBook, RetriesAfterGrowingPauses) {
     refuseBinds(8);
 
     bind();
@@ -172,7 +172,7 @@ TEST_F(ReleasedAddress, IsAskedForAgainAfterPausesThatGrowToFiveMilliseconds) {
                             microseconds(1600), microseconds(3200), microseconds(5000), microseconds(5000)));
 }
 
-TEST_F(ReleasedAddress, IsWaitedForNoLongerThanTwoSecondsAfterItWasGivenUp) {
+TEST_F(AddressBook, WaitsTwoSeconds) {
     clock.advance(seconds(1));
     refuseBinds(StandIn::always);
 
@@ -182,20 +182,20 @@ TEST_F(ReleasedAddress, IsWaitedForNoLongerThanTwoSecondsAfterItWasGivenUp) {
     EXPECT_EQ(microseconds(1001300), std::accumulate(pauses.begin(), pauses.end(), nanoseconds(0)));
 }
 
-TEST_F(ReleasedAddress, IsAskedForNoMoreWhenTheTwoSecondsAreJustOver) {
+TEST_F(AddressBook, EndsAfterExactlyTwoSeconds) {
     // Six pauses that grow take 6.3 ms, twenty that do not take 100 ms.
     clock.advance(seconds(2) - microseconds(106300));
 
     EXPECT_EQ(26U, pausesUntilRefusal());
 }
 
-TEST_F(ReleasedAddress, IsWaitedForFiftyMillisecondsHoweverLongAgoItWasGivenUp) {
+TEST_F(AddressBook, WaitsAtLeastFiftyMs) {
     clock.advance(hours(1));
 
     EXPECT_EQ(15U, pausesUntilRefusal());
 }
 
-TEST_F(ReleasedAddress, IsAskedForNoMoreWhenTheFiftyMillisecondsAreJustOver) {
+TEST_F(AddressBook, EndsAfterExactlyFiftyMs) {
     clock.advance(hours(1));
     // It takes what fourteen pauses leave of them.
     firstAttemptTakes(microseconds(3700));
@@ -203,14 +203,14 @@ TEST_F(ReleasedAddress, IsAskedForNoMoreWhenTheFiftyMillisecondsAreJustOver) {
     EXPECT_EQ(14U, pausesUntilRefusal());
 }
 
-TEST_F(ReleasedAddress, IsAskedForOnceMoreWhenTheFiftyMillisecondsAreNotQuiteOver) {
+TEST_F(AddressBook, RetriesJustBeforeFiftyMs) {
     clock.advance(hours(1));
     firstAttemptTakes(microseconds(3699));
 
     EXPECT_EQ(15U, pausesUntilRefusal());
 }
 
-TEST_F(ReleasedAddress, IsBoundOnceWhateverErrorIsLeftFromBefore) {
+TEST_F(AddressBook, IgnoresAStaleErrno) {
     standIn.journal().clear();
     standIn.answer("zmq_bind", 0);
     standIn.after("zmq_bind", [] { errno = EADDRINUSE; });
@@ -220,7 +220,7 @@ TEST_F(ReleasedAddress, IsBoundOnceWhateverErrorIsLeftFromBefore) {
     EXPECT_EQ(1U, standIn.journal().count("zmq_bind"));
 }
 
-TEST_F(ReleasedAddress, IsBoundAtTheSecondAttemptWhateverErrorIsLeftFromTheFirst) {
+TEST_F(AddressBook, IgnoresTheFirstErrno) {
     standIn.journal().clear();
     refuseBinds(1);
     standIn.after("zmq_bind", [] { errno = EADDRINUSE; });
@@ -230,7 +230,7 @@ TEST_F(ReleasedAddress, IsBoundAtTheSecondAttemptWhateverErrorIsLeftFromTheFirst
     EXPECT_EQ(2U, standIn.journal().count("zmq_bind"));
 }
 
-TEST_F(ReleasedAddress, IsNotWaitedForWhenItIsRefusedForAnotherReason) {
+TEST_F(AddressBook, EndsOnAnotherError) {
     standIn.fail("zmq_bind", EACCES, 1, StandIn::always);
 
     EXPECT_EQ("Socket: Failed connecting/binding socket: Permission denied on [Socket server]",
@@ -239,7 +239,7 @@ TEST_F(ReleasedAddress, IsNotWaitedForWhenItIsRefusedForAnotherReason) {
     EXPECT_THAT(clock.takePauses(), IsEmpty());
 }
 
-TEST_F(ReleasedAddress, IsNotWaitedForOnceItIsRefusedForAnotherReason) {
+TEST_F(AddressBook, EndsOnALaterOtherError) {
     refuseBinds(1);
     standIn.after("zmq_bind", [&] { standIn.fail("zmq_bind", EACCES, 1, StandIn::always); });
 
@@ -249,7 +249,7 @@ TEST_F(ReleasedAddress, IsNotWaitedForOnceItIsRefusedForAnotherReason) {
     EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
 }
 
-TEST_F(ReleasedAddress, IsNoReasonToWaitForAnotherOne) {
+TEST_F(AddressBook, WaitsForItsOwnAddressOnly) {
     refuseBinds(StandIn::always);
 
     EXPECT_EQ(refusal,
@@ -258,7 +258,7 @@ TEST_F(ReleasedAddress, IsNoReasonToWaitForAnotherOne) {
     EXPECT_THAT(clock.takePauses(), IsEmpty());
 }
 
-TEST_F(ReleasedAddress, IsWaitedForThoughItWasHeldForLongWhileManyOthersCameAndWent) {
+TEST_F(AddressBook, RemembersALongHeldAddress) {
     bindUnseen();
     letManyOthersComeAndGo();
     server.close();
@@ -269,13 +269,13 @@ TEST_F(ReleasedAddress, IsWaitedForThoughItWasHeldForLongWhileManyOthersCameAndW
     EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
 }
 
-TEST_F(AddressTakenOver, IsNotTheFormerHoldersToGiveUp) {
+TEST_F(AddressBookTakeOver, IgnoresTheFormerHolder) {
     server.close();
 
     EXPECT_EQ(0U, pausesUntilRefusal());
 }
 
-TEST_F(AddressTakenOver, IsWaitedForWhenItsHolderHasGivenItUpThoughTheFormerOneIsStillOpen) {
+TEST_F(AddressBookTakeOver, WaitsForItsHolder) {
     other.close();
     refuseBinds(1);
     Socket third("third", ClosePolicy::DropPending);
@@ -285,7 +285,7 @@ TEST_F(AddressTakenOver, IsWaitedForWhenItsHolderHasGivenItUpThoughTheFormerOneI
     EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
 }
 
-TEST_F(AddressTakenOver, MayBeForgottenBeforeItsFormerHolderIsClosed) {
+TEST_F(AddressBookTakeOver, OutlivesItsRecord) {
     other.close();
     letManyOthersComeAndGo();
     server.close();
@@ -293,7 +293,7 @@ TEST_F(AddressTakenOver, MayBeForgottenBeforeItsFormerHolderIsClosed) {
     EXPECT_EQ(0U, pausesUntilRefusal());
 }
 
-TEST_F(PassingAddresses, AreRememberedForTwoSeconds) {
+TEST_F(AddressBookPassing, RemembersForTwoSeconds) {
     std::ptrdiff_t growth = 0;
     for (int number = 0; number < 1000; ++number) {
         growth += pass(1);
@@ -302,7 +302,7 @@ TEST_F(PassingAddresses, AreRememberedForTwoSeconds) {
     EXPECT_EQ(201 * blocksPerAddress, growth);
 }
 
-TEST_F(PassingAddresses, AreForgottenInSmallSteps) {
+TEST_F(AddressBookPassing, ForgetsInSmallSteps) {
     pass(900);
     advance(seconds(3));
 
@@ -313,7 +313,7 @@ TEST_F(PassingAddresses, AreForgottenInSmallSteps) {
     EXPECT_EQ(blocksPerAddress, pass(1)) << "none is left to forget";
 }
 
-TEST_F(AddressTakenOver, IsForgottenByBothHolders) {
+TEST_F(AddressBookTakeOver, ForgetsBothHolders) {
     other.close();
     clock.advance(seconds(3));
     letManyOthersComeAndGo();

@@ -60,7 +60,7 @@ protected:
 };
 
 /// What a listener's own thread must not do.
-class MisusedListenerDeathTest : public ListenerDeathTest {
+class ListenerMisuseDeathTest : public ListenerDeathTest {
 protected:
     void SetUp() override {
         if (watchedByThreadSanitizer) {
@@ -71,7 +71,7 @@ protected:
 
 } // namespace
 
-TEST_F(ListenerDeathTest, OfAHandlerThatThrowsWhatIsNoException) {
+TEST_F(ListenerDeathTest, DiesWhenAHandlerThrowsAnInt) {
     EXPECT_EXIT(
         {
             RecordingListener listener(Protocol::Rep);
@@ -81,7 +81,7 @@ TEST_F(ListenerDeathTest, OfAHandlerThatThrowsWhatIsNoException) {
         testing::KilledBySignal(SIGABRT), "terminate called after throwing an instance of 'int'");
 }
 
-TEST_F(ListenerDeathTest, OfAMakerThatThrowsWhatIsNoException) {
+TEST_F(ListenerDeathTest, DiesWhenAMakerThrowsAnInt) {
     EXPECT_EXIT(
         {
             RecordingListener listener(Protocol::Rep);
@@ -91,7 +91,7 @@ TEST_F(ListenerDeathTest, OfAMakerThatThrowsWhatIsNoException) {
         testing::KilledBySignal(SIGABRT), "terminate called after throwing an instance of 'int'");
 }
 
-TEST_F(ListenerDeathTest, OfAStopWhoseJoinTheSystemRefuses) {
+TEST_F(ListenerDeathTest, DiesWhenStopCannotJoin) {
     EXPECT_EXIT(
         {
             std::set_terminate(tellAndExit);
@@ -103,7 +103,7 @@ TEST_F(ListenerDeathTest, OfAStopWhoseJoinTheSystemRefuses) {
         testing::ExitedWithCode(7), "at the end: .Socket Listener rep. Failed joining thread: Invalid argument\n");
 }
 
-TEST_F(ListenerDeathTest, OfADestructorWhoseJoinTheSystemRefuses) {
+TEST_F(ListenerDeathTest, DiesWhenItsEndCannotJoin) {
     EXPECT_EXIT(
         {
             const PollsRunOut noWait;
@@ -116,7 +116,7 @@ TEST_F(ListenerDeathTest, OfADestructorWhoseJoinTheSystemRefuses) {
         testing::KilledBySignal(SIGABRT), "terminate called without an active exception");
 }
 
-TEST_F(MisusedListenerDeathTest, OfAStopByItsHandlerWhoseJoinFails) {
+TEST_F(ListenerMisuseDeathTest, HandlerStops) {
     EXPECT_EXIT(
         {
             std::set_terminate(tellAndAbort);
@@ -128,7 +128,7 @@ TEST_F(MisusedListenerDeathTest, OfAStopByItsHandlerWhoseJoinFails) {
         "at the end: .Socket Listener rep. Failed joining thread: Resource deadlock avoided\n");
 }
 
-TEST_F(MisusedListenerDeathTest, OfAStopByItsMaker) {
+TEST_F(ListenerMisuseDeathTest, MakerStops) {
     EXPECT_EXIT(
         {
             RecordingListener listener(Protocol::Rep);
@@ -141,7 +141,7 @@ TEST_F(MisusedListenerDeathTest, OfAStopByItsMaker) {
         testing::KilledBySignal(SIGABRT), "terminate called without an active exception");
 }
 
-TEST_F(MisusedListenerDeathTest, OfAnEndpointThatItsHandlerAdds) {
+TEST_F(ListenerMisuseDeathTest, HandlerAdds) {
     EXPECT_EXIT(
         {
             RecordingListener listener(Protocol::Rep);

@@ -55,7 +55,7 @@ protected:
 
 } // namespace
 
-TEST_F(ListenerThread, IsTheOneThatMakesAndHandlesEveryMessage) {
+TEST_F(ListenerThread, MakesAndHandlesMessages) {
     std::vector<std::thread::id> threads;
     listener.setMaker([&] {
         threads.push_back(std::this_thread::get_id());
@@ -75,7 +75,7 @@ TEST_F(ListenerThread, IsTheOneThatMakesAndHandlesEveryMessage) {
     EXPECT_NE(std::this_thread::get_id(), threads.front());
 }
 
-TEST_F(ListenerThread, ThatCannotBeMadeLeavesTheListenerStoppedAndReadyForAnotherStart) {
+TEST_F(ListenerThread, CanStartAfterAFailure) {
     ASSERT_TRUE(listener.addListenEndpoint(endpoint.toString(Protocol::Req), error));
     {
         const ThreadFault fault(EAGAIN);
@@ -92,7 +92,7 @@ TEST_F(ListenerThread, ThatCannotBeMadeLeavesTheListenerStoppedAndReadyForAnothe
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(ListenerThread, LeavesNoThreadAndNoDescriptorBehind) {
+TEST_F(ListenerThread, LeavesNothingBehind) {
     std::vector<SocketEndpoint> endpoints;
     for (int number = 0; number < 10; ++number) {
         endpoints.push_back(freshEndpoint(number % 2 == 0 ? Transport::Tcp : Transport::Inproc));

@@ -24,9 +24,9 @@ namespace Protocol = socket::Protocol;
 
 constexpr unsigned int mega = 1048576;
 
-class Capping : public testing::Test {
+class SocketRateCap : public testing::Test {
 protected:
-    Capping() {
+    SocketRateCap() {
         socket.create(Protocol::Pub);
         standIn.setClock(1000.0);
         standIn.journal().clear();
@@ -40,7 +40,7 @@ protected:
 
 } // namespace
 
-TEST_F(Capping, NeverPausesTheFirstSendButNotesItsTime) {
+TEST_F(SocketRateCap, StartsAtTheFirstSend) {
     socket.setTargetBitRate(8);
 
     socket.handleBitRateCapping(mega);
@@ -48,7 +48,7 @@ TEST_F(Capping, NeverPausesTheFirstSendButNotesItsTime) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("gettimeofday"));
 }
 
-TEST_F(Capping, ReadsTheClockPausesAndReadsItAgain) {
+TEST_F(SocketRateCap, ReadsTheClockAfterThePause) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
     standIn.journal().clear();
@@ -58,7 +58,7 @@ TEST_F(Capping, ReadsTheClockPausesAndReadsItAgain) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("gettimeofday", "usleep 1000000", "gettimeofday"));
 }
 
-TEST_F(Capping, BringsBlocksSentBackToBackToTheSpacingOfTheRate) {
+TEST_F(SocketRateCap, SpacesBackToBackBlocks) {
     socket.setTargetBitRate(8);
 
     for (int block = 0; block < 4; ++block) {
@@ -68,7 +68,7 @@ TEST_F(Capping, BringsBlocksSentBackToBackToTheSpacingOfTheRate) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 1000000", "usleep 1000000", "usleep 1000000"));
 }
 
-TEST_F(Capping, PausesInProportionToTheSize) {
+TEST_F(SocketRateCap, PausesLongerForLargerBlocks) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(0);
 
@@ -78,7 +78,7 @@ TEST_F(Capping, PausesInProportionToTheSize) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 250000", "usleep 3000000"));
 }
 
-TEST_F(Capping, PausesInInverseProportionToTheRate) {
+TEST_F(SocketRateCap, PausesLongerAtLowerRates) {
     socket.setTargetBitRate(1);
     socket.handleBitRateCapping(0);
     socket.handleBitRateCapping(mega);
@@ -88,7 +88,7 @@ TEST_F(Capping, PausesInInverseProportionToTheRate) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 8000000", "usleep 125000"));
 }
 
-TEST_F(Capping, CutsThePauseToWholeMicroseconds) {
+TEST_F(SocketRateCap, PausesWholeMicroseconds) {
     socket.setTargetBitRate(3);
     standIn.setClock(2.0);
     socket.handleBitRateCapping(0);
@@ -98,7 +98,7 @@ TEST_F(Capping, CutsThePauseToWholeMicroseconds) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 333333"));
 }
 
-TEST_F(Capping, CountsTheApplicationsTimeTowardThePause) {
+TEST_F(SocketRateCap, SubtractsTheApplicationsTime) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
     standIn.setClock(1000.75);
@@ -108,7 +108,7 @@ TEST_F(Capping, CountsTheApplicationsTimeTowardThePause) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 250000"));
 }
 
-TEST_F(Capping, DoesNotPauseABlockThatIsDueJustNow) {
+TEST_F(SocketRateCap, SkipsThePauseWhenDueNow) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
     standIn.setClock(1001.0);
@@ -118,7 +118,7 @@ TEST_F(Capping, DoesNotPauseABlockThatIsDueJustNow) {
     EXPECT_THAT(pauses(), IsEmpty());
 }
 
-TEST_F(Capping, DoesNotPauseABlockThatIsLateButNotesItsTime) {
+TEST_F(SocketRateCap, CountsFromALateBlock) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
     standIn.setClock(1010.0);
@@ -131,7 +131,7 @@ TEST_F(Capping, DoesNotPauseABlockThatIsLateButNotesItsTime) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
 }
 
-TEST_F(Capping, CountsFromTheReadingAfterThePause) {
+TEST_F(SocketRateCap, CountsFromTheEndOfThePause) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
     standIn.after("usleep", [&] { standIn.setClock(1005.0); });
@@ -143,7 +143,7 @@ TEST_F(Capping, CountsFromTheReadingAfterThePause) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 1000000", "usleep 750000"));
 }
 
-TEST_F(Capping, OfABlockOfZeroBytesNeverPausesButNotesItsTime) {
+TEST_F(SocketRateCap, CountsFromAnEmptyBlock) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
     standIn.setClock(1000.5);
@@ -155,7 +155,7 @@ TEST_F(Capping, OfABlockOfZeroBytesNeverPausesButNotesItsTime) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
 }
 
-TEST_F(Capping, OfRateZeroReadsNoClock) {
+TEST_F(SocketRateCap, IgnoresTheClockAtRateZero) {
     socket.handleBitRateCapping(mega);
     socket.setTargetBitRate(0);
     socket.handleBitRateCapping(mega);
@@ -164,7 +164,7 @@ TEST_F(Capping, OfRateZeroReadsNoClock) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_send 4 bytes, flags 0"));
 }
 
-TEST_F(Capping, SwitchedOffAndOnAgainCountsFromTheLastCappedSend) {
+TEST_F(SocketRateCap, KeepsTheTimeWhileOff) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
     socket.setTargetBitRate(0);
@@ -177,7 +177,7 @@ TEST_F(Capping, SwitchedOffAndOnAgainCountsFromTheLastCappedSend) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 750000"));
 }
 
-TEST_F(Capping, SwitchedOnAgainLongAfterDoesNotPause) {
+TEST_F(SocketRateCap, SkipsThePauseLongAfter) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
     socket.setTargetBitRate(0);
@@ -189,7 +189,7 @@ TEST_F(Capping, SwitchedOnAgainLongAfterDoesNotPause) {
     EXPECT_THAT(pauses(), IsEmpty());
 }
 
-TEST_F(Capping, SurvivesCloseAndCreate) {
+TEST_F(SocketRateCap, SurvivesCloseAndCreate) {
     socket.setTargetBitRate(8);
     sendText(socket, "first");
 
@@ -200,7 +200,7 @@ TEST_F(Capping, SurvivesCloseAndCreate) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
 }
 
-TEST_F(Capping, FollowsTheSendAndTheStatistics) {
+TEST_F(SocketRateCap, FollowsTheSendAndTheStatistics) {
     socket.setTargetBitRate(8);
     socket.activateStatistics(true);
     sendText(socket, std::string(mega, 'x'));
@@ -211,7 +211,7 @@ TEST_F(Capping, FollowsTheSendAndTheStatistics) {
                             "zmq_send 1048576 bytes, flags 0", "gettimeofday", "usleep 1000000", "gettimeofday"));
 }
 
-TEST_F(Capping, TakesASizeOf4GigabytesModulo32Bits) {
+TEST_F(SocketRateCap, TakesSizesModulo32Bits) {
     socket.setTargetBitRate(8);
     sendText(socket, "first");
     standIn.answer("zmq_send", 0);
@@ -221,7 +221,7 @@ TEST_F(Capping, TakesASizeOf4GigabytesModulo32Bits) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 500000"));
 }
 
-TEST_F(Capping, TakesTheGreatestRateWithoutOverflow) {
+TEST_F(SocketRateCap, TakesTheGreatestRate) {
     socket.setTargetBitRate(std::numeric_limits<unsigned int>::max());
     socket.handleBitRateCapping(0);
 
@@ -230,7 +230,7 @@ TEST_F(Capping, TakesTheGreatestRateWithoutOverflow) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 7"));
 }
 
-TEST_F(Capping, SleepsInPiecesWhenThePauseIsLong) {
+TEST_F(SocketRateCap, SleepsLongPausesInPieces) {
     socket.setTargetBitRate(1);
     socket.handleBitRateCapping(0);
 
@@ -241,7 +241,7 @@ TEST_F(Capping, SleepsInPiecesWhenThePauseIsLong) {
     EXPECT_THAT(pauses(), ElementsAreArray(pieces));
 }
 
-TEST_F(Capping, SleepsOnceWhenThePauseJustFits) {
+TEST_F(SocketRateCap, SleepsOnceWhenItFits) {
     socket.setTargetBitRate(1);
     standIn.setClock(2.0);
     socket.handleBitRateCapping(0);
@@ -253,11 +253,11 @@ TEST_F(Capping, SleepsOnceWhenThePauseJustFits) {
 }
 
 /// By how many seconds the clock is set back.
-class CappingWhenTheClockIsSetBack : public Capping, public testing::WithParamInterface<double> {};
+class SocketRateCapClockBack : public SocketRateCap, public testing::WithParamInterface<double> {};
 
-INSTANTIATE_TEST_SUITE_P(By, CappingWhenTheClockIsSetBack, testing::Values(0.25, 1.0, 3600.0, 1699990000.0));
+INSTANTIATE_TEST_SUITE_P(By, SocketRateCapClockBack, testing::Values(0.25, 1.0, 3600.0, 1699990000.0));
 
-TEST_P(CappingWhenTheClockIsSetBack, PausesAsTheRateAsks) {
+TEST_P(SocketRateCapClockBack, Pauses) {
     standIn.setClock(1700000000.0);
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
@@ -269,7 +269,7 @@ TEST_P(CappingWhenTheClockIsSetBack, PausesAsTheRateAsks) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 1000000", "usleep 1000000"));
 }
 
-TEST_F(Capping, DoesNotPauseWhenTheClockIsSetFarAhead) {
+TEST_F(SocketRateCap, SkipsThePauseWhenClockJumps) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
     standIn.setClock(1e15);
@@ -279,7 +279,7 @@ TEST_F(Capping, DoesNotPauseWhenTheClockIsSetFarAhead) {
     EXPECT_THAT(pauses(), IsEmpty());
 }
 
-TEST_F(Capping, AtAClockBelowOneSecondHasNoCappedSendYet) {
+TEST_F(SocketRateCap, StartsBelowOneSecond) {
     standIn.setClock(0.0);
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
@@ -295,7 +295,7 @@ TEST_F(Capping, AtAClockBelowOneSecondHasNoCappedSendYet) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
 }
 
-TEST_F(Capping, WithoutAClockTakesItForZero) {
+TEST_F(SocketRateCap, TakesAFailingClockForZero) {
     socket.setTargetBitRate(8);
     standIn.fail("gettimeofday", EFAULT, 1, StandIn::always);
 
@@ -305,7 +305,7 @@ TEST_F(Capping, WithoutAClockTakesItForZero) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("gettimeofday", "gettimeofday"));
 }
 
-TEST_F(Capping, IgnoresAPauseThatFails) {
+TEST_F(SocketRateCap, IgnoresAPauseThatFails) {
     socket.setTargetBitRate(8);
     sendText(socket, "first");
     standIn.fail("usleep", EINTR);
@@ -315,7 +315,7 @@ TEST_F(Capping, IgnoresAPauseThatFails) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
 }
 
-TEST(CappingByTheWallClock, TakesAsLongAsTheRateAsks) {
+TEST(SocketRateCapWallClock, KeepsTheRate) {
     Socket socket("cmd", ClosePolicy::DropPending);
     socket.create(Protocol::Pub);
     socket.setTargetBitRate(8);

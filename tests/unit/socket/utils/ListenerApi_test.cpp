@@ -29,7 +29,7 @@ static_assert(!std::is_copy_assignable_v<SocketListener>);
 
 const std::string refusal = "[Socket Listener rep] Failed starting thread: another thread is already running";
 
-class ListenerOperations : public testing::Test {
+class ListenerApi : public testing::Test {
 protected:
     const ContextOfTheProcess context;
     StandIn standIn;
@@ -39,7 +39,7 @@ protected:
 
 } // namespace
 
-TEST_F(ListenerOperations, StartWithSubOrRepOnly) {
+TEST_F(ListenerApi, RefusesOtherPatterns) {
     for (const auto protocol : {Protocol::Pub, Protocol::Req, Protocol::Undef, static_cast<Protocol::Protocol>(7)}) {
         RecordingListener other(protocol);
         EXPECT_FALSE(other.start(error));
@@ -49,20 +49,20 @@ TEST_F(ListenerOperations, StartWithSubOrRepOnly) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());
 }
 
-TEST_F(ListenerOperations, MakeErrorStringsWithThePatternAndMessagesWithTheName) {
+TEST_F(ListenerApi, MakesHeadersOfPatternAndName) {
     EXPECT_EQ("[Socket Listener rep] text", listener.makeErrorString("text"));
     EXPECT_EQ("[Socket Listener sub] ", RecordingListener(Protocol::Sub).makeErrorString(""));
     EXPECT_EQ("[Socket Listener on service]", listener.messageHeader());
     EXPECT_EQ("[Socket Listener on service]: text", listener.formatMessage("text"));
 }
 
-TEST_F(ListenerOperations, StopAListenerThatNeverRan) {
+TEST_F(ListenerApi, StopsWhenItNeverRan) {
     EXPECT_TRUE(listener.stop(error));
     EXPECT_EQ("", error);
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());
 }
 
-TEST_F(ListenerOperations, StartASecondTimeAreRefusedAndTheFirstThreadServesOn) {
+TEST_F(ListenerApi, RefusesASecondStart) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     listener.serve(endpoint);
 
@@ -72,13 +72,13 @@ TEST_F(ListenerOperations, StartASecondTimeAreRefusedAndTheFirstThreadServesOn) 
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(ListenerOperations, StartWithNoEndpointAtAll) {
+TEST_F(ListenerApi, StartsWithoutEndpoints) {
     EXPECT_TRUE(listener.start(error));
     EXPECT_EQ("", error);
     EXPECT_TRUE(standIn.journal().waitFor("zmq_poll 1 items, events 1, 1000 ms"));
 }
 
-TEST_F(ListenerOperations, StartWithTheCallsInOrder) {
+TEST_F(ListenerApi, StartsWithTheCallsInOrder) {
     ASSERT_TRUE(listener.addListenEndpoint("inproc://order-a", error));
     ASSERT_TRUE(listener.addListenEndpoint("inproc://order-b", error));
     ASSERT_TRUE(listener.addListenEndpoint("inproc://order-a", error));
@@ -98,7 +98,7 @@ TEST_F(ListenerOperations, StartWithTheCallsInOrder) {
                             "debug: Connected [Socket service]", "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
 }
 
-TEST_F(ListenerOperations, ClearTheErrorAtStartStopAndRemove) {
+TEST_F(ListenerApi, ClearsTheError) {
     EXPECT_TRUE(listener.start(error));
     EXPECT_EQ("", error);
     error = "as it was";
@@ -109,7 +109,7 @@ TEST_F(ListenerOperations, ClearTheErrorAtStartStopAndRemove) {
     EXPECT_EQ("", error);
 }
 
-TEST_F(ListenerOperations, KeepAnEndpointThatIsRemoved) {
+TEST_F(ListenerApi, KeepsAnEndpointThatIsRemoved) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     ASSERT_TRUE(listener.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
     ASSERT_TRUE(listener.removeListenEndpoint(endpoint.toString(Protocol::Rep), error));
@@ -119,7 +119,7 @@ TEST_F(ListenerOperations, KeepAnEndpointThatIsRemoved) {
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(ListenerOperations, RefuseAnEndpointThatDoesNotParseAndChangeNothing) {
+TEST_F(ListenerApi, RefusesAnInvalidEndpoint) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     listener.serve(endpoint);
 
@@ -134,7 +134,7 @@ TEST_F(ListenerOperations, RefuseAnEndpointThatDoesNotParseAndChangeNothing) {
     EXPECT_EQ(2U, standIn.journal().count("debug: Connecting [Socket service]"));
 }
 
-TEST_F(ListenerOperations, ReportThatNoSocketCouldBeMade) {
+TEST_F(ListenerApi, ReportsAFailedSocket) {
     standIn.fail("zmq_socket", EMFILE);
 
     EXPECT_FALSE(listener.start(error));
@@ -147,7 +147,7 @@ TEST_F(ListenerOperations, ReportThatNoSocketCouldBeMade) {
     EXPECT_TRUE(listener.start(error)) << error;
 }
 
-TEST_F(ListenerOperations, RestartOnANewEndpointAndReportAFailureOfTheStart) {
+TEST_F(ListenerApi, ReportsAFailedRestart) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     listener.serve(endpoint);
     standIn.fail("zmq_socket", EMFILE);
@@ -163,7 +163,7 @@ TEST_F(ListenerOperations, RestartOnANewEndpointAndReportAFailureOfTheStart) {
     EXPECT_EQ("new", ask({Transport::Inproc, "one-more", 0}, "new"));
 }
 
-TEST_F(ListenerOperations, MakeANewSocketAtEveryStart) {
+TEST_F(ListenerApi, MakesANewSocketAtEveryStart) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
     ASSERT_TRUE(listener.addListenEndpoint(endpoint.toString(Protocol::Req), error));
     for (int round = 0; round < 3; ++round) {
@@ -175,7 +175,7 @@ TEST_F(ListenerOperations, MakeANewSocketAtEveryStart) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_F(ListenerOperations, StartThoughAnEndpointCannotBeConnectedAndEndAtTheFirstPoll) {
+TEST_F(ListenerApi, EndsWhenAnEndpointIsTaken) {
     const SocketEndpoint taken = freshEndpoint(Transport::Tcp);
     NativeSocket holder(Protocol::Rep);
     holder.bind(taken);
@@ -202,7 +202,7 @@ TEST_F(ListenerOperations, StartThoughAnEndpointCannotBeConnectedAndEndAtTheFirs
     EXPECT_TRUE(listener.stop(error));
 }
 
-TEST_F(ListenerOperations, StartAgainOnceAnEndpointIsFree) {
+TEST_F(ListenerApi, StartsOnceAnEndpointIsFree) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     const std::string address = endpoint.toString(Protocol::Rep);
     const ZmqHandle holder(socket::getSocket(Protocol::Rep));

@@ -30,7 +30,7 @@ namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
 /// A socket one of whose locks cannot be had. The faults count the locks in the order in which a call takes them.
-class UnlockableSocket : public testing::Test {
+class SocketMutex : public testing::Test {
 protected:
     template <class Action>
     static std::string textThrownAtLock(int nth, const Action& action) {
@@ -53,24 +53,24 @@ void destroyWithoutItsLock() {
 }
 
 /// By which lock of the call it fails.
-class UnlockableCreate : public UnlockableSocket, public testing::WithParamInterface<int> {};
+class SocketMutexCreate : public SocketMutex, public testing::WithParamInterface<int> {};
 
-INSTANTIATE_TEST_SUITE_P(AtLock, UnlockableCreate, testing::Values(1, 2, 3));
+INSTANTIATE_TEST_SUITE_P(AtLock, SocketMutexCreate, testing::Values(1, 2, 3));
 
-class UnlockableConnect : public UnlockableSocket, public testing::WithParamInterface<int> {};
+class SocketMutexConnect : public SocketMutex, public testing::WithParamInterface<int> {};
 
-INSTANTIATE_TEST_SUITE_P(AtLock, UnlockableConnect, testing::Values(1, 2, 3));
+INSTANTIATE_TEST_SUITE_P(AtLock, SocketMutexConnect, testing::Values(1, 2, 3));
 
 } // namespace
 
-TEST_P(UnlockableCreate, ThrowsAndLeavesTheSocketClosed) {
+TEST_P(SocketMutexCreate, ThrowsAndStaysClosed) {
     EXPECT_EQ(refused, textThrownAtLock(GetParam(), [&] { server.create(Protocol::Rep); }));
 
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());
     expectClosed(standIn, server);
 }
 
-TEST_P(UnlockableConnect, ThrowsAndLeavesTheSocketClosedAndTheAddressFree) {
+TEST_P(SocketMutexConnect, ThrowsAndCloses) {
     server.create(Protocol::Rep);
 
     EXPECT_EQ(refused, textThrownAtLock(GetParam(), [&] { server.connect(endpoint, 0); }));
@@ -82,7 +82,7 @@ TEST_P(UnlockableConnect, ThrowsAndLeavesTheSocketClosedAndTheAddressFree) {
     expectClosed(standIn, server);
 }
 
-TEST_F(UnlockableSocket, ThrowsWhenItIsClosedOnceItsNativeSocketIs) {
+TEST_F(SocketMutex, ClosesAndThrows) {
     server.createAndConnect(Protocol::Rep, endpoint, 0);
     standIn.journal().clear();
 
@@ -95,7 +95,7 @@ TEST_F(UnlockableSocket, ThrowsWhenItIsClosedOnceItsNativeSocketIs) {
     expectClosed(standIn, server);
 }
 
-TEST_F(UnlockableSocket, IsClosedAllTheSameWhenItsAddressesCannotBeNoted) {
+TEST_F(SocketMutex, ClosesWhenTheBookIsLocked) {
     server.createAndConnect(Protocol::Rep, endpoint, 0);
     standIn.journal().clear();
     {
@@ -109,7 +109,7 @@ TEST_F(UnlockableSocket, IsClosedAllTheSameWhenItsAddressesCannotBeNoted) {
               textThrownBy([&] { server.createAndConnect(Protocol::Rep, endpoint, 0); }));
 }
 
-TEST(UnlockableSocketDeathTest, EndsTheProcessWhenItIsDestroyed) {
+TEST(SocketMutexDeathTest, EndsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
 
     EXPECT_EXIT(destroyWithoutItsLock(), testing::KilledBySignal(SIGABRT),
@@ -117,7 +117,7 @@ TEST(UnlockableSocketDeathTest, EndsTheProcessWhenItIsDestroyed) {
                 "  what\\(\\):  Resource temporarily unavailable");
 }
 
-TEST_F(UnlockableSocket, LogsThatItCannotBeRebuilt) {
+TEST_F(SocketMutex, LogsAFailedRebuild) {
     server.createAndConnect(Protocol::Rep, endpoint, 0);
     standIn.journal().clear();
     {
@@ -133,7 +133,7 @@ TEST_F(UnlockableSocket, LogsThatItCannotBeRebuilt) {
     expectClosed(standIn, server);
 }
 
-TEST_F(UnlockableSocket, IsNotAskedWhetherAnAddressIsBeingReleased) {
+TEST_F(SocketMutex, BindsWhenTheBookIsLocked) {
     server.createAndConnect(Protocol::Rep, endpoint, 0);
     server.create(Protocol::Rep);
     standIn.fail("zmq_bind", EADDRINUSE, 1, StandIn::always);
@@ -143,7 +143,7 @@ TEST_F(UnlockableSocket, IsNotAskedWhetherAnAddressIsBeingReleased) {
     EXPECT_EQ(2U, standIn.journal().count("zmq_bind"));
 }
 
-TEST_F(UnlockableSocket, OfTheContextIsNotMade) {
+TEST_F(SocketMutex, RefusesAContext) {
     SocketContext own;
     standIn.journal().clear();
 

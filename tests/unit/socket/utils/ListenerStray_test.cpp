@@ -316,7 +316,7 @@ TEST_F(ListenerStray, StopsOnWildcardAddresses) {
     }
 }
 
-TEST_F(ListenerStray, StopsWhenSomeAddressesAreRefused) {
+TEST_F(ListenerStray, StopsWhenSomeAddressesFail) {
     ASSERT_TRUE(listener.addListenEndpoint(freshEndpoint(Transport::Inproc).toString(Protocol::Req), error));
     ASSERT_TRUE(listener.addListenEndpoint(freshEndpoint(Transport::Ipc).toString(Protocol::Req), error));
     listener.serve(endpoint);

@@ -61,7 +61,7 @@ TEST_F(ListenerStop, TakesNoLongerThanAPoll) {
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
 }
 
-TEST_F(ListenerStop, WaitsForTheHandlerAtWorkAndNoPollBeginsThen) {
+TEST_F(ListenerStop, WaitsForTheHandlerAtWork) {
     std::promise<void> finish;
     listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
         finish.get_future().wait();
@@ -83,7 +83,7 @@ TEST_F(ListenerStop, WaitsForTheHandlerAtWorkAndNoPollBeginsThen) {
                 ElementsAre("zmq_send 0 bytes, flags 0", "zmq_poll 1 items, events 3, 0 ms", "zmq_close"));
 }
 
-TEST_F(ListenerStop, EndsAListenerThatNeverRunsOutOfInput) {
+TEST_F(ListenerStop, EndsDuringEndlessInput) {
     NativeSocket publisher(Protocol::Pub);
     publisher.bind(endpoint);
     RecordingListener subscriber(Protocol::Sub);
@@ -114,7 +114,7 @@ TEST_F(ListenerStop, DoesNothingTheSecondTime) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());
 }
 
-TEST_F(ListenerStop, MayBeAskedForByAnotherThreadThanStart) {
+TEST_F(ListenerStop, WorksFromAnotherThread) {
     std::thread([&] { listener.serve(endpoint); }).join();
 
     std::thread([&] { EXPECT_TRUE(listener.stop(error)); }).join();
@@ -137,7 +137,7 @@ TEST_F(ListenerStop, ComesWithTheDestructor) {
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(ListenerStop, ClosesTheSocketThoughAHandlerKeptIt) {
+TEST_F(ListenerStop, ClosesAKeptSocket) {
     std::shared_ptr<Socket> kept;
     listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
         kept = socket;

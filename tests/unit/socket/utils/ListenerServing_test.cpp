@@ -36,7 +36,7 @@ std::string handlingError(const std::string& reason) {
 /// The next poll of a listener is the one that asks whether a reply is owed.
 constexpr int afterTheReply = 2;
 
-class ServingListener : public testing::Test {
+class ListenerServing : public testing::Test {
 protected:
     void SetUp() override { listener.serve(endpoint); }
 
@@ -83,7 +83,7 @@ protected:
 
 } // namespace
 
-TEST_F(ServingListener, HandsEveryRequestToTheHandlerInOrder) {
+TEST_F(ListenerServing, HandlesRequestsInOrder) {
     for (const std::string text : {"one", "two", "three"}) {
         EXPECT_EQ(text, ask(endpoint, text));
     }
@@ -92,7 +92,7 @@ TEST_F(ServingListener, HandsEveryRequestToTheHandlerInOrder) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_F(ServingListener, HandsOverTheVeryMessageThatWasMade) {
+TEST_F(ListenerServing, HandlesTheMessageThatWasMade) {
     const auto made = std::make_shared<Text>();
     const Text* handled = nullptr;
     listener.setMaker([&] { return made; });
@@ -107,7 +107,7 @@ TEST_F(ServingListener, HandsOverTheVeryMessageThatWasMade) {
     EXPECT_EQ(made.get(), handled);
 }
 
-TEST_F(ServingListener, ReceivesIntoABufferOf128KiB) {
+TEST_F(ListenerServing, ReceivesIntoABufferOf128KiB) {
     const Text largest = [] {
         Text text;
         text.set_text(std::string(131072 - 4, 'x'));
@@ -127,7 +127,7 @@ TEST_F(ServingListener, ReceivesIntoABufferOf128KiB) {
     EXPECT_TRUE(standIn.journal().count("zmq_recv 131072 bytes, flags 0") > 0);
 }
 
-TEST_F(ServingListener, LogsWhatAHandlerThrowsAndServesOn) {
+TEST_F(ListenerServing, LogsAHandlersException) {
     listener.setHandler([](Text&, const std::shared_ptr<Socket>&) { throw std::runtime_error("no luck"); });
     NativeSocket client(Protocol::Req);
     client.connect(endpoint);
@@ -141,7 +141,7 @@ TEST_F(ServingListener, LogsWhatAHandlerThrowsAndServesOn) {
     EXPECT_EQ(1U, standIn.journal().count("error: "));
 }
 
-TEST_F(ServingListener, LeavesTheRequestUnreadWhileNoMessageIsMade) {
+TEST_F(ListenerServing, KeepsARequestWhenNoneIsMade) {
     listener.setMaker([] { return nullptr; });
     auto answer = std::async(std::launch::async, [this] { return ask(endpoint, "question"); });
     ASSERT_TRUE(standIn.journal().waitFor(handlingError("Socket: Cannot receive on a NULL message"), 2));
@@ -152,7 +152,7 @@ TEST_F(ServingListener, LeavesTheRequestUnreadWhileNoMessageIsMade) {
     EXPECT_EQ(0U, standIn.journal().count("warning: "));
 }
 
-TEST_F(ServingListener, EndsWhenMakingAMessageThrows) {
+TEST_F(ListenerServing, EndsWhenMakingAMessageThrows) {
     listener.setMaker([]() -> std::shared_ptr<google::protobuf::Message> { throw std::runtime_error("none left"); });
     NativeSocket client(Protocol::Req);
     client.connect(endpoint);
@@ -162,7 +162,7 @@ TEST_F(ServingListener, EndsWhenMakingAMessageThrows) {
     expectEndWith("error: [Socket Listener rep] Failed reading socket: none left. Aborting listener thread.");
 }
 
-TEST_F(ServingListener, EndsWhenItsSocketCannotBeLockedEither) {
+TEST_F(ListenerServing, EndsWhenLocksFail) {
     std::optional<MutexFault> fault;
     listener.setMaker([&fault]() -> std::shared_ptr<google::protobuf::Message> {
         // The socket's lock; before it comes that of the addresses.
@@ -177,7 +177,7 @@ TEST_F(ServingListener, EndsWhenItsSocketCannotBeLockedEither) {
     expectEndWith("error: [Socket Listener rep] Failed reading socket: none left. Aborting listener thread.");
 }
 
-TEST_F(ServingListener, EndsWhenAPollFails) {
+TEST_F(ListenerServing, EndsWhenAPollFails) {
     ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
     standIn.fail("zmq_poll", EINTR, afterTheReply);
 
@@ -186,7 +186,7 @@ TEST_F(ServingListener, EndsWhenAPollFails) {
     expectEndWith("error: [Socket Listener rep] Poll error on socket. Aborting listener thread.");
 }
 
-TEST_F(ServingListener, EndsWhenTheContextIsTerminated) {
+TEST_F(ListenerServing, EndsWithTheContext) {
     ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
     standIn.fail("zmq_poll", ETERM, afterTheReply);
 
@@ -196,19 +196,19 @@ TEST_F(ServingListener, EndsWhenTheContextIsTerminated) {
                   "service]. Aborting listener thread.");
 }
 
-TEST_F(ServingListener, ClosesTheSocketThoughAHandlerKeptItWhenAPollFails) {
+TEST_F(ListenerServing, ClosesAKeptSocketOnPollError) {
     const std::shared_ptr<Socket> kept = socketKeptBeyond(EFAULT);
 
     EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { kept->poll(0, error); }));
 }
 
-TEST_F(ServingListener, ClosesTheSocketThoughAHandlerKeptItWhenTheContextIsTerminated) {
+TEST_F(ListenerServing, ClosesAKeptSocketOnETerm) {
     const std::shared_ptr<Socket> kept = socketKeptBeyond(ETERM);
 
     EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { kept->poll(0, error); }));
 }
 
-TEST_F(ServingListener, IgnoresAThreadFunctionWithoutASocket) {
+TEST_F(ListenerServing, IgnoresANullSocket) {
     EXPECT_NO_THROW(listener.threadFunction(nullptr));
 }
 

@@ -57,7 +57,7 @@ public:
     bool startResult = true;
 };
 
-class AddedEndpoint : public testing::Test {
+class ListenerRestartAdding : public testing::Test {
 protected:
     const ContextOfTheProcess context;
     StandIn standIn;
@@ -71,7 +71,7 @@ std::string text(const SocketEndpoint& endpoint) {
 
 } // namespace
 
-TEST_P(ListenerRestart, AnswersOnTheOldEndpointsAndTheNewOneAHundredTimesInARow) {
+TEST_P(ListenerRestart, AddsAnEndpoint100Times) {
     std::vector<SocketEndpoint> endpoints{freshEndpoint(GetParam())};
     listener.serve(endpoints.front());
     for (int round = 0; round < 100; ++round) {
@@ -88,7 +88,7 @@ TEST_P(ListenerRestart, AnswersOnTheOldEndpointsAndTheNewOneAHundredTimesInARow)
     EXPECT_EQ(0U, standIn.journal().count("warning: "));
 }
 
-TEST_P(ListenerRestart, ByStopAndStartAnswersAHundredTimesInARow) {
+TEST_P(ListenerRestart, StopsAndStarts100Times) {
     const SocketEndpoint endpoint = freshEndpoint(GetParam());
     listener.serve(endpoint);
     for (int round = 0; round < 100; ++round) {
@@ -99,7 +99,7 @@ TEST_P(ListenerRestart, ByStopAndStartAnswersAHundredTimesInARow) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_P(ListenerRestart, ServesTheRequestThatIsInItsHandlerToTheEnd) {
+TEST_P(ListenerRestart, FinishesTheHandlerAtWork) {
     const SocketEndpoint endpoint = freshEndpoint(GetParam());
     std::promise<void> finish;
     listener.setHandler([&](Text& request, const std::shared_ptr<Socket>& socket) {
@@ -123,7 +123,7 @@ TEST_P(ListenerRestart, ServesTheRequestThatIsInItsHandlerToTheEnd) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_F(AddedEndpoint, StopsAndStartsARunningListenerAndReturnsWhatStartReturns) {
+TEST_F(ListenerRestartAdding, ReturnsStartsResult) {
     ASSERT_TRUE(listener.SocketListener::start(error)) << error;
     for (const bool result : {true, false}) {
         listener.startResult = result;
@@ -136,14 +136,14 @@ TEST_F(AddedEndpoint, StopsAndStartsARunningListenerAndReturnsWhatStartReturns) 
     }
 }
 
-TEST_F(AddedEndpoint, StartsNoListenerThatDoesNotRun) {
+TEST_F(ListenerRestartAdding, StartsNothing) {
     EXPECT_TRUE(listener.addListenEndpoint("inproc://added", error));
 
     EXPECT_EQ("as it was", error);
     EXPECT_THAT(listener.calls, ElementsAre());
 }
 
-TEST_F(AddedEndpoint, ThatDoesNotParseStopsNoRunningListener) {
+TEST_F(ListenerRestartAdding, KeepsServingWhenInvalid) {
     ASSERT_TRUE(listener.SocketListener::start(error)) << error;
 
     EXPECT_FALSE(listener.addListenEndpoint("", error));
@@ -152,7 +152,7 @@ TEST_F(AddedEndpoint, ThatDoesNotParseStopsNoRunningListener) {
     EXPECT_THAT(listener.calls, ElementsAre());
 }
 
-TEST_F(AddedEndpoint, StartsAListenerAgainWhoseThreadHasEndedByItself) {
+TEST_F(ListenerRestartAdding, RevivesAnEnded) {
     RecordingListener ended(Protocol::Rep);
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     standIn.fail("zmq_poll", EFAULT);
@@ -165,7 +165,7 @@ TEST_F(AddedEndpoint, StartsAListenerAgainWhoseThreadHasEndedByItself) {
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(AddedEndpoint, IsServedBesideThoseOfOtherTransports) {
+TEST_F(ListenerRestartAdding, MixesTransports) {
     RecordingListener server(Protocol::Rep);
     std::vector<SocketEndpoint> endpoints;
     for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
@@ -180,7 +180,7 @@ TEST_F(AddedEndpoint, IsServedBesideThoseOfOtherTransports) {
     }
 }
 
-TEST_F(AddedEndpoint, MayBeOneThatARunningListenerHasAlready) {
+TEST_F(ListenerRestartAdding, TakesADuplicate) {
     RecordingListener server(Protocol::Rep);
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     server.serve(endpoint);

@@ -110,7 +110,7 @@ protected:
 
 } // namespace
 
-TEST_F(ListenerSignals, BlocksAsynchronousOnesInTheThread) {
+TEST_F(ListenerSignals, BlockAsynchronousOnes) {
     const std::vector<int> faults{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
     std::vector<int> whenMaking;
     std::vector<int> whenHandling;
@@ -134,7 +134,7 @@ TEST_F(ListenerSignals, BlocksAsynchronousOnesInTheThread) {
     EXPECT_EQ(without({SIGPROF}, without(faults, all)), whenHandling);
 }
 
-TEST_F(ListenerSignals, DeliversAFaultToTheCrashHandler) {
+TEST_F(ListenerSignals, DeliverFaults) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
         EXPECT_EXIT(
@@ -150,7 +150,7 @@ TEST_F(ListenerSignals, DeliversAFaultToTheCrashHandler) {
     }
 }
 
-TEST_F(ListenerSignals, SurvivesAProfiler) {
+TEST_F(ListenerSignals, AllowAProfiler) {
     listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
         const int before = samples;
         while (samples < before + 3) {
@@ -168,7 +168,7 @@ TEST_F(ListenerSignals, SurvivesAProfiler) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_F(ListenerSignals, SurvivesAStormOfProfilingSignals) {
+TEST_F(ListenerSignals, SurviveAStormOfSigprof) {
     pthread_t thread{};
     listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
         thread = pthread_self();
@@ -194,7 +194,7 @@ TEST_F(ListenerSignals, SurvivesAStormOfProfilingSignals) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_F(ListenerSignals, OfTheStartingThreadStayAsTheyWere) {
+TEST_F(ListenerSignals, KeepTheStartersMask) {
     const BlockedSignals block(setOf(SIGUSR2));
     const std::vector<int> before = blockedSignals();
     ASSERT_THAT(before, Contains(SIGUSR2));
@@ -208,7 +208,7 @@ TEST_F(ListenerSignals, OfTheStartingThreadStayAsTheyWere) {
     EXPECT_EQ(before, blockedSignals());
 }
 
-TEST_F(ListenerSignals, OfTheStartingThreadStayAsTheyWereWhenNoThreadCanBeMade) {
+TEST_F(ListenerSignals, KeepTheMaskWhenStartThrows) {
     const BlockedSignals block(setOf(SIGUSR2));
     const std::vector<int> before = blockedSignals();
     const ThreadFault fault(EAGAIN);
@@ -218,7 +218,7 @@ TEST_F(ListenerSignals, OfTheStartingThreadStayAsTheyWereWhenNoThreadCanBeMade) 
     EXPECT_EQ(before, blockedSignals());
 }
 
-TEST_F(ListenerSignals, OfTheProcessAreTakenByTheApplicationsThreadsAlone) {
+TEST_F(ListenerSignals, StayWithTheApplication) {
     serve();
     // Nobody but the listener could take them while this thread has them wait.
     const sigset_t signals = setOf(SIGUSR1);
@@ -232,7 +232,7 @@ TEST_F(ListenerSignals, OfTheProcessAreTakenByTheApplicationsThreadsAlone) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_F(ListenerSignals, OfTheProcessEndNoListenerInAStorm) {
+TEST_F(ListenerSignals, SurviveAStormOfSigusr1) {
     serve();
 
     for (int round = 0; round < 10000; ++round) {
@@ -243,7 +243,7 @@ TEST_F(ListenerSignals, OfTheProcessEndNoListenerInAStorm) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_F(ListenerSignals, SentToTheThreadItselfWait) {
+TEST_F(ListenerSignals, WaitWhenSentToTheThread) {
     pthread_t thread{};
     std::vector<int> pending;
     listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {

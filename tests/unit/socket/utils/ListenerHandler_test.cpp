@@ -33,9 +33,9 @@ std::string handlingError(const std::string& reason) {
     return "error: [Socket Listener rep] Failed handling received message: " + reason;
 }
 
-class HandledRequest : public testing::TestWithParam<Transport::Transport> {
+class ListenerHandler : public testing::TestWithParam<Transport::Transport> {
 protected:
-    explicit HandledRequest(Transport::Transport transport = GetParam()) : endpoint(freshEndpoint(transport)) {}
+    explicit ListenerHandler(Transport::Transport transport = GetParam()) : endpoint(freshEndpoint(transport)) {}
 
     void SetUp() override {
         listener.serve(endpoint);
@@ -60,12 +60,12 @@ protected:
     std::string error;
 };
 
-INSTANTIATE_TEST_SUITE_P(Over, HandledRequest, testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
+INSTANTIATE_TEST_SUITE_P(Over, ListenerHandler, testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
                          [](const auto& tested) { return Transport::ToString(tested.param); });
 
 } // namespace
 
-TEST_P(HandledRequest, TakesTheCallsInOrder) {
+TEST_P(ListenerHandler, TakesTheCallsInOrder) {
     listener.setMaker([this] {
         standIn.journal().add("createMessage");
         return std::make_shared<Text>();
@@ -85,7 +85,7 @@ TEST_P(HandledRequest, TakesTheCallsInOrder) {
                             "zmq_poll 1 items, events 1, 1000 ms"));
 }
 
-TEST_P(HandledRequest, IsAnsweredThoughTheHandlerThrowsThen) {
+TEST_P(ListenerHandler, AnswersWhenItThrowsLater) {
     listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
         echo(text, socket);
         throw std::bad_alloc();
@@ -98,7 +98,7 @@ TEST_P(HandledRequest, IsAnsweredThoughTheHandlerThrowsThen) {
     expectSoundService();
 }
 
-TEST_P(HandledRequest, IsAnsweredOnceThoughTheHandlerRepliesTwice) {
+TEST_P(ListenerHandler, AnswersOnceWhenItRepliesTwice) {
     listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
         echo(text, socket);
         echo(text, socket);
@@ -112,7 +112,7 @@ TEST_P(HandledRequest, IsAnsweredOnceThoughTheHandlerRepliesTwice) {
     expectSoundService();
 }
 
-TEST_P(HandledRequest, MayComeFromAClientThatIsGoneBeforeTheReply) {
+TEST_P(ListenerHandler, OutlivesItsClient) {
     std::promise<void> gone;
     listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
         gone.get_future().wait();
@@ -130,7 +130,7 @@ TEST_P(HandledRequest, MayComeFromAClientThatIsGoneBeforeTheReply) {
 }
 
 /// Each part is handed over by itself; only to the last one 0MQ lets a server reply.
-TEST_P(HandledRequest, OfSeveralPartsJamsNothing) {
+TEST_P(ListenerHandler, TakesRequestsOfSeveralParts) {
     client->send("", ZMQ_SNDMORE);
     client->send("");
 
@@ -140,7 +140,7 @@ TEST_P(HandledRequest, OfSeveralPartsJamsNothing) {
     expectSoundService();
 }
 
-TEST_P(HandledRequest, IsReceivedLaterWhenReceivingFails) {
+TEST_P(ListenerHandler, RetriesAFailedReceive) {
     standIn.fail("zmq_recv", EAGAIN);
 
     client->send("");
@@ -151,7 +151,7 @@ TEST_P(HandledRequest, IsReceivedLaterWhenReceivingFails) {
     expectSoundService();
 }
 
-TEST_P(HandledRequest, IsReceivedLaterWhenTheContextIsTerminatedInReceivingAlone) {
+TEST_P(ListenerHandler, ServesAfterETermInReceive) {
     standIn.fail("zmq_recv", ETERM);
 
     client->send("");
@@ -162,7 +162,7 @@ TEST_P(HandledRequest, IsReceivedLaterWhenTheContextIsTerminatedInReceivingAlone
     expectSoundService();
 }
 
-TEST_P(HandledRequest, IsServedAfterAPollThatRanOut) {
+TEST_P(ListenerHandler, AnswersAfterAnIdlePoll) {
     {
         const PollsRunOut none;
         ASSERT_TRUE(standIn.journal().waitFor("zmq_poll 1 items, events 1, 1000 ms", 3));
@@ -173,7 +173,7 @@ TEST_P(HandledRequest, IsServedAfterAPollThatRanOut) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_P(HandledRequest, OfEveryOneOfManyClientsGetsItsOwnReply) {
+TEST_P(ListenerHandler, GivesEachClientItsOwnReply) {
     std::vector<std::thread> clients;
     for (int number = 0; number < 8; ++number) {
         clients.emplace_back([this, number] {

@@ -36,7 +36,7 @@ std::string serialized(const std::string& content) {
     return text.SerializeAsString();
 }
 
-class SubscribingListener : public testing::Test {
+class ListenerSubscribe : public testing::Test {
 protected:
     /// Joins the two: what is published from now on arrives.
     void subscribe() {
@@ -60,15 +60,15 @@ protected:
     std::string error;
 };
 
-class SubscribingListenerOver : public SubscribingListener, public testing::WithParamInterface<Transport::Transport> {};
+class ListenerSubscribeOver : public ListenerSubscribe, public testing::WithParamInterface<Transport::Transport> {};
 
-INSTANTIATE_TEST_SUITE_P(Transport, SubscribingListenerOver,
+INSTANTIATE_TEST_SUITE_P(Transport, ListenerSubscribeOver,
                          testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
                          [](const auto& tested) { return Transport::ToString(tested.param); });
 
 } // namespace
 
-TEST_F(SubscribingListener, MakesTheCallsInOrder) {
+TEST_F(ListenerSubscribe, MakesTheCallsInOrder) {
     const std::string address = endpoint.toString(Protocol::Sub);
     listener.setHandler([this](Text&, const std::shared_ptr<Socket>&) { standIn.journal().add("handleMessage"); });
     subscribe();
@@ -85,7 +85,7 @@ TEST_F(SubscribingListener, MakesTheCallsInOrder) {
                                    "handleMessage", "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
 }
 
-TEST_F(SubscribingListener, GetsEverythingInOrderAndIsNeverRepaired) {
+TEST_F(ListenerSubscribe, ReceivesInOrder) {
     subscribe();
 
     for (const std::string text : {"one", "", "three"}) {
@@ -98,7 +98,7 @@ TEST_F(SubscribingListener, GetsEverythingInOrderAndIsNeverRepaired) {
     expectNoRepair();
 }
 
-TEST_F(SubscribingListener, ServesOnAfterAHandlerThatThrows) {
+TEST_F(ListenerSubscribe, ContinuesAfterAnException) {
     listener.setHandler([](Text& text, const std::shared_ptr<Socket>&) { throw std::runtime_error(text.text()); });
     subscribe();
 
@@ -110,7 +110,7 @@ TEST_F(SubscribingListener, ServesOnAfterAHandlerThatThrows) {
     expectNoRepair();
 }
 
-TEST_F(SubscribingListener, ServesOnAfterMessagesThatCannotBeReceived) {
+TEST_F(ListenerSubscribe, ContinuesAfterBadMessages) {
     subscribe();
 
     publisher.send("\xff");
@@ -126,7 +126,7 @@ TEST_F(SubscribingListener, ServesOnAfterMessagesThatCannotBeReceived) {
     expectNoRepair();
 }
 
-TEST_F(SubscribingListener, LeavesAMessageUnreadWhileNoneIsMade) {
+TEST_F(ListenerSubscribe, KeepsAMessageWhenNoneIsMade) {
     listener.setMaker([] { return nullptr; });
     subscribe();
     publisher.send(serialized("news"));
@@ -139,7 +139,7 @@ TEST_F(SubscribingListener, LeavesAMessageUnreadWhileNoneIsMade) {
     expectNoRepair();
 }
 
-TEST_F(SubscribingListener, EndsWhenAPollReportsNoInput) {
+TEST_F(ListenerSubscribe, EndsWhenAPollReportsNoInput) {
     subscribe();
     standIn.answer("zmq_poll", 1);
 
@@ -151,7 +151,7 @@ TEST_F(SubscribingListener, EndsWhenAPollReportsNoInput) {
     EXPECT_EQ("zmq_close", standIn.journal().lines().back());
 }
 
-TEST_F(SubscribingListener, ThatCannotConnectEndsAtItsFirstPoll) {
+TEST_F(ListenerSubscribe, EndsWhenItCannotConnect) {
     standIn.fail("zmq_connect", EINVAL);
     listener.serve(endpoint);
 
@@ -165,7 +165,7 @@ TEST_F(SubscribingListener, ThatCannotConnectEndsAtItsFirstPoll) {
     EXPECT_EQ(0U, standIn.journal().count("zmq_poll"));
 }
 
-TEST_P(SubscribingListenerOver, HearsEveryPublisherOfItsEndpoints) {
+TEST_P(ListenerSubscribeOver, HearsEveryPublisher) {
     std::list<NativeSocket> publishers;
     for (const std::string name : {"one", "two", "three"}) {
         const SocketEndpoint place = freshEndpoint(GetParam());

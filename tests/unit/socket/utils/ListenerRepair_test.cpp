@@ -92,7 +92,7 @@ private:
     ZmqHandle events = context.socket(ZMQ_PAIR);
 };
 
-class UnansweredRequest : public testing::TestWithParam<std::tuple<Transport::Transport, Silence>> {
+class ListenerRepair : public testing::TestWithParam<std::tuple<Transport::Transport, Silence>> {
 protected:
     void SetUp() override { listener.serve(endpoint); }
 
@@ -111,24 +111,24 @@ protected:
     std::string error;
 };
 
-std::string caseName(const testing::TestParamInfo<UnansweredRequest::ParamType>& info) {
+std::string caseName(const testing::TestParamInfo<ListenerRepair::ParamType>& info) {
     return Transport::ToString(std::get<Transport::Transport>(info.param)) + std::get<Silence>(info.param).name;
 }
 
 const auto everySilence = testing::Values(handlerReturns, handlerThrows, requestDoesNotParse, requestIsTooLong);
 
-INSTANTIATE_TEST_SUITE_P(On, UnansweredRequest,
+INSTANTIATE_TEST_SUITE_P(On, ListenerRepair,
                          testing::Combine(testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
                                           everySilence),
                          caseName);
 
 /// An inproc peer does not connect again by itself.
-class UnansweredRequestOfARemoteClient : public UnansweredRequest {};
+class ListenerRepairRemote : public ListenerRepair {};
 
-INSTANTIATE_TEST_SUITE_P(On, UnansweredRequestOfARemoteClient,
+INSTANTIATE_TEST_SUITE_P(On, ListenerRepairRemote,
                          testing::Combine(testing::Values(Transport::Tcp, Transport::Ipc), everySilence), caseName);
 
-class RequestsWithoutReply : public testing::TestWithParam<Transport::Transport> {
+class ListenerRepairRepeated : public testing::TestWithParam<Transport::Transport> {
 protected:
     StandIn standIn;
     RecordingListener listener{Protocol::Rep};
@@ -136,12 +136,12 @@ protected:
     std::string error;
 };
 
-INSTANTIATE_TEST_SUITE_P(On, RequestsWithoutReply, testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
+INSTANTIATE_TEST_SUITE_P(On, ListenerRepairRepeated, testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
                          [](const auto& tested) { return Transport::ToString(tested.param); });
 
 } // namespace
 
-TEST_P(UnansweredRequest, IsAbandonedWithOneWarningAndNoPollRunsOutBefore) {
+TEST_P(ListenerRepair, WarnsOnceWithoutDelay) {
     NativeSocket client(Protocol::Req);
     client.connect(endpoint);
     ASSERT_TRUE(standIn.journal().waitFor(waitingPoll));
@@ -158,7 +158,7 @@ TEST_P(UnansweredRequest, IsAbandonedWithOneWarningAndNoPollRunsOutBefore) {
 }
 
 /// A round would last a second if a repair waited for the end of a poll.
-TEST_P(UnansweredRequest, KeepsNewClientsFromNothingHoweverOftenItComes) {
+TEST_P(ListenerRepair, ServesNewClients) {
     const Clock::time_point start = Clock::now();
     for (int round = 0; round < 50; ++round) {
         NativeSocket client(Protocol::Req);
@@ -170,7 +170,7 @@ TEST_P(UnansweredRequest, KeepsNewClientsFromNothingHoweverOftenItComes) {
     EXPECT_EQ(50U, standIn.journal().count("warning: "));
 }
 
-TEST_P(UnansweredRequestOfARemoteClient, LeavesTheOthersServedOverTheConnectionThatTheyMakeAgain) {
+TEST_P(ListenerRepairRemote, ServesTheOthers) {
     RemoteClient other(endpoint);
     ASSERT_TRUE(other.awaitConnection());
     EXPECT_EQ("before", other.ask("before"));
@@ -183,7 +183,7 @@ TEST_P(UnansweredRequestOfARemoteClient, LeavesTheOthersServedOverTheConnectionT
     EXPECT_EQ("after", other.ask("after"));
 }
 
-TEST_P(RequestsWithoutReply, DelayNoStopThoughNoOtherRequestEverComes) {
+TEST_P(ListenerRepairRepeated, DelaysNoStop) {
     listener.setHandler(handlerReturns.handler);
     listener.serve(endpoint);
     NativeSocket client(Protocol::Req);
@@ -197,7 +197,7 @@ TEST_P(RequestsWithoutReply, DelayNoStopThoughNoOtherRequestEverComes) {
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
 }
 
-TEST_P(RequestsWithoutReply, AreAbandonedTwoHundredTimesInARowWhateverTheReason) {
+TEST_P(ListenerRepairRepeated, Repairs200Times) {
     listener.serve(endpoint);
     for (int round = 0; round < 50; ++round) {
         for (const Silence& silence : {handlerReturns, handlerThrows, requestDoesNotParse, requestIsTooLong}) {
@@ -218,7 +218,7 @@ TEST_P(RequestsWithoutReply, AreAbandonedTwoHundredTimesInARowWhateverTheReason)
 
 namespace {
 
-class Repair : public testing::Test {
+class ListenerRepairCalls : public testing::Test {
 protected:
     const ContextOfTheProcess context;
     StandIn standIn;
@@ -229,7 +229,7 @@ protected:
 
 } // namespace
 
-TEST_F(Repair, IsSparedAHandlerThatRepliesAndThenThrows) {
+TEST_F(ListenerRepairCalls, IsSparedAfterAReply) {
     listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
         echo(text, socket);
         throw std::runtime_error("too late");
@@ -246,7 +246,7 @@ TEST_F(Repair, IsSparedAHandlerThatRepliesAndThenThrows) {
     EXPECT_EQ(1U, standIn.journal().count("zmq_socket 4"));
 }
 
-TEST_F(Repair, MakesTheCallsInOrder) {
+TEST_F(ListenerRepairCalls, MakesTheCallsInOrder) {
     // On ipc no bind is ever refused and made again.
     const SocketEndpoint path = freshEndpoint(Transport::Ipc);
     const std::string address = path.toString(Protocol::Rep);
@@ -268,7 +268,7 @@ TEST_F(Repair, MakesTheCallsInOrder) {
                             "debug: Connected [Socket service]", "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
 }
 
-TEST_F(Repair, ThatFailsEndsTheThread) {
+TEST_F(ListenerRepairCalls, EndsTheThreadWhenItFails) {
     listener.setHandler([this](Text&, const std::shared_ptr<Socket>&) { standIn.fail("zmq_socket", EMFILE); });
     listener.serve(endpoint);
     NativeSocket client(Protocol::Req);
@@ -284,7 +284,7 @@ TEST_F(Repair, ThatFailsEndsTheThread) {
                             "Aborting listener thread."));
 }
 
-TEST_F(Repair, IsLeftToTheHandlerThatClosesTheSocket) {
+TEST_F(ListenerRepairCalls, IsSparedAClosedSocket) {
     listener.setHandler([](Text&, const std::shared_ptr<Socket>& socket) { socket->close(); });
     listener.serve(endpoint);
     NativeSocket client(Protocol::Req);
@@ -300,7 +300,7 @@ TEST_F(Repair, IsLeftToTheHandlerThatClosesTheSocket) {
     EXPECT_EQ(0U, standIn.journal().count("zmq_poll 1 items, events 3"));
 }
 
-TEST_F(Repair, ThatCannotBeDecidedEndsTheThreadLikeAFailingPoll) {
+TEST_F(ListenerRepairCalls, EndsWhenThePollFails) {
     listener.setHandler([this](Text& text, const std::shared_ptr<Socket>& socket) {
         standIn.fail("zmq_poll", EFAULT);
         echo(text, socket);
@@ -312,7 +312,7 @@ TEST_F(Repair, ThatCannotBeDecidedEndsTheThreadLikeAFailingPoll) {
         standIn.journal().waitFor("error: [Socket Listener rep] Poll error on socket. Aborting listener thread."));
 }
 
-TEST_F(Repair, ThatTheEndOfTheContextComesBeforeEndsTheThread) {
+TEST_F(ListenerRepairCalls, EndsWithTheContext) {
     listener.setHandler([this](Text& text, const std::shared_ptr<Socket>& socket) {
         standIn.fail("zmq_poll", ETERM);
         echo(text, socket);
