@@ -3,6 +3,7 @@
 #include "support/Endpoints.h"
 #include "support/Patterns.h"
 #include "support/StandIn.h"
+#include "support/TerminateHandler.h"
 #include "support/Texts.h"
 
 #include <rk/socket/Socket.h>
@@ -12,7 +13,7 @@
 #include <zmq.h>
 
 #include <cerrno>
-#include <csignal>
+#include <exception>
 #include <new>
 #include <ostream>
 #include <string>
@@ -141,7 +142,12 @@ TEST(SocketResetAlone, LogsAnExceptionOfAnotherType) {
 
 TEST(SocketResetDeathTest, EndsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(resetWhileALogLineThrowsANumber(), testing::KilledBySignal(SIGABRT), "");
+    EXPECT_EXIT(
+        {
+            std::set_terminate(exitWithSeven);
+            resetWhileALogLineThrowsANumber();
+        },
+        testing::ExitedWithCode(7), "");
 }
 
 TEST_P(SocketResetOver, LetsARequesterAskAgain) {

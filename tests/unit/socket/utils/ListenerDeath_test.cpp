@@ -3,6 +3,7 @@
 #include "support/Endpoints.h"
 #include "support/RecordingListener.h"
 #include "support/StandIn.h"
+#include "support/TerminateHandler.h"
 
 #include <rk/socket/Socket.h>
 
@@ -10,7 +11,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <memory>
@@ -48,14 +48,9 @@ protected:
         return text;
     }
 
-    [[noreturn]] static void tellAndAbort() {
-        std::cerr << "at the end: " << error() << "\n";
-        std::abort();
-    }
-
     [[noreturn]] static void tellAndExit() {
         std::cerr << "at the end: " << error() << "\n";
-        std::exit(7);
+        exitWithSeven();
     }
 };
 
@@ -119,12 +114,12 @@ TEST_F(ListenerDeathTest, DiesWhenItsEndCannotJoin) {
 TEST_F(ListenerMisuseDeathTest, HandlerStops) {
     EXPECT_EXIT(
         {
-            std::set_terminate(tellAndAbort);
+            std::set_terminate(tellAndExit);
             RecordingListener listener(Protocol::Rep);
             listener.setHandler([&](Text&, const std::shared_ptr<Socket>&) { listener.stop(error()); });
             sendARequest(listener);
         },
-        testing::KilledBySignal(SIGABRT),
+        testing::ExitedWithCode(7),
         "at the end: .Socket Listener rep. Failed joining thread: Resource deadlock avoided\n");
 }
 

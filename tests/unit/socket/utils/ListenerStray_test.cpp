@@ -336,6 +336,7 @@ TEST_F(ListenerStray, StopsWhenAPortIsUnknown) {
     ASSERT_TRUE(listener.addListenEndpoint("tcp://*:0", error)) << error;
     standIn.fail("zmq_getsockopt", EINVAL);
     listener.serve(endpoint);
+    ASSERT_EQ(1U, standIn.journal().count("zmq_getsockopt"));
     send(oneFrame);
 
     expectStop(listener);
