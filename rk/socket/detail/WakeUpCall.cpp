@@ -23,7 +23,8 @@ WakeUpCall::~WakeUpCall() {
     close();
 }
 
-void WakeUpCall::send(const BoundAddresses& addresses) {
+void WakeUpCall::send(const BoundAddresses& addresses, std::mutex& mutex) {
+    const std::lock_guard<std::mutex> lock(mutex);
     if (socket == nullptr) {
         open(addresses);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <mutex>
 
 namespace rk::socket::detail {
 
@@ -18,8 +19,9 @@ public:
 
     /// Sends the request to the first of `addresses` that accepts the connection. Does not block. Call it again until
     /// the thread wakes: the request is sent once, but not before a connection is made and the process has a socket.
+    /// \param mutex guards the addresses
     /// \throws std::system_error if a lock fails
-    void send(const BoundAddresses& addresses);
+    void send(const BoundAddresses& addresses, std::mutex& mutex);
 
     /// Returns whether the request lies at the start of the `size` bytes at `buffer`. No message parses from it.
     static bool isIn(const char* buffer, std::size_t size);

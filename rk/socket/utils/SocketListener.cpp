@@ -11,7 +11,6 @@
 #include <csignal>
 #include <exception>
 #include <future>
-#include <mutex>
 #include <utility>
 
 namespace rk::socket::utils {
@@ -124,13 +123,15 @@ bool SocketListener::start(std::string& error) {
     }
     connectAll(*socket);
     stopRequested = false;
-    std::promise<void> end;
-    threadEnd = end.get_future();
+    // In this order: a promise that is dropped while it has a future stores an exception there, which needs memory.
+    threadEnded = std::future<void>();
+    threadEnd = std::promise<void>();
+    threadEnded = threadEnd.get_future();
     // Asynchronous signals are for the application's threads: one that interrupted a poll would end the listener.
     const SignalMask mask(SIG_SETMASK, asynchronousSignals());
-    thread = std::make_shared<std::thread>([this, socket, end = std::move(end)]() mutable {
+    thread = std::make_shared<std::thread>([this, socket] {
         threadFunction(socket);
-        end.set_value();
+        threadEnd.set_value();
     });
     threadSocket = socket;
     return true;
@@ -175,7 +176,7 @@ void SocketListener::awaitEnd() {
     }
     detail::WakeUpCall call;
     std::uint32_t before = receiveSteps;
-    while (threadEnd.wait_for(lookInterval) != std::future_status::ready) {
+    while (threadEnded.wait_for(lookInterval) != std::future_status::ready) {
         const std::uint32_t now = receiveSteps;
         if (now == before && now % 2 == 1) {
             wake(call);
@@ -186,10 +187,9 @@ void SocketListener::awaitEnd() {
 
 /// Best effort: the next look tries again.
 void SocketListener::wake(detail::WakeUpCall& call) {
-    const std::shared_ptr<Socket> socket = threadSocket.lock();
     try {
-        const std::lock_guard<std::mutex> lock(socket->connectionMutex);
-        call.send(*socket->boundAddresses);
+        const std::shared_ptr<Socket> socket(threadSocket);
+        call.send(*socket->boundAddresses, socket->connectionMutex);
     } catch (const std::exception&) {
         // A lock or memory may be available again at the next look.
     }

@@ -129,7 +129,8 @@ private:
     std::atomic<bool> stopRequested{false};
     std::shared_ptr<std::thread> thread;
     std::weak_ptr<Socket> threadSocket;
-    std::future<void> threadEnd;
+    std::promise<void> threadEnd;
+    std::future<void> threadEnded;
     std::atomic<std::uint32_t> receiveSteps{0}; ///< odd while the thread is in a receive
 };
 
