@@ -120,7 +120,7 @@ protected:
             const SocketEndpoint next(Transport::Inproc, "an-address-that-is-long-" + std::to_string(++bound), 0);
             growth += growthBy([&] {
                 standIn.answer("zmq_bind", 0);
-                standIn.answer("zmq_setsockopt", 0);
+                standIn.answer("zmq_setsockopt 17", 0);
                 socket->connect(next, 0);
             });
         }
