@@ -54,6 +54,12 @@ int lingerMilliseconds(ClosePolicy::ClosePolicy policy) {
     return -1;
 }
 
+/// Best effort: a refused linger time leaves the socket usable.
+void setLinger(void* zmqSocket, ClosePolicy::ClosePolicy policy) {
+    const int linger = lingerMilliseconds(policy);
+    zmq_setsockopt(zmqSocket, ZMQ_LINGER, &linger, sizeof linger);
+}
+
 std::string missingFields(const google::protobuf::Message& message) {
     std::vector<std::string> fields;
     message.FindInitializationErrors(&fields);
@@ -187,6 +193,10 @@ void Socket::attach(const SocketEndpoint& target, unsigned int receiveTimeout) {
         closePolicy = ClosePolicy::DropPending;
     }
     rk::utils::logDebug("Connecting " + header + connectionPhrase(protocol) + target.toString(protocol));
+    if (detail::binds(protocol)) {
+        // ZeroMQ ends accepted connections with the linger time that the socket had when it was bound.
+        setLinger(zmqSocket, closePolicy);
+    }
     bindOrConnect(target);
     if (target.transport == Transport::Ipc && detail::binds(protocol)) {
         // Let any user connect. Best effort: chmod fails if we do not own the file.
@@ -224,8 +234,9 @@ void Socket::setOptions(unsigned int receiveTimeout) {
         const int error = zmq_errno();
         refuse("Socket: Error setting ZMQ_SUBSCRIBE " + failureText(error, header));
     }
-    const int linger = lingerMilliseconds(closePolicy);
-    zmq_setsockopt(zmqSocket, ZMQ_LINGER, &linger, sizeof linger);
+    if (detail::connects(protocol)) {
+        setLinger(zmqSocket, closePolicy);
+    }
 }
 
 void Socket::remember(const SocketEndpoint& target, unsigned int receiveTimeout) {

@@ -52,6 +52,10 @@ inline Lines connect(const std::string& name, socket::Protocol::Protocol pattern
     const char* const phrases[] = {"", "sending to ", "subscribing to ", "listening on ", "sending to "};
     const std::string address = endpoint.toString(pattern);
     Lines lines{"debug: Connecting [Socket " + name + "], " + phrases[pattern] + address};
+    const std::string lingerCall = set(ZMQ_LINGER, linger(pattern, policy));
+    if (binds(pattern)) {
+        lines.push_back(lingerCall);
+    }
     lines.push_back(attach(pattern) + " " + address);
     if (binds(pattern) && endpoint.transport == socket::Transport::Ipc) {
         lines.push_back("chmod " + endpoint.address + " 777");
@@ -62,7 +66,9 @@ inline Lines connect(const std::string& name, socket::Protocol::Protocol pattern
     if (pattern == socket::Protocol::Sub) {
         lines.push_back(subscribe());
     }
-    lines.push_back(set(ZMQ_LINGER, linger(pattern, policy)));
+    if (!binds(pattern)) {
+        lines.push_back(lingerCall);
+    }
     lines.push_back("debug: Connected [Socket " + name + "]");
     return lines;
 }

@@ -102,6 +102,9 @@ void ModelSocket::attach(const SocketEndpoint& endpoint, unsigned int receiveTim
     }
     const std::string address = textOf(endpoint);
     script.take("debug: Connecting " + debugString() + connectionPhrase() + address);
+    if (binds()) {
+        setLinger();
+    }
     const int error = binds() ? bind(address) : call("zmq_connect " + address).error;
     if (error != 0) {
         throw std::runtime_error("Socket: Failed connecting/binding socket: " + reason(error));
@@ -151,9 +154,6 @@ int ModelSocket::bind(const std::string& address) {
 }
 
 void ModelSocket::setOptions(unsigned int receiveTimeout) {
-    const auto set = [this](int option, const std::string& value) {
-        return call("zmq_setsockopt " + std::to_string(option) + " = " + value).error;
-    };
     if (receiveTimeout != 0) {
         const int error = set(ZMQ_RCVTIMEO, std::to_string(static_cast<int>(receiveTimeout)));
         if (error != 0) {
@@ -166,7 +166,17 @@ void ModelSocket::setOptions(unsigned int receiveTimeout) {
             throw std::runtime_error("Socket: Error setting ZMQ_SUBSCRIBE " + reason(error));
         }
     }
+    if (!binds()) {
+        setLinger();
+    }
+}
+
+void ModelSocket::setLinger() {
     set(ZMQ_LINGER, closePolicy == 0 ? "0" : closePolicy == 1 ? "2000" : "-1");
+}
+
+int ModelSocket::set(int option, const std::string& value) {
+    return call("zmq_setsockopt " + std::to_string(option) + " = " + value).error;
 }
 
 void ModelSocket::createAndConnect(Protocol::Protocol pattern, const SocketEndpoint& endpoint,

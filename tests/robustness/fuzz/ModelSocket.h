@@ -63,6 +63,8 @@ private:
     void attach(const socket::SocketEndpoint& endpoint, unsigned int receiveTimeout);
     int bind(const std::string& address);
     void setOptions(unsigned int receiveTimeout);
+    void setLinger();
+    int set(int option, const std::string& value);
     void repair();
     Event sendOnce(const std::string& message);
     Event receiveOnce(unsigned long size);

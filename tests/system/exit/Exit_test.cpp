@@ -87,6 +87,14 @@ TEST(ExitOfAProcess, RefusesALateSocket) {
               result.errorLines.back());
 }
 
+TEST(ExitOfAProcess, EndsWithALostSubscriber) {
+    for (const std::string scenario : {"lost-subscriber", "lost-subscriber-lingering"}) {
+        const ChildResult result = exitAfter(scenario);
+        EXPECT_TRUE(result.ended) << scenario;
+        EXPECT_EQ(0, result.status) << scenario;
+    }
+}
+
 TEST_P(Exit, TouchesNoReleasedMemory) {
     const std::string valgrind = RK_VALGRIND;
     if (valgrind.empty()) {

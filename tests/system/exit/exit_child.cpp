@@ -1,5 +1,7 @@
 // A process that ends in the way its argument names, for Exit_test.cpp to watch.
 
+#include "support/Endpoints.h"
+#include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
 
 #include <rk/socket/Socket.h>
@@ -10,13 +12,17 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <functional>
+#include <future>
 #include <iostream>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <netinet/in.h>
 #include <string>
+#include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -32,6 +38,7 @@ namespace {
 using namespace rk::socket;
 
 const SocketEndpoint endpoint(Transport::Inproc, "exit", 0);
+constexpr int none = -1; ///< no descriptor, no port
 
 class SilentListener : public utils::SocketListener {
 public:
@@ -223,7 +230,84 @@ void exitWhileInprocNamesMeet() {
     }
 }
 
+int portOf(int descriptor) {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    const int result = getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
+    return result == 0 && address.sin_family == AF_INET ? ntohs(address.sin_port) : none;
+}
+
+/// Stops the thread of ZeroMQ that closes a connection, until another descriptor has been closed.
+class LostConnection {
+public:
+    /// \param localPort the port at the end that is stopped
+    void stopAt(unsigned short localPort) { port = localPort; }
+    void awaitStop() { stopped.get_future().wait(); }
+    void resumeAfter(int descriptor) { last = descriptor; }
+
+    void beforeClose(int descriptor) {
+        int expected = portOf(descriptor);
+        if (expected != none && port.compare_exchange_strong(expected, none)) {
+            stopped.set_value();
+            resumed.get_future().wait();
+        }
+    }
+
+    void afterClose(int descriptor) {
+        if (descriptor != none && last.compare_exchange_strong(descriptor, none)) {
+            resumed.set_value();
+        }
+    }
+
+private:
+    std::atomic<int> port{none};
+    std::atomic<int> last{none};
+    std::promise<void> stopped;
+    std::promise<void> resumed;
+};
+
+/// Never destroyed: ZeroMQ closes descriptors while the process ends.
+LostConnection& lostConnection() {
+    static auto* const instance = std::make_unique<LostConnection>().release();
+    return *instance;
+}
+
+/// Closes the publisher while ZeroMQ is dropping a connection whose subscriber has left messages unread.
+void loseASubscriber(ClosePolicy::ClosePolicy policy) {
+    const SocketEndpoint feed = rk::tests::freshEndpoint(Transport::Tcp);
+    Socket publisher("source", policy);
+    publisher.createAndConnect(Protocol::Pub, feed, 0);
+    Socket subscriber("feed", ClosePolicy::DropPending);
+    subscriber.create(Protocol::Sub);
+    subscriber.setInternalFifoSize(1);
+    subscriber.connect(feed, 0);
+    std::string block(64 << 10, 'x');
+    std::string error;
+    do {
+        publisher.send(block.data(), block.size());
+    } while (subscriber.poll(1, error) != PollResult::Input);
+    for (int number = 0; number < 500; ++number) { // More than TCP takes.
+        publisher.send(block.data(), block.size());
+    }
+
+    lostConnection().stopAt(feed.port);
+    subscriber.close();
+    lostConnection().awaitStop();
+    publisher.close();
+    // ZeroMQ ends sockets in the order in which they are closed.
+    const rk::tests::ZmqHandle last(getSocket(Protocol::Pub));
+    lostConnection().resumeAfter(rk::tests::optionOf(last.get(), ZMQ_FD));
+}
+
 } // namespace
+
+int close(int descriptor) {
+    static auto* const real = reinterpret_cast<decltype(&close)>(dlsym(RTLD_NEXT, "close"));
+    lostConnection().beforeClose(descriptor);
+    const int result = real(descriptor);
+    lostConnection().afterClose(descriptor);
+    return result;
+}
 
 int main(int argumentCount, char** arguments) {
     const std::map<std::string, void (*)()> scenarios{
@@ -237,6 +321,8 @@ int main(int argumentCount, char** arguments) {
         {"inproc-names-meet", exitWhileInprocNamesMeet},
         {"sockets-being-made", leaveSocketsBeingMade},
         {"first-sockets-at-once", createFromFourThreadsAtOnce},
+        {"lost-subscriber", [] { loseASubscriber(ClosePolicy::DropPending); }},
+        {"lost-subscriber-lingering", [] { loseASubscriber(ClosePolicy::LingerTwoSeconds); }},
     };
     const auto scenario = scenarios.find(argumentCount == 2 ? arguments[1] : "");
     if (scenario == scenarios.end()) {

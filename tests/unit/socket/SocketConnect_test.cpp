@@ -146,10 +146,10 @@ TEST_F(SocketConnect, CallsZmqAsEachPatternNeeds) {
     };
 
     EXPECT_THAT(connectAs(Protocol::Pub, port),
-                ElementsAre(begin + "sending to " + bound, "zmq_bind " + bound, timeout, linger, end));
+                ElementsAre(begin + "sending to " + bound, linger, "zmq_bind " + bound, timeout, end));
     EXPECT_THAT(connectAs(Protocol::Rep, path),
-                ElementsAre(begin + "listening on ipc://" + path.address, "zmq_bind ipc://" + path.address,
-                            "chmod " + path.address + " 777", timeout, linger, end));
+                ElementsAre(begin + "listening on ipc://" + path.address, linger, "zmq_bind ipc://" + path.address,
+                            "chmod " + path.address + " 777", timeout, end));
     EXPECT_THAT(connectAs(Protocol::Req, port),
                 ElementsAre(begin + "sending to " + connected, "zmq_connect " + connected, timeout, linger, end));
     EXPECT_THAT(connectAs(Protocol::Sub, port),
