@@ -234,9 +234,7 @@ void Socket::setOptions(unsigned int receiveTimeout) {
         const int error = zmq_errno();
         refuse("Socket: Error setting ZMQ_SUBSCRIBE " + failureText(error, header));
     }
-    if (detail::connects(protocol)) {
-        setLinger(zmqSocket, closePolicy);
-    }
+    setLinger(zmqSocket, closePolicy);
 }
 
 void Socket::remember(const SocketEndpoint& target, unsigned int receiveTimeout) {

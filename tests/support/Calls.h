@@ -66,9 +66,7 @@ inline Lines connect(const std::string& name, socket::Protocol::Protocol pattern
     if (pattern == socket::Protocol::Sub) {
         lines.push_back(subscribe());
     }
-    if (!binds(pattern)) {
-        lines.push_back(lingerCall);
-    }
+    lines.push_back(lingerCall);
     lines.push_back("debug: Connected [Socket " + name + "]");
     return lines;
 }

@@ -166,9 +166,7 @@ void ModelSocket::setOptions(unsigned int receiveTimeout) {
             throw std::runtime_error("Socket: Error setting ZMQ_SUBSCRIBE " + reason(error));
         }
     }
-    if (!binds()) {
-        setLinger();
-    }
+    setLinger();
 }
 
 void ModelSocket::setLinger() {

@@ -265,7 +265,8 @@ TEST_F(ListenerRepairCalls, MakesTheCallsInOrder) {
                 ElementsAre("zmq_recv 131072 bytes, flags 0", "zmq_poll 1 items, events 3, 0 ms", warning, "zmq_close",
                             "zmq_socket 4", "debug: Connecting [Socket service], listening on " + address,
                             "zmq_setsockopt 17 = 0 (4 bytes)", "zmq_bind " + address, "chmod " + path.address + " 777",
-                            "debug: Connected [Socket service]", "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
+                            "zmq_setsockopt 17 = 0 (4 bytes)", "debug: Connected [Socket service]",
+                            "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
 }
 
 TEST_F(ListenerRepairCalls, EndsTheThreadWhenItFails) {
