@@ -1,6 +1,6 @@
 #include "support/Child.h"
 
-#include <google/protobuf/message.h>
+#include <google/protobuf/stubs/common.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
