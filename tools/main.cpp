@@ -30,11 +30,12 @@ public:
         options.name("rk-socket");
         options.formatter(std::make_shared<Formatter>());
         options.footer(exitStatuses);
+        options.option_defaults()->group("Options");
         options.set_help_flag("-h,--help", "show this help");
         options.set_version_flag("--version", RK_SOCKET_VERSION, "show the version");
         options.require_subcommand(1);
         for (const CommandEntry& entry : allCommands()) {
-            CLI::App* const command = options.add_subcommand(entry.name, entry.purpose)->group("Commands");
+            CLI::App* const command = options.add_subcommand(entry.name, entry.purpose);
             commands[command] = entry.create(*command);
             command->add_flag("-v,--verbose", verbose, "show what the library logs, on standard error")
                 ->group("General");

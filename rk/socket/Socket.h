@@ -144,9 +144,9 @@ public:
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: " + size + " bytes serialized, at most
     ///         2147483647 possible"
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: changed while being serialized", when it is
-    ///         seen that another thread has written to the message, which none may; or
-    ///         `google::protobuf::FatalException`, where protobuf is built to check for that itself. After these,
-    ///         nothing has been sent.
+    ///         seen that another thread has written to the message, which none may. Where protobuf is built to check
+    ///         for that itself, it throws `google::protobuf::FatalException` before; since release 22 it ends the
+    ///         process. After these, nothing has been sent.
     void sendProtoBuf(google::protobuf::Message* message);
 
     /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut

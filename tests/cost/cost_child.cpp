@@ -102,7 +102,7 @@ void sendProtoBufByHand(void* native, const Message& message) {
     }
     const std::size_t size = message.ByteSizeLong();
     char* const buffer = static_cast<char*>(std::malloc(size));
-    message.SerializeToArray(buffer, static_cast<int>(size));
+    static_cast<void>(message.SerializeToArray(buffer, static_cast<int>(size)));
     sendByHand(native, buffer, size);
     std::free(buffer);
 }

@@ -18,23 +18,37 @@ public:
     FakeMessage(std::size_t measuredSize, std::size_t serializedSize)
         : FakeMessage(measuredSize, serializedSize, measuredSize) {}
     FakeMessage(std::size_t measuredSize, std::size_t serializedSize, std::size_t rememberedSize)
-        : claimed(measuredSize), written(serializedSize), cached(rememberedSize) {}
-
-    Message* New(google::protobuf::Arena* /*arena*/) const override {
-        return std::make_unique<FakeMessage>(claimed, written, cached).release();
+        : claimed(measuredSize), written(serializedSize) {
+        cached.Set(static_cast<int>(rememberedSize));
     }
-    bool IsInitialized() const override { return true; }
+
     std::size_t ByteSizeLong() const override {
         ++measured;
         return claimed;
     }
-    int GetCachedSize() const override { return static_cast<int>(cached); }
     std::uint8_t* _InternalSerialize(std::uint8_t* target,
                                      google::protobuf::io::EpsCopyOutputStream* /*stream*/) const override {
         ++serialized;
         return std::fill_n(target, written, std::uint8_t{'x'});
     }
+
+#if GOOGLE_PROTOBUF_VERSION < 5026000
+    Message* New(google::protobuf::Arena* /*arena*/) const override { return std::make_unique<Text>().release(); }
+    bool IsInitialized() const override { return true; }
+    int GetCachedSize() const override { return cached.Get(); }
     google::protobuf::Metadata GetMetadata() const override { return Text::default_instance().GetMetadata(); }
+#else
+    /// That of `Text`, but for where the remembered size lies.
+    const google::protobuf::internal::ClassData* GetClassData() const override {
+        static const google::protobuf::internal::ClassDataFull data = [this] {
+            google::protobuf::internal::ClassDataFull own = Text_class_data_;
+            own.cached_size_offset = static_cast<std::uint32_t>(reinterpret_cast<const char*>(&cached) -
+                                                                reinterpret_cast<const char*>(this));
+            return own;
+        }();
+        return data.base();
+    }
+#endif
 
     mutable int measured = 0;
     mutable int serialized = 0;
@@ -42,7 +56,7 @@ public:
 private:
     std::size_t claimed;
     std::size_t written;
-    std::size_t cached;
+    google::protobuf::internal::CachedSize cached;
 };
 
 } // namespace rk::tests

@@ -90,7 +90,7 @@ TEST_F(Options, ShowDefaultsInTheHelp) {
 TEST_F(Options, RefuseEmptyValues) {
     for (const std::string name : {"--rate", "--fifo", "--close-policy", "--format", "--proto", "--type",
                                    "--proto-path", "--reply-type", "--count", "--timeout", "--delay", "--max-size"}) {
-        EXPECT_THROW(parse({"ipc://a", name, ""}), CLI::ValidationError) << name;
+        EXPECT_THROW(parse({"ipc://a", name, "", "--proto", "f", "--type", "T"}), CLI::ValidationError) << name;
     }
     EXPECT_THROW(parse({""}), CLI::ValidationError);
 }

@@ -16,6 +16,7 @@ import termios
 import threading
 import time
 import unittest
+import warnings
 
 import zmq
 
@@ -186,4 +187,6 @@ def generated(name, folder=SCHEMAS):
     files = [file for file in os.listdir(folder) if file.endswith(".proto")]
     subprocess.run(["protoc", "-I", folder, "--python_out", place, *files], check=True)
     sys.path.insert(0, place)
-    return importlib.import_module(name + "_pb2")
+    with warnings.catch_warnings():  # Debian 13's protobuf uses what newer Python deprecates
+        warnings.simplefilter("ignore", DeprecationWarning)
+        return importlib.import_module(name + "_pb2")

@@ -11,13 +11,16 @@ constexpr std::size_t width = 80;
 constexpr std::size_t column = 26;
 const std::string examplesTitle = "\nExamples:\n";
 
-std::string wrapped(const std::string& text) {
-    std::string result;
+/// `name` in the first column, and `description` in lines in the second.
+std::string entry(const std::string& name, const std::string& description) {
+    const std::string indentation(column, ' ');
+    std::string result = "  " + name;
+    result += result.size() < column ? std::string(column - result.size(), ' ') : "\n" + indentation;
     std::size_t used = 0;
-    std::istringstream words(text);
+    std::istringstream words(description);
     for (std::string word; words >> word; used += word.size()) {
         if (used > 0 && used + 1 + word.size() > width - column) {
-            result += '\n';
+            result += "\n" + indentation;
             used = 0;
         } else if (used > 0) {
             result += ' ';
@@ -25,53 +28,88 @@ std::string wrapped(const std::string& text) {
         }
         result += word;
     }
+    return result + "\n";
+}
+
+std::string nameOf(const CLI::App* command) {
+    const CLI::App* const parent = command->get_parent();
+    return (parent != nullptr ? parent->get_name() + " " : "") + command->get_name();
+}
+
+/// "ENDPOINT [MESSAGE...]".
+std::string usageOf(const CLI::App* command) {
+    std::string usage = nameOf(command) + " [OPTION...]";
+    for (const CLI::Option* const argument : command->get_options()) {
+        if (argument->get_positional()) {
+            const std::string name = argument->get_name(true) + (argument->get_items_expected_max() > 1 ? "..." : "");
+            usage += argument->get_required() ? " " + name : " [" + name + "]";
+        }
+    }
+    return usage + (command->get_subcommands({}).empty() ? "" : " COMMAND");
+}
+
+std::string entryOf(const CLI::Option* option) {
+    std::string name = option->get_name(option->get_positional(), !option->get_positional());
+    if (!option->get_positional() && option->get_items_expected_max() > 0) {
+        const std::string value = option->get_default_str();
+        name += " " + option->get_type_name() + (value.empty() ? "" : "=" + value);
+    }
+    return entry(name, option->get_description());
+}
+
+/// The arguments, and then each group of options, below their titles.
+std::string optionsOf(const CLI::App* command, bool withHelp) {
+    std::vector<std::string> groups = command->get_groups();
+    groups.insert(groups.begin(), "");
+    std::string text;
+    for (const std::string& group : groups) {
+        std::string entries;
+        for (const CLI::Option* const option : command->get_options()) {
+            const bool isHelp = option == command->get_help_ptr();
+            if ((option->get_positional() ? "" : option->get_group()) == group && (withHelp || !isHelp)) {
+                entries += entryOf(option);
+            }
+        }
+        text += entries.empty() ? "" : "\n" + (group.empty() ? "Arguments" : group) + ":\n" + entries;
+    }
+    return text;
+}
+
+std::string indented(const std::string& text) {
+    std::string result;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        result += (line.empty() ? "" : "  " + line) + "\n";
+    }
     return result;
+}
+
+/// The commands, each in a line, or with all that they have but their examples.
+std::string commandsOf(const CLI::App* program, bool whole) {
+    std::string text;
+    for (const CLI::App* const command : program->get_subcommands({})) {
+        text += whole ? "\n" + usageOf(command) + ":\n" +
+                            indented(command->get_description() + "\n" + optionsOf(command, false))
+                      : entry(command->get_name(), command->get_description());
+    }
+    return text.empty() ? "" : "\nCommands:\n" + text;
+}
+
+std::string examplesOf(const CLI::App* program) {
+    std::string text = examplesTitle;
+    for (const CLI::App* const command : program->get_subcommands({})) {
+        const std::string footer = command->get_footer();
+        text += footer.substr(std::min(footer.size(), footer.find(examplesTitle) + examplesTitle.size()));
+    }
+    return text;
 }
 
 } // namespace
 
-Formatter::Formatter() {
-    column_width(column);
-    label("OPTIONS", "OPTION...");
-    label("SUBCOMMAND", "COMMAND");
-    label("Positionals", "Arguments");
-}
-
-std::string Formatter::make_help(const CLI::App* command, std::string name, CLI::AppFormatMode mode) const {
-    std::string text = CLI::Formatter::make_help(command, name, mode);
-    if (mode == CLI::AppFormatMode::All) {
-        text += examplesTitle;
-        for (const CLI::App* const part : command->get_subcommands({})) {
-            const std::string footer = part->get_footer();
-            text += footer.substr(std::min(footer.size(), footer.find(examplesTitle) + examplesTitle.size()));
-        }
-    }
-    return CLI::detail::find_and_replace(text, "\n\n\n", "\n\n");
-}
-
-/// A command in --help-all: its usage as the title, and all but the examples indented below.
-std::string Formatter::make_expanded(const CLI::App* command) const {
-    const std::string usage = make_usage(command, command->get_parent()->get_name() + " " + command->get_name());
-    const std::string title = usage.substr(usage.find(' ') + 1, usage.size() - usage.find(' ') - 2);
-    const std::string purpose = "\n  " + command->get_description() + "\n";
-    const std::string body = CLI::Formatter::make_expanded(command);
-    return "\n" + title + ":" + purpose + body.substr(body.find(purpose) + purpose.size() - 1);
-}
-
-std::string Formatter::make_footer(const CLI::App* command) const {
-    return command->get_footer();
-}
-
-std::string Formatter::make_option_opts(const CLI::Option* option) const {
-    if (option->get_positional() || option->get_items_expected_max() == 0) {
-        return "";
-    }
-    const std::string value = option->get_default_str();
-    return " " + option->get_type_name() + (value.empty() ? "" : "=" + value);
-}
-
-std::string Formatter::make_option_desc(const CLI::Option* option) const {
-    return wrapped(option->get_description());
+std::string Formatter::make_help(const CLI::App* command, std::string /*name*/, CLI::AppFormatMode mode) const {
+    const bool whole = mode == CLI::AppFormatMode::All;
+    return command->get_description() + "\nUsage: " + usageOf(command) + "\n" + optionsOf(command, true) +
+           commandsOf(command, whole) + "\n" + command->get_footer() + (whole ? examplesOf(command) : "");
 }
 
 void addExamples(CLI::App& command, const std::vector<Example>& examples) {

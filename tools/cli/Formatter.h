@@ -7,16 +7,10 @@
 
 namespace rk::tools {
 
-/// Lays out what --help prints: CLI11's way, without the lists of what an option needs and excludes, in 80 columns.
-class Formatter : public CLI::Formatter {
+/// Lays out what --help and --help-all print, in 80 columns. Uses what all releases of CLI11 have in common.
+class Formatter : public CLI::FormatterBase {
 public:
-    Formatter();
-
     std::string make_help(const CLI::App* command, std::string name, CLI::AppFormatMode mode) const override;
-    std::string make_expanded(const CLI::App* command) const override;
-    std::string make_footer(const CLI::App* command) const override;
-    std::string make_option_opts(const CLI::Option* option) const override;
-    std::string make_option_desc(const CLI::Option* option) const override;
 };
 
 struct Example {

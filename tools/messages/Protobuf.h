@@ -3,12 +3,17 @@
 #include <google/protobuf/compiler/importer.h>
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/util/json_util.h>
+#if GOOGLE_PROTOBUF_VERSION < 4022000
+#include <google/protobuf/stubs/logging.h>
+#else
+#include <absl/log/globals.h>
+#endif
 
 #include <string>
 
 /// \file
-/// Hides what differs between releases of protobuf. Release 22 renamed the callback for errors, release 26 an option of
-/// JSON, and release 30 returns names as views.
+/// Hides what differs between releases of protobuf. Release 22 renamed the callback for errors and logs through abseil,
+/// release 26 renamed an option of JSON, and release 30 returns names as views.
 
 namespace rk::tools {
 
@@ -42,10 +47,12 @@ inline void printAllFields(google::protobuf::util::JsonPrintOptions& options, bo
 #endif
 }
 
-/// Keeps protobuf from writing to standard error itself, as far as the release lets us.
+/// Keeps protobuf from writing to standard error itself.
 inline void silenceProtobuf() {
 #if GOOGLE_PROTOBUF_VERSION < 4022000
     google::protobuf::SetLogHandler(nullptr);
+#else
+    absl::SetMinLogLevel(absl::LogSeverityAtLeast::kInfinity);
 #endif
 }
 

@@ -3,10 +3,10 @@
 #include "support/Errors.h"
 #include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
+#include "tools/messages/Protobuf.h"
 
 #include <rk/socket/Socket.h>
 
-#include <google/protobuf/stubs/logging.h>
 #include <zmq.h>
 
 #include <iterator>
@@ -82,7 +82,7 @@ Line& lineOf(unsigned int choice) {
 }
 
 /// protobuf would write a line for every message without its required fields.
-const google::protobuf::LogSilencer silencer;
+const bool isSilent = (tools::silenceProtobuf(), true);
 
 } // namespace
 

@@ -5,11 +5,11 @@
 #include "robustness/fuzz/Script.h"
 #include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
+#include "tools/messages/Protobuf.h"
 
 #include <rk/socket/Socket.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 
-#include <google/protobuf/stubs/logging.h>
 #include <zmq.h>
 
 #include <chrono>
@@ -323,7 +323,7 @@ private:
 };
 
 /// protobuf would write a line for every message that it cannot parse.
-const google::protobuf::LogSilencer silencer;
+const bool isSilent = (tools::silenceProtobuf(), true);
 
 } // namespace
 

@@ -138,7 +138,7 @@ TEST_F(SocketSend, RefusesMessagesOfMoreThanIntMax) {
 }
 
 TEST_F(SocketSend, SerializesAMessageOfIntMax) {
-    FakeMessage message(INT_MAX, 7);
+    FakeMessage message(INT_MAX, 7, 7);
     try {
         feed.publisher.sendProtoBuf(&message);
         ADD_FAILURE() << "seven bytes were sent as two billion";
@@ -150,13 +150,15 @@ TEST_F(SocketSend, SerializesAMessageOfIntMax) {
     }
 }
 
-/// Where protobuf is built to check for it, it throws before the library can.
 TEST_F(SocketSend, RefusesAMessageShorterThanMeasured) {
+#if GOOGLE_PROTOBUF_VERSION < 4022000
+    // Where protobuf is built to check for it, it throws before the library can. Since release 22 it ends the process.
     FakeMessage shorter(10, 9);
     EXPECT_THAT([&] { feed.publisher.sendProtoBuf(&shorter); },
                 testing::Throws<std::exception>(testing::Property(
                     &std::exception::what, testing::AnyOf(testing::StrEq(changed),
                                                           testing::HasSubstr("CHECK failed: target + size == res")))));
+#endif
     FakeMessage measuredAgain(10, 9, 9);
     EXPECT_EQ(changed, textOfMessage(measuredAgain));
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());
