@@ -26,7 +26,7 @@ TYPED_TEST_SUITE(Exceptions, EveryException);
 
 } // namespace
 
-TYPED_TEST(Exceptions, KeepTheirMessage) {
+TYPED_TEST(Exceptions, HaveTheirMessage) {
     EXPECT_STREQ("x", TypeParam("x").what());
     EXPECT_STREQ("", TypeParam("").what());
 }
