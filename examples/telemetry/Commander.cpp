@@ -20,7 +20,7 @@ Commander::Commander(const std::string& endpoint)
 Answer Commander::ask(Command::Action action, std::uint32_t intervalMs) {
     const std::uint64_t id = send(action, intervalMs);
     Answer answer;
-    socket.receiveProtoBuf(&answer, largestAnswer);
+    socket.receiveProtoBuf(answer, largestAnswer);
     if (answer.id() != id) {
         throw std::runtime_error("command " + std::to_string(id) + " got the answer to command " +
                                  std::to_string(answer.id()));
@@ -44,7 +44,7 @@ std::uint64_t Commander::send(Command::Action action, std::uint32_t intervalMs) 
     command.set_id(total.sent + 1);
     command.set_action(action);
     command.set_interval_ms(intervalMs);
-    socket.sendProtoBuf(&command);
+    socket.sendProtoBuf(command);
     return ++total.sent;
 }
 

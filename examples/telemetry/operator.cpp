@@ -1,10 +1,11 @@
 // The operator: watches a station for about ten seconds, commands it meanwhile, and tells whether anything was lost.
 
 #include "Commander.h"
-#include "ReadingListener.h"
 #include "ReadingLog.h"
 #include "Summary.h"
 #include "telemetry.pb.h"
+
+#include <rk/socket/utils/Subscriber.h>
 
 #include <algorithm>
 #include <chrono>
@@ -118,7 +119,8 @@ bool report(const ReadingLog::Counts& readings, const Commander::Counts& command
 
 bool run(const std::string& readingsEndpoint, const std::string& commandsEndpoint) {
     ReadingLog log;
-    ReadingListener listener(log);
+    rk::socket::utils::Subscriber<Reading> listener("operator readings",
+                                                    [&log](const Reading& reading) { log.add(reading); });
     std::string error;
     if (!listener.addListenEndpoint(readingsEndpoint, error) || !listener.start(error)) {
         throw std::runtime_error(error);

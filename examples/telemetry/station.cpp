@@ -1,12 +1,13 @@
 // The station: publishes readings of the machine that it runs on, and serves commands, until SIGINT or SIGTERM.
 
-#include "CommandListener.h"
+#include "Commands.h"
 #include "MachineReader.h"
 #include "Schedule.h"
 #include "StopSignals.h"
 #include "telemetry.pb.h"
 
 #include <rk/socket/Socket.h>
+#include <rk/socket/utils/Replier.h>
 
 #include <chrono>
 #include <cstdint>
@@ -35,19 +36,16 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-void listenOn(Socket& socket, Protocol::Protocol protocol, const SocketEndpoint& endpoint) {
+void startPublishing(Socket& socket, const std::string& endpoint) {
     try {
-        socket.createAndConnect(protocol, endpoint, 0);
+        socket.createAndConnect(Protocol::Pub, SocketEndpoint::FromString(endpoint), 0);
+        socket.activateStatistics(true);
     } catch (const std::exception& failure) {
         throw CannotListen(failure.what());
     }
 }
 
-/// A listener starts even if its address is taken, and only logs that it is. Hence the address is tried out before.
-void startServing(CommandListener& listener, const std::string& endpoint) {
-    Socket trial("station commands", ClosePolicy::DropPending);
-    listenOn(trial, Protocol::Rep, SocketEndpoint::FromString(endpoint));
-    trial.close();
+void startServing(rk::socket::utils::SocketListener& listener, const std::string& endpoint) {
     std::string error;
     if (!listener.addListenEndpoint(endpoint, error) || !listener.start(error)) {
         throw CannotListen(error);
@@ -60,7 +58,7 @@ void publish(Socket& readings, Schedule& schedule) {
         Reading reading;
         machine.read(reading);
         reading.set_sequence(*sequence);
-        readings.sendProtoBuf(&reading);
+        readings.sendProtoBuf(reading);
     }
 }
 
@@ -68,10 +66,12 @@ void run(const std::string& readingsEndpoint, const std::string& commandsEndpoin
     Schedule schedule(firstInterval);
     const StopSignals signals([&schedule] { schedule.stop(); });
 
-    CommandListener commands(schedule);
-    startServing(commands, commandsEndpoint);
+    Commands commands(schedule);
+    rk::socket::utils::Replier<Command, Answer> service(
+        "station commands", [&](const Command& command, Answer& answer) { commands.handle(command, answer); });
+    startServing(service, commandsEndpoint);
     Socket readings("station readings", ClosePolicy::LingerTwoSeconds);
-    listenOn(readings, Protocol::Pub, SocketEndpoint::FromString(readingsEndpoint));
+    startPublishing(readings, readingsEndpoint);
     std::cout << "station:  publishes on " << readingsEndpoint << ", takes commands on " << commandsEndpoint
               << std::endl;
 

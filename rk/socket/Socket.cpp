@@ -1,9 +1,10 @@
 #include <rk/socket/Socket.h>
 #include <rk/socket/SocketContext.h>
-#include <rk/socket/ZmqContextTerminationException.h>
+#include <rk/socket/TimeoutException.h>
 #include <rk/socket/detail/AddressBook.h>
 #include <rk/socket/detail/BoundAddresses.h>
 #include <rk/socket/detail/ContextGate.h>
+#include <rk/socket/detail/Failures.h>
 #include <rk/socket/detail/Pattern.h>
 #include <rk/utils/Log.h>
 #include <rk/utils/detail/LogIfPossible.h>
@@ -19,13 +20,17 @@
 #include <limits>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <vector>
-
-// `gnu::cold` and `gnu::noinline` mark failure paths, to keep their code out of the hot path.
 
 namespace rk::socket {
 
 namespace {
+
+using detail::failureText;
+using detail::refuseOversized;
+using detail::refuseUninitialized;
+using detail::refuseUnparsed;
+using detail::throwTerminated;
+using detail::throwTransferFailure;
 
 const char* connectionPhrase(Protocol::Protocol protocol) {
     switch (protocol) {
@@ -60,16 +65,6 @@ void setLinger(void* zmqSocket, ClosePolicy::ClosePolicy policy) {
     zmq_setsockopt(zmqSocket, ZMQ_LINGER, &linger, sizeof linger);
 }
 
-std::string missingFields(const google::protobuf::Message& message) {
-    std::vector<std::string> fields;
-    message.FindInitializationErrors(&fields);
-    std::string text;
-    for (const std::string& field : fields) {
-        text += "[" + field + "]";
-    }
-    return text;
-}
-
 [[noreturn, gnu::cold, gnu::noinline]] void refuse(const std::string& reason) {
     throw std::runtime_error(reason);
 }
@@ -82,22 +77,12 @@ std::string missingFields(const google::protobuf::Message& message) {
     throw std::runtime_error(header + reason);
 }
 
-std::string failureText(int error, const std::string& header) {
-    return zmq_strerror(error) + (" on " + header);
-}
-
-[[noreturn, gnu::cold, gnu::noinline]] void throwTerminated(const char* operation, const std::string& header) {
-    throw ZmqContextTerminationException(std::string("Context terminated in ") + operation + " for socket " + header);
-}
-
-/// Reads the error number of the failed call, so it comes before anything that may change it.
-[[noreturn, gnu::cold, gnu::noinline]] void throwTransferFailure(const char* operation, const char* prefix,
-                                                                 const std::string& header) {
-    const int error = zmq_errno();
-    if (error == ETERM) {
-        throwTerminated(operation, header);
+[[noreturn, gnu::cold, gnu::noinline]] void throwReceiveFailure(const std::string& header) {
+    const char* const prefix = "Receive error: ";
+    if (zmq_errno() == EAGAIN) {
+        throw TimeoutException(prefix + failureText(EAGAIN, header));
     }
-    refuse(prefix + failureText(error, header));
+    throwTransferFailure("recv()", prefix, header);
 }
 
 std::string pollFailure(const std::string& header) {
@@ -106,16 +91,6 @@ std::string pollFailure(const std::string& header) {
         throwTerminated("poll()", header);
     }
     return failureText(error, header);
-}
-
-[[noreturn, gnu::cold, gnu::noinline]] void refuseUninitialized(const google::protobuf::Message& message,
-                                                                const std::string& header) {
-    refuse(header + ": Cannot send message: not initialized: " + missingFields(message));
-}
-
-[[noreturn, gnu::cold, gnu::noinline]] void refuseOversized(std::size_t size, const std::string& header) {
-    refuse(header + ": Cannot send message: " + std::to_string(size) + " bytes serialized, at most " +
-           std::to_string(INT_MAX) + " possible");
 }
 
 [[noreturn, gnu::cold, gnu::noinline]] void refuseTruncated(int received, std::uint32_t bufferSize,
@@ -170,6 +145,11 @@ void Socket::closeNativeSocket() noexcept {
 
 std::string Socket::debugString() const {
     return header;
+}
+
+SocketEndpoint Socket::lastEndpoint() const {
+    const std::lock_guard<std::mutex> lock(connectionMutex);
+    return endpoint;
 }
 
 // Connecting
@@ -240,10 +220,10 @@ void Socket::setOptions(unsigned int receiveTimeout) {
 void Socket::remember(const SocketEndpoint& target, unsigned int receiveTimeout) {
     {
         const std::lock_guard<std::mutex> lock(connectionMutex);
-        endpoint = target;
+        endpoint = detail::binds(protocol) ? detail::boundEndpoint(zmqSocket, target) : target;
         receiveTimeoutText = std::to_string(receiveTimeout);
         if (boundAddresses && detail::binds(protocol)) {
-            boundAddresses->add(zmqSocket, target);
+            boundAddresses->add(endpoint);
         }
     }
     connections.add(target, receiveTimeout);
@@ -385,7 +365,7 @@ int Socket::receive(void* buffer, unsigned long size) {
         result = zmq_recv(zmqSocket, buffer, size, 0);
     }
     if (result < 0) {
-        throwTransferFailure("recv()", "Receive error: ", header);
+        throwReceiveFailure(header);
     }
     return result;
 }
@@ -406,7 +386,7 @@ void Socket::receiveProtoBuf(google::protobuf::Message* message, unsigned int si
         refuseTruncated(received, receiveBufferSize, header);
     }
     if (!message->ParseFromArray(receiveBuffer.get(), received)) {
-        refuse(header, ": Failed deserializing message");
+        refuseUnparsed(header);
     }
 }
 

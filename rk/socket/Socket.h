@@ -14,6 +14,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <unordered_set>
 #include <utility>
 
@@ -27,7 +29,10 @@ namespace detail {
 class BoundAddresses;
 }
 
+class PollSet;
+
 namespace utils {
+class Requester;
 class SocketListener;
 }
 
@@ -81,6 +86,16 @@ public:
 
     /// "[Socket " + name + "]".
     std::string debugString() const;
+
+    /// Returns whether the socket has been created, and neither closed since nor left closed by a failure. Does not
+    /// block.
+    bool isOpen() const noexcept { return zmqSocket != nullptr; }
+
+    /// Returns the endpoint to which the socket was bound or connected last, or `SocketEndpoint()` if it has none. TCP
+    /// port 0 and the IPC path "*" let the system choose: the endpoint then holds its choice, and a rebuild chooses
+    /// again. Any thread may call it. It blocks only while another thread records a connection.
+    /// \throws std::system_error when the mutex cannot be locked
+    SocketEndpoint lastEndpoint() const;
 
     /// Binds (`Pub`, `Rep`) or connects (`Sub`, `Req`) the open socket to one more endpoint; one that the socket
     /// already has is passed over without a log line, and its `receiveTimeout` with it. A `Sub` socket subscribes to
@@ -137,6 +152,25 @@ public:
     ///         interrupts the call. The socket is as before, or closed if it could not be rebuilt.
     void send(void* data, unsigned long size);
 
+    /// Sends constant bytes: what `const T*` points to, where `T` is `void` or trivially copyable.
+    template <class T,
+              std::enable_if_t<std::conjunction_v<std::is_const<T>, std::negation<std::is_volatile<T>>,
+                                                  std::disjunction<std::is_void<T>, std::is_trivially_copyable<T>>>,
+                               int> = 0>
+    void send(T* data, unsigned long size) {
+        send(const_cast<void*>(static_cast<const void*>(data)), size);
+    }
+
+    /// Sends the characters of a string as one message, without a terminating zero.
+    void send(std::string_view message) { send(message.data(), message.size()); }
+
+    /// Refused, because a null pointer is no string.
+    void send(std::nullptr_t) = delete;
+
+    /// Refused, because a buffer needs a size: it may hold no terminating zero.
+    template <std::size_t N>
+    void send(char (&)[N]) = delete;
+
     /// Serialises `message` and sends it as `send` does, with its exceptions.
     /// \throws std::runtime_error "Socket: Cannot send NULL message"
     /// \throws std::runtime_error `debugString()` + ": Cannot send message: not initialized: " + "[" + field + "]" for
@@ -148,6 +182,11 @@ public:
     ///         for that itself, it throws `google::protobuf::FatalException` before; since release 22 it ends the
     ///         process. After these, nothing has been sent.
     void sendProtoBuf(google::protobuf::Message* message);
+
+    /// Serialises `message` and sends it, as above.
+    void sendProtoBuf(const google::protobuf::Message& message) {
+        sendProtoBuf(const_cast<google::protobuf::Message*>(std::addressof(message)));
+    }
 
     /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut
     /// to `size` bytes, and its full length returned, or 2147483647 if it is longer than that. Blocks until a message is there, at most for the receive timeout
@@ -161,9 +200,9 @@ public:
     ///
     /// \throws std::runtime_error "Socket: Cannot receive on a NULL socket"
     /// \throws ZmqContextTerminationException "Context terminated in recv() for socket " + `debugString()`
-    /// \throws std::runtime_error "Receive error: " + E: "Resource temporarily unavailable" when the time ran out,
-    ///         other reasons when a `Req` socket has sent no request or a signal interrupts the call. The socket is as
-    ///         before, or closed if it could not be rebuilt.
+    /// \throws TimeoutException "Receive error: " + E: "Resource temporarily unavailable" when the time ran out
+    /// \throws std::runtime_error "Receive error: " + E, for other reasons: a `Req` socket has sent no request, or a
+    ///         signal interrupts the call. The socket is as before, or closed if it could not be rebuilt.
     int receive(void* buffer, unsigned long size);
 
     /// Receives one message as `receive` does, with its exceptions, and parses it into `message`. The socket keeps a
@@ -178,6 +217,11 @@ public:
     /// \throws std::runtime_error `debugString()` + ": Failed deserializing message"
     ///         After the last two, the message is consumed; a `Rep` socket then owes its reply like after any request.
     void receiveProtoBuf(google::protobuf::Message* message, unsigned int size);
+
+    /// Receives one message and parses it into `message`, as above.
+    void receiveProtoBuf(google::protobuf::Message& message, unsigned int size) {
+        receiveProtoBuf(std::addressof(message), size);
+    }
 
     /// Waits until a message can be read, at most `timeout` milliseconds; 0 returns at once. A `Rep` socket that owes a
     /// reply has no input until it has sent the reply, or `receive` has given it up.
@@ -228,6 +272,8 @@ public:
     void handleBitRateCapping(unsigned int size);
 
 private:
+    friend class PollSet;
+    friend class utils::Requester;
     friend class utils::SocketListener;
 
     /// The endpoints of the socket, in the order of the calls to `connect`, each with its receive timeout. An index of
@@ -300,7 +346,7 @@ private:
     SocketEndpoint endpoint;
     std::string receiveTimeoutText = "undef";
     std::string header;
-    std::mutex connectionMutex;
+    mutable std::mutex connectionMutex;
     std::unique_ptr<detail::BoundAddresses> boundAddresses; ///< of a listener's socket; `connectionMutex` guards them
     Statistics statistics;
     RateCap rateCap;

@@ -2,6 +2,7 @@
 #include "support/Errors.h"
 
 #include <rk/socket/Socket.h>
+#include <rk/socket/TimeoutException.h>
 
 #include <gmock/gmock.h>
 
@@ -193,7 +194,7 @@ TEST(Delivery, KeepsALateReplyForAReceiveAgain) {
 
     send(client, 'q');
     EXPECT_EQ("Receive error: Resource temporarily unavailable on [Socket client]",
-              textThrownBy([&] { receive(client); }));
+              textThrownBy<rk::socket::TimeoutException>([&] { receive(client); }));
     EXPECT_EQ('q', receive(server));
     send(server, 'r');
 

@@ -88,7 +88,7 @@ std::string ask(const socket::SocketEndpoint& endpoint, const std::string& quest
     Text text;
     text.set_text(question);
     client.sendProtoBuf(&text);
-    client.receiveProtoBuf(&text, 1000);
+    client.receiveProtoBuf(&text, 1000000);
     return text.text();
 }
 

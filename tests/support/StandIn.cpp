@@ -74,6 +74,8 @@ std::string lineOf(const Call& call) {
     case Function::ZmqSend:
     case Function::ZmqRecv:
         return lineOf(call.name(), " ", call.size, " bytes, flags ", call.flags);
+    case Function::ZmqMsgRecv:
+        return lineOf(call.name(), " flags ", call.flags);
     case Function::ZmqPoll:
         return lineOf(call.name(), " ", call.size, " items, events ", call.items->events, ", ", call.number, " ms");
     case Function::Chmod:

@@ -18,14 +18,20 @@ bool isFile(const SocketEndpoint& endpoint) {
     return endpoint.transport == Transport::Ipc && endpoint.address[0] != '@';
 }
 
-/// Where `socket` was bound last. `endpoint` itself, which leads nowhere, if ZeroMQ does not tell.
-SocketEndpoint lastEndpointOf(void* socket, const SocketEndpoint& endpoint) {
+} // namespace
+
+SocketEndpoint boundEndpoint(void* socket, const SocketEndpoint& target) {
     char text[256];
     std::size_t size = sizeof text;
-    return zmq_getsockopt(socket, ZMQ_LAST_ENDPOINT, text, &size) < 0 ? endpoint : SocketEndpoint::FromString(text);
+    if (!isChosenBySystem(target) || zmq_getsockopt(socket, ZMQ_LAST_ENDPOINT, text, &size) < 0) {
+        return target;
+    }
+    SocketEndpoint bound = SocketEndpoint::FromString(text);
+    if (bound.transport == Transport::Tcp) {
+        bound.address = target.address; // ZeroMQ tells the interface's
+    }
+    return bound;
 }
-
-} // namespace
 
 BoundAddresses::FileReference::FileReference(const std::string& path) {
 #ifdef O_PATH
@@ -48,8 +54,8 @@ std::string BoundAddresses::FileReference::pathOr(const std::string& path) const
 BoundAddresses::Address::Address(const SocketEndpoint& bound)
     : endpoint(bound), file(isFile(bound) ? FileReference(bound.address) : FileReference()) {}
 
-void BoundAddresses::add(void* socket, const SocketEndpoint& endpoint) {
-    addresses.emplace_back(isChosenBySystem(endpoint) ? lastEndpointOf(socket, endpoint) : endpoint);
+void BoundAddresses::add(const SocketEndpoint& endpoint) {
+    addresses.emplace_back(endpoint);
 }
 
 void BoundAddresses::clear() noexcept {

@@ -7,6 +7,10 @@
 
 namespace rk::socket::detail {
 
+/// Returns where native `socket`, just bound to `target`, is bound: `target` with the system's choice in place of TCP
+/// port 0 or the IPC path "*". Returns `target` itself if ZeroMQ does not tell.
+SocketEndpoint boundEndpoint(void* socket, const SocketEndpoint& target);
+
 /// The addresses at which this process reaches a socket that it has bound.
 ///
 /// An ipc address outlives its file: another process may remove or replace the file, and the socket still accepts
@@ -15,8 +19,8 @@ class BoundAddresses {
 public:
     BoundAddresses() = default;
 
-    /// Adds the address to which native `socket` has just been bound.
-    void add(void* socket, const SocketEndpoint& endpoint);
+    /// Adds an address to which the socket is bound.
+    void add(const SocketEndpoint& endpoint);
 
     void clear() noexcept;
 

@@ -11,6 +11,8 @@
 #include <csignal>
 #include <exception>
 #include <future>
+#include <limits>
+#include <stdexcept>
 #include <utility>
 
 namespace rk::socket::utils {
@@ -104,24 +106,68 @@ bool SocketListener::removeListenEndpoint(const std::string& /*endpoint*/, std::
 }
 
 bool SocketListener::start(std::string& error) {
+    const std::shared_ptr<Socket> socket = open(error);
+    if (!socket) {
+        return false;
+    }
+    for (const std::string& failure : connectAll(*socket)) {
+        rk::utils::logError(formatMessage(failure));
+    }
+    startThread(socket);
+    return true;
+}
+
+bool SocketListener::startOnAll(std::string& error) {
+    const std::shared_ptr<Socket> socket = open(error);
+    if (!socket) {
+        return false;
+    }
+    const std::list<std::string> failures = connectAll(*socket);
+    if (!failures.empty()) {
+        error = makeErrorString(failures.front());
+        return false;
+    }
+    startThread(socket);
+    return true;
+}
+
+/// Creates the socket of a listener that does not run. Returns null, with the reason in `error`, on failure.
+std::shared_ptr<Socket> SocketListener::open(std::string& error) const {
     error.clear();
     if (thread) {
         error = makeErrorString("Failed starting thread: another thread is already running");
-        return false;
+        return nullptr;
     }
     if (protocol != Protocol::Sub && protocol != Protocol::Rep) {
         error = makeErrorString("Only Sub and Rep protocols are supported");
-        return false;
+        return nullptr;
     }
-    const auto socket = std::make_shared<Socket>(name, ClosePolicy::DropPending);
+    auto socket = std::make_shared<Socket>(name, ClosePolicy::DropPending);
     socket->boundAddresses = std::make_unique<detail::BoundAddresses>();
     try {
         socket->create(protocol);
     } catch (const std::exception& failure) {
         error = makeErrorString(std::string("Failed creating socket: ") + failure.what());
-        return false;
+        return nullptr;
     }
-    connectAll(*socket);
+    return socket;
+}
+
+/// Returns the failures. The first closes the socket, so that every later endpoint fails, too.
+std::list<std::string> SocketListener::connectAll(Socket& socket) const {
+    std::list<std::string> failures;
+    for (const SocketEndpoint& endpoint : endpoints) {
+        try {
+            socket.connect(endpoint, 0);
+        } catch (const std::exception& failure) {
+            failures.push_back("Failed connecting endpoint " + endpoint.toString(Protocol::Undef) + ": " +
+                               failure.what());
+        }
+    }
+    return failures;
+}
+
+void SocketListener::startThread(const std::shared_ptr<Socket>& socket) {
     stopRequested = false;
     // In this order: a promise that is dropped while it has a future stores an exception there, which needs memory.
     threadEnded = std::future<void>();
@@ -129,23 +175,34 @@ bool SocketListener::start(std::string& error) {
     threadEnded = threadEnd.get_future();
     // Asynchronous signals are for the application's threads: one that interrupted a poll would end the listener.
     const SignalMask mask(SIG_SETMASK, asynchronousSignals());
-    thread = std::make_shared<std::thread>([this, socket] {
-        threadFunction(socket);
-        threadEnd.set_value();
-    });
+    serving = socket->isOpen();
+    try {
+        thread = std::make_shared<std::thread>([this, socket] {
+            threadFunction(socket);
+            serving = false;
+            threadEnd.set_value();
+        });
+    } catch (...) {
+        serving = false;
+        throw;
+    }
     threadSocket = socket;
-    return true;
 }
 
-void SocketListener::connectAll(Socket& socket) const {
-    for (const SocketEndpoint& endpoint : endpoints) {
-        try {
-            socket.connect(endpoint, 0);
-        } catch (const std::exception& failure) {
-            rk::utils::logError(formatMessage("Failed connecting endpoint " + endpoint.toString(Protocol::Undef) +
-                                              ": " + failure.what()));
-        }
+bool SocketListener::isServing() const {
+    return serving;
+}
+
+SocketEndpoint SocketListener::lastEndpoint() const {
+    const std::shared_ptr<Socket> socket = threadSocket.lock();
+    return socket ? socket->lastEndpoint() : SocketEndpoint();
+}
+
+void SocketListener::setMessageBufferSize(std::uint32_t bytes) {
+    if (bytes == 0 || bytes > std::numeric_limits<std::int32_t>::max()) {
+        throw std::invalid_argument(makeErrorString("Wrong message buffer size"));
     }
+    messageBufferSize = bytes;
 }
 
 bool SocketListener::stop(std::string& error) {
@@ -192,6 +249,12 @@ void SocketListener::wake(detail::WakeUpCall& call) {
         call.send(*socket->boundAddresses, socket->connectionMutex);
     } catch (const std::exception&) {
         // A lock or memory may be available again at the next look.
+    }
+}
+
+void SocketListener::requireHandler(bool hasHandler) const {
+    if (!hasHandler) {
+        throw std::invalid_argument(makeErrorString("Cannot listen without a handler"));
     }
 }
 

@@ -105,16 +105,44 @@ public:
     /// Does nothing and returns true, with `error` cleared: endpoints can only be added.
     bool removeListenEndpoint(const std::string& endpoint, std::string& error);
 
+    /// Returns whether the listener's thread serves every endpoint: false before `start`, after `stop`, if an endpoint
+    /// could not be connected, and once the thread has ended by itself. Does not block. Any thread may call it.
+    bool isServing() const;
+
+    /// Returns the last endpoint of the running listener's socket, with the port that the system chose for port 0, or
+    /// `SocketEndpoint()` if the listener does not run. See `Socket::lastEndpoint`.
+    /// \throws std::system_error when a mutex cannot be locked
+    SocketEndpoint lastEndpoint() const;
+
     /// "[Socket Listener " + protocol + "] " + `message`.
     std::string makeErrorString(const std::string& message) const;
 
     /// The body of the listener's thread. Not for applications.
     void threadFunction(std::shared_ptr<Socket> socket);
 
+protected:
+    /// Starts the listener as `start` does, but fails when an endpoint cannot be connected: nothing is logged then, and
+    /// nothing runs. Call it from an override of `start`.
+    ///
+    /// Fails with "Failed connecting endpoint " + endpoint + ": " + reason, or as `start` does.
+    /// \throws std::system_error when no thread can be made; the listener is then stopped
+    bool startOnAll(std::string& error);
+
+    /// Sets the largest size of a message that the listener receives, at first 131072 bytes. Call it before `start`.
+    /// \param bytes 1 to 2147483647
+    /// \throws std::invalid_argument for any other size; nothing has changed then
+    void setMessageBufferSize(std::uint32_t bytes);
+
+    /// Refuses a listener without a handler.
+    /// \throws std::invalid_argument if `hasHandler` is false
+    void requireHandler(bool hasHandler) const;
+
 private:
     RK_SOCKET_NO_EXPORT void logFailure(const char* what, const char* reason = "",
                                         const char* consequence = "") const noexcept;
-    RK_SOCKET_NO_EXPORT void connectAll(Socket& socket) const;
+    RK_SOCKET_NO_EXPORT std::shared_ptr<Socket> open(std::string& error) const;
+    RK_SOCKET_NO_EXPORT std::list<std::string> connectAll(Socket& socket) const;
+    RK_SOCKET_NO_EXPORT void startThread(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT void serveUntilStopped(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT bool serve(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT void receive(Socket& socket, google::protobuf::Message* message);
@@ -127,6 +155,7 @@ private:
     std::uint32_t pollTimeoutMs = 1000;
     std::uint32_t messageBufferSize = 131072;
     std::atomic<bool> stopRequested{false};
+    std::atomic<bool> serving{false};
     std::shared_ptr<std::thread> thread;
     std::weak_ptr<Socket> threadSocket;
     std::promise<void> threadEnd;

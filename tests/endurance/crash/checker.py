@@ -3,7 +3,7 @@
 import collections
 import math
 
-from history import SECOND, History
+from history import SECOND, History, role
 
 # How soon all clients are served again after the last disturbance. 0MQ reconnects after a tenth of a second, and the
 # client repeats what was lost. The rest is for a machine under load.
@@ -12,6 +12,10 @@ RECOVERY = 10 * SECOND
 DELIVERY = 1 * SECOND
 # A lingering socket has two seconds. A server that is there after half a second leaves it enough of them.
 LINGER_MARGIN = SECOND // 2
+REQUEST_TIMEOUT = 100  # milliseconds, of each attempt
+REQUEST_ATTEMPTS = 3
+# How long after the last attempt a requester may take, on a machine under load.
+REQUEST_MARGIN = 1 * SECOND
 LINGER_TWO_SECONDS = "1"
 WAIT_FOR_DELIVERY = "2"
 
@@ -34,6 +38,8 @@ def check(events):
         close_policies_are_kept,
         clients_are_served_again,
         subscribers_are_fed_again,
+        requesters_get_their_own_replies,
+        requesters_keep_their_deadlines,
     )
     return [f"{one.__name__}: {text}" for one in checks for text in one(history)]
 
@@ -230,3 +236,30 @@ def subscribers_are_fed_again(history):
     for calm in _moments_of_calm(history, "publisher", "subscriber"):
         if not any(sent >= calm and came <= calm + RECOVERY for sent, came in received):
             yield f"the subscriber is not fed within {RECOVERY // SECOND} s after {calm}"
+
+
+def _requests(history, process):
+    """(request, event that ended it) of a requester, one after the other."""
+    asked = None
+    for event in history.of_process[process]:
+        if event.kind == "request":
+            asked = event
+        elif event.kind in ("answer", "unanswered", "garbled"):
+            yield asked, event
+            asked = None
+
+
+def requesters_get_their_own_replies(history):
+    for process in history.processes(*history.roles("requester")):
+        for asked, event in _requests(history, process):
+            if event.kind == "garbled" or event.kind == "answer" and event.args[1:3] != (process, *asked.args):
+                yield f"{process} has asked {' '.join(asked.args)} and got {' '.join(event.args[1:])}"
+
+
+def requesters_keep_their_deadlines(history):
+    longest = REQUEST_ATTEMPTS * REQUEST_TIMEOUT * SECOND // 1000 + REQUEST_MARGIN
+    for process in history.processes(*history.roles("requester")):
+        frozen = history.disturbed(role(process))
+        for asked, event in _requests(history, process):
+            if event.time - asked.time > longest and not frozen.touch(asked.time, event.time):
+                yield f"{process} {' '.join(asked.args)} has taken {(event.time - asked.time) / SECOND:.3f} s"

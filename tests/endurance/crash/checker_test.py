@@ -45,6 +45,10 @@ SOUND = """
 6.00 client-1#1 ask 5 1
 6.01 server#2 serve client-1#1 5 1
 6.02 client-1#1 reply 5 1 client-1#1 5 1
+6.05 requester-1#1 request 1
+6.06 requester-1#1 answer 1 requester-1#1 1 1
+6.10 requester-1#1 request 2
+6.40 requester-1#1 unanswered 2
 20.0 host end-of-run
 """
 SERVED = "4.02 server#2 serve closer#1 1 1"
@@ -95,6 +99,17 @@ CASES = {
     "a request that may be dropped": ({SERVED: "", "closed 2": "closed 0"}, "", ""),
     "a request lost with the server that had it": (
         {SERVED: "4.02 host begin 2 kill server"}, "4.6 host end 2", ""),
+    "the reply to another request": (
+        {"answer 1 requester-1#1 1 1": "answer 1 requester-1#1 7 1"}, "", "requesters_get_their_own_replies"),
+    "the reply to another requester": (
+        {"answer 1 requester-1#1 1 1": "answer 1 requester-2#1 1 1"}, "", "requesters_get_their_own_replies"),
+    "a reply that no one has sent": (
+        {"answer 1 requester-1#1 1 1": "garbled"}, "", "requesters_get_their_own_replies"),
+    "a request that takes too long": (
+        {"6.40 requester-1#1 unanswered 2": "7.41 requester-1#1 unanswered 2"}, "", "requesters_keep_their_deadlines"),
+    "a request of a requester that is frozen": (
+        {"6.40 requester-1#1 unanswered 2": "7.41 requester-1#1 unanswered 2"},
+        "6.2 host begin 2 freeze requester-1\n7.3 host end 2", ""),
     "clients and a subscriber that are forgotten": (
         {"6.02 client-1#1 reply 5 1 client-1#1 5 1": ""}, "6.5 host begin 2 cut network\n7 host end 2",
         "clients_are_served_again subscribers_are_fed_again"),

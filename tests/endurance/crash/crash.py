@@ -4,8 +4,9 @@
 processes    are killed, frozen and restarted
 connections  are delayed, stalled, cut, half open and corrupted, by a proxy
 hosts        are two network namespaces, whose link is cut, one-way, lossy or slow
+servers      are killed, frozen, restarted and slow, and repeat their replies
 
-usage: crash.py processes|connections|hosts PROGRAM ROUNDS [SEED]     77 if this machine does not permit it
+usage: crash.py processes|connections|hosts|servers PROGRAM ROUNDS [SEED]     77 if this machine does not permit it
 """
 
 import collections
@@ -16,7 +17,7 @@ import statistics
 import sys
 import time
 
-from checker import check
+from checker import REQUEST_ATTEMPTS, REQUEST_TIMEOUT, check
 from history import SECOND
 from host import Host
 from network import Network, NotPossible
@@ -28,7 +29,8 @@ REPLY_TIMEOUT = 300  # milliseconds
 LINGER_TWO_SECONDS, WAIT_FOR_DELIVERY = 1, 2  # close policies
 ROUNDS_OF_A_RUN = 250  # then all processes start again
 FIGURES = {"reply": "replies", "timeout": "timeouts", "repair": "repairs", "garbled": "garbled",
-           "got": "messages of the feed", "closed": "close policies"}
+           "got": "messages of the feed", "closed": "close policies", "answer": "answers",
+           "unanswered": "requests given up"}
 
 
 class Run:
@@ -100,7 +102,7 @@ class Run:
 
     def figures(self):
         count = collections.Counter(event.kind for event in self.host.events)
-        parts = [f"{count[kind]} {text}" for kind, text in FIGURES.items()]
+        parts = [f"{count[kind]} {text}" for kind, text in FIGURES.items() if count[kind]]
         if self.recoveries:
             seconds = sorted(duration / SECOND for duration in self.recoveries)
             parts.append(f"recovered {len(seconds)} times: median {statistics.median(seconds):.3f} s, "
@@ -171,6 +173,29 @@ class Processes(Run):
         self.random.choices(list(ways), weights=ways.values())[0]()
 
 
+class Servers(Processes):
+    """A server that misbehaves, on TCP and IPC, with three requesters."""
+
+    def __init__(self, program, seed):
+        Run.__init__(self, program, seed)
+        addresses = [f"tcp://127.0.0.1:{free_port()}", f"ipc://{self.host.folder}/requests"]
+        self.host.start("misbehaving", REQUEST_TIMEOUT * 3 // 2, *addresses)
+        for number, address in enumerate([addresses[0], *addresses], 1):
+            self.host.start(f"requester-{number}", address, REQUEST_TIMEOUT, REQUEST_ATTEMPTS)
+
+    def clients(self):
+        return [name for name in self.host.running if name.startswith("requester")]
+
+    def any_name(self):
+        return self.random.choice([*["misbehaving"] * 4, *self.clients()])
+
+    def act(self):
+        self.random.choices([self.kill_one, self.freeze, self.restart], weights=[3, 3, 1])[0]()
+
+    def _is_fed(self, feed):
+        return True
+
+
 class Connections(Run):
     """Two clients and a reader behind a proxy each for requests and feed, one client beside it."""
 
@@ -237,7 +262,7 @@ class Hosts(Run):
         self.network.close()
 
 
-KINDS = {"processes": Processes, "connections": Connections, "hosts": Hosts}
+KINDS = {"processes": Processes, "connections": Connections, "hosts": Hosts, "servers": Servers}
 
 
 def play(kind, program, rounds, seed):

@@ -4,6 +4,10 @@
 #include "support/messages.pb.h"
 
 #include <rk/socket/Socket.h>
+#include <rk/socket/TimeoutException.h>
+#include <rk/socket/utils/Requester.h>
+
+#include <zmq.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -13,6 +17,7 @@
 #include <stdexcept>
 #include <string>
 #include <sys/prctl.h>
+#include <thread>
 #include <vector>
 
 namespace rk::tests::crash {
@@ -146,8 +151,119 @@ void sendAndClose(const Words& arguments) {
     record("closed " + std::to_string(policy));
 }
 
+/// A server without manners: slow at times, it repeats replies, and forgets some.
+class Misbehaving {
+public:
+    Misbehaving(const Words& endpoints, std::chrono::milliseconds slowness) : pause(slowness) {
+        const int patience = 10;
+        zmq_setsockopt(router, ZMQ_RCVTIMEO, &patience, sizeof patience);
+        for (const std::string& endpoint : endpoints) {
+            if (zmq_bind(router, endpoint.c_str()) != 0) {
+                throw std::runtime_error(zmq_strerror(zmq_errno()));
+            }
+        }
+    }
+    ~Misbehaving() {
+        const int none = 0;
+        zmq_setsockopt(router, ZMQ_LINGER, &none, sizeof none);
+        zmq_close(router);
+        zmq_ctx_term(context);
+    }
+    Misbehaving(const Misbehaving&) = delete;
+    Misbehaving& operator=(const Misbehaving&) = delete;
+
+    void serveOne() {
+        const Words request = receive();
+        if (request.empty()) {
+            return;
+        }
+        Words& before = previous[request.front()];
+        switch (++served % 7) {
+        case 1:
+        case 2:
+            send(request);
+            send(request);
+            break;
+        case 3:
+            send(before);
+            send(request);
+            send(before);
+            break;
+        case 4:
+            std::this_thread::sleep_for(pause);
+            send(request);
+            break;
+        case 5:
+            break;
+        default:
+            send(request);
+        }
+        before = request;
+    }
+
+private:
+    /// Returns the frames of a request, or nothing if there is none.
+    Words receive() {
+        Words frames;
+        int more = 1;
+        for (std::size_t size = sizeof more; more != 0; zmq_getsockopt(router, ZMQ_RCVMORE, &more, &size)) {
+            char buffer[1024];
+            const int length = zmq_recv(router, buffer, sizeof buffer, 0);
+            if (length < 0) {
+                return {};
+            }
+            frames.emplace_back(buffer, static_cast<std::size_t>(length));
+        }
+        return frames;
+    }
+
+    void send(const Words& frames) {
+        for (std::size_t index = 0; index < frames.size(); ++index) {
+            const int flags = index + 1 < frames.size() ? ZMQ_SNDMORE : 0;
+            zmq_send(router, frames[index].data(), frames[index].size(), flags);
+        }
+    }
+
+    void* const context = zmq_ctx_new();
+    void* const router = zmq_socket(context, ZMQ_ROUTER);
+    const std::chrono::milliseconds pause;
+    std::map<std::string, Words> previous; ///< by the client's connection
+    unsigned served = 0;
+};
+
+void misbehave(const Words& arguments) {
+    Misbehaving server({arguments.begin() + 1, arguments.end()}, std::chrono::milliseconds(std::stoi(arguments.at(0))));
+    record("ready");
+    while (!inputEndsWithin(std::chrono::milliseconds(0))) {
+        server.serveOne();
+    }
+}
+
+void request(const Words& arguments) {
+    socket::utils::Requester requester("requester", SocketEndpoint::FromString(arguments.at(0)));
+    const std::chrono::milliseconds timeout(std::stoi(arguments.at(1)));
+    const auto attempts = static_cast<unsigned>(std::stoul(arguments.at(2)));
+    Letter letter{processName, 0, 1, false};
+    record("ready");
+    do {
+        const std::string number = std::to_string(++letter.number);
+        Text question;
+        question.set_text(seal(letter));
+        Text answer;
+        record("request " + number);
+        try {
+            requester.request(question, answer, timeout, attempts);
+            const auto answered = unseal(answer.text());
+            record(answered ? "answer " + number + " " + answered->text() : "garbled");
+        } catch (const socket::TimeoutException&) {
+            record("unanswered " + number);
+        }
+    } while (!inputEndsWithin(betweenRequests));
+}
+
 const std::map<std::string, void (*)(const Words&)> roles{
-    {"server", serve}, {"publisher", publish}, {"subscriber", subscribe}, {"client", ask}, {"closer", sendAndClose}};
+    {"server", serve},        {"publisher", publish},     {"subscriber", subscribe}, {"client", ask},
+    {"closer", sendAndClose}, {"misbehaving", misbehave}, {"requester", request}};
 
 } // namespace
 
@@ -159,6 +275,8 @@ int main(int argc, char** argv) {
         std::cerr << "usage: crash_child server|publisher|subscriber NAME ENDPOINT...\n"
                      "       crash_child client NAME ENDPOINT TIMEOUT\n"
                      "       crash_child closer NAME ENDPOINT POLICY\n"
+                     "       crash_child misbehaving NAME SLOWNESS ENDPOINT...\n"
+                     "       crash_child requester NAME ENDPOINT TIMEOUT ATTEMPTS\n"
                      "A process runs until its standard input ends, except for a closer.\n";
         return 2;
     }

@@ -15,6 +15,9 @@ from history import Event, parse, role  # noqa: E402
 from processes import PATIENCE, Process  # noqa: E402
 
 
+ASKED_BY = {"reply": "ask", "answer": "request"}
+
+
 class Member(Process):
     """A process in a role, labelled "client-2#1" for instance. A thread hands on each line that it writes, and None at
     the end."""
@@ -61,8 +64,8 @@ class Host:
                 self.events.append(event)
                 name = role(event.process)
                 self.latest[name, event.kind] = event
-                if event.kind == "reply":
-                    self.answered[name] = self.latest_time(name, "ask")
+                if event.kind in ASKED_BY:
+                    self.answered[name] = self.latest_time(name, ASKED_BY[event.kind])
             self.changed.notify_all()
 
     def wait_until(self, holds, patience=PATIENCE):

@@ -1,20 +1,29 @@
 // Every class, made and destroyed in every way that users may.
+#include <rk/socket/PollSet.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/SocketContext.h>
 #include <rk/socket/SocketEndpoint.h>
+#include <rk/socket/TimeoutException.h>
 #include <rk/socket/ZmqContextTerminationException.h>
+#include <rk/socket/utils/Replier.h>
+#include <rk/socket/utils/Requester.h>
 #include <rk/socket/utils/SocketListener.h>
+#include <rk/socket/utils/Subscriber.h>
 #include <rk/utils/IMessageFormatter.h>
 #include <rk/utils/MessageFormatter.h>
 
-#include <google/protobuf/message.h>
+#include <google/protobuf/wrappers.pb.h>
 
 #include <memory>
 #include <string>
 #include <utility>
 
 using namespace rk::socket;
+using google::protobuf::StringValue;
+using rk::socket::utils::Replier;
+using rk::socket::utils::Requester;
 using rk::socket::utils::SocketListener;
+using rk::socket::utils::Subscriber;
 using rk::utils::IMessageFormatter;
 using rk::utils::MessageFormatter;
 
@@ -61,10 +70,16 @@ void makeAndDestroyDerived(const Arguments&... arguments) {
 int main() {
     makeAndDestroyDerived<MessageFormatter>("name");
     makeAndDestroyDerived<Socket>("name", ClosePolicy::DropPending);
+    makeAndDestroyDerived<PollSet>();
     makeAndDestroyDerived<SocketContext>();
     makeAndDestroyDerived<SocketEndpoint>();
     makeAndDestroyDerived<SocketEndpoint>(Transport::Tcp, "node1", static_cast<unsigned short>(5555));
     makeAndDestroyDerived<ZmqContextTerminationException>("reason");
+    makeAndDestroyDerived<TimeoutException>("reason");
     makeAndDestroy<OwnHeader>();
     makeAndDestroy<Listener>(Protocol::Sub, "name");
+    makeAndDestroyDerived<Requester>("name", SocketEndpoint());
+    makeAndDestroy<Subscriber<StringValue>>("name", [](const StringValue& /*message*/) {});
+    makeAndDestroy<Replier<StringValue, StringValue>>("name",
+                                                      [](const StringValue& /*request*/, StringValue& /*reply*/) {});
 }

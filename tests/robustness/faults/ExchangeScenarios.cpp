@@ -1,7 +1,15 @@
 #include "ScenarioList.h"
 #include "Steps.h"
 #include "support/Endpoints.h"
+#include "support/FakeMessage.h"
 #include "support/messages.pb.h"
+
+#include <rk/socket/PollSet.h>
+#include <rk/socket/utils/Requester.h>
+
+#include <zmq.h>
+
+#include <thread>
 
 namespace rk::tests {
 
@@ -58,7 +66,10 @@ std::vector<Step> publish() {
 
 std::vector<Step> open(Protocol::Protocol pattern, Transport::Transport transport) {
     const PartyPointer one = party("the one who is alone", pattern);
-    return {construct(one), createAndConnect(one, freshEndpoint(transport), 100), close(one), destroy(one)};
+    const auto endpoint = freshEndpoint(transport);
+    return {construct(one), createAndConnect(one, endpoint, 100),
+            call("lastEndpoint", one, [=] { require(one->socket->lastEndpoint() == endpoint, "another endpoint"); }),
+            close(one), destroy(one)};
 }
 
 /// 0MQ is made to give a socket for what is no pattern.
@@ -99,28 +110,31 @@ std::vector<Step> protobuf() {
     const PartyPointer client = party("the one who asks", Protocol::Req);
     const std::string header = server->header();
     const Text question = textOf("What is it that takes longer than a short text?");
-    return {construct(server),
-            construct(client),
-            createAndConnect(server, endpoint, 2000),
-            createAndConnect(client, endpoint, 2000),
-            throwing(call("sendProtoBuf", client, [=] { client->socket->sendProtoBuf(nullptr); }),
-                     "Socket: Cannot send NULL message"),
-            throwing(call("receiveProtoBuf", client, [=] { client->socket->receiveProtoBuf(nullptr, 1); }),
-                     "Socket: Cannot receive on a NULL message"),
-            throwing(receiveProtoBuf<Text>(server, 0), header + ": Wrong receive buffer size"),
-            throwing(sendProtoBuf(client, Command()),
-                     client->header() + ": Cannot send message: not initialized: [id][header]"),
-            sendProtoBuf(client, question),
-            receiveProtoBuf<Text>(server, 100),
-            sendProtoBuf(server, question),
-            throwing(receiveProtoBuf<Command>(client, 100), client->header() + ": Failed deserializing message"),
-            sendProtoBuf(client, textOf(std::string(98, '-'))),
-            receiveProtoBuf<Text>(server, 100),
-            sendProtoBuf(server, textOf(std::string(99, '-'))),
-            throwing(receiveProtoBuf<Text>(client, 50),
-                     client->header() + ": Receive buffer size too small: Required: 101, Actual: 100"),
-            destroy(client),
-            destroy(server)};
+    return {
+        construct(server),
+        construct(client),
+        createAndConnect(server, endpoint, 2000),
+        createAndConnect(client, endpoint, 2000),
+        throwing(call("sendProtoBuf", client, [=] { client->socket->sendProtoBuf(nullptr); }),
+                 "Socket: Cannot send NULL message"),
+        throwing(call("receiveProtoBuf", client, [=] { client->socket->receiveProtoBuf(nullptr, 1); }),
+                 "Socket: Cannot receive on a NULL message"),
+        throwing(receiveProtoBuf<Text>(server, 0), header + ": Wrong receive buffer size"),
+        throwing(sendProtoBuf(client, Command()),
+                 client->header() + ": Cannot send message: not initialized: [id][header]"),
+        throwing(call("sendProtoBuf", client, [=] { client->socket->sendProtoBuf(FakeMessage(2147483648UL, 0)); }),
+                 client->header() + ": Cannot send message: 2147483648 bytes serialized, at most 2147483647 possible"),
+        sendProtoBuf(client, question),
+        receiveProtoBuf<Text>(server, 100),
+        sendProtoBuf(server, question),
+        throwing(receiveProtoBuf<Command>(client, 100), client->header() + ": Failed deserializing message"),
+        sendProtoBuf(client, textOf(std::string(98, '-'))),
+        receiveProtoBuf<Text>(server, 100),
+        sendProtoBuf(server, textOf(std::string(99, '-'))),
+        throwing(receiveProtoBuf<Text>(client, 50),
+                 client->header() + ": Receive buffer size too small: Required: 101, Actual: 100"),
+        destroy(client),
+        destroy(server)};
 }
 
 std::vector<Step> closedSocket() {
@@ -136,6 +150,123 @@ std::vector<Step> closedSocket() {
             destroy(nobody)};
 }
 
+std::vector<Step> pollSet() {
+    const auto endpoint = freshEndpoint(Transport::Inproc);
+    const PartyPointer server = party("the one who answers", Protocol::Rep);
+    const PartyPointer client = party("the one who asks", Protocol::Req);
+    const auto set = std::make_shared<socket::PollSet>();
+    const auto wait = [=](std::chrono::milliseconds timeout) {
+        return call("wait", server, [=] { set->wait(timeout); });
+    };
+    const auto refusing = [=](const std::string& text, std::function<void()> add) {
+        Step step = throwing(call("add", server, std::move(add)), text);
+        step.normal.type = "std::invalid_argument";
+        return step;
+    };
+    return {construct(server),
+            construct(client),
+            createAndConnect(server, endpoint, 2000),
+            createAndConnect(client, endpoint, 2000),
+            wait(std::chrono::milliseconds(0)),
+            call("add", server,
+                 [=] {
+                     const std::string answer = "a reply that is longer than a short text";
+                     set->add(*server->socket, [=] {
+                         const Unwatched unwatched;
+                         char buffer[100];
+                         server->socket->receive(buffer, sizeof buffer);
+                         server->socket->send(answer);
+                     });
+                 }),
+            refusing("Cannot poll without a handler", [=] { set->add(*server->socket, nullptr); }),
+            refusing("Cannot poll descriptor -1", [=] { set->add(-1, [] {}); }),
+            wait(std::chrono::milliseconds(0)),
+            send(client, "question"),
+            wait(std::chrono::milliseconds(2000)),
+            call("remove", server, [=] { set->remove(*server->socket); }),
+            close(client),
+            close(server),
+            destroy(client),
+            destroy(server)};
+}
+
+/// Returns each request to its sender, until it is destroyed.
+class EchoServer {
+public:
+    explicit EchoServer(const socket::SocketEndpoint& endpoint) {
+        void* const server = zmq_socket(context, ZMQ_REP);
+        zmq_bind(server, endpoint.toString(Protocol::Rep).c_str());
+        thread = std::thread([server] {
+            char buffer[256];
+            for (int size = 0; (size = zmq_recv(server, buffer, sizeof buffer, 0)) >= 0;) {
+                zmq_send(server, buffer, static_cast<std::size_t>(size), 0);
+            }
+            zmq_close(server);
+        });
+    }
+    ~EchoServer() {
+        zmq_ctx_shutdown(context);
+        thread.join();
+        zmq_ctx_term(context);
+    }
+    EchoServer(const EchoServer&) = delete;
+    EchoServer& operator=(const EchoServer&) = delete;
+
+private:
+    void* const context = zmq_ctx_new();
+    std::thread thread;
+};
+
+std::vector<Step> requests() {
+    using socket::utils::Requester;
+    using std::chrono::milliseconds;
+    const auto endpoint = freshEndpoint(Transport::Ipc);
+    const auto nobody = freshEndpoint(Transport::Ipc);
+    const auto server = std::make_shared<std::unique_ptr<EchoServer>>();
+    const PartyPointer client = party("the one who asks", Protocol::Req);
+    const auto requester = std::make_shared<std::unique_ptr<Requester>>();
+    const auto construct = [=](const socket::SocketEndpoint& target) {
+        return call("Requester", client, [=] { *requester = std::make_unique<Requester>(client->name, target); });
+    };
+    const auto ask = [=](const socket::SocketEndpoint& target, milliseconds timeout, unsigned int attempts) {
+        Step step = call("request", client, [=] {
+            const Text question = textOf("What is it that takes longer than a short text?");
+            Text answer;
+            (*requester)->request(question, answer, timeout, attempts);
+            require(answer.text() == question.text(), "another answer");
+        });
+        step.endpoint = target.toString(Protocol::Req);
+        return step;
+    };
+    Step first = ask(endpoint, milliseconds(5000), 1);
+    first.debug = linesOfConnect(*client, endpoint);
+    Step refused =
+        throwing(ask(endpoint, milliseconds(1), 0), client->header() + ": A request needs an attempt of at least 1 ms");
+    refused.normal.type = "std::invalid_argument";
+    Step unanswered = throwing(ask(nobody, milliseconds(1), 2), client->header() + ": No reply from " +
+                                                                    nobody.toString(Protocol::Req) +
+                                                                    " within 1 ms, attempts made: 2");
+    unanswered.normal.type = "rk::socket::TimeoutException";
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        for (const std::string& line : linesOfConnect(*client, nobody)) {
+            unanswered.debug.push_back(line);
+        }
+    }
+    return {call("ask", nullptr,
+                 [=] {
+                     const Unwatched unwatched;
+                     server->reset();
+                     *server = std::make_unique<EchoServer>(endpoint);
+                 }),
+            construct(endpoint),
+            first,
+            ask(endpoint, milliseconds(5000), 1),
+            refused,
+            construct(nobody),
+            unanswered,
+            call("~Requester", client, [=] { requester->reset(); })};
+}
+
 } // namespace
 
 std::vector<Scenario> exchangeScenarios() {
@@ -149,6 +280,8 @@ std::vector<Scenario> exchangeScenarios() {
         {"publish and subscribe, inproc", publish, false},
         {"protobuf", protobuf, false},
         {"closed socket", closedSocket, true},
+        {"requester", requests, false},
+        {"set of sockets", pollSet, false},
     };
 }
 

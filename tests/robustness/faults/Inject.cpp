@@ -77,6 +77,7 @@ std::intptr_t goOn(Call& call, const Real& real) {
     case Function::ZmqPoll:
         return poll(call, real);
     case Function::ZmqRecv:
+    case Function::ZmqMsgRecv:
         return receive(call, real);
     case Function::Usleep:
         // A clock that failed stands at zero, and the next block is due years later.

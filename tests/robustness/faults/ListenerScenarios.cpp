@@ -25,7 +25,10 @@ using socket::Socket;
 /// Sends back what it is sent, but for "fail", at which its handler throws.
 class EchoListener : public socket::utils::SocketListener {
 public:
+    using SocketListener::requireHandler;
+    using SocketListener::setMessageBufferSize;
     using SocketListener::SocketListener;
+    using SocketListener::startOnAll;
     ~EchoListener() override {
         std::string error;
         stop(error);
@@ -81,6 +84,35 @@ Step start(const Service& service) {
     return step;
 }
 
+bool isExcused() {
+    return Faults::struckOthers() || Faults::instance().listenerIsDeaf;
+}
+
+Step startOnAll(const Service& service) {
+    Step step = start(service);
+    step.operation = "startOnAll";
+    step.run = [=] {
+        std::string error;
+        orReported((*service.listener)->startOnAll(error), error);
+    };
+    return step;
+}
+
+Step lastEndpoint(const Service& service) {
+    return call("lastEndpoint", service.party, [=] {
+        const Transport::Transport transport = (*service.listener)->lastEndpoint().transport;
+        require(isExcused() || transport == service.endpoint.transport, "it listens elsewhere");
+    });
+}
+
+Step refusing(const Service& service, const std::string& operation, const std::string& text,
+              void (*run)(EchoListener& listener)) {
+    Step step =
+        throwing(call(operation, service.party, [=] { run(**service.listener); }), "[Socket Listener rep] " + text);
+    step.normal.type = "std::invalid_argument";
+    return step;
+}
+
 Step stop(const Service& service) {
     Step step = call("stop", service.party, [=] {
         std::string error;
@@ -92,10 +124,6 @@ Step stop(const Service& service) {
 
 Step destroyListener(const Service& service) {
     return call("~SocketListener", service.party, [=] { service.listener->reset(); });
-}
-
-bool isExcused() {
-    return Faults::struckOthers() || Faults::instance().listenerIsDeaf;
 }
 
 /// Whether there is a reply; when the listener's thread meets a fault, there need not be one.
@@ -155,6 +183,22 @@ std::vector<Step> serve() {
             addListenEndpoint(service, endpoint),
             start(service),
             reporting(start(service), "Failed starting thread: another thread is already running"),
+            ask(service, "a question that is longer than a short text"),
+            stop(service),
+            destroyListener(service)};
+}
+
+std::vector<Step> serveOnAll() {
+    const Service service = serviceOn(freshEndpoint(Transport::Tcp));
+    const std::string endpoint = service.endpoint.toString(Protocol::Req);
+    return {construct(service),
+            refusing(service, "requireHandler", "Cannot listen without a handler",
+                     [](EchoListener& listener) { listener.requireHandler(false); }),
+            refusing(service, "setMessageBufferSize", "Wrong message buffer size",
+                     [](EchoListener& listener) { listener.setMessageBufferSize(0); }),
+            addListenEndpoint(service, endpoint),
+            startOnAll(service),
+            lastEndpoint(service),
             ask(service, "a question that is longer than a short text"),
             stop(service),
             destroyListener(service)};
@@ -248,9 +292,11 @@ std::vector<Step> wrongListener() {
 std::vector<Scenario> listenerScenarios() {
     return {
         {"listener without messages", [] { return listenTo(freshEndpoint(Transport::Ipc)); }, false},
-        {"listener on a port that the system chooses", [] { return listenTo({Transport::Tcp, "*", 0}); }, false},
+        {"listener on a port that the system chooses",
+         [] { return listenTo({Transport::Tcp, "a host that is not looked at", 0}); }, false},
         {"listener that is blocked", [] { return stopWhileBlocked(); }, false},
         {"listener of no service", wrongListener, true},
+        {"listener on all endpoints", serveOnAll, false},
         {"listener", serve, false},
     };
 }

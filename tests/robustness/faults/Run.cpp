@@ -77,9 +77,10 @@ bool isSame(const Outcome& a, const Outcome& b) {
 }
 
 std::string causeOf(const Strike& strike) {
-    static const std::map<int, const char*> options{{ZMQ_RCVTIMEO, " ZMQ_RCVTIMEO"}, {ZMQ_SUBSCRIBE, " ZMQ_SUBSCRIBE"},
-                                                    {ZMQ_LINGER, " ZMQ_LINGER"},     {ZMQ_IMMEDIATE, " ZMQ_IMMEDIATE"},
-                                                    {ZMQ_SNDHWM, " ZMQ_SNDHWM"},     {ZMQ_RCVHWM, " ZMQ_RCVHWM"}};
+    static const std::map<int, const char*> options{
+        {ZMQ_RCVTIMEO, " ZMQ_RCVTIMEO"},   {ZMQ_SUBSCRIBE, " ZMQ_SUBSCRIBE"},         {ZMQ_LINGER, " ZMQ_LINGER"},
+        {ZMQ_IMMEDIATE, " ZMQ_IMMEDIATE"}, {ZMQ_REQ_CORRELATE, " ZMQ_REQ_CORRELATE"}, {ZMQ_SNDHWM, " ZMQ_SNDHWM"},
+        {ZMQ_RCVHWM, " ZMQ_RCVHWM"}};
     return std::string(entryOf(strike.function).name) +
            (strike.function == Function::ZmqSetsockopt ? options.at(strike.option) : "") +
            (strike.progress.logging  ? " while logging"
@@ -194,7 +195,7 @@ private:
     std::size_t restart() {
         const Unwatched unwatched;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        if (step->operation == "start") {
+        if (isOneOf(step->operation, {"start", "startOnAll"})) {
             std::find_if(steps.begin(), steps.end(), [](const Step& each) { return each.endsThread; })->run();
             Faults::takeOperationOfOthers();
         }

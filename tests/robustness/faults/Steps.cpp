@@ -117,6 +117,13 @@ Step throwing(Step step, const std::string& text) {
     return step;
 }
 
+Step timingOut(Step step) {
+    const std::string text = "Receive error: Resource temporarily unavailable on " + step.party->header();
+    step = throwing(std::move(step), text);
+    step.normal.type = "rk::socket::TimeoutException";
+    return step;
+}
+
 Step jammed(Step step, const SocketEndpoint& endpoint) {
     step.normal.lines = {"warning: " + step.party->header() +
                          " Attempting reset of the connections to preserve 0MQ state machine integrity"};

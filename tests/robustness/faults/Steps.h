@@ -28,6 +28,8 @@ Step call(const std::string& operation, const PartyPointer& party, std::function
 
 /// The step, when it is not to return: the exception, and its text.
 Step throwing(Step step, const std::string& text);
+/// The step, when its receive timeout expires.
+Step timingOut(Step step);
 /// The step, when the socket is jammed and rebuilt on the way.
 Step jammed(Step step, const socket::SocketEndpoint& endpoint);
 

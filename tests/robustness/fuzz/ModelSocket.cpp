@@ -1,5 +1,6 @@
 #include "robustness/fuzz/ModelSocket.h"
 
+#include <rk/socket/TimeoutException.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 
 #include <zmq.h>
@@ -13,6 +14,7 @@ namespace rk::tests {
 
 using google::protobuf::Message;
 using socket::SocketEndpoint;
+using socket::TimeoutException;
 using socket::ZmqContextTerminationException;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
@@ -286,6 +288,9 @@ Event ModelSocket::receiveWithRepair(unsigned long size) {
     if (received.error == EFSM && is(Protocol::Rep)) {
         repair();
         received = receiveOnce(size);
+    }
+    if (received.error == EAGAIN) {
+        throw TimeoutException("Receive error: " + reason(EAGAIN));
     }
     if (received.error != 0) {
         failTransfer("recv()", "Receive error: ", received.error);

@@ -8,6 +8,7 @@
 #include "tools/messages/Protobuf.h"
 
 #include <rk/socket/Socket.h>
+#include <rk/socket/TimeoutException.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 
 #include <zmq.h>
@@ -70,6 +71,8 @@ Outcome outcomeOf(const Operation& operation) {
         operation(outcome);
     } catch (const socket::ZmqContextTerminationException& failure) {
         outcome.thrown = std::string("context terminated: ") + failure.what();
+    } catch (const socket::TimeoutException& failure) {
+        outcome.thrown = std::string("timeout: ") + failure.what();
     } catch (const std::runtime_error& failure) {
         outcome.thrown = failure.what();
         require(typeid(failure) == typeid(std::runtime_error), "the exception is of another type");

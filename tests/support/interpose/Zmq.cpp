@@ -80,6 +80,14 @@ int zmq_recv(void* socket, void* buffer, size_t size, int flags) {
     return static_cast<int>(perform(call, Real(go)));
 }
 
+int zmq_msg_recv(zmq_msg_t* message, void* socket, int flags) {
+    static auto* const real = next<decltype(zmq_msg_recv)>("zmq_msg_recv");
+    Call call{Function::ZmqMsgRecv, __builtin_return_address(0), socket};
+    call.flags = flags;
+    const auto go = [&] { return real(message, call.object, call.flags); };
+    return static_cast<int>(perform(call, Real(go)));
+}
+
 int zmq_poll(zmq_pollitem_t* items, int count, long timeout) {
     static auto* const real = next<decltype(zmq_poll)>("zmq_poll");
     Call call{Function::ZmqPoll, __builtin_return_address(0)};

@@ -12,9 +12,12 @@
 #include <gtest/gtest.h>
 #include <zmq.h>
 
+#include <atomic>
 #include <cerrno>
+#include <future>
 #include <new>
 #include <ostream>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -194,6 +197,56 @@ TEST_F(SocketConnect, KeepsACopyOfTheEndpoint) {
     socket.resetConnections();
 
     EXPECT_THAT(standIn.journal().linesWith("zmq_connect"), ElementsAre("zmq_connect ipc:///nonexistent/nobody"));
+}
+
+TEST_F(SocketConnect, RecordsTheLastEndpoint) {
+    EXPECT_EQ(SocketEndpoint(), socket.lastEndpoint());
+    const SocketEndpoint other(Transport::Tcp, "127.0.0.1", 9);
+    socket.createAndConnect(Protocol::Sub, nobody, 0);
+    socket.connect(other, 0);
+    EXPECT_EQ(other, socket.lastEndpoint());
+    socket.connect(nobody, 0); // passed over
+    EXPECT_EQ(other, socket.lastEndpoint());
+    standIn.fail("zmq_connect", EINVAL);
+    EXPECT_EQ(attachText + "Invalid argument on [Socket cmd]", textOfConnect({Transport::Tcp, "127.0.0.1", 10}));
+    EXPECT_EQ(SocketEndpoint(), socket.lastEndpoint());
+}
+
+TEST_F(SocketConnect, RecordsThePortTheSystemChose) {
+    const SocketEndpoint any(Transport::Tcp, "127.0.0.1", 0);
+    socket.createAndConnect(Protocol::Rep, any, 0);
+    const SocketEndpoint bound = socket.lastEndpoint();
+    EXPECT_NE(0, bound.port);
+    EXPECT_EQ("127.0.0.1", bound.address);
+    EXPECT_NO_THROW(Socket("client", ClosePolicy::DropPending).createAndConnect(Protocol::Req, bound, 0));
+
+    standIn.fail("zmq_getsockopt", EINVAL);
+    socket.createAndConnect(Protocol::Rep, any, 0);
+    EXPECT_EQ(any, socket.lastEndpoint());
+}
+
+TEST_F(SocketConnect, RecordsTheFileTheSystemChose) {
+    socket.createAndConnect(Protocol::Rep, {Transport::Ipc, "*", 0}, 0);
+    EXPECT_EQ(Transport::Ipc, socket.lastEndpoint().transport);
+    EXPECT_NE("*", socket.lastEndpoint().address);
+}
+
+TEST_F(SocketConnect, RecordsWhileAnotherThreadReads) {
+    const SocketEndpoint ends[] = {freshEndpoint(Transport::Inproc), freshEndpoint(Transport::Inproc)};
+    std::atomic<bool> over{false};
+    auto reader = std::async(std::launch::async, [&] {
+        std::set<std::string> seen;
+        while (!over) {
+            seen.insert(socket.lastEndpoint().toString(Protocol::Rep));
+        }
+        return seen;
+    });
+    for (int round = 0; round < 200; ++round) {
+        socket.createAndConnect(Protocol::Rep, ends[round % 2], 0);
+    }
+    over = true;
+    EXPECT_THAT(reader.get(), testing::IsSubsetOf({SocketEndpoint().toString(Protocol::Rep),
+                                                   ends[0].toString(Protocol::Rep), ends[1].toString(Protocol::Rep)}));
 }
 
 TEST_F(SocketConnect, SetsTheReceiveTimeout) {

@@ -71,6 +71,17 @@ TEST_F(SocketCreate, IsNotDoneByTheConstructor) {
     expectClosed(standIn, socket);
 }
 
+TEST_F(SocketCreate, OpensTheSocket) {
+    EXPECT_FALSE(socket.isOpen());
+    socket.create(Protocol::Pub);
+    EXPECT_TRUE(socket.isOpen());
+    socket.close();
+    EXPECT_FALSE(socket.isOpen());
+    standIn.fail("zmq_socket", EMFILE);
+    EXPECT_THROW(socket.create(Protocol::Pub), std::runtime_error);
+    EXPECT_FALSE(socket.isOpen());
+}
+
 TEST_F(SocketCreate, ReplacesTheSocketOfEachPattern) {
     std::string error;
     for (const auto pattern : everyPattern) {

@@ -112,7 +112,7 @@ TEST_P(SocketFailure, IsOneCallAndNothingElse) {
 }
 
 TEST_P(SocketFailure, ThrowsTheErrorAtOnce) {
-    const std::pair<int, const char*> errors[] = {{EAGAIN, "Resource temporarily unavailable"},
+    const std::pair<int, const char*> errors[] = {{EINTR, "Interrupted system call"},
                                                   {EFSM, "Operation cannot be accomplished in current state"},
                                                   {EHOSTUNREACH, "Host unreachable"},
                                                   {ENOTSUP, "Operation not supported"},
@@ -165,7 +165,7 @@ TEST_P(SocketFailure, CountsAttemptsToSendAlone) {
     socket.activateStatistics(true);
     socket.setTargetBitRate(1);
     standIn.setClock(100.0);
-    standIn.fail(GetParam().function, EAGAIN, 1, StandIn::always);
+    standIn.fail(GetParam().function, EINTR, 1, StandIn::always);
 
     for (std::size_t block = 1; block <= 100; ++block) {
         textThrownBy([&] { call(); });

@@ -7,11 +7,13 @@
 #include "support/messages.pb.h"
 
 #include <rk/socket/Socket.h>
+#include <rk/socket/TimeoutException.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <zmq.h>
 
+#include <functional>
 #include <new>
 #include <string>
 #include <type_traits>
@@ -77,9 +79,19 @@ TEST_F(SocketReceive, ThrowsWhenTheTimeRunsOut) {
     feed.subscriber.connect(freshEndpoint(Transport::Ipc), 1);
     standIn.journal().clear();
 
-    EXPECT_EQ("Receive error: Resource temporarily unavailable on [Socket feed]",
-              textThrownBy([&] { receiveText(feed.subscriber); }));
-    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_recv 256 bytes, flags 0"));
+    for (const auto& call : {std::function<void()>([&] { receiveText(feed.subscriber); }),
+                             std::function<void()>([&] { feed.subscriber.receiveProtoBuf(received, 256); })}) {
+        EXPECT_EQ("Receive error: Resource temporarily unavailable on [Socket feed]",
+                  textThrownBy<socket::TimeoutException>(call));
+        EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_recv 256 bytes, flags 0"));
+        standIn.journal().clear();
+    }
+}
+
+TEST_F(SocketReceive, ParsesIntoAReference) {
+    sendOfSize(10);
+    feed.subscriber.receiveProtoBuf(received, 1000);
+    EXPECT_EQ(8U, received.text().size());
 }
 
 TEST_F(SocketReceive, CountsAllOfWhatItCuts) {

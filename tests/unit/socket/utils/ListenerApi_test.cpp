@@ -1,14 +1,21 @@
 #include "support/Endpoints.h"
+#include "support/Errors.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
 #include "support/StandIn.h"
 
+#include <rk/socket/Socket.h>
 #include <rk/socket/utils/SocketListener.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
 #include <type_traits>
 
 namespace rk::tests {
@@ -28,6 +35,21 @@ static_assert(!std::is_copy_constructible_v<SocketListener>);
 static_assert(!std::is_copy_assignable_v<SocketListener>);
 
 const std::string refusal = "[Socket Listener rep] Failed starting thread: another thread is already running";
+
+class OnAllListener final : public SocketListener {
+public:
+    OnAllListener() : SocketListener(Protocol::Rep, "on all") {}
+    ~OnAllListener() override {
+        std::string ignored;
+        stop(ignored);
+    }
+    bool start(std::string& error) override { return startOnAll(error); }
+    using SocketListener::setMessageBufferSize;
+    std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Text>(); }
+    void handleMessage(google::protobuf::Message* message, std::shared_ptr<socket::Socket> socket) override {
+        socket->sendProtoBuf(message);
+    }
+};
 
 class ListenerApi : public testing::Test {
 protected:
@@ -200,6 +222,69 @@ TEST_F(ListenerApi, EndsWhenAnEndpointIsTaken) {
     EXPECT_FALSE(listener.start(error));
     EXPECT_EQ(refusal, error);
     EXPECT_TRUE(listener.stop(error));
+}
+
+TEST_F(ListenerApi, TellsWhetherAllEndpointsAreServed) {
+    EXPECT_FALSE(listener.isServing());
+    listener.serve(freshEndpoint(Transport::Inproc));
+    EXPECT_TRUE(listener.isServing());
+    ASSERT_TRUE(listener.stop(error));
+    EXPECT_FALSE(listener.isServing());
+
+    standIn.fail("zmq_bind", EINVAL);
+    ASSERT_TRUE(listener.start(error));
+    EXPECT_FALSE(listener.isServing());
+    ASSERT_TRUE(listener.stop(error));
+
+    standIn.fail("zmq_poll", EFAULT);
+    ASSERT_TRUE(listener.start(error));
+    EXPECT_TRUE(standIn.journal().waitFor("error: [Socket Listener rep] Poll error"));
+    while (listener.isServing()) {
+        std::this_thread::yield();
+    }
+}
+
+TEST_F(ListenerApi, TellsTheLastEndpointWhileItRuns) {
+    EXPECT_EQ(SocketEndpoint(), listener.lastEndpoint());
+    listener.serve({Transport::Tcp, "127.0.0.1", 0});
+    EXPECT_EQ("question", ask(listener.lastEndpoint(), "question"));
+    ASSERT_TRUE(listener.stop(error));
+    EXPECT_EQ(SocketEndpoint(), listener.lastEndpoint());
+}
+
+TEST_F(ListenerApi, StartsOnAllEndpointsOrNone) {
+    OnAllListener onAll;
+    EXPECT_TRUE(onAll.start(error)) << error;
+    EXPECT_FALSE(onAll.start(error));
+    EXPECT_EQ(refusal, error);
+    ASSERT_TRUE(onAll.stop(error));
+    const std::string taken = freshEndpoint(Transport::Tcp).toString(Protocol::Req);
+    NativeSocket holder(Protocol::Rep);
+    holder.bind(SocketEndpoint::FromString(taken));
+    ASSERT_TRUE(onAll.addListenEndpoint(taken, error));
+    ASSERT_TRUE(onAll.addListenEndpoint("inproc://after", error));
+
+    EXPECT_FALSE(onAll.start(error));
+
+    EXPECT_EQ("[Socket Listener rep] Failed connecting endpoint " + taken +
+                  ": Socket: Failed connecting/binding socket: Address already in use on [Socket on all]",
+              error);
+    EXPECT_FALSE(onAll.isServing());
+    EXPECT_THAT(standIn.journal().linesWith("error: "), ElementsAre());
+    EXPECT_THAT(standIn.journal().lines().back(), "zmq_close");
+}
+
+TEST_F(ListenerApi, ReceivesUpToTheSizeThatIsSet) {
+    OnAllListener onAll;
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    ASSERT_TRUE(onAll.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
+    onAll.setMessageBufferSize(1000000);
+    for (const std::uint32_t size : {0U, 2147483648U}) {
+        EXPECT_EQ("[Socket Listener rep] Wrong message buffer size",
+                  textThrownBy<std::invalid_argument>([&] { onAll.setMessageBufferSize(size); }));
+    }
+    ASSERT_TRUE(onAll.start(error));
+    EXPECT_EQ(900000U, ask(endpoint, std::string(900000, 'x')).size());
 }
 
 TEST_F(ListenerApi, StartsOnceAnEndpointIsFree) {

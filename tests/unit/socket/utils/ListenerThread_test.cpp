@@ -83,6 +83,7 @@ TEST_F(ListenerThread, CanStartAfterAFailure) {
     }
     EXPECT_EQ("zmq_close", standIn.journal().lines().back());
     EXPECT_EQ("", error);
+    EXPECT_FALSE(listener.isServing());
     standIn.journal().clear();
     EXPECT_TRUE(listener.stop(error));
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());

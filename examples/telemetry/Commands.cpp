@@ -1,6 +1,4 @@
-#include "CommandListener.h"
-
-#include <rk/socket/Socket.h>
+#include "Commands.h"
 
 #include <chrono>
 
@@ -12,33 +10,20 @@ constexpr std::uint32_t longestIntervalMs = 1000;
 
 } // namespace
 
-CommandListener::CommandListener(Schedule& stationSchedule)
-    : SocketListener(rk::socket::Protocol::Rep, "station commands"), schedule(stationSchedule) {}
+Commands::Commands(Schedule& stationSchedule) : schedule(stationSchedule) {}
 
-CommandListener::~CommandListener() {
-    std::string ignored;
-    CommandListener::stop(ignored);
-}
-
-std::shared_ptr<google::protobuf::Message> CommandListener::createMessage() {
-    return std::make_shared<Command>();
-}
-
-void CommandListener::handleMessage(google::protobuf::Message* message, std::shared_ptr<rk::socket::Socket> socket) {
-    const auto& command = static_cast<const Command&>(*message);
-    Answer answer;
+void Commands::handle(const Command& command, Answer& answer) {
     answer.set_id(command.id());
     answer.set_refusal(obey(command));
     const Schedule::State state = schedule.state();
     answer.set_paused(state.paused);
     answer.set_interval_ms(static_cast<std::uint32_t>(state.interval.count()));
     answer.set_last_sequence(state.lastSequence);
-    socket->sendProtoBuf(&answer);
     ++servedCount;
 }
 
-/// The reason for a refusal; empty when the command was obeyed.
-std::string CommandListener::obey(const Command& command) {
+/// Returns the reason for a refusal, or nothing if the command was obeyed.
+std::string Commands::obey(const Command& command) {
     switch (command.action()) {
     case Command::STATUS:
         return "";
@@ -55,7 +40,7 @@ std::string CommandListener::obey(const Command& command) {
     }
 }
 
-std::string CommandListener::setInterval(std::uint32_t milliseconds) {
+std::string Commands::setInterval(std::uint32_t milliseconds) {
     if (milliseconds < 1 || milliseconds > longestIntervalMs) {
         return "the interval must be 1 to " + std::to_string(longestIntervalMs) + " ms";
     }
@@ -63,7 +48,7 @@ std::string CommandListener::setInterval(std::uint32_t milliseconds) {
     return "";
 }
 
-std::uint64_t CommandListener::served() const {
+std::uint64_t Commands::served() const {
     return servedCount;
 }
 

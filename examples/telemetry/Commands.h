@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Schedule.h"
+#include "telemetry.pb.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace telemetry {
+
+/// Obeys the operator's commands, which change the schedule.
+class Commands {
+public:
+    explicit Commands(Schedule& schedule);
+
+    /// Obeys a command, or refuses it, and fills in the answer.
+    void handle(const Command& command, Answer& answer);
+
+    /// Returns how many commands have been answered. Any thread may ask.
+    std::uint64_t served() const;
+
+private:
+    std::string obey(const Command& command);
+    std::string setInterval(std::uint32_t milliseconds);
+
+    Schedule& schedule;
+    std::atomic<std::uint64_t> servedCount{0};
+};
+
+} // namespace telemetry

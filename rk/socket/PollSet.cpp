@@ -1,0 +1,136 @@
+#include <rk/socket/PollSet.h>
+#include <rk/socket/Socket.h>
+#include <rk/socket/ZmqContextTerminationException.h>
+
+#include <zmq.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <poll.h>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace rk::socket {
+
+namespace {
+
+constexpr int noDescriptor = -1;
+
+/// Returns the number of items that are ready, 0 after a signal.
+int poll(zmq_pollitem_t* items, std::size_t count, long milliseconds) {
+    // ZeroMQ sleeps through signals when it has nothing to poll.
+    const int ready = count == 0 ? ::poll(nullptr, 0, static_cast<int>(milliseconds))
+                                 : zmq_poll(items, static_cast<int>(count), milliseconds);
+    if (ready >= 0) {
+        return ready;
+    }
+    const int error = zmq_errno();
+    if (error == EINTR) {
+        return 0;
+    }
+    if (error == ETERM) {
+        throw ZmqContextTerminationException("Context terminated in poll() for a set of sockets");
+    }
+    throw std::runtime_error(std::string("Cannot poll a set of sockets: ") + zmq_strerror(error));
+}
+
+} // namespace
+
+/// A socket or a descriptor.
+struct PollSet::Item {
+    Socket* socket;
+    int descriptor;
+    std::function<void()> handler;
+
+    /// Reads the native socket, which a rebuild replaces. Polled without one, ZeroMQ would poll descriptor 0.
+    zmq_pollitem_t toPoll() const {
+        if (socket == nullptr) {
+            return {nullptr, descriptor, ZMQ_POLLIN, 0};
+        }
+        if (!socket->isOpen()) {
+            throw std::runtime_error("Socket: Cannot poll a NULL socket");
+        }
+        return {socket->zmqSocket, 0, ZMQ_POLLIN, 0};
+    }
+
+    bool isReady() const {
+        zmq_pollitem_t item = toPoll();
+        return poll(&item, 1, 0) != 0;
+    }
+};
+
+PollSet::PollSet() = default;
+
+PollSet::~PollSet() = default;
+
+void PollSet::add(Socket& socket, std::function<void()> handler) {
+    insert({&socket, noDescriptor, std::move(handler)});
+}
+
+void PollSet::add(int descriptor, std::function<void()> handler) {
+    if (descriptor < 0) {
+        throw std::invalid_argument("Cannot poll descriptor " + std::to_string(descriptor));
+    }
+    insert({nullptr, descriptor, std::move(handler)});
+}
+
+void PollSet::insert(Item item) {
+    if (!item.handler) {
+        throw std::invalid_argument("Cannot poll without a handler");
+    }
+    auto added = std::make_shared<const Item>(std::move(item));
+    items.reserve(items.size() + 1);
+    remove(added->socket, added->descriptor);
+    items.push_back(std::move(added));
+}
+
+void PollSet::remove(const Socket& socket) noexcept {
+    remove(&socket, noDescriptor);
+}
+
+void PollSet::remove(int descriptor) noexcept {
+    remove(nullptr, descriptor);
+}
+
+void PollSet::remove(const Socket* socket, int descriptor) noexcept {
+    const auto isIt = [=](const auto& item) { return item->socket == socket && item->descriptor == descriptor; };
+    items.erase(std::remove_if(items.begin(), items.end(), isIt), items.end());
+}
+
+/// Moves an item behind all others, so that one whose handler throws keeps nothing from being called. Returns false if
+/// it has been removed.
+bool PollSet::takeTurn(const std::shared_ptr<const Item>& item) {
+    const auto found = std::find(items.begin(), items.end(), item);
+    if (found == items.end()) {
+        return false;
+    }
+    std::rotate(found, found + 1, items.end());
+    return true;
+}
+
+unsigned int PollSet::wait(std::chrono::milliseconds timeout) {
+    const Items polled = items; // keeps a handler that removes itself
+    std::vector<zmq_pollitem_t> native;
+    native.reserve(polled.size());
+    for (const auto& item : polled) {
+        native.push_back(item->toPoll());
+    }
+    using Count = std::chrono::milliseconds::rep;
+    const auto milliseconds = static_cast<long>(std::clamp<Count>(timeout.count(), -1, INT_MAX));
+    if (poll(native.data(), native.size(), milliseconds) == 0) {
+        return 0;
+    }
+    unsigned int called = 0;
+    for (std::size_t index = 0; index < polled.size(); ++index) {
+        const auto& item = polled[index];
+        if (native[index].revents != 0 && takeTurn(item) && item->isReady()) {
+            ++called;
+            item->handler();
+        }
+    }
+    return called;
+}
+
+} // namespace rk::socket

@@ -1,0 +1,79 @@
+#pragma once
+#pragma GCC system_header // users are not warned that a base's destructor is not virtual
+
+#include <rk/socket/Socket.h>
+#include <rk/socket/utils/SocketListener.h>
+
+#include <exception>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace rk::socket::utils {
+
+/// A reply listener that answers each `Request` with the `Reply` that a function fills in.
+///
+/// Add endpoints, then call `start`. The functions run on the listener's thread, one request at a time, under the rules
+/// of `SocketListener::handleMessage`. Everything that a lambda captures by reference must outlive the replier.
+///
+/// Each handled request gets exactly one reply. When the handler throws a `std::exception`, or its reply cannot be
+/// serialised, the error handler makes the reply instead, and the requests of other clients stay queued. Without an
+/// error handler, or when that fails too, the request is abandoned: see `SocketListener`.
+///
+/// A client may repeat a request whose reply was late or lost. The handler should therefore be idempotent.
+///
+/// `Request` and `Reply` are message types that protoc has generated. Include their header.
+template <class Request, class Reply>
+class Replier final : public SocketListener {
+public:
+    using Handler = std::function<void(const Request& request, Reply& reply)>;
+    using ErrorHandler = std::function<void(const Request& request, const std::exception& failure, Reply& reply)>;
+
+    /// \param socketName the name of the replier's socket
+    /// \param requestHandler what fills in the reply to each request
+    /// \param failureHandler what fills in the reply when that fails; it gets an empty reply
+    /// \throws std::invalid_argument if `requestHandler` is empty
+    Replier(const std::string& socketName, Handler requestHandler, ErrorHandler failureHandler = nullptr)
+        : SocketListener(Protocol::Rep, socketName),
+          handler(std::move(requestHandler)),
+          onError(std::move(failureHandler)) {
+        requireHandler(static_cast<bool>(handler));
+    }
+
+    /// Stops the replier, as `stop` does.
+    ~Replier() override {
+        std::string ignored;
+        stop(ignored);
+    }
+
+    /// Starts the replier as `SocketListener::start` does, but returns false, with the reason in `error`, when an
+    /// endpoint cannot be connected.
+    bool start(std::string& error) override { return startOnAll(error); }
+
+    using SocketListener::setMessageBufferSize;
+
+private:
+    std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Request>(); }
+
+    void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) override {
+        const auto& request = static_cast<const Request&>(*message);
+        try {
+            Reply reply;
+            handler(request, reply);
+            socket->sendProtoBuf(reply);
+        } catch (const std::exception& failure) {
+            if (!onError) {
+                throw;
+            }
+            Reply reply;
+            onError(request, failure, reply);
+            socket->sendProtoBuf(reply);
+        }
+    }
+
+    const Handler handler;
+    const ErrorHandler onError;
+};
+
+} // namespace rk::socket::utils

@@ -1,0 +1,371 @@
+#include "support/Calls.h"
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/FakeMessage.h"
+#include "support/Interruption.h"
+#include "support/NativeSocket.h"
+#include "support/Patterns.h"
+#include "support/StandIn.h"
+#include "support/ZmqHandle.h"
+#include "support/messages.pb.h"
+
+#include <rk/socket/Socket.h>
+#include <rk/socket/TimeoutException.h>
+#include <rk/socket/ZmqContextTerminationException.h>
+#include <rk/socket/utils/Requester.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::SocketEndpoint;
+using socket::TimeoutException;
+using socket::ZmqContextTerminationException;
+using Unit = socket::utils::Requester;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using Frames = std::vector<std::string>;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+static_assert(!std::is_copy_constructible_v<Unit>);
+static_assert(!std::is_copy_assignable_v<Unit>);
+
+constexpr milliseconds briefly{30};
+
+/// A server that sees the frames around each request, and sends what it likes.
+class RawServer {
+public:
+    explicit RawServer(const SocketEndpoint& endpoint) {
+        const int patience = 20000;
+        const int none = 0;
+        zmq_setsockopt(router.get(), ZMQ_RCVTIMEO, &patience, sizeof patience);
+        zmq_setsockopt(router.get(), ZMQ_LINGER, &none, sizeof none);
+        EXPECT_EQ(0, zmq_bind(router.get(), endpoint.toString(Protocol::Rep).c_str()));
+    }
+
+    /// Returns the frames in front of the request, which is dropped.
+    Frames receive() {
+        Frames frames;
+        int more = 1;
+        for (std::size_t size = sizeof more; more != 0;) {
+            char buffer[256];
+            const int length = zmq_recv(router.get(), buffer, sizeof buffer, 0);
+            EXPECT_LE(0, length);
+            frames.emplace_back(buffer, static_cast<std::size_t>(std::max(length, 0)));
+            zmq_getsockopt(router.get(), ZMQ_RCVMORE, &more, &size);
+        }
+        frames.pop_back();
+        return frames;
+    }
+
+    void send(Frames frames, const std::string& text) {
+        Text reply;
+        reply.set_text(text);
+        sendBytes(std::move(frames), {reply.SerializeAsString()});
+    }
+
+    void sendBytes(Frames frames, const Frames& parts) {
+        frames.insert(frames.end(), parts.begin(), parts.end());
+        for (std::size_t index = 0; index < frames.size(); ++index) {
+            const int flags = index + 1 < frames.size() ? ZMQ_SNDMORE : 0;
+            EXPECT_LE(0, zmq_send(router.get(), frames[index].data(), frames[index].size(), flags));
+        }
+    }
+
+private:
+    ZmqContext context;
+    ZmqHandle router = context.socket(ZMQ_ROUTER);
+};
+
+Text textOf(const std::string& content) {
+    Text message;
+    message.set_text(content);
+    return message;
+}
+
+std::string ask(Unit& requester, const std::string& question, milliseconds timeout = seconds(20),
+                unsigned int attempts = 1) {
+    Text reply;
+    requester.request(textOf(question), reply, timeout, attempts);
+    return reply.text();
+}
+
+class RequesterOver : public testing::TestWithParam<Transport::Transport> {
+protected:
+    std::string timeoutText(const char* timeout, const char* attempts) const {
+        return "[Socket client]: No reply from " + endpoint.toString(Protocol::Req) + " within " + timeout +
+               " ms, attempts made: " + attempts;
+    }
+
+    calls::Lines opening() const {
+        using calls::operator+;
+        return calls::Lines{"zmq_socket 3", calls::set(ZMQ_REQ_CORRELATE, 1)} +
+               calls::connect("client", Protocol::Req, socket::ClosePolicy::DropPending, endpoint, 0);
+    }
+
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    const SocketEndpoint endpoint = freshEndpoint(GetParam());
+    Unit requester{"client", endpoint};
+};
+
+INSTANTIATE_TEST_SUITE_P(Over, RequesterOver, everyTransport(), nameOfTransport);
+
+/// A requester over ipc, with a server in another context.
+class Requester : public testing::Test {
+protected:
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Ipc);
+    RawServer server{endpoint};
+    Unit requester{"client", endpoint};
+
+    template <class Serve>
+    std::future<void> serving(const Serve& serve) {
+        return std::async(std::launch::async, serve);
+    }
+};
+
+} // namespace
+
+TEST_P(RequesterOver, ReturnsTheReply) {
+    NativeSocket server(Protocol::Rep);
+    server.bind(endpoint);
+    standIn.journal().clear();
+    auto serving = std::async(std::launch::async, [&] {
+        for (int request = 0; request < 3; ++request) {
+            server.send(server.receive());
+        }
+    });
+
+    for (const std::string text : {"one", "two", "three"}) {
+        EXPECT_EQ(text, ask(requester, text));
+    }
+    serving.get();
+    EXPECT_EQ(1U, standIn.journal().count("zmq_socket"));
+    EXPECT_EQ(0U, standIn.journal().count("zmq_close"));
+}
+
+TEST_P(RequesterOver, RepeatsTheRequestUntilItGivesUp) {
+    using calls::operator+;
+    NativeSocket server(Protocol::Rep);
+    server.bind(endpoint);
+    standIn.journal().clear();
+    const auto begin = std::chrono::steady_clock::now();
+
+    EXPECT_EQ(timeoutText("30", "3"), textThrownBy<TimeoutException>([&] { ask(requester, "anybody?", briefly, 3); }));
+
+    EXPECT_LE(3 * briefly, std::chrono::steady_clock::now() - begin);
+    calls::Lines expected;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        expected = expected + opening() + calls::Lines{"zmq_send 10 bytes, flags 1", "zmq_close"};
+    }
+    calls::Lines lines = standIn.journal().lines();
+    lines.erase(std::remove_if(lines.begin(), lines.end(),
+                               [](const std::string& line) {
+                                   return line.rfind("zmq_poll", 0) == 0 || line.rfind("zmq_msg_recv", 0) == 0;
+                               }),
+                lines.end());
+    EXPECT_THAT(lines, ElementsAreArray(expected));
+}
+
+TEST_P(RequesterOver, GivesUpWhenNoServerIsThere) {
+    EXPECT_EQ(timeoutText("1", "2"),
+              textThrownBy<TimeoutException>([&] { ask(requester, "anybody?", milliseconds(1), 2); }));
+}
+
+/// A request socket whose server has gone blocks in its send on inproc.
+TEST_P(RequesterOver, GivesUpWhenTheServerHasGone) {
+    auto server = std::make_unique<NativeSocket>(Protocol::Rep);
+    server->bind(endpoint);
+    auto serving = std::async(std::launch::async, [&] { server->send(server->receive()); });
+    EXPECT_EQ("one", ask(requester, "one"));
+    serving.get();
+    server.reset();
+
+    EXPECT_EQ(timeoutText("30", "1"), textThrownBy<TimeoutException>([&] { ask(requester, "two", briefly); }));
+}
+
+TEST_P(RequesterOver, AsksAgainWhenTheServerComesBack) {
+    EXPECT_THROW(ask(requester, "one", milliseconds(1)), TimeoutException);
+    NativeSocket server(Protocol::Rep);
+    server.bind(endpoint);
+    auto serving = std::async(std::launch::async, [&] {
+        for (std::string request; request != textOf("two").SerializeAsString();) {
+            request = server.receive(); // on inproc, the first request has waited for the bind
+            server.send(request);
+        }
+    });
+
+    EXPECT_EQ("two", ask(requester, "two"));
+    serving.get();
+}
+
+TEST_F(Requester, DropsASecondReply) {
+    auto serving = this->serving([&] {
+        const Frames first = server.receive();
+        server.send(first, "one");
+        server.send(first, "one again");
+        const Frames second = server.receive();
+        server.send(first, "one once more");
+        server.send(second, "two");
+    });
+
+    EXPECT_EQ("one", ask(requester, "one"));
+    EXPECT_EQ("two", ask(requester, "two"));
+    serving.get();
+    EXPECT_EQ(0U, standIn.journal().count("zmq_close"));
+}
+
+TEST_F(Requester, DropsALateReply) {
+    auto serving = this->serving([&] {
+        const Frames first = server.receive();
+        const Frames second = server.receive();
+        server.send(first, "late");
+        server.send(second, "in time");
+    });
+
+    Text reply;
+    EXPECT_THROW(requester.request(textOf("one"), reply, briefly), TimeoutException);
+    EXPECT_EQ("in time", ask(requester, "one"));
+    serving.get();
+}
+
+TEST_F(Requester, KeepsItsDeadlineAmongWrongReplies) {
+    std::atomic<bool> over{false};
+    auto serving = this->serving([&] {
+        const Frames first = server.receive();
+        server.send(first, "one");
+        server.receive();
+        while (!over) {
+            server.send(first, "one again");
+        }
+    });
+
+    EXPECT_EQ("one", ask(requester, "one"));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_THROW(ask(requester, "two", briefly), TimeoutException);
+    EXPECT_GT(seconds(10), std::chrono::steady_clock::now() - begin);
+    over = true;
+    serving.get();
+}
+
+TEST_F(Requester, ReceivesAReplyOfAnySize) {
+    const std::string large(3000000, 'x');
+    auto serving = this->serving([&] { server.send(server.receive(), large); });
+
+    EXPECT_EQ(large, ask(requester, "one"));
+    serving.get();
+}
+
+TEST_F(Requester, RefusesWhatIsNotOneMessage) {
+    auto serving = this->serving([&] {
+        server.sendBytes(server.receive(), {"\xff\xff\xff"});
+        server.sendBytes(server.receive(), {"", "second part"});
+        server.send(server.receive(), "three");
+    });
+
+    for (int refused = 0; refused < 2; ++refused) {
+        EXPECT_EQ("[Socket client]: Failed deserializing message", textThrownBy([&] { ask(requester, "?"); }));
+    }
+    EXPECT_EQ("three", ask(requester, "?"));
+    serving.get();
+    EXPECT_EQ(0U, standIn.journal().count("warning: "));
+}
+
+TEST_F(Requester, WaitsThroughSignals) {
+    auto serving = this->serving([&] {
+        const Frames request = server.receive();
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_poll", 5));
+        server.send(request, "one");
+    });
+
+    interrupt([&] { EXPECT_EQ("one", ask(requester, "one")); });
+    serving.get();
+}
+
+TEST_F(Requester, RetriesInterruptedCalls) {
+    auto serving = this->serving([&] { server.send(server.receive(), "one"); });
+    standIn.fail("zmq_send", EINTR);
+    standIn.fail("zmq_msg_recv", EINTR, 1, 3);
+    standIn.fail("zmq_poll", EFAULT, 1, 4);
+
+    EXPECT_EQ("one", ask(requester, "one"));
+    serving.get();
+}
+
+TEST_F(Requester, TakesTheLongestTimeout) {
+    auto serving = this->serving([&] { server.send(server.receive(), "one"); });
+
+    EXPECT_EQ("one", ask(requester, "one", milliseconds::max()));
+    serving.get();
+    EXPECT_EQ(0U, standIn.journal().count("zmq_poll 1 items, events 1, -"));
+}
+
+TEST_F(Requester, ThrowsWhenTheProcessExits) {
+    standIn.fail("zmq_msg_recv", ETERM);
+    EXPECT_EQ("Context terminated in recv() for socket [Socket client]",
+              textThrownBy<ZmqContextTerminationException>([&] { ask(requester, "one"); }));
+    standIn.fail("zmq_send", ETERM);
+    EXPECT_EQ("Context terminated in send() for socket [Socket client]",
+              textThrownBy<ZmqContextTerminationException>([&] { ask(requester, "one"); }));
+    EXPECT_EQ("zmq_close", standIn.journal().lines().back());
+}
+
+TEST_F(Requester, SendsNothingWithoutCorrelation) {
+    standIn.fail("zmq_setsockopt " + std::to_string(ZMQ_REQ_CORRELATE), EINVAL);
+
+    EXPECT_EQ("Socket: Error setting ZMQ_REQ_CORRELATE Invalid argument on [Socket client]",
+              textThrownBy([&] { ask(requester, "one"); }));
+
+    EXPECT_EQ("zmq_close", standIn.journal().lines().back());
+    EXPECT_EQ(0U, standIn.journal().count("zmq_send"));
+}
+
+TEST_F(Requester, ThrowsWhenItCannotConnectOrSend) {
+    standIn.fail("zmq_connect", EINVAL);
+    EXPECT_EQ("Socket: Failed connecting/binding socket: Invalid argument on [Socket client]",
+              textThrownBy([&] { ask(requester, "one"); }));
+    standIn.fail("zmq_send", EHOSTUNREACH);
+    EXPECT_EQ("Send error: Host unreachable on [Socket client]", textThrownBy([&] { ask(requester, "one"); }));
+}
+
+TEST_F(Requester, RefusesNoAttemptAndNoTime) {
+    for (const auto& [timeout, attempts] :
+         {std::pair(milliseconds(0), 1U), std::pair(milliseconds(-1), 1U), std::pair(milliseconds(1), 0U)}) {
+        EXPECT_EQ("[Socket client]: A request needs an attempt of at least 1 ms",
+                  textThrownBy<std::invalid_argument>([&] { ask(requester, "one", timeout, attempts); }));
+    }
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+}
+
+TEST_F(Requester, RefusesWhatCannotBeSerialized) {
+    Text reply;
+    EXPECT_EQ("[Socket client]: Cannot send message: not initialized: [id][header]",
+              textThrownBy([&] { requester.request(Command(), reply, seconds(20)); }));
+    EXPECT_EQ("[Socket client]: Cannot send message: 2147483648 bytes serialized, at most 2147483647 possible",
+              textThrownBy([&] { requester.request(FakeMessage(2147483648UL, 7), reply, seconds(20)); }));
+    EXPECT_THAT(standIn.journal().lines(), IsEmpty());
+}
+
+} // namespace rk::tests
