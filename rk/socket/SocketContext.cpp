@@ -1,5 +1,6 @@
 #include <rk/socket/SocketContext.h>
 #include <rk/socket/detail/ContextGate.h>
+#include <rk/socket/detail/NetworkSettings.h>
 #include <rk/utils/Log.h>
 #include <rk/utils/detail/LogBackend.h>
 #include <rk/utils/detail/LogIfPossible.h>
@@ -14,7 +15,12 @@
 
 namespace rk::socket {
 
-SocketContext::SocketContext() : MessageFormatter("SocketContext"), context(zmq_ctx_new()) {}
+SocketContext::SocketContext() : MessageFormatter("SocketContext"), context(zmq_ctx_new()) {
+    const std::optional<int> maxSockets = detail::NetworkSettings::takeMaxSockets();
+    if (maxSockets) {
+        zmq_ctx_set(context, ZMQ_MAX_SOCKETS, *maxSockets);
+    }
+}
 
 SocketContext::~SocketContext() {
     const auto log = [this](const char* text) {

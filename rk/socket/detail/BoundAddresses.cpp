@@ -1,4 +1,5 @@
 #include <rk/socket/detail/BoundAddresses.h>
+#include <rk/socket/detail/ListenAddresses.h>
 
 #include <zmq.h>
 
@@ -18,14 +19,17 @@ bool isFile(const SocketEndpoint& endpoint) {
     return endpoint.transport == Transport::Ipc && endpoint.address[0] != '@';
 }
 
-/// Where `socket` was bound last. `endpoint` itself, which leads nowhere, if ZeroMQ does not tell.
+bool isAllInterfaces(const std::string& host) {
+    return host == "*" || host == "0.0.0.0" || host == "[::]";
+}
+
+} // namespace
+
 SocketEndpoint lastEndpointOf(void* socket, const SocketEndpoint& endpoint) {
     char text[256];
     std::size_t size = sizeof text;
     return zmq_getsockopt(socket, ZMQ_LAST_ENDPOINT, text, &size) < 0 ? endpoint : SocketEndpoint::FromString(text);
 }
-
-} // namespace
 
 BoundAddresses::FileReference::FileReference(const std::string& path) {
 #ifdef O_PATH
@@ -60,10 +64,13 @@ bool BoundAddresses::connect(void* socket) const {
     bool connected = false;
     for (const Address& address : addresses) {
         SocketEndpoint target = address.endpoint;
-        if (target.transport == Transport::Tcp) {
-            target.address = "127.0.0.1"; // a tcp socket listens on all interfaces
-        } else {
+        if (target.transport != Transport::Tcp) {
             target.address = address.file.pathOr(target.address);
+        } else if (isAllInterfaces(target.address)) {
+            target.address = "127.0.0.1";
+        } else if (isIpv6Address(target.address)) {
+            const int on = 1;
+            zmq_setsockopt(socket, ZMQ_IPV6, &on, sizeof on);
         }
         connected = zmq_connect(socket, target.toString(Protocol::Req).c_str()) == 0 || connected;
     }

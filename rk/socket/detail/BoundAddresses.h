@@ -7,6 +7,9 @@
 
 namespace rk::socket::detail {
 
+/// Returns where native `socket` was bound last, or `endpoint` if ZeroMQ does not tell.
+SocketEndpoint lastEndpointOf(void* socket, const SocketEndpoint& endpoint);
+
 /// The addresses at which this process reaches a socket that it has bound.
 ///
 /// An ipc address outlives its file: another process may remove or replace the file, and the socket still accepts
