@@ -4,6 +4,7 @@
 #include "support/Endpoints.h"
 #include "support/messages.pb.h"
 
+#include <rk/socket/Network.h>
 #include <rk/socket/utils/SocketListener.h>
 
 #include <zmq.h>
@@ -235,6 +236,24 @@ std::vector<Step> stopWhileBlocked() {
             stopBlocked(service), destroyListener(service)};
 }
 
+/// Nothing is published. It has connected again when `stop` is called, unless a fault has ended it.
+std::vector<Step> endSilence() {
+    Service service = serviceOn(freshEndpoint(Transport::Tcp));
+    service.party = party("the one who listens", Protocol::Sub);
+    Step awaitSilence = call("Network::setSilenceLimit", service.party,
+                             [] { std::this_thread::sleep_for(std::chrono::milliseconds(1200)); });
+    awaitSilence.normal.lines = {
+        "warning: [Socket Listener on the one who listens]: Nothing received for 1 s. Connecting "
+        "again until something is."};
+    return {call("Network::setSilenceLimit", nullptr, [] { socket::Network::setSilenceLimit(1); }),
+            construct(service),
+            addListenEndpoint(service, service.endpoint.toString(Protocol::Req)),
+            start(service),
+            awaitSilence,
+            stop(service),
+            destroyListener(service)};
+}
+
 std::vector<Step> wrongListener() {
     Service service = serviceOn(freshEndpoint(Transport::Tcp));
     service.party = party("the one who listens", Protocol::Pub);
@@ -250,6 +269,7 @@ std::vector<Scenario> listenerScenarios() {
         {"listener without messages", [] { return listenTo(freshEndpoint(Transport::Ipc)); }, false},
         {"listener on a port that the system chooses", [] { return listenTo({Transport::Tcp, "*", 0}); }, false},
         {"listener that is blocked", [] { return stopWhileBlocked(); }, false},
+        {"listener of silence", [] { return endSilence(); }, false},
         {"listener of no service", wrongListener, true},
         {"listener", serve, false},
     };

@@ -77,9 +77,20 @@ bool isSame(const Outcome& a, const Outcome& b) {
 }
 
 std::string causeOf(const Strike& strike) {
-    static const std::map<int, const char*> options{{ZMQ_RCVTIMEO, " ZMQ_RCVTIMEO"}, {ZMQ_SUBSCRIBE, " ZMQ_SUBSCRIBE"},
-                                                    {ZMQ_LINGER, " ZMQ_LINGER"},     {ZMQ_IMMEDIATE, " ZMQ_IMMEDIATE"},
-                                                    {ZMQ_SNDHWM, " ZMQ_SNDHWM"},     {ZMQ_RCVHWM, " ZMQ_RCVHWM"}};
+    static const std::map<int, const char*> options{{ZMQ_RCVTIMEO, " ZMQ_RCVTIMEO"},
+                                                    {ZMQ_SUBSCRIBE, " ZMQ_SUBSCRIBE"},
+                                                    {ZMQ_LINGER, " ZMQ_LINGER"},
+                                                    {ZMQ_IMMEDIATE, " ZMQ_IMMEDIATE"},
+                                                    {ZMQ_SNDHWM, " ZMQ_SNDHWM"},
+                                                    {ZMQ_RCVHWM, " ZMQ_RCVHWM"},
+                                                    {ZMQ_MAXMSGSIZE, " ZMQ_MAXMSGSIZE"},
+                                                    {ZMQ_IPV6, " ZMQ_IPV6"},
+                                                    {ZMQ_TCP_KEEPALIVE, " ZMQ_TCP_KEEPALIVE"},
+                                                    {ZMQ_TCP_KEEPALIVE_IDLE, " ZMQ_TCP_KEEPALIVE_IDLE"},
+                                                    {ZMQ_TCP_KEEPALIVE_INTVL, " ZMQ_TCP_KEEPALIVE_INTVL"},
+                                                    {ZMQ_TCP_KEEPALIVE_CNT, " ZMQ_TCP_KEEPALIVE_CNT"},
+                                                    {ZMQ_TCP_MAXRT, " ZMQ_TCP_MAXRT"},
+                                                    {ZMQ_CONNECT_TIMEOUT, " ZMQ_CONNECT_TIMEOUT"}};
     return std::string(entryOf(strike.function).name) +
            (strike.function == Function::ZmqSetsockopt ? options.at(strike.option) : "") +
            (strike.progress.logging  ? " while logging"
