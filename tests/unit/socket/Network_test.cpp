@@ -16,13 +16,19 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <fstream>
+#include <iomanip>
 #include <limits>
 #include <list>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -146,6 +152,25 @@ protected:
     const ContextOfTheProcess context;
     StandIn standIn;
 };
+
+/// The ports of the other ends of the connections to a port of this machine.
+std::set<std::string> connectionsTo(unsigned short port) {
+    std::ostringstream suffix;
+    suffix << ':' << std::uppercase << std::hex << std::setw(4) << std::setfill('0') << port;
+    std::set<std::string> found;
+    std::ifstream table("/proc/self/net/tcp");
+    std::string number;
+    std::string local;
+    std::string remote;
+    std::string state;
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream(line) >> number >> local >> remote >> state;
+        if (state == "01" && local.size() > 5 && local.substr(local.size() - 5) == suffix.str()) {
+            found.insert(remote);
+        }
+    }
+    return found;
+}
 
 int countThatComeThrough(Feed& feed) {
     for (int number = 0; number < 5000; ++number) {
@@ -351,6 +376,40 @@ TEST_F(NetworkSettings, HoldSoManyMessages) {
     EXPECT_EQ(20, countThatComeThrough(feed));
 }
 
+/// Longer than the peer timeout, in which unread messages fill every queue and buffer between the two.
+TEST_F(NetworkSettings, KeepAFullSubscriber) {
+    Network::setPeerTimeout(2);
+    Network::setSilenceLimit(1);
+    Network::setMaxMessageSize(1 << 20);
+    Network::setQueueSize(5);
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    Socket publisher("source", ClosePolicy::DropPending);
+    publisher.createAndConnect(Protocol::Pub, endpoint, 0);
+    Socket subscriber("feed", ClosePolicy::DropPending);
+    subscriber.createAndConnect(Protocol::Sub, endpoint, patienceMs);
+    std::string error;
+    std::string frame(1 << 20, 'x');
+    do {
+        publisher.poll(0, error); // take note of the subscription
+        publisher.send(frame.data(), frame.size());
+    } while (subscriber.poll(1, error) != PollResult::Input);
+    const std::set<std::string> before = connectionsTo(endpoint.port);
+
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(7);
+    while (std::chrono::steady_clock::now() < end) {
+        publisher.send(frame.data(), frame.size());
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(before, connectionsTo(endpoint.port));
+    frame.back() = 'y';
+    std::vector<char> buffer(frame.size());
+    do {
+        publisher.send(frame.data(), frame.size());
+        ASSERT_EQ(static_cast<int>(frame.size()), subscriber.receive(buffer.data(), buffer.size()));
+    } while (buffer.back() != 'y');
+    EXPECT_EQ(before, connectionsTo(endpoint.port));
+}
+
 TEST_F(NetworkSettings, LogARefusedQueueSize) {
     Network::setQueueSize(10);
     standIn.fail("zmq_setsockopt " + std::to_string(ZMQ_RCVHWM), EINVAL);
@@ -361,12 +420,12 @@ TEST_F(NetworkSettings, LogARefusedQueueSize) {
               standIn.journal().lines().back());
 }
 
-TEST_F(NetworkSettings, KeepTheLimitOfSocketsOnceThereIsOne) {
+TEST_F(NetworkSettings, KeepTheLimitOfSockets) {
     EXPECT_EQ("Network: The limit of sockets cannot change after the first socket",
               textThrownBy<std::logic_error>([] { Network::setMaxSockets(2000); }));
 }
 
-TEST(NetworkDeathTest, RepairsBeyondZmqsLimitOfSockets) {
+TEST(NetworkDeathTest, RepairsBeyondZmqsLimit) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(repairBeside(1200), testing::ExitedWithCode(0), "");
 }

@@ -82,7 +82,7 @@ protected:
 };
 
 /// On a machine that has IPv6.
-class ListenAddressesOfIpv6 : public ListenAddresses {
+class ListenIpv6 : public ListenAddresses {
 protected:
     void SetUp() override {
         Network::setIpv6(true);
@@ -169,11 +169,11 @@ TEST_F(ListenAddresses, DoNotConcernConnecting) {
     EXPECT_EQ(1U, standIn.journal().count("zmq_connect " + endpoint.toString(Protocol::Req)));
 }
 
-TEST_F(ListenAddresses, AreRefusedIfTheMachineLacksThem) {
+TEST_F(ListenAddresses, AreRefusedIfNotLocal) {
     EXPECT_EQ(refused("192.0.2.77", "the machine has no such address"), refusalOf("192.0.2.77"));
 }
 
-TEST_F(ListenAddresses, AreRefusedWithoutSuchAName) {
+TEST_F(ListenAddresses, AreRefusedIfUnknown) {
     standIn.answer("getaddrinfo", EAI_NONAME);
     EXPECT_EQ(refused("eth77", "no such address, interface or host name: Name or service not known"),
               refusalOf("eth77"));
@@ -193,7 +193,7 @@ TEST_F(ListenAddresses, AreRefusedWithoutIpv6) {
     }
 }
 
-TEST_F(ListenAddresses, AreRefusedIfTheInterfaceHasNone) {
+TEST_F(ListenAddresses, AreRefusedIfInterfaceHasNone) {
     standIn.after("getifaddrs", [] {
         for (ifaddrs* entry = latestInterfaces(); entry != nullptr; entry = entry->ifa_next) {
             entry->ifa_addr = nullptr;
@@ -207,18 +207,18 @@ TEST_F(ListenAddresses, AreRefusedIfTheSystemFails) {
     EXPECT_EQ(refused("lo", "Too many open files"), refusalOf("lo"));
 }
 
-TEST_F(ListenAddresses, KeepZmqsErrorForAllInterfaces) {
+TEST_F(ListenAddresses, KeepZmqsErrorForAll) {
     standIn.fail("zmq_bind", EADDRNOTAVAIL);
     EXPECT_EQ("Socket: Failed connecting/binding socket: Cannot assign requested address on [Socket server]",
               refusalOf("*"));
 }
 
-TEST_F(ListenAddresses, AreWhereABlockedListenerIsWoken) {
+TEST_F(ListenAddresses, WakeABlockedListener) {
     Network::listenOn("127.0.0.2");
     stopBlockedListener(standIn.journal(), endpoint, "tcp://127.0.0.2:" + port);
 }
 
-TEST_F(ListenAddressesOfIpv6, AreOfBothFamilies) {
+TEST_F(ListenIpv6, TakesBothFamilies) {
     listen("lo");
 
     EXPECT_THAT(addresses(), ElementsAre(at("127.0.0.1"), at("[::1]")));
@@ -228,19 +228,19 @@ TEST_F(ListenAddressesOfIpv6, AreOfBothFamilies) {
     EXPECT_TRUE(accepts("::1", endpoint.port));
 }
 
-TEST_F(ListenAddressesOfIpv6, AreAllOfBothFamilies) {
+TEST_F(ListenIpv6, TakesAllOfBothFamilies) {
     listen("*");
     EXPECT_TRUE(accepts("127.0.0.1", endpoint.port));
     EXPECT_TRUE(accepts("::1", endpoint.port));
 }
 
-TEST_F(ListenAddressesOfIpv6, AreAnIpv4Address) {
+TEST_F(ListenIpv6, TakesAnIpv4Address) {
     listen("127.0.0.1");
     EXPECT_TRUE(accepts("127.0.0.1", endpoint.port));
     EXPECT_FALSE(accepts("::1", endpoint.port));
 }
 
-TEST_F(ListenAddressesOfIpv6, AreAnIpv6Address) {
+TEST_F(ListenIpv6, TakesAnIpv6Address) {
     for (const char* const host : {"::1", "[::1]"}) {
         standIn.journal().clear();
         listen(host);
@@ -250,7 +250,7 @@ TEST_F(ListenAddressesOfIpv6, AreAnIpv6Address) {
     }
 }
 
-TEST_F(ListenAddressesOfIpv6, ShareThePortThatTheSystemChooses) {
+TEST_F(ListenIpv6, SharesAChosenPort) {
     endpoint.port = 0;
     listen("lo");
 
@@ -263,7 +263,7 @@ TEST_F(ListenAddressesOfIpv6, ShareThePortThatTheSystemChooses) {
     EXPECT_TRUE(accepts("::1", second.port));
 }
 
-TEST_F(ListenAddressesOfIpv6, ServeClientsOfBothFamilies) {
+TEST_F(ListenIpv6, ServesClientsOfBothFamilies) {
     listen("lo");
     for (const char* const host : {"127.0.0.1", "[::1]", "localhost"}) {
         Socket client("client", ClosePolicy::DropPending);
@@ -275,7 +275,7 @@ TEST_F(ListenAddressesOfIpv6, ServeClientsOfBothFamilies) {
     }
 }
 
-TEST_F(ListenAddressesOfIpv6, AreWhereABlockedListenerIsWoken) {
+TEST_F(ListenIpv6, WakesABlockedListener) {
     Network::listenOn("::1");
     stopBlockedListener(standIn.journal(), endpoint, "tcp://[::1]:" + port);
 }

@@ -132,7 +132,7 @@ TEST_F(ListenerSilence, ConnectsAgainWithLongerPauses) {
     EXPECT_THAT(warnings(), ElementsAre(warningAfter(3)));
 }
 
-TEST_F(ListenerSilence, KeepsALimitAboveTheLongestPause) {
+TEST_F(ListenerSilence, KeepsALongLimit) {
     Network::setSilenceLimit(40);
     const PollsRunOut runOut;
     listener.serve(endpoint);
@@ -143,7 +143,7 @@ TEST_F(ListenerSilence, KeepsALimitAboveTheLongestPause) {
     EXPECT_THAT(first, ElementsAre(40, 40, 40));
 }
 
-TEST_F(ListenerSilence, DisconnectsAllBeforeItConnects) {
+TEST_F(ListenerSilence, DisconnectsAllFirst) {
     Network::setSilenceLimit(1);
     const SocketEndpoint file = freshEndpoint(Transport::Ipc);
     const SocketEndpoint name = freshEndpoint(Transport::Inproc);
@@ -195,7 +195,7 @@ TEST_F(ListenerSilence, IsOverWhenSomethingComes) {
     EXPECT_THAT(warnings(), ElementsAre(warningAfter(1), warningAfter(1)));
 }
 
-TEST_F(ListenerSilence, HearsAPublisherAfterAWrongServer) {
+TEST_F(ListenerSilence, HearsAfterAWrongServer) {
     Network::setSilenceLimit(1);
     {
         std::optional<WrongServer> wrong(endpoint.port);
@@ -214,7 +214,7 @@ TEST_F(ListenerSilence, HearsAPublisherAfterAWrongServer) {
     EXPECT_EQ(1U, warnings().size());
 }
 
-TEST_F(ListenerSilence, TriesAgainWhatItCouldNotConnect) {
+TEST_F(ListenerSilence, TriesFailedOnesAgain) {
     Network::setSilenceLimit(1);
     NativeSocket publisher(Protocol::Pub);
     publisher.bind(endpoint);
