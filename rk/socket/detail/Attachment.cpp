@@ -72,7 +72,7 @@ void Attachment::bind(void* socket) {
 void Attachment::bindTo(void* socket, const SocketEndpoint& address) const {
     EndpointOptions(socket, header).set(protocol, address, settings);
     const int error = AddressBook::ofProcess().bind(socket, textOf(address));
-    if (error == EADDRNOTAVAIL && address.transport == Transport::Tcp && address.address != allInterfaces) {
+    if (error == EADDRNOTAVAIL && settings.listenHost != allInterfaces) {
         refuseToListen(address.address, "the machine has no such address", header);
     }
     if (error != 0) {

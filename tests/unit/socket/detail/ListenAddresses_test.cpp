@@ -98,6 +98,16 @@ protected:
     }
 };
 
+/// Changes what the library was told of the interfaces.
+template <class Change>
+void changeIpv6Addresses(const Change& change) {
+    for (ifaddrs* entry = latestInterfaces(); entry != nullptr; entry = entry->ifa_next) {
+        if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET6) {
+            change(*entry->ifa_addr);
+        }
+    }
+}
+
 /// A listener that is blocked by a frame without ZeroMQ's delimiter, on the host that `Network` was told.
 void stopBlockedListener(const Journal& journal, const SocketEndpoint& endpoint, const std::string& address) {
     RecordingListener listener(Protocol::Rep);
@@ -174,9 +184,10 @@ TEST_F(ListenAddresses, AreRefusedIfNotLocal) {
 }
 
 TEST_F(ListenAddresses, AreRefusedIfUnknown) {
-    standIn.answer("getaddrinfo", EAI_NONAME);
-    EXPECT_EQ(refused("eth77", "no such address, interface or host name: Name or service not known"),
-              refusalOf("eth77"));
+    for (const char* const host : {"eth77", "[lo"}) {
+        standIn.answer("getaddrinfo", EAI_NONAME);
+        EXPECT_EQ(refused(host, "no such address, interface or host name: Name or service not known"), refusalOf(host));
+    }
 }
 
 TEST_F(ListenAddresses, AreRefusedIfInUse) {
@@ -273,6 +284,33 @@ TEST_F(ListenIpv6, ServesClientsOfBothFamilies) {
         sendText(server, "reply");
         EXPECT_EQ("reply", receiveText(client));
     }
+}
+
+TEST_F(ListenIpv6, SkipsLinkLocalAddresses) {
+    standIn.after("getifaddrs", [] {
+        changeIpv6Addresses([](sockaddr& address) {
+            inet_pton(AF_INET6, "fe80::1", &reinterpret_cast<sockaddr_in6&>(address).sin6_addr);
+        });
+    });
+    listen("lo");
+    EXPECT_THAT(addresses(), ElementsAre(at("127.0.0.1")));
+}
+
+TEST_F(ListenIpv6, TakesAnAddressOnce) {
+    standIn.after("getifaddrs", [] {
+        changeIpv6Addresses([](sockaddr& address) {
+            auto& ipv4 = reinterpret_cast<sockaddr_in&>(address);
+            ipv4.sin_family = AF_INET;
+            ipv4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        });
+    });
+    listen("lo");
+    EXPECT_THAT(addresses(), ElementsAre(at("127.0.0.1")));
+}
+
+TEST_F(ListenIpv6, WakesAListenerOnAll) {
+    Network::listenOn("::");
+    stopBlockedListener(standIn.journal(), endpoint, "tcp://127.0.0.1:" + port);
 }
 
 TEST_F(ListenIpv6, WakesABlockedListener) {
