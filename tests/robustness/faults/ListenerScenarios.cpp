@@ -236,20 +236,31 @@ std::vector<Step> stopWhileBlocked() {
             stopBlocked(service), destroyListener(service)};
 }
 
-/// Nothing is published. It has connected again when `stop` is called, unless a fault has ended it.
+/// Waits until the listener has connected again. One that meets a fault need not.
+Step awaitReconnection() {
+    return call("ask", nullptr, [] {
+        using Clock = std::chrono::steady_clock;
+        const unsigned int before = connectsBegun();
+        const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+        const Clock::time_point excuse = Clock::now() + std::chrono::milliseconds(60);
+        while (connectsBegun() == before && Clock::now() < (isExcused() ? excuse : deadline)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+}
+
 std::vector<Step> endSilence() {
     Service service = serviceOn(freshEndpoint(Transport::Tcp));
     service.party = party("the one who listens", Protocol::Sub);
-    Step awaitSilence = call("Network::setSilenceLimit", service.party,
-                             [] { std::this_thread::sleep_for(std::chrono::milliseconds(1200)); });
-    awaitSilence.normal.lines = {
-        "warning: [Socket Listener on the one who listens]: Nothing received for 1 s. Connecting "
-        "again until something is."};
-    return {call("Network::setSilenceLimit", nullptr, [] { socket::Network::setSilenceLimit(1); }),
+    return {call("Network::setSilenceLimit", nullptr,
+                 [] {
+                     hurryPolls();
+                     socket::Network::setSilenceLimit(1);
+                 }),
             construct(service),
             addListenEndpoint(service, service.endpoint.toString(Protocol::Req)),
             start(service),
-            awaitSilence,
+            awaitReconnection(),
             stop(service),
             destroyListener(service)};
 }
