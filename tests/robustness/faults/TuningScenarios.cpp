@@ -87,7 +87,16 @@ std::vector<Step> network() {
         "debug: Connecting " + server->header() + ", listening on " + endpoint.toString(Protocol::Req);
     Step rebuild = call("resetConnections", server, [=] { server->socket->resetConnections(); });
     rebuild.debug = listen.debug;
-    return {set("setMaxSockets", [] { socket::Network::setMaxSockets(100); }),
+    const auto limitSockets = [] {
+        try {
+            socket::Network::setMaxSockets(100);
+        } catch (const std::invalid_argument&) {
+            throw;
+        } catch (const std::logic_error&) {
+            // After a fault, the steps are made again, and there is a context.
+        }
+    };
+    return {set("setMaxSockets", limitSockets),
             set("listenOn", [] { socket::Network::listenOn("lo"); }),
             set("setPeerTimeout", [] { socket::Network::setPeerTimeout(10); }),
             set("setMaxMessageSize", [] { socket::Network::setMaxMessageSize(1000); }),
