@@ -1,5 +1,7 @@
 #include <rk/socket/detail/ListenAddresses.h>
 
+#include <zmq.h>
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
@@ -8,7 +10,6 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <stdexcept>
-#include <system_error>
 
 namespace rk::socket::detail {
 
@@ -49,7 +50,7 @@ void add(Addresses& addresses, const sockaddr& address, bool withIpv6) {
 Addresses addressesOfInterface(const std::string& name, bool withIpv6) {
     ifaddrs* first = nullptr;
     if (getifaddrs(&first) != 0) {
-        throw std::runtime_error(std::system_category().message(errno));
+        throw std::runtime_error(zmq_strerror(errno));
     }
     const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(first, freeifaddrs);
     Addresses addresses;

@@ -14,7 +14,6 @@
 #include <gtest/gtest.h>
 #include <zmq.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -48,6 +47,8 @@ namespace PollResult = socket::PollResult;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
+const std::string linger = "zmq_setsockopt " + std::to_string(ZMQ_LINGER) + " ";
+
 /// Leaves ZeroMQ's defaults set: the options are set from then on, but to what they are anyway.
 void restoreDefaults() {
     Network::listenOn("*");
@@ -67,12 +68,15 @@ protected:
         socket.create(protocol);
         standIn.journal().clear();
         socket.connect(endpoint, 0);
-        Lines lines = standIn.journal().linesWith("zmq_");
-        lines.erase(std::find_if(lines.begin(), lines.end(),
-                                 [](const std::string& line) {
-                                     return line.find("zmq_bind") == 0 || line.find("zmq_connect") == 0;
-                                 }),
-                    lines.end());
+        Lines lines;
+        for (const std::string& line : standIn.journal().linesWith("zmq_")) {
+            if (line.find("zmq_bind") == 0 || line.find("zmq_connect") == 0) {
+                break;
+            }
+            if (line.find(linger) != 0) {
+                lines.push_back(line);
+            }
+        }
         return lines;
     }
 
