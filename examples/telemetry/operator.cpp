@@ -5,6 +5,7 @@
 #include "Summary.h"
 #include "telemetry.pb.h"
 
+#include <rk/socket/Network.h>
 #include <rk/socket/utils/Subscriber.h>
 
 #include <algorithm>
@@ -27,6 +28,8 @@ using namespace std::chrono_literals;
 constexpr std::chrono::milliseconds patienceForTheFirst = 20s;
 constexpr std::chrono::milliseconds patience = 5s;
 constexpr std::chrono::milliseconds pauseLength = 1s;
+constexpr unsigned int peerTimeoutSeconds = 10;
+constexpr unsigned int silenceLimitSeconds = 10; // longer than a pause of the station
 constexpr std::int64_t secondUs = 1000000;
 constexpr int exitUsage = 2;
 
@@ -118,6 +121,8 @@ bool report(const ReadingLog::Counts& readings, const Commander::Counts& command
 }
 
 bool run(const std::string& readingsEndpoint, const std::string& commandsEndpoint) {
+    rk::socket::Network::setPeerTimeout(peerTimeoutSeconds);
+    rk::socket::Network::setSilenceLimit(silenceLimitSeconds);
     ReadingLog log;
     rk::socket::utils::Subscriber<Reading> listener("operator readings",
                                                     [&log](const Reading& reading) { log.add(reading); });

@@ -6,6 +6,7 @@
 #include "StopSignals.h"
 #include "telemetry.pb.h"
 
+#include <rk/socket/Network.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/utils/Replier.h>
 
@@ -24,9 +25,12 @@ namespace {
 using rk::socket::Socket;
 using rk::socket::SocketEndpoint;
 namespace ClosePolicy = rk::socket::ClosePolicy;
+namespace Network = rk::socket::Network;
 namespace Protocol = rk::socket::Protocol;
 
 constexpr std::chrono::milliseconds firstInterval{50};
+constexpr unsigned int peerTimeoutSeconds = 10;
+constexpr std::int64_t largestCommand = 4096;
 constexpr int exitUsage = 2;
 constexpr int exitCannotListen = 3;
 
@@ -62,7 +66,14 @@ void publish(Socket& readings, Schedule& schedule) {
     }
 }
 
+void setUpNetwork() {
+    Network::listenOn(""); // where the endpoints say
+    Network::setPeerTimeout(peerTimeoutSeconds);
+    Network::setMaxMessageSize(largestCommand);
+}
+
 void run(const std::string& readingsEndpoint, const std::string& commandsEndpoint) {
+    setUpNetwork();
     Schedule schedule(firstInterval);
     const StopSignals signals([&schedule] { schedule.stop(); });
 

@@ -2,9 +2,10 @@
 #include <rk/socket/SocketContext.h>
 #include <rk/socket/TimeoutException.h>
 #include <rk/socket/detail/AddressBook.h>
+#include <rk/socket/detail/Attachment.h>
 #include <rk/socket/detail/BoundAddresses.h>
-#include <rk/socket/detail/ContextGate.h>
 #include <rk/socket/detail/Failures.h>
+#include <rk/socket/detail/NetworkSettings.h>
 #include <rk/socket/detail/Pattern.h>
 #include <rk/utils/Log.h>
 #include <rk/utils/detail/LogIfPossible.h>
@@ -18,6 +19,7 @@
 #include <cstdint>
 #include <exception>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <sys/stat.h>
 
@@ -115,6 +117,7 @@ Socket::~Socket() {
 
 void Socket::create(Protocol::Protocol newProtocol) {
     close();
+    const std::optional<int> queueSize = detail::NetworkSettings::ofProcess().queueSize;
     zmqSocket = getSocket(newProtocol);
     if (zmqSocket == nullptr) {
         const int error = zmq_errno();
@@ -122,6 +125,11 @@ void Socket::create(Protocol::Protocol newProtocol) {
                failureText(error, header));
     }
     protocol = newProtocol;
+    if (queueSize) {
+        // Not in `connect`: libzmq 4.3.4 may crash when a queue size changes while a peer disconnects.
+        setQueueSize(ZMQ_SNDHWM, *queueSize, "Failed setting emission buffer size: ");
+        setQueueSize(ZMQ_RCVHWM, *queueSize, "Failed setting reception buffer size: ");
+    }
 }
 
 void Socket::close() {
@@ -172,34 +180,31 @@ void Socket::attach(const SocketEndpoint& target, unsigned int receiveTimeout) {
     if (protocol == Protocol::Sub) {
         closePolicy = ClosePolicy::DropPending;
     }
-    rk::utils::logDebug("Connecting " + header + connectionPhrase(protocol) + target.toString(protocol));
+    detail::Attachment attachment(protocol, target, header);
+    rk::utils::logDebug("Connecting " + header + connectionPhrase(protocol) + attachment.text());
     if (detail::binds(protocol)) {
         // ZeroMQ ends accepted connections with the linger time that the socket had when it was bound.
         setLinger(zmqSocket, closePolicy);
     }
-    bindOrConnect(target);
+    bindOrConnect(attachment);
     if (target.transport == Transport::Ipc && detail::binds(protocol)) {
         // Let any user connect. Best effort: chmod fails if we do not own the file.
         static_cast<void>(chmod(target.address.c_str(), 0777));
     }
     setOptions(receiveTimeout);
-    remember(target, receiveTimeout);
+    remember(target, receiveTimeout, attachment);
     rk::utils::logDebug("Connected " + header);
 }
 
-void Socket::bindOrConnect(const SocketEndpoint& target) {
-    const std::string address = target.toString(protocol);
-    int error = 0;
-    if (detail::binds(protocol)) {
-        error = detail::AddressBook::ofProcess().bind(zmqSocket, address);
-    } else if (detail::connects(protocol)) {
-        error = detail::ContextGate::ofProcess().connect(zmqSocket, address);
-    } else {
+void Socket::bindOrConnect(detail::Attachment& attachment) {
+    if (detail::connects(protocol)) {
+        attachment.connect(zmqSocket);
+        return;
+    }
+    if (!detail::binds(protocol)) {
         refuse("Socket: Socket type not handled");
     }
-    if (error != 0) {
-        refuse("Socket: Failed connecting/binding socket: " + failureText(error, header));
-    }
+    attachment.bind(zmqSocket);
 }
 
 void Socket::setOptions(unsigned int receiveTimeout) {
@@ -217,13 +222,16 @@ void Socket::setOptions(unsigned int receiveTimeout) {
     setLinger(zmqSocket, closePolicy);
 }
 
-void Socket::remember(const SocketEndpoint& target, unsigned int receiveTimeout) {
+void Socket::remember(const SocketEndpoint& target, unsigned int receiveTimeout, const detail::Attachment& attachment) {
     {
         const std::lock_guard<std::mutex> lock(connectionMutex);
-        endpoint = detail::binds(protocol) ? detail::boundEndpoint(zmqSocket, target) : target;
+        endpoint = attachment.addresses().front();
+        endpoint.address = target.transport == Transport::Tcp ? target.address : endpoint.address;
         receiveTimeoutText = std::to_string(receiveTimeout);
         if (boundAddresses && detail::binds(protocol)) {
-            boundAddresses->add(endpoint);
+            for (const SocketEndpoint& address : attachment.addresses()) {
+                boundAddresses->add(address);
+            }
         }
     }
     connections.add(target, receiveTimeout);
@@ -258,6 +266,21 @@ void Socket::rebuild() {
     create(protocol);
     for (const auto& [target, receiveTimeout] : recorded) {
         connect(target, receiveTimeout);
+    }
+}
+
+/// Makes new connections of a subscribe socket, without a new native socket that the process may not have. ZeroMQ connects
+/// a second time only what it has disconnected. Those of inproc have no network to lose, and use up a socket.
+void Socket::reconnect() {
+    for (const auto& [target, receiveTimeout] : connections) {
+        if (target.transport != Transport::Inproc) {
+            zmq_disconnect(zmqSocket, target.toString(protocol).c_str());
+        }
+    }
+    for (const auto& [target, receiveTimeout] : connections) {
+        if (target.transport != Transport::Inproc) {
+            detail::Attachment(protocol, target, header).connect(zmqSocket);
+        }
     }
 }
 

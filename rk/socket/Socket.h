@@ -26,8 +26,9 @@ class Message;
 namespace rk::socket {
 
 namespace detail {
+class Attachment;
 class BoundAddresses;
-}
+} // namespace detail
 
 class PollSet;
 
@@ -109,12 +110,14 @@ public:
     /// waited for, until two seconds after, or for 50 ms. An address that somebody else holds is refused at once, if
     /// this process has not given it up before; but 0MQ takes over an IPC path from whoever holds it.
     ///
-    /// \param endpoint where to; on TCP, `Pub` and `Rep` listen on all interfaces
+    /// \param endpoint where to; on TCP, `Pub` and `Rep` listen on all interfaces, or where `Network::listenOn` says
     /// \param receiveTimeout how long `receive` waits for a message, in milliseconds, for the whole socket; 0 leaves it
     ///        as it is, at first without limit, and so is 4294967295; other values above 2147483647 are refused by 0MQ
     /// \throws std::runtime_error "Socket: Cannot connect a NULL socket"; nothing has changed
     /// \throws std::runtime_error "Socket: Socket type not handled"
     /// \throws std::runtime_error "Socket: Failed connecting/binding socket: " + E
+    /// \throws std::runtime_error "Socket: Cannot listen on " + host + ": " + reason + " on " + `debugString()`
+    /// \throws std::runtime_error "Socket: Error setting " + option + " " + E, for an option that `Network` needs
     /// \throws std::runtime_error "Socket: Error setting ZMQ_RCVTIMEO " + E
     /// \throws std::runtime_error "Socket: Error setting ZMQ_SUBSCRIBE " + E
     /// \throws std::system_error when a mutex cannot be locked
@@ -245,7 +248,7 @@ public:
     /// a negative size, is logged at error level, behind `formatMessage`'s header: "Failed setting emission buffer
     /// size: " or "Failed setting reception buffer size: ", + E. Nothing is thrown.
     ///
-    /// With the size of a message, which nothing limits, it bounds the memory that peers can make this process fill.
+    /// With the size of a message, which `Network::setMaxMessageSize` limits, it bounds the memory that peers can make this process fill.
     /// The outgoing queue of a `Rep` keeps its 1,000 replies for each peer.
     ///
     /// Call it between `create` and `connect`: the size holds for connections made later, and libzmq 4.3.4 may crash if
@@ -325,12 +328,14 @@ private:
     };
 
     RK_SOCKET_NO_EXPORT void attach(const SocketEndpoint& target, unsigned int receiveTimeout);
-    RK_SOCKET_NO_EXPORT void bindOrConnect(const SocketEndpoint& target);
+    RK_SOCKET_NO_EXPORT void bindOrConnect(detail::Attachment& attachment);
     RK_SOCKET_NO_EXPORT void setOptions(unsigned int receiveTimeout);
-    RK_SOCKET_NO_EXPORT void remember(const SocketEndpoint& target, unsigned int receiveTimeout);
+    RK_SOCKET_NO_EXPORT void remember(const SocketEndpoint& target, unsigned int receiveTimeout,
+                                      const detail::Attachment& attachment);
     RK_SOCKET_NO_EXPORT void closeNativeSocket() noexcept;
 
     RK_SOCKET_NO_EXPORT void rebuild();
+    RK_SOCKET_NO_EXPORT void reconnect();
     RK_SOCKET_NO_EXPORT void repairJam();
     RK_SOCKET_NO_EXPORT bool abandonUnansweredRequest(std::string& error);
     RK_SOCKET_NO_EXPORT void sendBytes(const void* data, std::size_t size);

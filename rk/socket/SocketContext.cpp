@@ -1,5 +1,6 @@
 #include <rk/socket/SocketContext.h>
 #include <rk/socket/detail/ContextGate.h>
+#include <rk/socket/detail/NetworkSettings.h>
 #include <rk/utils/Log.h>
 #include <rk/utils/detail/LogBackend.h>
 #include <rk/utils/detail/LogIfPossible.h>
@@ -14,7 +15,21 @@
 
 namespace rk::socket {
 
-SocketContext::SocketContext() : MessageFormatter("SocketContext"), context(zmq_ctx_new()) {}
+namespace {
+
+/// Takes the settings first: a lock that fails must not leave a context behind.
+void* newContext() {
+    const std::optional<int> maxSockets = detail::NetworkSettings::takeMaxSockets();
+    void* const context = zmq_ctx_new();
+    if (maxSockets) {
+        zmq_ctx_set(context, ZMQ_MAX_SOCKETS, *maxSockets);
+    }
+    return context;
+}
+
+} // namespace
+
+SocketContext::SocketContext() : MessageFormatter("SocketContext"), context(newContext()) {}
 
 SocketContext::~SocketContext() {
     const auto log = [this](const char* text) {

@@ -57,8 +57,11 @@ std::string keyOf(const Call& call) {
 }
 
 std::string optionValue(const Call& call) {
-    return call.data != nullptr && call.size == sizeof(int) ? std::to_string(*static_cast<const int*>(call.data))
-                                                            : "none";
+    if (call.data == nullptr) {
+        return "none";
+    }
+    return std::to_string(call.size == sizeof(int) ? *static_cast<const int*>(call.data)
+                                                   : *static_cast<const std::int64_t*>(call.data));
 }
 
 std::string lineOf(const Call& call) {
@@ -68,6 +71,7 @@ std::string lineOf(const Call& call) {
         return lineOf(call.name(), " ", call.number);
     case Function::ZmqBind:
     case Function::ZmqConnect:
+    case Function::ZmqDisconnect:
         return lineOf(call.name(), " ", call.text);
     case Function::ZmqSetsockopt:
         return lineOf(keyOf(call), " = ", optionValue(call), " (", call.size, " bytes)");

@@ -26,7 +26,7 @@ class Help(ToolTest):
         return self.spellings(re.findall(r"^  (-.*?)(?:  .*)?$", self.help(command), re.MULTILINE))
 
     def spellings(self, entries):
-        return {spelling for entry in entries for spelling in re.findall(r"(?<![^\s,])--?[a-z][-a-z]*", entry)}
+        return {spelling for entry in entries for spelling in re.findall(r"(?<![^\s,])--?[a-z][-a-z0-9]*", entry)}
 
     def test_is_no_wider_than_a_terminal_but_for_the_examples(self):
         for arguments in ([], *([command] for command in COMMANDS)):
@@ -148,6 +148,9 @@ class Refusing(ToolTest):
                           ["sub", endpoint, "--proto", "a.proto"], ["sub", endpoint, "--type", "T"],
                           ["sub", endpoint, "--format", "xml"], ["sub", endpoint, "--stats", "--format", "hex"],
                           ["pub", endpoint, "a", "--file", "b"], ["pub", endpoint, "a", "--replay", "b"],
+                          ["pub", endpoint, "--listen-on", "lo:5555"], ["pub", endpoint, "--listen-on", ""],
+                          ["sub", endpoint, "--listen-on", "lo"], ["rep", endpoint, "--max-message-size", "0"],
+                          ["req", endpoint, "--peer-timeout", "32768s"],
                           ["pub", endpoint, "--rate", "0"], ["pub", endpoint, "--fifo", "-1"], ["rep", endpoint],
                           ["rep", endpoint, "--echo", "--reply", "x"]):
             status, output, errors = self.run_tool(*arguments)

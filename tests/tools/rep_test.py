@@ -2,7 +2,7 @@
 
 import unittest
 
-from harness import SCHEMAS, ToolTest, generated
+from harness import SCHEMAS, ToolTest, free_port, generated
 
 plant = generated("plant")
 
@@ -55,6 +55,20 @@ class Replies(ToolTest):
     def test_a_command_that_is_killed_counts_as_failed(self):
         self.assertEqual(([b""], (1, b"a\n", "rk-socket: the command ended with status 137\n")),
                          self.ask([b"a"], "--command", "kill -9 $$"))
+
+    def test_listens_where_it_is_told(self):
+        port = free_port()
+        rep = self.start("rep", "tcp://*:%d" % port, "--echo", "--count", "1", "--listen-on", "127.0.0.2",
+                         "--max-message-size", "1KiB", "--peer-timeout", "10s")
+        client = self.client("tcp://127.0.0.2:%d" % port)
+        client.send(b"a")
+        self.assertEqual(b"a", client.recv())
+        self.assertEqual((0, b"a\n", ""), rep.end())
+
+    def test_does_not_listen_where_it_cannot(self):
+        status, output, errors = self.run_tool("rep", "tcp://*:%d" % free_port(), "--echo", "--listen-on", "192.0.2.77")
+        self.assertEqual((1, b""), (status, output))
+        self.assertRegex(errors, "Cannot listen on 192.0.2.77: the machine has no such address")
 
     def test_a_signal_ends_the_command(self):
         endpoint = self.fresh_endpoint()

@@ -8,7 +8,7 @@ namespace rk::tools {
 namespace {
 
 constexpr std::size_t width = 80;
-constexpr std::size_t column = 26;
+constexpr std::size_t column = 27;
 const std::string examplesTitle = "\nExamples:\n";
 
 /// `name` in the first column, and `description` in lines in the second.

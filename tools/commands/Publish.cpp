@@ -1,3 +1,4 @@
+#include "cli/NetworkOptions.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "display/Complaints.h"
@@ -120,6 +121,7 @@ public:
         addReplay(command);
         addRate(command, options.socket);
         addQueue(command, options.socket, "outgoing");
+        addNetwork(command, true);
         addExamples(command,
                     {{"One message, to whoever waits for it", "rk-socket pub 'tcp://*:5557' 'hello'"},
                      {"Each line of a program's output", "seq 1 100 | rk-socket pub 'tcp://*:5557'"},

@@ -1,3 +1,4 @@
+#include "cli/NetworkOptions.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "system/Output.h"
@@ -79,6 +80,7 @@ public:
         addInbox(command, options.inbox, "end, with status 3, when no request has come for TIME");
         addRate(command, options.socket);
         addQueue(command, options.socket, "incoming");
+        addNetwork(command, true);
         addExamples(command,
                     {{"Answer with the request, until Ctrl-C", "rk-socket rep 'tcp://*:5559' --echo"},
                      {"Answer one request with a fixed text",

@@ -1,3 +1,4 @@
+#include "cli/NetworkOptions.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "display/Numbers.h"
@@ -113,6 +114,7 @@ public:
         addTime(command, "-i,--interval", options.repetition.interval, "wait TIME between requests");
         addRate(command, options.socket);
         addQueue(command, options.socket, "outgoing");
+        addNetwork(command, false);
         addExamples(command,
                     {{"Ask once, and see how long it takes", "rk-socket req tcp://localhost:5558 'are you there?'"},
                      {"How are the round-trip times distributed?",

@@ -1,3 +1,4 @@
+#include "cli/NetworkOptions.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "system/Output.h"
@@ -85,6 +86,7 @@ public:
         addInbox(command, options.inbox, "end, with status 3, when no message has come for TIME");
         addTime(command, "-i,--interval", options.interval, "for --stats: TIME between lines");
         addQueue(command, options.socket, "incoming");
+        addNetwork(command, false);
         addExamples(command,
                     {{"Is anything coming out of that port? Ends with status 3 if nothing does within two seconds",
                       "rk-socket sub tcp://localhost:5555 --count 1 --timeout 2s"},

@@ -1,4 +1,5 @@
 #include <rk/socket/detail/BoundAddresses.h>
+#include <rk/socket/detail/ListenAddresses.h>
 
 #include <zmq.h>
 
@@ -16,6 +17,10 @@ bool isChosenBySystem(const SocketEndpoint& endpoint) {
 
 bool isFile(const SocketEndpoint& endpoint) {
     return endpoint.transport == Transport::Ipc && endpoint.address[0] != '@';
+}
+
+bool isAllInterfaces(const std::string& host) {
+    return host == "*" || host == "0.0.0.0" || host == "[::]";
 }
 
 } // namespace
@@ -66,10 +71,13 @@ bool BoundAddresses::connect(void* socket) const {
     bool connected = false;
     for (const Address& address : addresses) {
         SocketEndpoint target = address.endpoint;
-        if (target.transport == Transport::Tcp) {
-            target.address = "127.0.0.1"; // a tcp socket listens on all interfaces
-        } else {
+        if (target.transport != Transport::Tcp) {
             target.address = address.file.pathOr(target.address);
+        } else if (isAllInterfaces(target.address)) {
+            target.address = "127.0.0.1";
+        } else if (isIpv6Address(target.address)) {
+            const int on = 1;
+            zmq_setsockopt(socket, ZMQ_IPV6, &on, sizeof on);
         }
         connected = zmq_connect(socket, target.toString(Protocol::Req).c_str()) == 0 || connected;
     }

@@ -1,5 +1,7 @@
 #include <rk/socket/Socket.h>
 #include <rk/socket/detail/BoundAddresses.h>
+#include <rk/socket/detail/NetworkSettings.h>
+#include <rk/socket/detail/SilenceWatch.h>
 #include <rk/socket/detail/WakeUpCall.h>
 #include <rk/socket/utils/SocketListener.h>
 #include <rk/utils/Log.h>
@@ -282,16 +284,36 @@ void SocketListener::logFailure(const char* what, const char* reason, const char
 }
 
 void SocketListener::serveUntilStopped(const std::shared_ptr<Socket>& socket) {
+    const unsigned int limit = detail::NetworkSettings::ofProcess().silenceLimit;
+    detail::SilenceWatch silence(protocol == Protocol::Sub ? limit : 0);
     while (!stopRequested) {
         std::string error;
         const PollResult::PollResult result = socket->poll(pollTimeoutMs, error);
         if (result == PollResult::Timeout) {
+            if (silence.goesOnTooLong()) {
+                endSilence(*socket, silence);
+            }
             continue;
         }
+        silence.end();
         if (result != PollResult::Input || !serve(socket)) {
             logFailure("Poll error on socket. Aborting listener thread.");
             return;
         }
+    }
+}
+
+/// Nothing is queued that a new connection would lose, since a poll has just found nothing. Best effort: the next attempt
+/// also connects what has failed in this one.
+void SocketListener::endSilence(Socket& socket, const detail::SilenceWatch& silence) {
+    try {
+        if (silence.isFirstAttempt()) {
+            rk::utils::logWarning(formatMessage("Nothing received for " + std::to_string(silence.limitSeconds()) +
+                                                " s. Connecting again until something is."));
+        }
+        socket.reconnect();
+    } catch (const std::exception&) {
+        // A lock or memory may be available again at the next attempt.
     }
 }
 

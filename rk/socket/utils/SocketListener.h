@@ -23,8 +23,9 @@ class Socket;
 }
 
 namespace rk::socket::detail {
+class SilenceWatch;
 class WakeUpCall;
-}
+} // namespace rk::socket::detail
 
 namespace rk::socket::utils {
 
@@ -144,6 +145,7 @@ private:
     RK_SOCKET_NO_EXPORT std::list<std::string> connectAll(Socket& socket) const;
     RK_SOCKET_NO_EXPORT void startThread(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT void serveUntilStopped(const std::shared_ptr<Socket>& socket);
+    RK_SOCKET_NO_EXPORT void endSilence(Socket& socket, const detail::SilenceWatch& silence);
     RK_SOCKET_NO_EXPORT bool serve(const std::shared_ptr<Socket>& socket);
     RK_SOCKET_NO_EXPORT void receive(Socket& socket, google::protobuf::Message* message);
     RK_SOCKET_NO_EXPORT void awaitEnd();

@@ -5,12 +5,15 @@ processes    are killed, frozen and restarted
 connections  are delayed, stalled, cut, half open and corrupted, by a proxy
 hosts        are two network namespaces, whose link is cut, one-way, lossy or slow
 servers      are killed, frozen, restarted and slow, and repeat their replies
+peers        disappear without closing a connection: their machine loses its power, the cable is pulled, a router forgets
+             them, they are frozen, or something else answers on their ports
 
-usage: crash.py processes|connections|hosts|servers PROGRAM ROUNDS [SEED]     77 if this machine does not permit it
+usage: crash.py processes|connections|hosts|servers|peers PROGRAM ROUNDS [SEED]     77 if this machine does not permit it
 """
 
 import collections
 import contextlib
+import pathlib
 import random
 import signal
 import statistics
@@ -22,9 +25,11 @@ from history import SECOND
 from host import Host
 from network import Network, NotPossible
 from ports import free_port
+from processes import Process
 from proxy import Proxy
 
 SKIPPED = 77
+IMPOSTOR = str(pathlib.Path(__file__).with_name("impostor.py"))
 REPLY_TIMEOUT = 300  # milliseconds
 LINGER_TWO_SECONDS, WAIT_FOR_DELIVERY = 1, 2  # close policies
 ROUNDS_OF_A_RUN = 250  # then all processes start again
@@ -262,7 +267,87 @@ class Hosts(Run):
         self.network.close()
 
 
-KINDS = {"processes": Processes, "connections": Connections, "hosts": Hosts, "servers": Servers}
+class Peers(Run):
+    """The server and the publisher are near, all others far. The processes notice within two seconds that a machine has
+    vanished. The subscriber is a listener that connects again after a second of silence, or a socket of its own."""
+
+    PORTS = (5555, 5556)
+    PEER_TIMEOUT = 2  # seconds
+
+    def __init__(self, program, seed):
+        self.network = network = Network()
+        super().__init__(program, seed)
+        self.impostor = None
+        requests, feed = (f"tcp://{Network.ADDRESS['near']}:{port}" for port in self.PORTS)
+        self.listens = self.random.random() < 0.5
+        settings = ("env", f"PEER_TIMEOUT={self.PEER_TIMEOUT}", "SILENCE_LIMIT=1")
+        far = (*network.prefix("far"), *settings, *(() if self.listens else ("AS_SOCKET=1",)))
+        self.start([requests], [requests, requests], feed, feed, (*network.prefix("near"), *settings), far)
+
+    @contextlib.contextmanager
+    def absence(self, *names):
+        """Kills processes, and starts them again afterwards on the near host, which may be another by then."""
+        for name in names:
+            self.host.kill(name)
+        yield
+        for name in names:
+            arguments, prefix = self.host.arguments[name]
+            own = self.network.prefix("near")
+            self.host.start(name, *arguments, prefix=(*own, *prefix[len(own):]))
+
+    def power_loss(self):
+        self.network.cut()
+        with self.absence("server", "publisher"):
+            self.network.renew_near()
+            self.pause(2 * self.PEER_TIMEOUT)
+            self.network.heal()
+
+    def pulled_cable(self):
+        self.network.cut()
+        self.pause(2 * self.PEER_TIMEOUT)
+        self.network.heal()
+
+    def one_way_loss(self):
+        self.random.choice([self.network.cut_towards_far, self.network.cut_towards_near])()
+        self.pause(2 * self.PEER_TIMEOUT)
+        self.network.heal()
+
+    def forgotten_connections(self):
+        """What the connections carried is never delivered. The rules stay until all connections are others."""
+        self.network.forget()
+        recovered = self.wait_for_recovery()
+        self.network.heal()
+        if not recovered:
+            raise RuntimeError("no process notices that a router has forgotten it")
+
+    def wrong_server(self):
+        with self.absence("server", "publisher"):
+            self.impostor = Process((*self.network.prefix("near"), sys.executable, "-B", IMPOSTOR, *map(str, self.PORTS)))
+            while (line := self.impostor.read_line()) and int(line) != self.PORTS[1]:
+                pass
+            self.impostor.end()
+            self.impostor = None
+
+    def frozen_publisher(self):
+        self.host.signal("publisher", signal.SIGSTOP)
+        self.pause(3)
+        self.host.signal("publisher", signal.SIGCONT)
+
+    def act(self):
+        ways = [self.power_loss, self.pulled_cable, self.one_way_loss, self.forgotten_connections, self.frozen_publisher]
+        # A socket of its own needs what the guide recommends to survive this.
+        way = self.random.choice([*ways, self.wrong_server] if self.listens else ways)
+        with self.host.disturbance(way.__name__, "network"):
+            way()
+
+    def close(self):
+        super().close()
+        if self.impostor:
+            self.impostor.end()
+        self.network.close()
+
+
+KINDS = {"processes": Processes, "connections": Connections, "hosts": Hosts, "servers": Servers, "peers": Peers}
 
 
 def play(kind, program, rounds, seed):

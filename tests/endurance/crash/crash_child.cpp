@@ -3,6 +3,7 @@
 #include "endurance/crash/History.h"
 #include "support/messages.pb.h"
 
+#include <rk/socket/Network.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/TimeoutException.h>
 #include <rk/socket/utils/Requester.h>
@@ -64,11 +65,32 @@ void serve(const Words& endpoints) {
     listen(socket::Protocol::Rep, "server", endpoints, answer);
 }
 
+void note(const Text& message) {
+    const auto letter = unseal(message.text());
+    record(letter ? "got " + letter->text() : "garbled");
+}
+
+void subscribeWithSocket(const Words& endpoints) {
+    socket::Socket subscriber("subscriber", socket::ClosePolicy::DropPending);
+    subscriber.createAndConnect(socket::Protocol::Sub, SocketEndpoint::FromString(endpoints.at(0)), 0);
+    record("ready");
+    std::string error;
+    while (!inputEndsWithin(std::chrono::milliseconds(0))) {
+        if (subscriber.poll(100, error) == socket::PollResult::Input) {
+            Text message;
+            subscriber.receiveProtoBuf(&message, largestReply);
+            note(message);
+        }
+    }
+}
+
 void subscribe(const Words& endpoints) {
-    listen(socket::Protocol::Sub, "subscriber", endpoints, [](const Text& message, const socket::Socket& /*socket*/) {
-        const auto letter = unseal(message.text());
-        record(letter ? "got " + letter->text() : "garbled");
-    });
+    if (std::getenv("AS_SOCKET") != nullptr) {
+        subscribeWithSocket(endpoints);
+        return;
+    }
+    listen(socket::Protocol::Sub, "subscriber", endpoints,
+           [](const Text& message, const socket::Socket& /*socket*/) { note(message); });
 }
 
 void publish(const Words& endpoints) {
@@ -149,6 +171,18 @@ void sendAndClose(const Words& arguments) {
     send(client, {processName, 1, 1, false});
     client.close();
     record("closed " + std::to_string(policy));
+}
+
+unsigned seconds(const char* variable) {
+    const char* const text = std::getenv(variable);
+    return text == nullptr ? 0 : static_cast<unsigned>(std::stoul(text));
+}
+
+void setUpNetwork() {
+    if (const unsigned timeout = seconds("PEER_TIMEOUT")) {
+        socket::Network::setPeerTimeout(timeout);
+    }
+    socket::Network::setSilenceLimit(seconds("SILENCE_LIMIT"));
 }
 
 /// A server without manners: slow at times, it repeats replies, and forgets some.
@@ -277,6 +311,8 @@ int main(int argc, char** argv) {
                      "       crash_child closer NAME ENDPOINT POLICY\n"
                      "       crash_child misbehaving NAME SLOWNESS ENDPOINT...\n"
                      "       crash_child requester NAME ENDPOINT TIMEOUT ATTEMPTS\n"
+                     "PEER_TIMEOUT and SILENCE_LIMIT are settings of the network, in seconds. With AS_SOCKET, the\n"
+                     "subscriber is no listener.\n"
                      "A process runs until its standard input ends, except for a closer.\n";
         return 2;
     }
@@ -284,6 +320,7 @@ int main(int argc, char** argv) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     processName = argv[2];
     try {
+        setUpNetwork();
         roles.at(argv[1])({argv + 3, argv + argc});
         return EXIT_SUCCESS;
     } catch (const std::exception& failure) {

@@ -62,7 +62,8 @@ class History:
     """
 
     # After these, what was under way may be gone. Delay, loss of packets and frozen processes only take time.
-    LOSSY = frozenset({"kill", "restart", "repair", "cut", "one-way", "half-open", "corrupt"})
+    LOSSY = frozenset({"kill", "restart", "repair", "cut", "one-way", "half-open", "corrupt", "power_loss", "pulled_cable",
+                       "one_way_loss", "forgotten_connections", "wrong_server", "frozen_publisher"})
 
     def __init__(self, events):
         self.events = sorted(events, key=lambda event: event.time)

@@ -1,4 +1,5 @@
-"""Two hosts of a network of their own: namespaces joined by a pair of virtual Ethernet devices. Needs root."""
+"""Two hosts of a network of their own: namespaces joined by a pair of virtual Ethernet devices. The far host plugs its end
+into a bridge, which stays when the near host loses its power. Needs root."""
 
 import subprocess
 
@@ -27,6 +28,7 @@ class Network:
     """Hosts "near" and "far", and a link that can be made bad."""
 
     ADDRESS = {"near": "10.77.0.1", "far": "10.77.0.2"}
+    NEAR_MAC = "02:00:00:00:77:01"
 
     def __init__(self):
         self.holders = {}
@@ -38,17 +40,26 @@ class Network:
             raise NotPossible(str(failure)) from failure
 
     def _make(self):
-        for host in self.ADDRESS:
-            self.holders[host] = hold_namespace()
-        far = str(self.holders["far"].pid)
-        self._run("near", "ip", "link", "add", "name", "wire", "type", "veth", "peer", "name", "wire", "netns", far)
-        for host, address in self.ADDRESS.items():
-            self._run(host, "ip", "address", "add", f"{address}/24", "dev", "wire")
-            self._run(host, "ip", "link", "set", "wire", "up")
-            self._run(host, "ip", "link", "set", "lo", "up")
+        self.holders["far"] = hold_namespace()
+        self._run("far", "ip", "link", "add", "name", "wire", "type", "bridge")
+        self._bring_up("far")
+        self._power_on()
         self._run("far", "nft", "add table inet bad")
         for hook in ("input", "output"):
             self._run("far", "nft", f"add chain inet bad {hook} {{ type filter hook {hook} priority 0; }}")
+
+    def _power_on(self):
+        self.holders["near"] = hold_namespace()
+        far = str(self.holders["far"].pid)
+        self._run("near", "ip", "link", "add", "name", "wire", "address", self.NEAR_MAC, "type", "veth",
+                  "peer", "name", "plug", "netns", far)
+        self._run("far", "ip", "link", "set", "plug", "master", "wire", "up")
+        self._bring_up("near")
+
+    def _bring_up(self, host):
+        self._run(host, "ip", "address", "add", f"{self.ADDRESS[host]}/24", "dev", "wire")
+        self._run(host, "ip", "link", "set", "wire", "up")
+        self._run(host, "ip", "link", "set", "lo", "up")
 
     def prefix(self, host):
         """Returns how a command begins that is to run on the host."""
@@ -74,6 +85,22 @@ class Network:
 
     def cut_towards_near(self):
         self._drop("output")
+
+    def forget(self):
+        """Drops the packets of all connections that there are, like a router that has forgotten them."""
+        listed = subprocess.run((*self.prefix("far"), "ss", "-tnH"), capture_output=True, text=True, check=True)
+        ports = {line.split()[3].rpartition(":")[2] for line in listed.stdout.splitlines()}
+        if ports:
+            known = "{ " + ", ".join(sorted(ports)) + " }"
+            self._drop("input", which=f"tcp dport {known}")
+            self._drop("output", which=f"tcp sport {known}")
+
+    def renew_near(self):
+        """Replaces the near host by a new one that knows of no connection. Its processes have been killed."""
+        self.holders.pop("near").end()
+        # The connections of killed processes keep the old namespace, which must not reach the bridge any more.
+        self._run("far", "ip", "link", "del", "plug")
+        self._power_on()
 
     def lose(self):
         self._drop("input", "output", which="numgen random mod 100 < 20")

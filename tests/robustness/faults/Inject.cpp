@@ -7,7 +7,9 @@
 #include "Sites.h"
 #include "support/interpose/Interpose.h"
 
+#include <algorithm>
 #include <atomic>
+#include <limits>
 #include <sys/eventfd.h>
 
 namespace rk::tests {
@@ -24,6 +26,8 @@ int pollsEnd() {
 std::atomic<std::int64_t> ahead{0};
 
 std::atomic<unsigned int> receives{0};
+std::atomic<unsigned int> connects{0};
+std::atomic<long> longestWait{std::numeric_limits<long>::max()}; ///< of a poll, in milliseconds
 
 /// After a rebuild there may be nothing more to receive: the time then runs out sooner than the scenario says.
 bool nothingComes(void* socket) {
@@ -59,6 +63,7 @@ std::intptr_t closeSocket(Call& call, const Real& real, std::optional<int> error
 }
 
 std::intptr_t poll(Call& call, const Real& real) {
+    call.number = std::min(call.number, longestWait.load());
     return call.size == 1 && call.number > 0 && !Unwatched::isOn() ? pollUnlessReadable(pollsEnd(), call, real)
                                                                    : real();
 }
@@ -112,6 +117,14 @@ unsigned int receivesBegun() {
     return receives;
 }
 
+void hurryPolls() {
+    longestWait = 20;
+}
+
+unsigned int connectsBegun() {
+    return connects;
+}
+
 std::intptr_t perform(Call& call, const Real& real) {
     const int site = Sites::instance().of(call.caller);
     if (site == Sites::elsewhere) {
@@ -119,6 +132,9 @@ std::intptr_t perform(Call& call, const Real& real) {
             Ledger::instance().socketClosedByOthers(call.object);
         }
         return real();
+    }
+    if (call.function == Function::ZmqConnect) {
+        ++connects;
     }
     const std::intptr_t result =
         failOrGoOn(call, real, Faults::instance().due(site, call.function, static_cast<int>(call.number)));

@@ -8,4 +8,10 @@ void prepareInjection();
 /// How often the library has begun to receive.
 unsigned int receivesBegun();
 
+/// Lets the time of every poll of the library run out soon.
+void hurryPolls();
+
+/// How often it has connected.
+unsigned int connectsBegun();
+
 } // namespace rk::tests

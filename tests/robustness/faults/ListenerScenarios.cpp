@@ -4,6 +4,7 @@
 #include "support/Endpoints.h"
 #include "support/messages.pb.h"
 
+#include <rk/socket/Network.h>
 #include <rk/socket/utils/SocketListener.h>
 
 #include <zmq.h>
@@ -279,6 +280,35 @@ std::vector<Step> stopWhileBlocked() {
             stopBlocked(service), destroyListener(service)};
 }
 
+/// Waits until the listener has connected again. One that meets a fault need not.
+Step awaitReconnection() {
+    return call("ask", nullptr, [] {
+        using Clock = std::chrono::steady_clock;
+        const unsigned int before = connectsBegun();
+        const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+        const Clock::time_point excuse = Clock::now() + std::chrono::milliseconds(60);
+        while (connectsBegun() == before && Clock::now() < (isExcused() ? excuse : deadline)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+}
+
+std::vector<Step> endSilence() {
+    Service service = serviceOn(freshEndpoint(Transport::Tcp));
+    service.party = party("the one who listens", Protocol::Sub);
+    return {call("Network::setSilenceLimit", nullptr,
+                 [] {
+                     hurryPolls();
+                     socket::Network::setSilenceLimit(1);
+                 }),
+            construct(service),
+            addListenEndpoint(service, service.endpoint.toString(Protocol::Req)),
+            start(service),
+            awaitReconnection(),
+            stop(service),
+            destroyListener(service)};
+}
+
 std::vector<Step> wrongListener() {
     Service service = serviceOn(freshEndpoint(Transport::Tcp));
     service.party = party("the one who listens", Protocol::Pub);
@@ -295,6 +325,7 @@ std::vector<Scenario> listenerScenarios() {
         {"listener on a port that the system chooses",
          [] { return listenTo({Transport::Tcp, "a host that is not looked at", 0}); }, false},
         {"listener that is blocked", [] { return stopWhileBlocked(); }, false},
+        {"listener of silence", [] { return endSilence(); }, false},
         {"listener of no service", wrongListener, true},
         {"listener on all endpoints", serveOnAll, false},
         {"listener", serve, false},

@@ -2,6 +2,8 @@
 #include "Steps.h"
 #include "support/Endpoints.h"
 
+#include <rk/socket/Network.h>
+
 namespace rk::tests {
 
 namespace {
@@ -65,10 +67,62 @@ std::vector<Step> capping() {
             destroy(publisher)};
 }
 
+Step set(const std::string& operation, const std::function<void()>& run) {
+    return call("Network::" + operation, nullptr, run);
+}
+
+Step refused(Step step, const std::string& type, const std::string& text) {
+    step = throwing(std::move(step), text);
+    step.normal.type = type;
+    return step;
+}
+
+/// A server that listens on the loopback interface, and one that listens there under its name.
+std::vector<Step> network() {
+    const auto endpoint = freshEndpoint(Transport::Tcp);
+    const PartyPointer server = party("the one who answers", Protocol::Rep);
+    const PartyPointer client = party("the one who asks", Protocol::Req);
+    Step listen = createAndConnect(server, endpoint, 2000);
+    listen.debug.front() =
+        "debug: Connecting " + server->header() + ", listening on " + endpoint.toString(Protocol::Req);
+    Step rebuild = call("resetConnections", server, [=] { server->socket->resetConnections(); });
+    rebuild.debug = listen.debug;
+    const auto limitSockets = [] {
+        try {
+            socket::Network::setMaxSockets(100);
+        } catch (const std::invalid_argument&) {
+            throw;
+        } catch (const std::logic_error&) {
+            // After a fault, the steps are made again, and there is a context.
+        }
+    };
+    return {set("setMaxSockets", limitSockets),
+            set("listenOn", [] { socket::Network::listenOn("lo"); }),
+            set("setPeerTimeout", [] { socket::Network::setPeerTimeout(10); }),
+            set("setMaxMessageSize", [] { socket::Network::setMaxMessageSize(1000); }),
+            set("setQueueSize", [] { socket::Network::setQueueSize(10); }),
+            set("setIpv6", [] { socket::Network::setIpv6(false); }),
+            refused(set("setQueueSize", [] { socket::Network::setQueueSize(-1); }), "std::invalid_argument",
+                    "Network: Queue size of -1 messages: at least 1, or 0 for no limit"),
+            construct(server),
+            construct(client),
+            listen,
+            createAndConnect(client, endpoint, 2000),
+            send(client, "question"),
+            receive(server, "question"),
+            set("listenOn", [] { socket::Network::listenOn("localhost"); }),
+            rebuild,
+            refused(set("setMaxSockets", [] { socket::Network::setMaxSockets(100); }), "std::logic_error",
+                    "Network: The limit of sockets cannot change after the first socket"),
+            destroy(client),
+            destroy(server)};
+}
+
 } // namespace
 
 std::vector<Scenario> tuningScenarios() {
     return {
+        {"network", network, false},
         {"statistics", statistics, false},
         {"capping", capping, true},
     };

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <dlfcn.h>
+#include <netdb.h>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -22,6 +23,7 @@
 /// | Zmq.cpp | 0MQ's | `perform` |
 /// | System.cpp | chmod, gettimeofday, usleep | `perform` |
 /// | Files.cpp | open | `perform` |
+/// | Names.cpp | getifaddrs, getaddrinfo | `perform` |
 /// | Threads.cpp | pthread_mutex_lock, pthread_create, pthread_join, a future's wait | `performOnThread` |
 /// | Clock.cpp | nanosleep, the steady clock | `pauseFor`, `steadyClock` |
 /// | Memory.cpp | operator new and delete | `allocate`, `release` |
@@ -38,12 +40,14 @@ namespace rk::tests {
 
 enum class Function {
     ZmqCtxNew,
+    ZmqCtxSet,
     ZmqTerm,
     ZmqCtxDestroy,
     ZmqSocket,
     ZmqClose,
     ZmqBind,
     ZmqConnect,
+    ZmqDisconnect,
     ZmqSetsockopt,
     ZmqGetsockopt,
     ZmqSend,
@@ -52,6 +56,8 @@ enum class Function {
     ZmqPoll,
     Chmod,
     Open,
+    Getifaddrs,
+    Getaddrinfo,
     Gettimeofday,
     Usleep,
     Nanosleep,
@@ -75,6 +81,7 @@ struct Intercepted {
 /// In the order of `Function`.
 constexpr Intercepted intercepted[] = {
     {"zmq_ctx_new", 0, {EMFILE, ENOMEM}},
+    {"zmq_ctx_set", -1, {EINVAL, EFAULT}},
     {"zmq_term", -1, {EINTR, EFAULT}},
     {"zmq_ctx_destroy", -1, {EINTR, EFAULT}},
     {"zmq_socket", 0, {EMFILE, EINVAL, EFAULT, ETERM}},
@@ -83,6 +90,7 @@ constexpr Intercepted intercepted[] = {
      -1,
      {EADDRINUSE, EINVAL, EPROTONOSUPPORT, ENOCOMPATPROTO, EADDRNOTAVAIL, ENODEV, ETERM, ENOTSOCK, EMTHREAD}},
     {"zmq_connect", -1, {EINVAL, EPROTONOSUPPORT, ENOCOMPATPROTO, ETERM, ENOTSOCK, EMTHREAD}},
+    {"zmq_disconnect", -1, {EINVAL, ETERM, ENOTSOCK, ENOENT}},
     {"zmq_setsockopt", -1, {EINVAL, ETERM, ENOTSOCK, EINTR}},
     {"zmq_getsockopt", -1, {EINVAL, ETERM, ENOTSOCK, EINTR}},
     {"zmq_send", -1, {EFSM, EAGAIN, ENOTSUP, EINVAL, ETERM, ENOTSOCK, EINTR, EHOSTUNREACH}},
@@ -91,6 +99,8 @@ constexpr Intercepted intercepted[] = {
     {"zmq_poll", -1, {EINTR, ETERM, EFAULT, readyForNothing, readyInError}},
     {"chmod", -1, {EPERM, EACCES, EFAULT, EIO, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR, EROFS}},
     {"open", -1, {EMFILE, EACCES, ELOOP, ENAMETOOLONG, ENFILE, ENOENT, ENOMEM, ENOTDIR}},
+    {"getifaddrs", -1, {EMFILE, ENOBUFS, ENOMEM}},
+    {"getaddrinfo", EAI_SYSTEM, {EMFILE, ENOMEM}},
     {"gettimeofday", -1, {EFAULT, EINVAL}},
     {"usleep", -1, {EINTR, EINVAL}},
     {"nanosleep", -1, {EINTR, EFAULT, EINVAL}},

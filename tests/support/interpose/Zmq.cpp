@@ -10,6 +10,13 @@ void* zmq_ctx_new() {
     return reinterpret_cast<void*>(perform(call, Real(real)));
 }
 
+int zmq_ctx_set(void* context, int option, int value) {
+    static auto* const real = next<decltype(zmq_ctx_set)>("zmq_ctx_set");
+    Call call{Function::ZmqCtxSet, __builtin_return_address(0), context, nullptr, option};
+    const auto go = [&] { return real(call.object, static_cast<int>(call.number), value); };
+    return static_cast<int>(perform(call, Real(go)));
+}
+
 int zmq_term(void* context) {
     static auto* const real = next<decltype(zmq_term)>("zmq_term");
     Call call{Function::ZmqTerm, __builtin_return_address(0), context};
@@ -48,6 +55,13 @@ int zmq_bind(void* socket, const char* address) {
 int zmq_connect(void* socket, const char* address) {
     static auto* const real = next<decltype(zmq_connect)>("zmq_connect");
     Call call{Function::ZmqConnect, __builtin_return_address(0), socket, address};
+    const auto go = [&] { return real(call.object, call.text); };
+    return static_cast<int>(perform(call, Real(go)));
+}
+
+int zmq_disconnect(void* socket, const char* address) {
+    static auto* const real = next<decltype(zmq_disconnect)>("zmq_disconnect");
+    Call call{Function::ZmqDisconnect, __builtin_return_address(0), socket, address};
     const auto go = [&] { return real(call.object, call.text); };
     return static_cast<int>(perform(call, Real(go)));
 }

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <rk/socket/Protocol.h>
+#include <rk/socket/SocketEndpoint.h>
+#include <rk/socket/detail/NetworkSettings.h>
+
+#include <string>
+#include <vector>
+
+namespace rk::socket::detail {
+
+/// How a socket is bound or connected to one endpoint: where, and with which options.
+///
+/// Takes the settings of the process once, so that all addresses of the endpoint get the same options.
+class Attachment {
+public:
+    /// Finds the addresses. `header` names the socket in error texts, and has to outlive the object.
+    /// \throws std::runtime_error if a socket that binds has no address to listen on
+    /// \throws std::system_error if a lock fails
+    Attachment(Protocol::Protocol protocol, const SocketEndpoint& target, const std::string& header);
+
+    const std::vector<SocketEndpoint>& addresses() const { return targets; }
+
+    /// Returns the addresses for a log line.
+    std::string text() const;
+
+    /// Binds native `socket` to each address. All get the port that the system chooses for the first.
+    /// \throws std::runtime_error if ZeroMQ refuses an option or an address
+    /// \throws std::system_error if a lock fails
+    void bind(void* socket);
+
+    /// Connects native `socket`, with the exceptions of `bind`.
+    void connect(void* socket) const;
+
+private:
+    void bindTo(void* socket, const SocketEndpoint& address) const;
+
+    Protocol::Protocol protocol;
+    const std::string& header;
+    NetworkSettings settings;
+    std::vector<SocketEndpoint> targets;
+};
+
+} // namespace rk::socket::detail

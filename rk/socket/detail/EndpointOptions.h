@@ -1,0 +1,33 @@
+#pragma once
+
+#include <rk/socket/Protocol.h>
+#include <rk/socket/SocketEndpoint.h>
+#include <rk/socket/detail/NetworkSettings.h>
+
+#include <string>
+
+namespace rk::socket::detail {
+
+/// Sets the options that hold for one endpoint, on a native socket that is bound or connected to it next.
+///
+/// ZeroMQ copies the options of a socket into each endpoint that it binds or connects, and keeps them there when it
+/// reconnects. Whatever differs from endpoint to endpoint is set here.
+class EndpointOptions {
+public:
+    /// `header` names the socket in error texts.
+    EndpointOptions(void* socket, const std::string& header);
+
+    /// Sets the options for a socket of this pattern at `endpoint`. Makes no call for settings that are absent.
+    /// \throws std::runtime_error if ZeroMQ refuses an option
+    void set(Protocol::Protocol protocol, const SocketEndpoint& endpoint, const NetworkSettings& settings) const;
+
+private:
+    void setPeerTimeout(Protocol::Protocol protocol, unsigned int seconds) const;
+    void setNumber(int option, const char* name, int value) const;
+    void setOption(int option, const char* name, const void* value, std::size_t size) const;
+
+    void* socket;
+    const std::string& header;
+};
+
+} // namespace rk::socket::detail

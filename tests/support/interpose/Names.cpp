@@ -1,0 +1,44 @@
+#include "Names.h"
+
+#include "Interpose.h"
+
+#include <netdb.h>
+
+using namespace rk::tests;
+
+namespace {
+
+ifaddrs* latest = nullptr;
+
+} // namespace
+
+namespace rk::tests {
+
+ifaddrs* latestInterfaces() {
+    return latest;
+}
+
+} // namespace rk::tests
+
+extern "C" {
+
+int getifaddrs(ifaddrs** list) noexcept {
+    static auto* const real = next<int(ifaddrs**)>("getifaddrs");
+    Call call{Function::Getifaddrs, __builtin_return_address(0)};
+    const auto go = [&] {
+        const int result = real(list);
+        latest = *list;
+        return result;
+    };
+    return static_cast<int>(perform(call, Real(go)));
+}
+
+int getaddrinfo(const char* __restrict name, const char* __restrict service, const addrinfo* __restrict hints,
+                addrinfo** __restrict list) {
+    static auto* const real = next<int(const char*, const char*, const addrinfo*, addrinfo**)>("getaddrinfo");
+    Call call{Function::Getaddrinfo, __builtin_return_address(0), nullptr, name};
+    const auto go = [&] { return real(name, service, hints, list); };
+    return static_cast<int>(perform(call, Real(go)));
+}
+
+} // extern "C"

@@ -1,0 +1,253 @@
+#include "support/Endpoints.h"
+#include "support/NativeSocket.h"
+#include "support/RecordingListener.h"
+#include "support/StandIn.h"
+#include "support/ZmqHandle.h"
+
+#include <rk/socket/Network.h>
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <netinet/in.h>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::SocketEndpoint;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace Network = socket::Network;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+/// A server of another protocol. It answers every connection with the same words and closes it.
+class WrongServer {
+public:
+    explicit WrongServer(unsigned short port) : listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port);
+        const int reuse = 1;
+        ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+        if (::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+            ::listen(listener, 16) != 0) {
+            throw std::runtime_error("cannot listen");
+        }
+    }
+    ~WrongServer() { ::close(listener); }
+    WrongServer(const WrongServer&) = delete;
+    WrongServer& operator=(const WrongServer&) = delete;
+
+    /// Waits until the client has given the connection up.
+    void answerOne() const {
+        const int client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const std::string words = "HTTP/1.1 400 Bad Request\r\nConnection: close\r\n\r\n" + std::string(64, ' ');
+        EXPECT_EQ(static_cast<ssize_t>(words.size()), ::send(client, words.data(), words.size(), MSG_NOSIGNAL));
+        char greeting[256];
+        while (::recv(client, greeting, sizeof greeting, 0) > 0) {
+        }
+        ::close(client);
+    }
+
+private:
+    const int listener;
+};
+
+bool isOption(const std::string& line) {
+    return line.find("zmq_setsockopt ") == 0;
+}
+
+class ListenerSilence : public testing::Test {
+protected:
+    ~ListenerSilence() override {
+        std::string ignored;
+        listener.stop(ignored);
+        Network::setSilenceLimit(0);
+    }
+
+    /// How many polls found nothing before each attempt to connect again.
+    std::vector<std::size_t> pauses() const {
+        std::vector<std::size_t> result;
+        std::size_t polls = 0;
+        for (const std::string& line : standIn.journal().lines()) {
+            if (line.find("zmq_poll ") == 0) {
+                ++polls;
+            } else if (line.find("zmq_disconnect ") == 0) {
+                result.push_back(polls);
+                polls = 0;
+            }
+        }
+        return result;
+    }
+
+    std::vector<std::string> warnings() const { return standIn.journal().linesWith("warning: "); }
+
+    static std::string warningAfter(unsigned int seconds) {
+        return "warning: [Socket Listener on service]: Nothing received for " + std::to_string(seconds) +
+               " s. Connecting again until something is.";
+    }
+
+    void publishUntilHeard(NativeSocket& publisher, const std::string& content) {
+        Text text;
+        text.set_text(content);
+        const std::size_t before = listener.texts().size();
+        while (listener.texts().size() == before) {
+            publisher.join();
+            publisher.send(text.SerializeAsString());
+        }
+    }
+
+    const ContextOfTheProcess context;
+    mutable StandIn standIn;
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    const std::string address = endpoint.toString(Protocol::Sub);
+    RecordingListener listener{Protocol::Sub};
+};
+
+} // namespace
+
+TEST_F(ListenerSilence, ConnectsAgainWithLongerPauses) {
+    Network::setSilenceLimit(3);
+    const PollsRunOut runOut;
+    listener.serve(endpoint);
+
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_disconnect", 8));
+    std::vector<std::size_t> first = pauses();
+    first.resize(8);
+    EXPECT_THAT(first, ElementsAre(3, 3, 6, 12, 24, 30, 30, 30));
+    EXPECT_THAT(warnings(), ElementsAre(warningAfter(3)));
+}
+
+TEST_F(ListenerSilence, KeepsALongLimit) {
+    Network::setSilenceLimit(40);
+    const PollsRunOut runOut;
+    listener.serve(endpoint);
+
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_disconnect", 3));
+    std::vector<std::size_t> first = pauses();
+    first.resize(3);
+    EXPECT_THAT(first, ElementsAre(40, 40, 40));
+}
+
+TEST_F(ListenerSilence, DisconnectsAllFirst) {
+    Network::setSilenceLimit(1);
+    const SocketEndpoint file = freshEndpoint(Transport::Ipc);
+    const SocketEndpoint name = freshEndpoint(Transport::Inproc);
+    std::string error;
+    for (const SocketEndpoint& other : {file, name}) {
+        ASSERT_TRUE(listener.addListenEndpoint(other.toString(Protocol::Sub), error));
+    }
+    {
+        const PollsRunOut runOut;
+        listener.serve(endpoint);
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_connect", 5));
+    }
+    listener.stop(error);
+
+    std::vector<std::string> lines = standIn.journal().lines();
+    lines.erase(lines.begin(), std::find(lines.begin(), lines.end(), warningAfter(1)));
+    lines.erase(std::remove_if(lines.begin(), lines.end(), isOption), lines.end());
+    lines.resize(5);
+    const std::string path = file.toString(Protocol::Sub);
+    EXPECT_THAT(lines, ElementsAre(warningAfter(1), "zmq_disconnect " + path, "zmq_disconnect " + address,
+                                   "zmq_connect " + path, "zmq_connect " + address));
+}
+
+TEST_F(ListenerSilence, TakesTheSettingsOfTheNetwork) {
+    Network::setSilenceLimit(1);
+    listener.serve(endpoint);
+    Network::setPeerTimeout(3);
+    {
+        const PollsRunOut runOut;
+        EXPECT_TRUE(standIn.journal().waitFor("zmq_setsockopt 79 = 3000 (4 bytes)"));
+    }
+    Network::setPeerTimeout(0);
+}
+
+TEST_F(ListenerSilence, IsOverWhenSomethingComes) {
+    Network::setSilenceLimit(1);
+    NativeSocket publisher(Protocol::Pub);
+    publisher.bind(endpoint);
+    for (const char* const episode : {"first", "second"}) {
+        {
+            const PollsRunOut runOut;
+            if (listener.texts().empty()) {
+                listener.serve(endpoint);
+            }
+            ASSERT_TRUE(standIn.journal().waitFor(warningAfter(1), std::string(episode) == "first" ? 1 : 2));
+        }
+        publishUntilHeard(publisher, episode);
+    }
+    EXPECT_THAT(warnings(), ElementsAre(warningAfter(1), warningAfter(1)));
+}
+
+TEST_F(ListenerSilence, HearsAfterAWrongServer) {
+    Network::setSilenceLimit(1);
+    {
+        std::optional<WrongServer> wrong(endpoint.port);
+        listener.serve(endpoint);
+        wrong->answerOne();
+    }
+    NativeSocket publisher(Protocol::Pub);
+    publisher.bind(endpoint);
+    {
+        const PollsRunOut runOut;
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_disconnect"));
+    }
+    publishUntilHeard(publisher, "right");
+
+    EXPECT_EQ("right", listener.texts().front());
+    EXPECT_EQ(1U, warnings().size());
+}
+
+TEST_F(ListenerSilence, TriesFailedOnesAgain) {
+    Network::setSilenceLimit(1);
+    NativeSocket publisher(Protocol::Pub);
+    publisher.bind(endpoint);
+    {
+        standIn.fail("zmq_connect", ENOMEM, 2);
+        const PollsRunOut runOut;
+        listener.serve(endpoint);
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_connect", 3));
+    }
+    publishUntilHeard(publisher, "again");
+    EXPECT_THAT(standIn.journal().linesWith("error: "), IsEmpty());
+}
+
+TEST_F(ListenerSilence, IsNoConcernWithoutALimit) {
+    {
+        const PollsRunOut runOut;
+        listener.serve(endpoint);
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_poll", 200));
+    }
+    EXPECT_EQ(0U, standIn.journal().count("zmq_disconnect"));
+    EXPECT_THAT(warnings(), IsEmpty());
+}
+
+TEST_F(ListenerSilence, IsNoConcernOfAReplier) {
+    Network::setSilenceLimit(1);
+    RecordingListener replier(Protocol::Rep);
+    {
+        const PollsRunOut runOut;
+        replier.serve(endpoint);
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_poll", 200));
+    }
+    EXPECT_EQ(0U, standIn.journal().count("zmq_disconnect"));
+    EXPECT_THAT(warnings(), IsEmpty());
+}
+
+} // namespace rk::tests
