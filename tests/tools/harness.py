@@ -184,6 +184,7 @@ def generated(name, folder=SCHEMAS):
     place = tempfile.mkdtemp(prefix="rk-socket-test-")
     atexit.register(shutil.rmtree, place)
     files = [file for file in os.listdir(folder) if file.endswith(".proto")]
-    subprocess.run(["protoc", "-I", folder, "--python_out", place, *files], check=True)
+    subprocess.run(["protoc", "-I", folder, "--python_out", place, *files], check=True,
+                   stderr=subprocess.DEVNULL)
     sys.path.insert(0, place)
     return importlib.import_module(name + "_pb2")

@@ -72,6 +72,7 @@ Schema::Schema(const std::vector<std::string>& files, const std::vector<std::str
       firstError(std::make_unique<FirstError>(*this)),
       importedPool(&database, database.GetValidationErrorCollector()),
       factory(&importedPool) {
+    silenceProtobuf(); // it repeats its complaints, and remarks on what works, on standard error
     database.RecordErrorsTo(firstError.get());
     importedPool.EnforceWeakDependencies(true);
     for (const std::string& path : paths) {
