@@ -64,7 +64,7 @@ public:
     ProtobufCodec(const CodecSettings& settings, const std::optional<std::string>& sent,
                   const std::optional<std::string>& received, const Complaints& complaintsToUse)
         : complaints(complaintsToUse),
-          schema(settings.protoFiles, settings.protoPaths),
+          schema(settings),
           resolver(newJsonTypeResolver(urlPrefix, *schema.pool())),
           sentMessage(sent ? schema.newMessage(schema.type(*sent)) : nullptr),
           receivedMessage(received ? schema.newMessage(schema.type(*received)) : nullptr),
@@ -84,7 +84,7 @@ public:
         return sendsGroups ? messagesToGroups(block, *sentMessage->GetDescriptor()) : block;
     }
 
-    std::string decode(std::string_view block) override {
+    void decode(std::string_view block, std::string& text) override {
         if (!receivedMessage->ParsePartialFromArray(block.data(), static_cast<int>(block.size()))) {
             receivedMessage->Clear();
             const std::size_t place = decodePart(block, *receivedMessage);
@@ -103,7 +103,7 @@ public:
                              "; decoded, with these bytes escaped: " +
                              toJson(receivedMessage->SerializePartialAsString()));
         }
-        return toJson(std::string(block)) + "\n";
+        text += toJson(std::string(block));
     }
 
 private:

@@ -1,8 +1,10 @@
 #include "messages/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstddef>
+#include <cstdio>
 
 namespace rk::tools {
 
@@ -124,7 +126,11 @@ bool isUtf8(std::string_view bytes) {
 
 std::string printable(std::string_view bytes) {
     std::string text;
-    text.reserve(bytes.size());
+    appendPrintable(text, bytes);
+    return text;
+}
+
+void appendPrintable(std::string& text, std::string_view bytes) {
     std::size_t place = 0;
     while (place < bytes.size()) {
         const std::size_t start = place;
@@ -144,6 +150,25 @@ std::string printable(std::string_view bytes) {
                           [&text](char byte) { appendEscaped(text, static_cast<unsigned char>(byte)); });
         }
         place += character.size();
+    }
+}
+
+std::string hexdump(std::string_view bytes) {
+    constexpr std::size_t width = 16;
+    std::string text;
+    for (std::size_t start = 0; start < bytes.size(); start += width) {
+        const std::string_view line = bytes.substr(start, width);
+        std::array<char, 20> place{};
+        std::snprintf(place.data(), place.size(), "%08zx:", start);
+        std::string digits;
+        std::string characters;
+        for (std::size_t index = 0; index < width; ++index) {
+            digits += index % 2 == 0 ? " " : "";
+            digits += index < line.size() ? toHex(line.substr(index, 1)) : "  ";
+            const bool shown = index < line.size() && byteAt(line, index) >= 0x20 && byteAt(line, index) < 0x7F;
+            characters += index >= line.size() ? "" : shown ? std::string(1, line[index]) : ".";
+        }
+        text += (start == 0 ? "" : "\n") + std::string(place.data()) + digits + "  " + characters;
     }
     return text;
 }

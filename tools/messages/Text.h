@@ -19,5 +19,9 @@ bool isUtf8(std::string_view bytes);
 /// control characters as "\n" or "\x1B". Bytes that are not UTF-8, and characters that change the direction of the text
 /// or are otherwise invisible, are escaped byte by byte, as "\xFF".
 std::string printable(std::string_view bytes);
+void appendPrintable(std::string& text, std::string_view bytes);
+
+/// Lines of 16 bytes as `xxd` writes them: place, digits, characters. Without the end of the last line.
+std::string hexdump(std::string_view bytes);
 
 } // namespace rk::tools
