@@ -136,7 +136,7 @@ class ZSh:
 class Refusing(ToolTest):
     def test_a_command_line_that_is_not_understood_ends_with_status_2(self):
         endpoint = self.fresh_endpoint()
-        for arguments in ([], ["publish"], ["sub"], ["sub", "nowhere"], ["sub", endpoint, "--bogus"], ["sub", endpoint, "--count"],
+        for arguments in (["publish"], ["sub"], ["sub", "nowhere"], ["sub", endpoint, "--bogus"], ["sub", endpoint, "--count"],
                           ["sub", endpoint, "--timeout", "soon"], ["sub", ""],
                           *(["sub", endpoint, "--count", count] for count in ("x", "", "-1", "1.5", "18446744073709551616")),
                           ["sub", endpoint, "--record", ""], ["sub", endpoint, "--proto", "a.proto", "--type", ""],
@@ -149,10 +149,38 @@ class Refusing(ToolTest):
                           ["sub", endpoint, "--format", "xml"], ["sub", endpoint, "--stats", "--format", "hex"],
                           ["pub", endpoint, "a", "--file", "b"], ["pub", endpoint, "a", "--replay", "b"],
                           ["pub", endpoint, "--rate", "0"], ["pub", endpoint, "--fifo", "-1"], ["rep", endpoint],
-                          ["rep", endpoint, "--echo", "--reply", "x"]):
+                          ["rep", endpoint, "--echo", "--reply", "x"], ["sub", endpoint, "--interval", "1s"],
+                          ["sub", endpoint, "--close-policy", "drop"], ["pub", endpoint, "--lines"],
+                          ["pub", endpoint, "--max-size", "1"], ["pub", endpoint, "--bind", "--connect"],
+                          ["pub", endpoint, "--wait", "0"], ["pub", endpoint, "--wait", "1", "--delay", "1s"],
+                          ["rep", endpoint, "--echo", "--command-timeout", "1s"], ["rep", endpoint, "--echo", "--hex"],
+                          ["rep", endpoint, "--command", "cat", "--hex"],
+                          ["rep", endpoint, "--echo", "--proto", "a", "--type", "T", "--reply-type", "T"],
+                          ["sub", endpoint, "--separator", "x"], ["sub", endpoint, "--json", "--parts"],
+                          ["sub", endpoint, "--stats", "--json"], ["sub", endpoint, "--topic", ""],
+                          ["sub", endpoint, "--proto-part", "1"], ["req", endpoint, "--count", "1", "--file", "a", "b"],
+                          ["types"], ["probe"], ["probe", "nowhere"]):
             status, output, errors = self.run_tool(*arguments)
             self.assertEqual((2, b""), (status, output), arguments)
             self.assertRegex(errors, r"^rk-socket: .* \(see rk-socket.* --help\)\n$")
+
+
+    def test_shows_the_usage_when_called_without_arguments(self):
+        status, output, errors = self.run_tool()
+
+        self.assertEqual((2, b""), (status, output))
+        self.assertEqual(self.run_tool("--help")[1].decode(), errors)
+
+    def test_names_what_is_wrong_in_plain_words(self):
+        for arguments, reason in ((["sub", "nowhere"], "'nowhere' is no endpoint: tcp://HOST:PORT or ipc://PATH"),
+                                  (["sub", "tcp://a:1", "--max-size", "3GiB"], "'3GiB' is no size: a number of bytes up to "),
+                                  (["sub", "tcp://a:1", "--count", "-1"], "'-1' is no whole number from 0 to ")):
+            self.assertIn(reason, self.run_tool(*arguments)[2])
+
+    def test_takes_a_template_with_unknown_fields_for_a_mistake(self):
+        self.assertEqual((1, b"", "rk-socket: --template: there is no {nothing}; there are {time} {endpoint} {sequence} {size} "
+                                  "{parts} {message} {hex}\n"),
+                         self.run_tool("sub", self.fresh_endpoint(), "--template", "{size} {nothing}"))
 
 
 class Colours(ToolTest):

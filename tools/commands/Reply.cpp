@@ -83,12 +83,12 @@ class Reply : public Command {
 public:
     explicit Reply(CLI::App& command) {
         addEndpoint(command, options.socket, "where to listen: tcp://*:PORT, on all interfaces, or ipc://PATH");
-        addAnswer(command);
         addHex(command, options.codec);
         addFormat(command, options.codec, "requests");
         addEnvelope(command, options.envelope);
         addSchema(command, options.codec, options.envelope, "requests");
         addReplyType(command, options.codec);
+        addAnswer(command);
         addCount(command, options.count, "end after N requests");
         addInbox(command, options.inbox, "end, with status 3, when no request has come for TIME");
         addRate(command, options.socket);
@@ -129,6 +129,8 @@ private:
         exclude(command, "--reply", {"--reply-file", "--echo", "--command"});
         exclude(command, "--reply-file", {"--echo", "--command"});
         exclude(command, "--echo", {"--command"});
+        exclude(command, "--hex", {"--echo", "--command"});
+        exclude(command, "--echo", {"--reply-type"});
         command.callback([&answer = options.answer] {
             if (!answer.text && !answer.file && !answer.echo && !answer.command) {
                 throw CLI::RequiredError("--reply, --reply-file, --echo or --command");
