@@ -63,6 +63,12 @@ std::vector<std::string> split(const std::string& text, const std::string& separ
     return parts;
 }
 
+void escapeTabs(std::string& text, std::size_t start) {
+    for (std::size_t tab = text.find('\t', start); tab != std::string::npos; tab = text.find('\t', tab)) {
+        text.replace(tab, 1, "\\t");
+    }
+}
+
 std::size_t sizeOf(const std::vector<std::string_view>& parts) {
     std::size_t size = 0;
     for (const std::string_view part : parts) {
@@ -177,7 +183,11 @@ void MessageCodec::appendJoined(const std::vector<std::string_view>& parts, std:
     const std::string separator = envelope.separator.value_or(endsLines ? "\t" : "");
     for (std::size_t place = 0; place < parts.size(); ++place) {
         text += place == 0 ? "" : separator;
+        const std::size_t start = text.size();
         codecOf(place, parts.size()).decode(parts[place], text);
+        if (separator == "\t") {
+            escapeTabs(text, start);
+        }
     }
     text += endsLines ? "\n" : "";
 }
