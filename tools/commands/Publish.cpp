@@ -149,7 +149,8 @@ private:
             complaints.add("gave up after two seconds: the last messages have not been delivered to all");
         }
         if (dropped > 0) {
-            complaints.add("dropped " + std::to_string(dropped) + " messages for peers whose queue was full");
+            complaints.add("dropped at least " + std::to_string(dropped) +
+                           " messages for peers whose queue was full");
         }
     }
 
@@ -169,7 +170,7 @@ private:
     Pacer pacer;
     bool live;
     std::uint64_t sent = 0;
-    std::uint64_t dropped = 0;
+    std::uint64_t dropped = 0; ///< ZeroMQ does not tell what a subscriber misses while it is behind
 };
 
 /// `pub` and `push`.

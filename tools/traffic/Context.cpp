@@ -21,8 +21,9 @@ Context::~Context() {
 }
 
 void Context::terminate() {
-    // A context that a signal has kept from ending is left to the end of the process.
-    while (context != nullptr && zmq_ctx_term(context) != 0 && errno == EINTR && !stop.requested()) {
+    // The first signal ends the wait, and leaves the context to the end of the process.
+    const bool wasStopped = stop.requested();
+    while (context != nullptr && zmq_ctx_term(context) != 0 && errno == EINTR && (wasStopped || !stop.requested())) {
     }
     context = nullptr;
 }

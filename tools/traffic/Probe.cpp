@@ -219,7 +219,9 @@ void describeOtherThings(const Line& line, const std::string& answer) {
 }
 
 void examine(Line& line, Findings& findings) {
-    line.write(greeting());
+    // A socket that wants another mechanism says so when it knows our version, and hangs up when it knows our mechanism.
+    const std::string ours = greeting();
+    line.write(ours.substr(0, versionPlace + 1));
     const std::string start = line.read(signatureSize);
     if (start.size() < signatureSize || start[0] != '\xFF' || start[signatureSize - 1] != '\x7F') {
         describeOtherThings(line, start + line.read(start.empty() ? 0 : greetingSize));
@@ -234,6 +236,7 @@ void examine(Line& line, Findings& findings) {
     if (mechanism != "NULL") {
         throw Trouble("the other side wants security of the kind " + printable(mechanism));
     }
+    line.write(ours.substr(versionPlace + 1));
     readReady(line, findings);
     findings.description += ", a " + printable(findings.socketType) + " socket";
 }
