@@ -68,8 +68,8 @@ TEST_F(Options, KeepDefaultsWhenNotGiven) {
 }
 
 TEST_F(Options, TakeTheValuesGiven) {
-    parse({"ipc://a", "--rate", "8", "--fifo", "0", "--close-policy", "wait", "--hex", "--format", "hex", "--bind", "-n", "3",
-           "-t", "2s", "--delay", "10ms", "--max-size", "1KiB"});
+    parse({"ipc://a", "--rate", "8", "--fifo", "0", "--close-policy", "wait", "--hex", "--format", "hex", "--bind",
+           "-n", "3", "-t", "2s", "--delay", "10ms", "--max-size", "1KiB"});
 
     EXPECT_EQ(8U, socket.rate);
     EXPECT_EQ(0, socket.fifo);
@@ -86,16 +86,16 @@ TEST_F(Options, TakeTheValuesGiven) {
 TEST_F(Options, ShowDefaultsInTheHelp) {
     const std::string help = command.help();
 
-    for (const char* const text : {"--format FORMAT=text", "--timeout TIME=5s",
-                                   "--delay TIME=500ms", "--max-size SIZE=64MiB"}) {
+    for (const char* const text :
+         {"--format FORMAT=text", "--timeout TIME=5s", "--delay TIME=500ms", "--max-size SIZE=64MiB"}) {
         EXPECT_THAT(help, HasSubstr(text));
     }
 }
 
 TEST_F(Options, RefuseEmptyValues) {
     for (const std::string name : {"--rate", "--fifo", "--close-policy", "--format", "--proto", "--type",
-                                   "--proto-path", "--reply-type", "--descriptor-set",
-                                   "--proto-part", "--separator", "--template", "--count", "--timeout", "--delay", "--max-size"}) {
+                                   "--proto-path", "--reply-type", "--descriptor-set", "--proto-part", "--separator",
+                                   "--template", "--count", "--timeout", "--delay", "--max-size"}) {
         EXPECT_THROW(parse({"ipc://a", name, ""}), CLI::ValidationError) << name;
     }
     EXPECT_THROW(parse({""}), CLI::ValidationError);

@@ -14,6 +14,8 @@ import unittest
 
 from harness import Terminal, ToolTest, free_port, zmq
 
+import zmtp
+
 
 class Publishing(ToolTest):
     def test_a_fast_pipe_loses_nothing(self):
@@ -119,29 +121,29 @@ class Signals(ToolTest):
         self.assertIn(b"in all, ", output)
 
     def test_another_one_later_kills(self):
-        endpoint = self.fresh_endpoint()
-        subscriber = self.peer(zmq.SUB)
-        subscriber.setsockopt(zmq.RCVHWM, 1)
-        subscriber.subscribe(b"")
-        subscriber.connect(endpoint)
-        # After the first signal it waits for the subscriber, who takes nothing.
+        endpoint = "tcp://127.0.0.1:%d" % free_port()
         block = self.write_file("block", bytes(1 << 25))
-        pub = self.start("pub", endpoint, "--file", block, "--count", "0", "--wait", "1", "--fifo", "1", "--close-policy", "wait")
-        subscriber.recv()
-        pub.signal(signal.SIGTERM)
-        while pub.process.poll() is None:
-            pub.process.send_signal(signal.SIGINT)
+        push = self.start("push", endpoint, "--file", block, "--count", "0", "--fifo", "1", "--close-policy", "wait", "--verbose")
+        while "Connected" not in push.process.stderr.readline().decode():
+            pass
+        peer = zmtp.joined(endpoint, b"PULL")
+        self.addCleanup(peer.close)
+        # After the first signal it waits for the peer, which takes nothing.
+        peer.recv(1)
+        push.signal(signal.SIGTERM)
+        while push.process.poll() is None:
+            push.process.send_signal(signal.SIGINT)
             try:
-                pub.process.wait(0.01)
+                push.process.wait(0.01)
             except subprocess.TimeoutExpired:
                 pass
 
-        self.assertEqual(-signal.SIGINT, pub.end()[0])
+        self.assertEqual(-signal.SIGINT, push.end()[0])
 
     def test_a_failure_counts_more_than_the_time(self):
         endpoint = self.fresh_endpoint()
         publisher = self.publisher(endpoint)
-        sub = self.start("sub", endpoint, "--max-size", "1", "--timeout", "100ms")
+        sub = self.start("sub", endpoint, "--max-size", "1", "--timeout", "2s")
         self.await_subscriber(publisher)
         publisher.send(b"ab")
 

@@ -104,7 +104,8 @@ void addEndpoints(CLI::App& command, SocketSettings& settings, const std::string
 
 void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue) {
     const auto direction = [&](const std::string& name, bool binds, const std::string& description) {
-        return command.add_flag_callback(name, [&settings, binds] { settings.binds = binds; }, description)
+        return command.add_flag_callback(
+                          name, [&settings, binds] { settings.binds = binds; }, description)
             ->group(socketGroup);
     };
     direction("--bind", true, "listen on the endpoint")
@@ -116,14 +117,14 @@ void addSocket(CLI::App& command, SocketSettings& settings, const std::string& q
 }
 
 void addClosePolicy(CLI::App& command, SocketSettings& settings, const std::string& usual) {
-    static const std::map<std::string, ClosePolicy::ClosePolicy> policies = {
-        {"drop", ClosePolicy::DropPending},
-        {"linger", ClosePolicy::LingerTwoSeconds},
-        {"wait", ClosePolicy::WaitForDelivery}};
+    static const std::map<std::string, ClosePolicy::ClosePolicy> policies = {{"drop", ClosePolicy::DropPending},
+                                                                             {"linger", ClosePolicy::LingerTwoSeconds},
+                                                                             {"wait", ClosePolicy::WaitForDelivery}};
     command
         .add_option_function<std::string>(
             "--close-policy", [&settings](const std::string& word) { settings.closePolicy = policies.at(word); },
-            "what is not yet sent at the end: drop, linger (two seconds at most) or wait (without limit); without it, " +
+            "what is not yet sent at the end: drop, linger (two seconds at most) or wait (without limit); without "
+            "it, " +
                 usual)
         ->check(CLI::IsMember({"drop", "linger", "wait"}).description(""))
         ->type_name("POLICY")
@@ -153,27 +154,28 @@ void addHex(CLI::App& command, CodecSettings& settings) {
 }
 
 void addFormat(CLI::App& command, CodecSettings& settings, const std::string& things) {
-    addChoice<Format>(command, "--format", "FORMAT", settings.format,
-                      {{"text", Format::Text},
-                       {"hex", Format::Hex},
-                       {"hexdump", Format::Hexdump},
-                       {"raw", Format::Raw}},
-                      "how " + things +
-                          " are written: text (a line each, control characters escaped), hex (a line each), hexdump "
-                          "(lines of 16 bytes) or raw (the bytes and nothing else)",
-                      messageGroup);
+    addChoice<Format>(
+        command, "--format", "FORMAT", settings.format,
+        {{"text", Format::Text}, {"hex", Format::Hex}, {"hexdump", Format::Hexdump}, {"raw", Format::Raw}},
+        "how " + things +
+            " are written: text (a line each, control characters escaped), hex (a line each), hexdump "
+            "(lines of 16 bytes) or raw (the bytes and nothing else)",
+        messageGroup);
 }
 
 void addEnvelope(CLI::App& command, EnvelopeSettings& settings) {
     const bool receives = command.get_option_no_throw("--format") != nullptr;
     addText(command, "--separator", "TEXT", settings.separator,
-            receives ? "what stands between the parts of a message; with --parts, without it a tab"
-                     : "what is sent is split into the parts of a message at each TEXT",
+            receives
+                ? "what stands between the parts of a message, in what is sent and, with --parts, in what is written "
+                  "(without it, a tab)"
+                : "what is sent is split into the parts of a message at each TEXT",
             messageGroup);
     if (!receives) {
         return;
     }
-    addFlag(command, "--parts", settings.parts, "all parts of a message in one line, not each in its own", messageGroup);
+    addFlag(command, "--parts", settings.parts, "all parts of a message in one line, not each in its own",
+            messageGroup);
     addFlag(command, "--timestamps", settings.timestamps, "begin each message with the time of its arrival (UTC)",
             messageGroup);
     addFlag(command, "--json", settings.json,

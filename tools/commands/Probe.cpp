@@ -1,8 +1,9 @@
+#include "traffic/Probe.h"
+
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "display/Complaints.h"
 #include "system/Output.h"
-#include "traffic/Probe.h"
 
 namespace rk::tools {
 

@@ -38,7 +38,7 @@ struct PublishOptions {
     double speed = 1.0;
 };
 
-std::size_t sizeOf(const Message& message) {
+std::size_t sizeOf(const Parts& message) {
     std::size_t size = 0;
     for (const std::string& part : message) {
         size += part.size();
@@ -71,7 +71,8 @@ private:
     /// Whether messages come when they come, so that they cannot wait for room.
     bool isLive() const {
         const auto& source = options.source;
-        const bool typed = !options.replay && source.messages.empty() && source.files.empty() && isTerminal(STDIN_FILENO);
+        const bool typed =
+            !options.replay && source.messages.empty() && source.files.empty() && isTerminal(STDIN_FILENO);
         return options.live || typed || (options.replay && options.speed > 0.0);
     }
 
@@ -86,7 +87,7 @@ private:
     }
 
     /// False when told to stop.
-    bool send(const Message& message) {
+    bool send(const Parts& message) {
         if (live) {
             dropped += wire.sendWithoutWaiting(message) ? 0U : 1U;
         } else if (!wire.send(message, Clock::time_point::max())) {
@@ -149,8 +150,7 @@ private:
             complaints.add("gave up after two seconds: the last messages have not been delivered to all");
         }
         if (dropped > 0) {
-            complaints.add("dropped at least " + std::to_string(dropped) +
-                           " messages for peers whose queue was full");
+            complaints.add("dropped at least " + std::to_string(dropped) + " messages for peers whose queue was full");
         }
     }
 
@@ -189,8 +189,8 @@ public:
             addSubscribers(command);
         }
         addReplay(command);
-        addFlag(command, "--live", options.live, "drop messages for peers whose queue is full, instead of waiting for room",
-                socketGroup);
+        addFlag(command, "--live", options.live,
+                "drop messages for peers whose queue is full, instead of waiting for room", socketGroup);
         addRate(command, options.socket);
         addSocket(command, options.socket, "outgoing");
         addClosePolicy(command, options.socket, "wait, but linger for what is live or ended by a signal");
@@ -204,16 +204,16 @@ public:
 
 private:
     static std::vector<Example> examplesOfPub() {
-        return {{"One message, to whoever waits for it", "rk-socket pub 'tcp://*:5557' 'hello'"},
-                {"Each line of a program's output, once somebody listens",
-                 "seq 1 100 | rk-socket pub 'tcp://*:5557' --wait 1"},
-                {"A protobuf message, ten times a second for a second",
-                 "rk-socket pub 'tcp://*:5557' --proto telemetry.proto --type telemetry.Reading --count 10 "
-                 "--interval 100ms '{\"sequence\": 1, \"load\": 0.5}'"},
-                {"Four bytes", "rk-socket pub 'tcp://*:5557' --hex 'de ad be ef'"},
-                {"A topic and a text, in two parts", "rk-socket pub 'tcp://*:5557' --separator '|' 'weather|sunny'"},
-                {"What was recorded, ten times as fast",
-                 "rk-socket pub 'tcp://*:5557' --replay readings.rec --speed 10"}};
+        return {
+            {"One message, to whoever waits for it", "rk-socket pub 'tcp://*:5557' 'hello'"},
+            {"Each line of a program's output, once somebody listens",
+             "seq 1 100 | rk-socket pub 'tcp://*:5557' --wait 1"},
+            {"A protobuf message, ten times a second for a second",
+             "rk-socket pub 'tcp://*:5557' --proto telemetry.proto --type telemetry.Reading --count 10 "
+             "--interval 100ms '{\"sequence\": 1, \"load\": 0.5}'"},
+            {"Four bytes", "rk-socket pub 'tcp://*:5557' --hex 'de ad be ef'"},
+            {"A topic and a text, in two parts", "rk-socket pub 'tcp://*:5557' --separator '|' 'weather|sunny'"},
+            {"What was recorded, ten times as fast", "rk-socket pub 'tcp://*:5557' --replay readings.rec --speed 10"}};
     }
 
     static std::vector<Example> examplesOfPush() {

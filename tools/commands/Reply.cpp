@@ -29,7 +29,8 @@ public:
           codec(options.codec, options.envelope, options.codec.typeOfReplies(), options.codec.type, complaints),
           answer(makeAnswer(options.answer, codec, complaints, surroundings.stop)),
           context(surroundings.stop),
-          wire(context, Pattern::Reply, options.socket.endpoints.front(), options.socket, surroundings.stop, complaints),
+          wire(context, Pattern::Reply, options.socket.endpoints.front(), options.socket, surroundings.stop,
+               complaints),
           inbox({&wire}, options.inbox, surroundings.stop, complaints),
           pacer(options.socket.rate, surroundings.stop) {
         sinks.push_back(makePrintingSink(codec, output, complaints));
@@ -58,7 +59,7 @@ private:
     void serve(Inbox::Event event) {
         const Received request = inbox.message();
         const bool isWhole = event == Inbox::Event::Message;
-        const Message reply = isWhole ? answer->to(request.parts) : Message{""};
+        const Parts reply = isWhole ? answer->to(request.parts) : Parts{""};
         wire.send(reply, Inbox::Clock::time_point::max());
         pacer.pauseAfter(reply.back().size());
         if (isWhole) {

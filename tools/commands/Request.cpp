@@ -58,7 +58,7 @@ public:
 
 private:
     /// False when told to stop.
-    bool exchange(const Message& message) {
+    bool exchange(const Parts& message) {
         const auto start = Clock::now();
         const auto deadline = options.inbox.timeout ? start + *options.inbox.timeout : Clock::time_point::max();
         const bool handedOver = wire.send(message, deadline);

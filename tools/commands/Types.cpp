@@ -12,7 +12,8 @@ class Types : public Command {
 public:
     explicit Types(CLI::App& command) {
         addSchemaFiles(command, codec);
-        addText(command, "--type", "NAME", codec.type, "show the fields of this type, as JSON to fill in", messageGroup);
+        addText(command, "--type", "NAME", codec.type, "show the fields of this type, as JSON to fill in",
+                messageGroup);
         command.callback([this] {
             if (!codec.hasSchema()) {
                 throw CLI::RequiredError("--proto or --descriptor-set");

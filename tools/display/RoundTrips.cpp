@@ -46,8 +46,8 @@ std::vector<std::string> RoundTrips::distribution() const {
     }
     std::vector<std::string> lines = {"round trip in ms: least " + fixed(all.least(), 3) + ", median " +
                                       fixed(quantile(0.5), 3) + ", 90 % " + fixed(quantile(0.9), 3) + ", 99 % " +
-                                      fixed(quantile(0.99), 3) + ", greatest " + fixed(all.greatest(), 3) +
-                                      ", mean " + fixed(all.mean(), 3) + ", spread " + fixed(all.deviation(), 3)};
+                                      fixed(quantile(0.99), 3) + ", greatest " + fixed(all.greatest(), 3) + ", mean " +
+                                      fixed(all.mean(), 3) + ", spread " + fixed(all.deviation(), 3)};
     for (const std::string& line : histogram()) {
         lines.push_back(line);
     }

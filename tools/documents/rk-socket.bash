@@ -2,14 +2,14 @@
 
 # The types of the schema on the command line.
 _rk_socket_types() {
-    local -a schema=()
+    local -a options=()
     local place
     for ((place = 2; place < COMP_CWORD; ++place)); do
         case ${COMP_WORDS[place - 1]} in
-        --proto | --descriptor-set | --proto-path | -I) schema+=("${COMP_WORDS[place - 1]}" "${COMP_WORDS[place]}") ;;
+        --proto | --descriptor-set | --proto-path | -I) options+=("${COMP_WORDS[place - 1]}" "${COMP_WORDS[place]}") ;;
         esac
     done
-    "${COMP_WORDS[0]}" types "${schema[@]}" 2>/dev/null
+    "${COMP_WORDS[0]}" types "${options[@]}" 2>/dev/null
 }
 
 _rk_socket() {

@@ -12,12 +12,12 @@ namespace rk::tools {
 
 namespace {
 
-using Clock = std::chrono::system_clock;
+using SystemClock = std::chrono::system_clock;
 
 /// "2026-01-31T12:00:00.123456Z".
 std::string timestamp(std::chrono::steady_clock::time_point arrival) {
     using std::chrono::microseconds;
-    const auto time = Clock::now() - (std::chrono::steady_clock::now() - arrival);
+    const auto time = SystemClock::now() - (std::chrono::steady_clock::now() - arrival);
     const auto sinceEpoch = std::chrono::duration_cast<microseconds>(time.time_since_epoch()).count();
     const std::time_t seconds{sinceEpoch / microseconds::period::den};
     std::tm broken{};
@@ -193,8 +193,9 @@ void MessageCodec::appendJoined(const std::vector<std::string_view>& parts, std:
 }
 
 void MessageCodec::appendJson(const MessageView& message, std::string& text) {
-    text += "{\"time\":\"" + timestamp(message.arrival) + "\",\"endpoint\":" + quoted(message.endpoint) + ",\"sequence\":" + std::to_string(message.number) +
-            ",\"size\":" + std::to_string(sizeOf(message.parts)) + ",\"parts\":[";
+    text += "{\"time\":\"" + timestamp(message.arrival) + "\",\"endpoint\":" + quoted(message.endpoint) +
+            ",\"sequence\":" + std::to_string(message.number) + ",\"size\":" + std::to_string(sizeOf(message.parts)) +
+            ",\"parts\":[";
     for (std::size_t place = 0; place < message.parts.size(); ++place) {
         const std::string_view part = message.parts[place];
         text += place == 0 ? "" : ",";

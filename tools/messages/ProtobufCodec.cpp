@@ -99,9 +99,9 @@ public:
         const Inspection inspection = inspect(*receivedMessage);
         remarkOn(inspection);
         if (!inspection.notUtf8.empty()) {
-            throw CodecError("not UTF-8, which JSON has to be: " + listed(inspection.notUtf8) +
-                             "; decoded, with these bytes escaped: " +
-                             toJson(receivedMessage->SerializePartialAsString()));
+            throw CodecError(
+                "not UTF-8, which JSON has to be: " + listed(inspection.notUtf8) +
+                "; decoded, with these bytes escaped: " + toJson(receivedMessage->SerializePartialAsString()));
         }
         text += toJson(std::string(block));
     }
@@ -146,9 +146,7 @@ private:
     }
 
     /// False for what has been remarked, and once there have been many remarks.
-    bool isNew(const std::string& remark) {
-        return remarked.size() < mostRemarks && remarked.insert(remark).second;
-    }
+    bool isNew(const std::string& remark) { return remarked.size() < mostRemarks && remarked.insert(remark).second; }
 
     const Complaints& complaints;
     Schema schema;

@@ -15,23 +15,22 @@ using google::protobuf::FieldDescriptor;
 
 /// Types whose JSON is not that of their fields.
 const std::map<std::string, std::string>& specialTypes() {
-    static const std::map<std::string, std::string> types = {
-        {"google.protobuf.Timestamp", "\"1970-01-01T00:00:00Z\""},
-        {"google.protobuf.Duration", "\"0s\""},
-        {"google.protobuf.FieldMask", "\"\""},
-        {"google.protobuf.Struct", "{}"},
-        {"google.protobuf.Value", "null"},
-        {"google.protobuf.ListValue", "[]"},
-        {"google.protobuf.Any", "{}"},
-        {"google.protobuf.BoolValue", "false"},
-        {"google.protobuf.StringValue", "\"\""},
-        {"google.protobuf.BytesValue", "\"\""},
-        {"google.protobuf.DoubleValue", "0"},
-        {"google.protobuf.FloatValue", "0"},
-        {"google.protobuf.Int32Value", "0"},
-        {"google.protobuf.UInt32Value", "0"},
-        {"google.protobuf.Int64Value", "\"0\""},
-        {"google.protobuf.UInt64Value", "\"0\""}};
+    static const std::map<std::string, std::string> types = {{"google.protobuf.Timestamp", "\"1970-01-01T00:00:00Z\""},
+                                                             {"google.protobuf.Duration", "\"0s\""},
+                                                             {"google.protobuf.FieldMask", "\"\""},
+                                                             {"google.protobuf.Struct", "{}"},
+                                                             {"google.protobuf.Value", "null"},
+                                                             {"google.protobuf.ListValue", "[]"},
+                                                             {"google.protobuf.Any", "{}"},
+                                                             {"google.protobuf.BoolValue", "false"},
+                                                             {"google.protobuf.StringValue", "\"\""},
+                                                             {"google.protobuf.BytesValue", "\"\""},
+                                                             {"google.protobuf.DoubleValue", "0"},
+                                                             {"google.protobuf.FloatValue", "0"},
+                                                             {"google.protobuf.Int32Value", "0"},
+                                                             {"google.protobuf.UInt32Value", "0"},
+                                                             {"google.protobuf.Int64Value", "\"0\""},
+                                                             {"google.protobuf.UInt64Value", "\"0\""}};
     return types;
 }
 

@@ -61,7 +61,7 @@ private:
     std::string name;
     int descriptor;
     bool owned;
-    bool waits = true;         ///< a write may block
+    bool waits = true; ///< a write may block
     bool isRegular = false;
     std::string buffer;
 };

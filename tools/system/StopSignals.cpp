@@ -20,7 +20,7 @@ std::int64_t firstTime = 0; // in nanoseconds
 // timeout and other supervisors send the same signal twice, to the process and to its group.
 constexpr std::int64_t grace = 1000000000;
 
-std::int64_t nanoseconds() {
+std::int64_t monotonicTime() {
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC, &now);
     return now.tv_sec * std::int64_t{1000000000} + now.tv_nsec;
@@ -28,12 +28,12 @@ std::int64_t nanoseconds() {
 
 extern "C" void rkToolsOnSignal(int signal) {
     const int error = errno;
-    if (received != 0 && nanoseconds() - firstTime >= grace) {
+    if (received != 0 && monotonicTime() - firstTime >= grace) {
         std::signal(signal, SIG_DFL);
         static_cast<void>(std::raise(signal)); // delivered on return from this handler
     }
     if (received == 0) {
-        firstTime = nanoseconds();
+        firstTime = monotonicTime();
     }
     received = signal;
     const std::uint64_t one = 1;

@@ -14,7 +14,7 @@ class Echo : public Answer {
 public:
     explicit Echo(bool keepParts) : keepsParts(keepParts) {}
 
-    Message to(const std::vector<std::string_view>& request) override {
+    Parts to(const std::vector<std::string_view>& request) override {
         return {keepsParts ? request.begin() : request.end() - 1, request.end()};
     }
 
@@ -24,11 +24,11 @@ private:
 
 class FixedAnswer : public Answer {
 public:
-    explicit FixedAnswer(Message messageToSend) : message(std::move(messageToSend)) {}
-    Message to(const std::vector<std::string_view>& /*request*/) override { return message; }
+    explicit FixedAnswer(Parts messageToSend) : message(std::move(messageToSend)) {}
+    Parts to(const std::vector<std::string_view>& /*request*/) override { return message; }
 
 private:
-    Message message;
+    Parts message;
 };
 
 /// The output of a command that gets the request: as bytes, or as JSON if there is a schema.
@@ -41,7 +41,7 @@ public:
           complaints(complaintsToUse),
           stop(stopSignals) {}
 
-    Message to(const std::vector<std::string_view>& request) override {
+    Parts to(const std::vector<std::string_view>& request) override {
         try {
             return replyFrom(command.run(codec.forCommand(request)));
         } catch (const CodecError& error) {
@@ -51,7 +51,7 @@ public:
     }
 
 private:
-    Message replyFrom(const ShellCommand::Result& result) {
+    Parts replyFrom(const ShellCommand::Result& result) {
         if (stop.requested()) {
             return {""};
         }
@@ -63,7 +63,7 @@ private:
             complaints.add("the command ended with status " + std::to_string(result.status));
         }
         const bool isNothing = codec.hasSchema() && result.status != 0 && result.output.empty();
-        return isNothing ? Message{""} : codec.hasSchema() ? codec.encode(result.output) : Message{result.output};
+        return isNothing ? Parts{""} : codec.hasSchema() ? codec.encode(result.output) : Parts{result.output};
     }
 
     ShellCommand command;

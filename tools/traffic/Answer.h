@@ -31,7 +31,7 @@ public:
 
     /// The reply to a request of so many parts. A client that gets none would wait for ever: where there is nothing good to answer, it
     /// is empty, and reported.
-    virtual Message to(const std::vector<std::string_view>& request) = 0;
+    virtual Parts to(const std::vector<std::string_view>& request) = 0;
 };
 
 /// Makes the answer that the settings ask for. Throws std::runtime_error when a fixed block cannot be read or encoded.

@@ -13,7 +13,7 @@ namespace rk::tools {
 namespace {
 
 // ZeroMQ tries again after a tenth of a second.
-constexpr std::chrono::milliseconds patience{500};
+constexpr std::chrono::milliseconds retryPatience{500};
 
 constexpr int failures =
     ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
@@ -57,7 +57,7 @@ void Connection::update() {
 }
 
 bool Connection::isGivenUp(Clock::time_point now) const {
-    return lost && now - *lost > patience;
+    return lost && now - *lost > retryPatience;
 }
 
 } // namespace rk::tools

@@ -18,7 +18,7 @@ using std::chrono::milliseconds;
 // Output is held back this long for more to come, so that it is written in few pieces.
 constexpr milliseconds gathering{1};
 constexpr milliseconds checkInterval{250};
-constexpr milliseconds patience{500};
+constexpr milliseconds connectPatience{500};
 
 } // namespace
 
@@ -90,13 +90,11 @@ bool Inbox::await(Clock::time_point start, const MessageSinks& sinks) {
 }
 
 bool Inbox::poll(Clock::time_point deadline) {
-    std::transform(wires.begin(), wires.end(), items.begin(), [](const Wire* wire) {
-        return zmq_pollitem_t{wire->native(), 0, ZMQ_POLLIN, 0};
-    });
+    std::transform(wires.begin(), wires.end(), items.begin(),
+                   [](const Wire* wire) { return zmq_pollitem_t{wire->native(), 0, ZMQ_POLLIN, 0}; });
     items.back() = {nullptr, stop.descriptor(), ZMQ_POLLIN, 0};
     const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-    const int result =
-        zmq_poll(items.data(), static_cast<int>(items.size()), std::max<long>(left.count(), 0));
+    const int result = zmq_poll(items.data(), static_cast<int>(items.size()), std::max<long>(left.count(), 0));
     if (result < 0 && zmq_errno() != EINTR) {
         throw std::runtime_error(zmq_strerror(zmq_errno()));
     }
@@ -115,7 +113,7 @@ void Inbox::lookAfterConnections() {
 void Inbox::lookAfter(Wire& wire, Clock::time_point now) {
     Connection& connection = *wire.connection();
     connection.update();
-    if (!connection.wasMade() && now - begin >= patience && diagnosed.insert(wire.endpoint()).second) {
+    if (!connection.wasMade() && now - begin >= connectPatience && diagnosed.insert(wire.endpoint()).second) {
         if (const auto trouble = troubleAt(wire.endpoint(), wire.pattern(), stop)) {
             complaints.remark(wire.endpoint() + ": " + *trouble);
         }
@@ -124,7 +122,8 @@ void Inbox::lookAfter(Wire& wire, Clock::time_point now) {
         return;
     }
     if (connection.wasMade()) {
-        complaints.add(wire.endpoint() + ": connecting again, after the other side sent a message longer than --max-size " +
+        complaints.add(wire.endpoint() +
+                       ": connecting again, after the other side sent a message longer than --max-size " +
                        std::to_string(capacity) + " or broke the protocol");
     }
     wire.reconnect();

@@ -65,7 +65,8 @@ std::unique_ptr<MessageSink> makeRecordingSink(const std::string& path, std::opt
 
 /// Shows what comes in: on a terminal in the same place, else in a line for each interval. With several endpoints, a
 /// line for each of them.
-std::unique_ptr<MessageSink> makeStatisticsSink(Output& output, Complaints& complaints, std::chrono::nanoseconds interval,
+std::unique_ptr<MessageSink> makeStatisticsSink(Output& output, Complaints& complaints,
+                                                std::chrono::nanoseconds interval,
                                                 const std::vector<std::string>& endpoints,
                                                 std::chrono::steady_clock::time_point start);
 

@@ -14,7 +14,7 @@ Outgoing::Outgoing(const SourceSettings& sourceSettings, const Repetition& repet
       source(sourceSettings, stopSignals),
       repetition(repetitionToKeep) {}
 
-std::optional<Message> Outgoing::next() {
+std::optional<Parts> Outgoing::next() {
     if (!repetition.wantsMore(given)) {
         return std::nullopt;
     }
@@ -32,7 +32,7 @@ std::optional<Message> Outgoing::next() {
     return message;
 }
 
-std::optional<Message> Outgoing::nextEncoded() {
+std::optional<Parts> Outgoing::nextEncoded() {
     while (!stop.requested()) {
         const auto text = source.next();
         if (!text) {

@@ -31,12 +31,12 @@ public:
              const StopSignals& stop);
 
     /// Waits until the next message is due. Nothing when there are no more, or when told to stop.
-    std::optional<Message> next();
+    std::optional<Parts> next();
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    std::optional<Message> nextEncoded();
+    std::optional<Parts> nextEncoded();
     bool beginAgain();
 
     MessageCodec& codec;

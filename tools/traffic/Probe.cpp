@@ -23,7 +23,6 @@ namespace rk::tools {
 namespace {
 
 using rk::socket::SocketEndpoint;
-using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t greetingSize = 64;
 constexpr std::size_t signatureSize = 10;
@@ -40,7 +39,8 @@ public:
 /// A connection on which nobody is waited for longer than the limit.
 class Line {
 public:
-    Line(std::chrono::milliseconds limitOfStep, const StopSignals& stopSignals) : limit(limitOfStep), stop(stopSignals) {}
+    Line(std::chrono::milliseconds limitOfStep, const StopSignals& stopSignals)
+        : limit(limitOfStep), stop(stopSignals) {}
     ~Line() { close(); }
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
@@ -152,8 +152,9 @@ private:
             throw Trouble(std::string("nothing listens there: ") + std::strerror(error));
         }
         if (error == ETIMEDOUT || error == EAGAIN) {
-            throw Trouble("no answer to the attempt to connect: the host is down, a firewall drops it, or the listener is "
-                          "stuck");
+            throw Trouble(
+                "no answer to the attempt to connect: the host is down, a firewall drops it, or the listener is "
+                "stuck");
         }
         if (error != 0) {
             throw Trouble(std::string("cannot connect: ") + std::strerror(error));
@@ -231,8 +232,8 @@ void examine(Line& line, Findings& findings) {
         throw Trouble("a ZeroMQ socket of a version before 3.0, or one that is stuck, listens there");
     }
     const std::string mechanism = rest.substr(mechanismPlace - signatureSize, mechanismSize).c_str();
-    findings.description = "ZMTP " + std::to_string(rest[0]) + "." + std::to_string(rest[1]) + ", mechanism " +
-                           printable(mechanism);
+    findings.description =
+        "ZMTP " + std::to_string(rest[0]) + "." + std::to_string(rest[1]) + ", mechanism " + printable(mechanism);
     if (mechanism != "NULL") {
         throw Trouble("the other side wants security of the kind " + printable(mechanism));
     }
@@ -248,9 +249,9 @@ struct Peers {
 
 const Peers& peersOf(Pattern pattern) {
     static const std::map<Pattern, Peers> peers = {
-        {Pattern::Publish, {"publisher", {"SUB", "XSUB"}}},      {Pattern::Subscribe, {"subscriber", {"PUB", "XPUB"}}},
-        {Pattern::Request, {"client", {"REP", "ROUTER"}}},       {Pattern::Reply, {"server", {"REQ", "DEALER"}}},
-        {Pattern::Push, {"PUSH socket", {"PULL"}}},              {Pattern::Pull, {"PULL socket", {"PUSH"}}}};
+        {Pattern::Publish, {"publisher", {"SUB", "XSUB"}}}, {Pattern::Subscribe, {"subscriber", {"PUB", "XPUB"}}},
+        {Pattern::Request, {"client", {"REP", "ROUTER"}}},  {Pattern::Reply, {"server", {"REQ", "DEALER"}}},
+        {Pattern::Push, {"PUSH socket", {"PULL"}}},         {Pattern::Pull, {"PULL socket", {"PUSH"}}}};
     return peers.at(pattern);
 }
 

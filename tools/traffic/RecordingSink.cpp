@@ -20,8 +20,8 @@ public:
         first = first.value_or(message.arrival);
         for (std::size_t place = 0; place < message.parts.size(); ++place) {
             const std::string_view part = message.parts[place];
-            file.write(recording::toBytes({message.arrival - *first, static_cast<std::uint32_t>(part.size()),
-                                           place + 1 < message.parts.size()}));
+            file.write(recording::toBytes(
+                {message.arrival - *first, static_cast<std::uint32_t>(part.size()), place + 1 < message.parts.size()}));
             file.write(part);
         }
         ++messages;

@@ -99,9 +99,8 @@ private:
         for (Source& source : sources) {
             source.history.add(static_cast<double>(source.period.messages()));
             if (live) {
-                source.recent = {
-                    padded("now:", labelWidth) + source.period.rates(now) + "  " + source.history.text(),
-                    padded("", labelWidth) + source.period.sizeText() + ", " + source.period.gapText()};
+                source.recent = {padded("now:", labelWidth) + source.period.rates(now) + "  " + source.history.text(),
+                                 padded("", labelWidth) + source.period.sizeText() + ", " + source.period.gapText()};
             } else {
                 output.write(stamp(now) + nameOf(source) + ": " + described(source.period, now) + "\n");
             }

@@ -131,9 +131,8 @@ void Wire::create(Subscriptions wanted) {
 }
 
 void Wire::attach() {
-    const std::string place = binds() && target.transport == Tcp
-                                  ? "tcp://" + settings.listenOn + ":" + std::to_string(target.port)
-                                  : address;
+    const std::string place =
+        binds() && target.transport == Tcp ? "tcp://" + settings.listenOn + ":" + std::to_string(target.port) : address;
     rk::utils::logDebug("Connecting " + debugString() + roleOf(role).phrase + place);
     if (binds()) {
         bind();
@@ -193,12 +192,12 @@ void Wire::reconnect() {
     open();
 }
 
-bool Wire::send(const Message& message, Connection::Clock::time_point deadline) {
+bool Wire::send(const Parts& message, Connection::Clock::time_point deadline) {
     takeSubscriptions();
     return sendParts(message, 0, deadline);
 }
 
-bool Wire::sendWithoutWaiting(const Message& message) {
+bool Wire::sendWithoutWaiting(const Parts& message) {
     takeSubscriptions();
     if (sendParts(message, ZMQ_DONTWAIT, Connection::Clock::time_point::min())) {
         return true;
@@ -211,7 +210,7 @@ bool Wire::sendWithoutWaiting(const Message& message) {
     return false;
 }
 
-bool Wire::sendParts(const Message& message, int flags, Connection::Clock::time_point deadline) {
+bool Wire::sendParts(const Parts& message, int flags, Connection::Clock::time_point deadline) {
     std::size_t sent = 0;
     while (sent < message.size()) {
         const std::string& part = message[sent];

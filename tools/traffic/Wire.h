@@ -19,7 +19,7 @@ class Context;
 class Frames;
 class StopSignals;
 
-using Message = std::vector<std::string>; ///< its parts
+using Parts = std::vector<std::string>; ///< of a message that is sent
 
 /// What a socket is made like.
 struct SocketSettings {
@@ -59,10 +59,10 @@ public:
     void reconnect();
 
     /// Sends a message. Waits for room until `deadline`. False if there was none, or when told to stop.
-    bool send(const Message& message, Connection::Clock::time_point deadline);
+    bool send(const Parts& message, Connection::Clock::time_point deadline);
 
     /// Sends to each subscriber that has room, without waiting. False if one of them has none.
-    bool sendWithoutWaiting(const Message& message);
+    bool sendWithoutWaiting(const Parts& message);
 
     /// Takes the next message without waiting. False if there is none.
     bool receive(Frames& frames);
@@ -85,7 +85,7 @@ private:
     void create(Subscriptions subscriptions);
     void attach();
     void bind();
-    bool sendParts(const Message& message, int flags, Connection::Clock::time_point deadline);
+    bool sendParts(const Parts& message, int flags, Connection::Clock::time_point deadline);
     void takeSubscriptions();
     void removeFile();
     void set(int option, int value);
