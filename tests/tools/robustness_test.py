@@ -17,7 +17,21 @@ from harness import Terminal, ToolTest, free_port, zmq
 import zmtp
 
 
-class Publishing(ToolTest):
+class Stuck(ToolTest):
+    def stuck_push(self, *options):
+        """A push whose peer takes nothing of a message that is longer than the system's buffers."""
+        endpoint = "tcp://127.0.0.1:%d" % free_port()
+        block = self.write_file("block", bytes(1 << 25))
+        push = self.start("push", endpoint, "--file", block, "--fifo", "1", "--verbose", *options)
+        while "Connected" not in push.process.stderr.readline().decode():
+            pass
+        peer = zmtp.joined(endpoint, b"PULL")
+        self.addCleanup(peer.close)
+        peer.recv(1)
+        return push
+
+
+class Publishing(Stuck):
     def test_a_fast_pipe_loses_nothing(self):
         # The queues of both sides together hold far less.
         number = 30000
@@ -51,9 +65,10 @@ class Publishing(ToolTest):
         self.assertRegex(errors, r"^rk-socket: dropped at least [1-9]\d* messages for peers whose queue was full\n$")
 
     def test_what_lingers_in_vain_is_reported(self):
-        pub, _ = self.full("--live")
+        status, _, errors = self.stuck_push("--close-policy", "linger").end()
 
-        self.assertRegex(pub.end()[2], "^rk-socket: gave up after two seconds: the last messages have not been delivered to all\n")
+        self.assertEqual((1, "rk-socket: gave up after two seconds: the last messages have not been delivered to all\n"),
+                         (status, errors))
 
     def test_a_signal_ends_the_wait_for_room(self):
         pub, subscriber = self.full()
@@ -105,7 +120,7 @@ class Files(ToolTest):
                          self.run_tool("pub", endpoint, "x", "--delay", "0"))
 
 
-class Signals(ToolTest):
+class Signals(Stuck):
     def test_two_at_once_are_one(self):
         endpoint = self.fresh_endpoint()
         publisher = self.publisher(endpoint)
@@ -121,15 +136,8 @@ class Signals(ToolTest):
         self.assertIn(b"in all, ", output)
 
     def test_another_one_later_kills(self):
-        endpoint = "tcp://127.0.0.1:%d" % free_port()
-        block = self.write_file("block", bytes(1 << 25))
-        push = self.start("push", endpoint, "--file", block, "--count", "0", "--fifo", "1", "--close-policy", "wait", "--verbose")
-        while "Connected" not in push.process.stderr.readline().decode():
-            pass
-        peer = zmtp.joined(endpoint, b"PULL")
-        self.addCleanup(peer.close)
-        # After the first signal it waits for the peer, which takes nothing.
-        peer.recv(1)
+        # After the first signal it waits for its peer.
+        push = self.stuck_push("--count", "0", "--close-policy", "wait")
         push.signal(signal.SIGTERM)
         while push.process.poll() is None:
             push.process.send_signal(signal.SIGINT)
@@ -154,12 +162,14 @@ class Memory(ToolTest):
     def test_a_message_that_is_far_too_long_is_refused_and_the_next_one_taken(self):
         endpoint = "tcp://127.0.0.1:%d" % free_port()
         publisher = self.publisher(endpoint)
+        publisher.setsockopt(zmq.XPUB_VERBOSER, 1)
         sub = self.start("sub", endpoint, "--max-size", "1MiB", "--count", "1",
-                         preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (1 << 30, 1 << 30)))
+                         preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (1 << 29, 1 << 29)))
         self.await_subscriber(publisher)
-        publisher.send(bytes(1 << 30))
-        self.assertEqual(b"\0", publisher.recv())
-        self.await_subscriber(publisher)
+        publisher.send(bytes(1 << 29))
+        # The old connection may end after the new one was made.
+        while publisher.recv() != b"\1":
+            pass
         publisher.send(b"next")
         status, output, errors = sub.end()
 

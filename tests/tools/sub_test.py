@@ -218,7 +218,7 @@ class Ending(ToolTest):
                          (status, output, errors))
 
     def test_the_time_begins_anew_with_each_message(self):
-        sub, _ = self.subscribed("--timeout", "50ms")
+        sub, _ = self.subscribed("--timeout", "2s")
 
         self.assertEqual(3, sub.end()[0])
 

@@ -127,6 +127,7 @@ void Inbox::lookAfter(Wire& wire, Clock::time_point now) {
                        std::to_string(capacity) + " or broke the protocol");
     }
     wire.reconnect();
+    begin = now;
 }
 
 void Inbox::reportTimeout(const char* thing) {
