@@ -366,7 +366,7 @@ def write_page(result, page):
     tables = {"summary": summary(result), "cost": cost_table(result["cost"]), "peers": peer_table(result["comparison"]),
               "cells": cell_tables(result["comparison"]), "growth": growth_table(result["growth"]),
               "repair": repair_table(result["repair"]), "cap": cap_table(result["cap"]),
-              "tool": tool_table(result["tool"])}
+              "tool": tool_table(result["tool"]) if "tool" in result else ""}
     for name, content in tables.items():
         text, count = re.subn(rf"(?s)(<!-- {name} -->\n).*?(\n<!-- end -->)",
                               lambda found, content=content: f"{found[1]}\n{content}\n{found[2]}", text)
