@@ -10,6 +10,7 @@ int main(int argc, char** argv) {
     rk::benchmarks::addGrowth(program);
     rk::benchmarks::addRepair(program);
     rk::benchmarks::addCap(program);
+    rk::benchmarks::addTool(program);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& wrong) {

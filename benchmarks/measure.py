@@ -17,9 +17,9 @@ import time
 
 MODES = {
     # Arguments of the subcommands, how often each point of a curve is measured, the greatest number of each curve.
-    "full": dict(compare=["3", "11", "25"], repair=["2000", "40"], cap=["1", "70"], repeats=5,
+    "full": dict(compare=["3", "11", "25"], repair=["2000", "40"], cap=["1", "70"], tool=["11", "500000"], repeats=5,
                  endpoints=10000, sockets=1000, subscribers=100, size=1 << 28, listeners=50),
-    "quick": dict(compare=["1", "16", "2"], repair=["100", "5"], cap=["0.1", "0.2"], repeats=1,
+    "quick": dict(compare=["1", "16", "2"], repair=["100", "5"], cap=["0.1", "0.2"], tool=["2", "50000"], repeats=1,
                   endpoints=1000, sockets=300, subscribers=30, size=1 << 24, listeners=10),
 }
 
@@ -137,6 +137,15 @@ def measure_cap(directory, settings):
     return [{key: rounded(value, 7 if key == "size" else 4) for key, value in sample.items()} for sample in taken]
 
 
+def measure_tool(directory, settings):
+    """Per reader: nanoseconds, and nanoseconds of its processor, for a message."""
+    times = collections.defaultdict(lambda: collections.defaultdict(list))
+    for sample in samples(directory, "tool", f"{directory}/tools/rk-socket", *settings["tool"]):
+        for measure in ("nanoseconds", "processor"):
+            times[sample["reader"]][measure].append(sample[measure])
+    return {reader: {measure: spread(taken) for measure, taken in measures.items()} for reader, measures in times.items()}
+
+
 def first_line(*command):
     result = subprocess.run(command, capture_output=True, text=True, check=False)
     return next(iter(result.stdout.splitlines()), "unknown")
@@ -175,7 +184,7 @@ def main():
     begin = time.time()
     result = dict(mode=mode, date=time.strftime("%Y-%m-%d", time.gmtime(begin)), machine=machine())
     for name, measure in dict(cost=measure_cost, comparison=measure_comparison, growth=measure_growth,
-                              repair=measure_repair, cap=measure_cap).items():
+                              repair=measure_repair, cap=measure_cap, tool=measure_tool).items():
         print(f"{time.time() - begin:4.0f} s: {name}", file=sys.stderr, flush=True)
         result[name] = measure(directory, MODES[mode])
     result["minutes"] = rounded((time.time() - begin) / 60)

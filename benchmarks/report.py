@@ -306,6 +306,18 @@ def cap_table(cap):
     return table(["cap"] + [size_text(size) for size in sizes], rows)
 
 
+# The tool
+
+def tool_table(tool):
+    rows = []
+    for kind in ("raw", "text", "JSON"):
+        ours, by_hand = tool[f"{kind} with the tool"], tool[f"{'raw' if kind == 'text' else kind} by hand"]
+        rows.append([kind] + [text for measure in ("nanoseconds", "processor") for text in (
+            time_text(by_hand[measure][MEDIAN]), time_text(ours[measure][MEDIAN]),
+            f"{ours[measure][MEDIAN] / by_hand[measure][MEDIAN]:.2f}")])
+    return table(["output", "by hand", "the tool", "ratio", "processor, by hand", "the tool", "ratio"], rows)
+
+
 def plot_cap(cap, file):
     figure, axis = plt.subplots(figsize=(8, 4.5))
     rates = sorted({sample["rate"] for sample in cap})
@@ -353,7 +365,8 @@ def write_page(result, page):
     text = (pathlib.Path(__file__).parent.parent / "docs/performance.md").read_text(encoding="utf-8")
     tables = {"summary": summary(result), "cost": cost_table(result["cost"]), "peers": peer_table(result["comparison"]),
               "cells": cell_tables(result["comparison"]), "growth": growth_table(result["growth"]),
-              "repair": repair_table(result["repair"]), "cap": cap_table(result["cap"])}
+              "repair": repair_table(result["repair"]), "cap": cap_table(result["cap"]),
+              "tool": tool_table(result["tool"]) if "tool" in result else ""}
     for name, content in tables.items():
         text, count = re.subn(rf"(?s)(<!-- {name} -->\n).*?(\n<!-- end -->)",
                               lambda found, content=content: f"{found[1]}\n{content}\n{found[2]}", text)

@@ -6,6 +6,7 @@
 #include "system/Output.h"
 #include "system/StopSignals.h"
 
+#include <cstdio>
 #include <exception>
 #include <map>
 
@@ -18,7 +19,7 @@ const char* const exitStatuses = "Exit status:\n"
                                  "            or the reader of the output is gone\n"
                                  "  1         something failed, and a line on standard error says what\n"
                                  "  2         the command line was not understood; nothing was done\n"
-                                 "  3         the time of --timeout ran out\n"
+                                 "  3         the time of --timeout ran out, and nothing else failed\n"
                                  "  130, 143  SIGINT or SIGTERM came before the work was done\n"
                                  "\n"
                                  "'rk-socket COMMAND --help' shows a command's options, with examples.\n";
@@ -26,7 +27,7 @@ const char* const exitStatuses = "Exit status:\n"
 /// The program's options, and its subcommands with theirs.
 class Program {
 public:
-    Program() : options("See and speak on the endpoints of 0MQ sockets: text, bytes, or protobuf messages\nas JSON.") {
+    Program() : options("Inspect and talk to ZeroMQ endpoints: text, bytes, or protobuf messages as JSON.") {
         options.name("rk-socket");
         options.formatter(std::make_shared<Formatter>());
         options.footer(exitStatuses);
@@ -65,11 +66,11 @@ ExitStatus runWhileRead(Command& command, const Surroundings& surroundings) {
 
 int work(Command& command, const StopSignals& stop, Complaints& complaints) {
     const ExitStatus status = runWhileRead(command, {stop, complaints});
-    if (status != ExitStatus::Done) {
-        return static_cast<int>(status);
-    }
     if (complaints.any()) {
         return static_cast<int>(ExitStatus::Failed);
+    }
+    if (status != ExitStatus::Done) {
+        return static_cast<int>(status);
     }
     return stop.requested() && !command.isEndless() ? 128 + stop.signal() : 0;
 }
@@ -86,6 +87,10 @@ int run(int argc, const char* const* argv) {
     Complaints complaints;
     try {
         Program program;
+        if (argc == 1) {
+            std::fputs(program.options.help().c_str(), stderr);
+            return static_cast<int>(ExitStatus::Usage);
+        }
         if (const auto information = parseCommandLine(program.options, argc, argv)) {
             return print(*information, stop);
         }

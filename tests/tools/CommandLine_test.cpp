@@ -56,10 +56,33 @@ TEST_F(CommandLine, TakesValuesInBracketsAsTheyAre) {
 }
 
 TEST_F(CommandLine, TakesSeveralSchemasPerOption) {
-    parse({"send", "--proto", "a.proto", "b.proto", "x", "c.proto", "--text", "T", "d.proto"});
+    parse({"send", "--proto", "a.proto", RK_PLANT_SCHEMA, "x", RK_PLANT_SCHEMA, "--text", "T", "d.proto"});
 
-    EXPECT_THAT(schemas, ElementsAre("a.proto", "b.proto"));
-    EXPECT_THAT(messages, ElementsAre("x", "c.proto", "d.proto"));
+    EXPECT_THAT(schemas, ElementsAre("a.proto", RK_PLANT_SCHEMA));
+    EXPECT_THAT(messages, ElementsAre("x", RK_PLANT_SCHEMA, "d.proto"));
+}
+
+TEST_F(CommandLine, TakesAMessageForNoSchema) {
+    parse({"send", "--proto", "a.proto", "message.proto"});
+
+    EXPECT_THAT(schemas, ElementsAre("a.proto"));
+    EXPECT_THAT(messages, ElementsAre("message.proto"));
+}
+
+TEST_F(CommandLine, TakesControlCharactersAsTheyAre) {
+    for (int character = 2; character < 0x20; ++character) {
+        const std::string argument = std::string(1, static_cast<char>(character)) + "a";
+        messages.clear();
+        parse({"send", argument.c_str(), "--text", argument.c_str()});
+
+        EXPECT_THAT(messages, ElementsAre(argument)) << character;
+        EXPECT_EQ(argument, text);
+    }
+}
+
+TEST_F(CommandLine, TakesMisleadingTextAsItIs) {
+    parse({"send", "++", "+", "\1\1", "--", "\1"});
+    EXPECT_THAT(messages, ElementsAre("++", "+", "\1\1", "\1"));
 }
 
 TEST_F(CommandLine, ReturnsTheVersionOrHelpWhenAsked) {

@@ -21,10 +21,12 @@ protected:
         command.formatter(std::make_shared<Formatter>());
         addEndpoints(command, socket, "where");
         addRate(command, socket);
-        addQueue(command, socket, "outgoing");
+        addSocket(command, socket, "outgoing");
+        addClosePolicy(command, socket, "drop");
         addHex(command, codec);
         addFormat(command, codec, "messages");
-        addSchema(command, codec, "messages");
+        addEnvelope(command, envelope);
+        addSchema(command, codec, envelope, "messages");
         addReplyType(command, codec);
         addCount(command, count, "how many");
         addTime(command, "--delay", delay, "how long before");
@@ -40,6 +42,7 @@ protected:
     CLI::App command{"", "command"};
     SocketSettings socket;
     CodecSettings codec;
+    EnvelopeSettings envelope;
     std::optional<std::uint64_t> count;
     std::chrono::nanoseconds delay = std::chrono::milliseconds(500);
     InboxSettings inbox;
@@ -53,7 +56,8 @@ TEST_F(Options, KeepDefaultsWhenNotGiven) {
     EXPECT_THAT(socket.endpoints, ElementsAre("ipc://a", "ipc://b"));
     EXPECT_EQ(std::nullopt, socket.rate);
     EXPECT_EQ(std::nullopt, socket.fifo);
-    EXPECT_EQ(rk::socket::ClosePolicy::DropPending, socket.closePolicy);
+    EXPECT_EQ(std::nullopt, socket.closePolicy);
+    EXPECT_EQ(std::nullopt, socket.binds);
     EXPECT_EQ(Format::Text, codec.format);
     EXPECT_EQ(std::nullopt, codec.type);
     EXPECT_THAT(codec.protoFiles, IsEmpty());
@@ -64,12 +68,13 @@ TEST_F(Options, KeepDefaultsWhenNotGiven) {
 }
 
 TEST_F(Options, TakeTheValuesGiven) {
-    parse({"ipc://a", "--rate", "8", "--fifo", "0", "--close-policy", "wait", "--hex", "--format", "hex", "-n", "3",
-           "-t", "2s", "--delay", "10ms", "--max-size", "1KiB"});
+    parse({"ipc://a", "--rate", "8", "--fifo", "0", "--close-policy", "wait", "--hex", "--format", "hex", "--bind",
+           "-n", "3", "-t", "2s", "--delay", "10ms", "--max-size", "1KiB"});
 
     EXPECT_EQ(8U, socket.rate);
     EXPECT_EQ(0, socket.fifo);
     EXPECT_EQ(rk::socket::ClosePolicy::WaitForDelivery, socket.closePolicy);
+    EXPECT_EQ(true, socket.binds);
     EXPECT_TRUE(codec.hex);
     EXPECT_EQ(Format::Hex, codec.format);
     EXPECT_EQ(3U, count);
@@ -81,15 +86,16 @@ TEST_F(Options, TakeTheValuesGiven) {
 TEST_F(Options, ShowDefaultsInTheHelp) {
     const std::string help = command.help();
 
-    for (const char* const text : {"--close-policy POLICY=drop", "--format FORMAT=text", "--timeout TIME=5s",
-                                   "--delay TIME=500ms", "--max-size SIZE=64MiB"}) {
+    for (const char* const text :
+         {"--format FORMAT=text", "--timeout TIME=5s", "--delay TIME=500ms", "--max-size SIZE=64MiB"}) {
         EXPECT_THAT(help, HasSubstr(text));
     }
 }
 
 TEST_F(Options, RefuseEmptyValues) {
     for (const std::string name : {"--rate", "--fifo", "--close-policy", "--format", "--proto", "--type",
-                                   "--proto-path", "--reply-type", "--count", "--timeout", "--delay", "--max-size"}) {
+                                   "--proto-path", "--reply-type", "--descriptor-set", "--proto-part", "--separator",
+                                   "--template", "--count", "--timeout", "--delay", "--max-size"}) {
         EXPECT_THROW(parse({"ipc://a", name, "", "--proto", "f", "--type", "T"}), CLI::ValidationError) << name;
     }
     EXPECT_THROW(parse({""}), CLI::ValidationError);
@@ -100,6 +106,10 @@ TEST_F(Options, NeedSchemaAndTypeTogether) {
     EXPECT_THROW(parse({"ipc://a", "--type", "T"}), CLI::RequiresError);
     EXPECT_THROW(parse({"ipc://a", "--proto", "f", "--type", "T", "--hex"}), CLI::ExcludesError);
     EXPECT_THROW(parse({"ipc://a", "--proto", "f", "--type", "T", "--format", "hex"}), CLI::ExcludesError);
+}
+
+TEST_F(Options, ExcludeBindAndConnect) {
+    EXPECT_THROW(parse({"ipc://a", "--bind", "--connect"}), CLI::ExcludesError);
 }
 
 TEST_F(Options, UseTheTypeForRepliesWhenAlone) {

@@ -16,7 +16,9 @@ std::string complaintAbout(const std::string& block) {
     settings.protoFiles = {RK_PLANT_SCHEMA};
     const auto codec = makeProtobufCodec(settings, std::nullopt, "Sample", complaints);
     try {
-        return codec->decode(block);
+        std::string text;
+        codec->decode(block, text);
+        return text;
     } catch (const CodecError& error) {
         return error.what();
     }

@@ -14,18 +14,32 @@ std::unique_ptr<Codec> codecFor(Format format, bool hex) {
     return makeRawCodec(settings);
 }
 
+std::string decoded(Format format, std::string_view block) {
+    std::string text = "before ";
+    codecFor(format, false)->decode(block, text);
+    return text;
+}
+
 } // namespace
 
 TEST(RawCodec, PassesBytesThrough) {
     const auto codec = codecFor(Format::Raw, false);
 
     EXPECT_EQ(std::string("a\0\n", 3), codec->encode(std::string("a\0\n", 3)));
-    EXPECT_EQ(std::string("a\0\n", 3), codec->decode(std::string_view("a\0\n", 3)));
+    EXPECT_EQ(std::string("before a\0\n", 10), decoded(Format::Raw, std::string_view("a\0\n", 3)));
 }
 
-TEST(RawCodec, WritesALineForEachBlock) {
-    EXPECT_EQ("a\\nb\n", codecFor(Format::Text, false)->decode("a\nb"));
-    EXPECT_EQ("610a\n", codecFor(Format::Hex, false)->decode("a\n"));
+TEST(RawCodec, WritesTextAndHexInOneLine) {
+    EXPECT_EQ("before a\\nb", decoded(Format::Text, "a\nb"));
+    EXPECT_EQ("before 610a", decoded(Format::Hex, "a\n"));
+}
+
+TEST(RawCodec, WritesHexdumpsAsXxdDoes) {
+    EXPECT_EQ("before 00000000: 3031 3233 3435 3637 3839 0aff 6162 6364  0123456789..abcd\n"
+              "00000010: 6566 67                                  efg",
+              decoded(Format::Hexdump, "0123456789\n\xFF"
+                                       "abcdefg"));
+    EXPECT_EQ("before ", decoded(Format::Hexdump, ""));
 }
 
 TEST(RawCodec, RefusesWhatIsNoHexNumber) {

@@ -25,6 +25,14 @@ TEST(RoundTrips, HaveQuantilesThatOccurred) {
     EXPECT_DOUBLE_EQ(1.0, trips.quantile(0.0));
 }
 
+TEST(RoundTrips, KeepTimesThatAreAlikeAsTheirMean) {
+    RoundTrips trips;
+    trips.add(1000000ns);
+    trips.add(1000002ns);
+
+    EXPECT_DOUBLE_EQ(1.000001, trips.quantile(0.5));
+}
+
 TEST(RoundTrips, AreCountedInClassesThatDouble) {
     RoundTrips trips;
     for (const auto time : {300us, 300us, 1500us}) {

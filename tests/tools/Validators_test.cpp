@@ -74,8 +74,9 @@ TEST(Validators, RefusesTheEmptyText) {
 
 TEST(Validators, RefusesEndpointsWithTheReason) {
     EXPECT_EQ("", endpoint()(std::string("tcp://*:65535")));
-    EXPECT_EQ("Failed deserializing udp://a:1: cannot extract transport", endpoint()(std::string("udp://a:1")));
-    EXPECT_EQ("Failed deserializing tcp://a: cannot extract port", endpoint()(std::string("tcp://a")));
+    EXPECT_EQ("'udp://a:1' is no endpoint: tcp://HOST:PORT or ipc://PATH", endpoint()(std::string("udp://a:1")));
+    EXPECT_EQ("'tcp://a' is no endpoint: tcp://HOST:PORT or ipc://PATH", endpoint()(std::string("tcp://a")));
+    EXPECT_EQ("'tcp://:1' is no endpoint: tcp://HOST:PORT or ipc://PATH", endpoint()(std::string("tcp://:1")));
     EXPECT_EQ("inproc://a: inproc endpoints reach nobody outside this process", endpoint()(std::string("inproc://a")));
     for (const std::string text : {"tcp://a:0", "tcp://a:65536", "tcp://a:", "tcp://a:80x", "tcp://a:-1"}) {
         EXPECT_EQ(text + ": the port has to be a number from 1 to 65535", endpoint()(text));

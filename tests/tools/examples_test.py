@@ -1,7 +1,8 @@
 """Runs every example of the help and of the document, with the peers that they speak of.
 
 The peers are told apart by port: on 5555 somebody publishes telemetry.Reading, on 5556 somebody answers telemetry.Command,
-on 5558 somebody echoes; whoever publishes on 5557 is listened to, and whoever answers on 5559 is asked.
+on 5558 somebody echoes; whoever publishes or pushes on 5557 is listened to, and whoever answers on 5559 is asked. On 5560
+somebody collects, or is given something to collect, and on 5561 somebody hands out.
 """
 
 import concurrent.futures
@@ -36,7 +37,7 @@ def examples_of_document():
 class Examples(ToolTest):
     def setUp(self):
         super().setUp()
-        self.ports = {port: free_port() for port in range(5555, 5560)}
+        self.ports = {port: free_port() for port in range(5555, 5562)}
         self.over = threading.Event()
         shutil.copy(os.path.join(SOURCES, "examples/telemetry/telemetry.proto"), self.folder)
         self.write_file("request.bin", bytes(range(256)))
@@ -66,13 +67,13 @@ class Examples(ToolTest):
 
     def run_example(self, command):
         tool = re.search(r"rk-socket (\w+)", command).group(1)
-        if tool == "sub":
+        if tool in ("sub", "probe"):
             self.publish_readings()
         elif tool == "req":
             self.serve("tcp://*:%d" % self.ports[5556], self.answer_command)
             self.serve("tcp://*:%d" % self.ports[5558], lambda request: request)
-        listener = self.subscriber(self.endpoint(5557)) if tool == "pub" else None
-        script = re.sub(r":(555\d)", lambda match: ":%d" % self.ports[int(match.group(1))], command)
+        listener = self.listener(tool, command)
+        script = re.sub(r":(55[56]\d)", lambda match: ":%d" % self.ports[int(match.group(1))], command)
         process = Process(["bash", "-c", "set -o pipefail; PATH=%s:$PATH; %s" % (os.path.dirname(TOOL), script)],
                           cwd=self.folder, start_new_session=True)
         self.addCleanup(process.discard)
@@ -82,6 +83,24 @@ class Examples(ToolTest):
         if tool == "rep":
             self.ask(command)
         self.finish(command, process)
+
+    def listener(self, tool, command):
+        """Who hears what the tool sends, if it sends first."""
+        if tool == "pub":
+            return self.subscriber(self.endpoint(5557))
+        if tool == "push":
+            peer = self.peer(zmq.PULL)
+            peer.bind("tcp://*:%d" % self.ports[5560])
+            peer.connect(self.endpoint(5557))
+            return peer
+        if tool == "pull":
+            peer = self.peer(zmq.PUSH)
+            if "--bind" in command:
+                peer.connect(self.endpoint(5560))
+            else:
+                peer.bind("tcp://*:%d" % self.ports[5561])
+            threading.Thread(target=peer.send, args=(b"a task",)).start()
+        return None
 
     def ask(self, command):
         client = self.client(self.endpoint(5559))
@@ -93,8 +112,8 @@ class Examples(ToolTest):
             self.assertIn(reply, (b"hello", b"HELLO", b"at your service"))
 
     def finish(self, command, process):
-        endless = re.search(r"rk-socket (sub|rep) ", command) and "--count" not in command and "head" not in command \
-            and "timeout" not in command
+        endless = re.search(r"rk-socket (sub|rep|pull) ", command) and "--count" not in command and "head" not in command \
+            and not re.search("(?<!command-)timeout", command)
         if endless:
             self.assertNotEqual(b"", process.read_line())
             os.killpg(process.process.pid, signal.SIGINT)
@@ -103,7 +122,7 @@ class Examples(ToolTest):
         self.assertIn(status, allowed, errors)
         complaints = [line for line in errors.splitlines() if line.startswith("rk-socket:") and "debug: " not in line]
         self.assertEqual([], complaints)
-        writes = not re.search(r">|--record|rk-socket pub", command)
+        writes = not re.search(r">|--record|rk-socket (pub|push)", command)
         if writes and not endless:
             self.assertNotEqual(b"", output)
 
@@ -112,7 +131,7 @@ def add_test(name, command):
     setattr(Examples, "test_" + name, lambda self: self.run_example(command))
 
 
-for name in ("sub", "pub", "req", "rep"):
+for name in ("sub", "pub", "req", "rep", "push", "pull", "probe", "types"):
     examples = examples_of_help(name)
     assert examples, name
     for index, example in enumerate(examples, 1):

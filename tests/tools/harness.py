@@ -185,7 +185,8 @@ def generated(name, folder=SCHEMAS):
     place = tempfile.mkdtemp(prefix="rk-socket-test-")
     atexit.register(shutil.rmtree, place)
     files = [file for file in os.listdir(folder) if file.endswith(".proto")]
-    subprocess.run(["protoc", "-I", folder, "--python_out", place, *files], check=True)
+    subprocess.run(["protoc", "-I", folder, "--python_out", place, *files], check=True,
+                   stderr=subprocess.DEVNULL)
     sys.path.insert(0, place)
     with warnings.catch_warnings():  # Debian 13's protobuf uses what newer Python deprecates
         warnings.simplefilter("ignore", DeprecationWarning)

@@ -29,9 +29,9 @@ class Printing(ToolTest):
         self.assertEqual((0, b"one\ntwo\n\n", ""), self.sub([b"one", b"two", b""]))
 
     def test_escapes_what_is_no_text(self):
-        block = "grün\t\\ €\U0001f600\n\r\x1b[2J\x7f\u0085".encode() + b"\xff\xc0\x80\xed\xa0\x80"
+        block = "grün\t\\ €\U0001f600\n\r\x1b[2J\x7f\u0085\u202e".encode() + b"\xff\xc0\x80\xed\xa0\x80"
 
-        self.assertEqual("grün\t\\ €\U0001f600\\n\\r\\x1B[2J\\x7F\\xC2\\x85\\xFF\\xC0\\x80\\xED\\xA0\\x80\n".encode(),
+        self.assertEqual("grün\t\\\\ €\U0001f600\\n\\r\\x1B[2J\\x7F\\xC2\\x85\\xE2\\x80\\xAE\\xFF\\xC0\\x80\\xED\\xA0\\x80\n".encode(),
                          self.sub([block])[1])
 
     def test_writes_hexadecimal_digits(self):
@@ -218,7 +218,7 @@ class Ending(ToolTest):
                          (status, output, errors))
 
     def test_the_time_begins_anew_with_each_message(self):
-        sub, _ = self.subscribed("--timeout", "50ms")
+        sub, _ = self.subscribed("--timeout", "2s")
 
         self.assertEqual(3, sub.end()[0])
 

@@ -2,23 +2,27 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <filesystem>
 
 namespace rk::tools {
 
 namespace {
 
-// The parser takes an argument in brackets for a list, which it splits at its commas, and one that begins with a dash
-// for an option, even behind "--" once it has found a message. A mark in front hides what they look like.
+// The parser takes an argument in brackets for a list, which it splits at its commas, "++" for the end of a subcommand, and
+// an argument that begins with a dash for an option, even behind "--" once it has found a message. A mark in front hides
+// what they look like.
 constexpr char mark = '\1';
 
-bool looksLikeList(const std::string& argument) {
-    return argument.size() > 1 && argument.front() == '[' && argument.back() == ']';
+bool needsMark(const std::string& argument) {
+    const bool looksLikeList = argument.size() > 1 && argument.front() == '[' && argument.back() == ']';
+    return looksLikeList || argument == "++" || (!argument.empty() && argument.front() == mark);
 }
 
+/// Whether an argument behind the value of --proto is another one.
 bool isSchema(const std::string& argument) {
-    const std::string ending = ".proto";
-    return argument.size() > ending.size() &&
-           argument.compare(argument.size() - ending.size(), ending.size(), ending) == 0;
+    const std::filesystem::path path = argument;
+    std::error_code ignored;
+    return path.extension() == ".proto" && std::filesystem::is_regular_file(path, ignored);
 }
 
 /// The arguments as the parser wants them: what would mislead it hidden, and --proto before every schema that follows
@@ -37,7 +41,7 @@ std::vector<std::string> prepared(int argc, const char* const* argv) {
             arguments.insert(arguments.end(), {"--proto", argument});
         } else {
             amongSchemas = index > 1 && std::string(argv[index - 1]) == "--proto";
-            arguments.push_back(looksLikeList(argument) ? mark + argument : argument);
+            arguments.push_back(needsMark(argument) ? mark + argument : argument);
         }
     }
     return arguments;

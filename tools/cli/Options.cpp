@@ -1,5 +1,9 @@
 #include "cli/Options.h"
 
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <limits>
 #include <map>
 #include <vector>
@@ -43,6 +47,16 @@ CLI::Option* addPaths(CLI::App& command, const std::string& name, const std::str
         ->check(notEmpty())
         ->type_name(placeholder)
         ->group(messageGroup);
+}
+
+/// Has `option` refused without one of the others.
+void needOneOf(CLI::App& command, const CLI::Option* option, const std::vector<const CLI::Option*>& others) {
+    command.parse_complete_callback([option, others] {
+        const auto given = [](const CLI::Option* other) { return other->count() > 0; };
+        if (given(option) && std::none_of(others.begin(), others.end(), given)) {
+            throw CLI::RequiresError(option->get_name(), others.front()->get_name());
+        }
+    });
 }
 
 std::string textOf(nanoseconds time) {
@@ -91,17 +105,56 @@ void addEndpoints(CLI::App& command, SocketSettings& settings, const std::string
     command.add_option("ENDPOINT", settings.endpoints, description)->check(endpoint())->required();
 }
 
-void addQueue(CLI::App& command, SocketSettings& settings, const std::string& queue) {
+void addNetwork(CLI::App& command, SocketSettings& settings) {
+    addValue<std::string>(command, "--listen-on", "HOST", settings.listenOn,
+                          "on TCP, listen on this address or interface alone, for instance localhost", networkGroup)
+        ->check(host());
+    addValue<std::int64_t>(command, "--max-message-size", "SIZE", settings.maxMessageSize,
+                           "when listening, disconnect a peer that sends a longer message", networkGroup)
+        ->transform(size(std::numeric_limits<std::int64_t>::max()))
+        ->check(CLI::PositiveNumber);
+    command
+        .add_option_function<double>(
+            "--peer-timeout",
+            [&settings](double seconds) {
+                settings.peerTimeout = std::chrono::seconds(static_cast<std::int64_t>(std::ceil(seconds)));
+            },
+            "notice within TIME, in whole seconds, that a peer's machine has vanished")
+        ->transform(duration())
+        ->check(CLI::Range(1.0, 32767.0))
+        ->type_name("TIME")
+        ->group(networkGroup);
+    addFlag(command, "--ipv6", settings.ipv6, "use IPv6, too", networkGroup);
+}
+
+void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue) {
+    const auto direction = [&](const std::string& name, bool binds, const std::string& description) {
+        return command.add_flag_callback(
+                          name, [&settings, binds] { settings.binds = binds; }, description)
+            ->group(socketGroup);
+    };
+    direction("--bind", true, "listen on the endpoint")
+        ->excludes(direction("--connect", false, "connect to the endpoint, on which the other side listens"));
     addValue<int>(command, "--fifo", "N", settings.fifo,
-                  "messages that the " + queue + " queue holds for each peer; 0: no limit (0MQ's default: 1000)",
+                  "messages that the " + queue + " queue holds for each peer; 0: no limit (ZeroMQ's default: 1000)",
                   socketGroup)
         ->transform(wholeNumber(0, std::numeric_limits<int>::max()));
-    addChoice<ClosePolicy::ClosePolicy>(
-        command, "--close-policy", "POLICY", settings.closePolicy,
-        {{"drop", ClosePolicy::DropPending},
-         {"linger", ClosePolicy::LingerTwoSeconds},
-         {"wait", ClosePolicy::WaitForDelivery}},
-        "what is not yet sent at the end: drop, linger (two seconds at most) or wait (without limit)", socketGroup);
+    addNetwork(command, settings);
+}
+
+void addClosePolicy(CLI::App& command, SocketSettings& settings, const std::string& usual) {
+    static const std::map<std::string, ClosePolicy::ClosePolicy> policies = {{"drop", ClosePolicy::DropPending},
+                                                                             {"linger", ClosePolicy::LingerTwoSeconds},
+                                                                             {"wait", ClosePolicy::WaitForDelivery}};
+    command
+        .add_option_function<std::string>(
+            "--close-policy", [&settings](const std::string& word) { settings.closePolicy = policies.at(word); },
+            "what is not yet sent at the end: drop, linger (two seconds at most) or wait (without limit); without "
+            "it, " +
+                usual)
+        ->check(CLI::IsMember({"drop", "linger", "wait"}).description(""))
+        ->type_name("POLICY")
+        ->group(socketGroup);
 }
 
 void addRate(CLI::App& command, SocketSettings& settings) {
@@ -115,7 +168,8 @@ void addContents(CLI::App& command, SourceSettings& settings, const std::string&
         "MESSAGE", settings.messages,
         things + "; without any, each line of standard input is one. Those that begin with a dash go behind --");
     addPaths(command, "--file", "FILE", settings.files, "send what is in FILE; - is standard input");
-    addFlag(command, "--lines", settings.lines, "each line of FILE is a message", messageGroup);
+    addFlag(command, "--lines", settings.lines, "each line of FILE is a message", messageGroup)
+        ->needs(command.get_option("--file"));
     addFlag(command, "--whole", settings.whole, "all of standard input is one message", messageGroup);
     exclude(command, "MESSAGE", {"--file", "--lines", "--whole"});
     exclude(command, "--whole", {"--file", "--lines"});
@@ -126,39 +180,80 @@ void addHex(CLI::App& command, CodecSettings& settings) {
 }
 
 void addFormat(CLI::App& command, CodecSettings& settings, const std::string& things) {
-    addChoice<Format>(command, "--format", "FORMAT", settings.format,
-                      {{"text", Format::Text}, {"hex", Format::Hex}, {"raw", Format::Raw}},
-                      "how " + things +
-                          " are written: text (a line each, control characters escaped), hex (a line each) or raw "
-                          "(the bytes and nothing else)",
-                      messageGroup);
+    addChoice<Format>(
+        command, "--format", "FORMAT", settings.format,
+        {{"text", Format::Text}, {"hex", Format::Hex}, {"hexdump", Format::Hexdump}, {"raw", Format::Raw}},
+        "how " + things +
+            " are written: text (a line each, control characters escaped), hex (a line each), hexdump "
+            "(lines of 16 bytes) or raw (the bytes and nothing else)",
+        messageGroup);
 }
 
-void addSchema(CLI::App& command, CodecSettings& settings, const std::string& things) {
-    auto* const proto = addPaths(command, "--proto", "FILE...", settings.protoFiles,
-                                 "the schema: messages are protobuf, and written as JSON, an object a line");
+void addEnvelope(CLI::App& command, EnvelopeSettings& settings) {
+    const bool receives = command.get_option_no_throw("--format") != nullptr;
+    addText(command, "--separator", "TEXT", settings.separator,
+            receives
+                ? "what stands between the parts of a message, in what is sent and, with --parts, in what is written "
+                  "(without it, a tab)"
+                : "what is sent is split into the parts of a message at each TEXT",
+            messageGroup);
+    if (!receives) {
+        return;
+    }
+    addFlag(command, "--parts", settings.parts, "all parts of a message in one line, not each in its own",
+            messageGroup);
+    addFlag(command, "--timestamps", settings.timestamps, "begin each message with the time of its arrival (UTC)",
+            messageGroup);
+    addFlag(command, "--json", settings.json,
+            "a JSON object a line with time, endpoint, sequence, size and parts of each message", messageGroup);
+    addText(command, "--template", "TEXT", settings.layout,
+            "write TEXT for each message, with {time}, {endpoint}, {sequence}, {size}, {parts}, {message} and {hex} "
+            "replaced",
+            messageGroup);
+    exclude(command, "--json", {"--template", "--parts", "--timestamps", "--format"});
+    exclude(command, "--template", {"--parts", "--timestamps"});
+}
+
+void addSchemaFiles(CLI::App& command, CodecSettings& settings) {
+    addPaths(command, "--proto", "FILE...", settings.protoFiles,
+             "the schema: messages are protobuf, and written as JSON, an object a line");
+    addPaths(command, "--descriptor-set", "FILE", settings.descriptorSets,
+             "a compiled schema, as protoc --descriptor_set_out --include_imports writes it");
+    addPaths(command, "-I,--proto-path", "DIR", settings.protoPaths,
+             "where the schema's imports are; without it, the schema's own folder")
+        ->needs(command.get_option("--proto"));
+}
+
+void addSchema(CLI::App& command, CodecSettings& settings, EnvelopeSettings& envelope, const std::string& things) {
+    addSchemaFiles(command, settings);
+    auto* const proto = command.get_option("--proto");
+    auto* const set = command.get_option("--descriptor-set");
     auto* const type =
         addText(command, "--type", "NAME", settings.type, "the type of the " + things + " in the schema", messageGroup);
     proto->needs(type);
-    type->needs(proto);
-    addPaths(command, "--proto-path", "DIR", settings.protoPaths,
-             "where the schema's imports are; without it, the schema's own folder")
-        ->needs(proto);
+    set->needs(type);
+    addValue<std::size_t>(command, "--proto-part", "N", envelope.protoPart,
+                          "the part of a message that has the type, beginning at 1; without it, the last", messageGroup)
+        ->transform(wholeNumber(1, std::numeric_limits<int>::max()))
+        ->needs(type);
     if (auto* const format = command.get_option_no_throw("--format")) {
         addFlag(command, "--all-fields", settings.allFields, "print fields also when they have their default value",
                 messageGroup)
-            ->needs(proto);
+            ->needs(type);
         proto->excludes(format);
+        set->excludes(format);
     }
     if (auto* const hex = command.get_option_no_throw("--hex")) {
         proto->excludes(hex);
+        set->excludes(hex);
     }
+    needOneOf(command, type, {proto, set});
 }
 
 void addReplyType(CLI::App& command, CodecSettings& settings) {
     addText(command, "--reply-type", "NAME", settings.replyType, "the type of the replies; without it, as --type",
             messageGroup)
-        ->needs(command.get_option("--proto"));
+        ->needs(command.get_option("--type"));
 }
 
 void addCount(CLI::App& command, std::optional<std::uint64_t>& count, const std::string& description) {
@@ -170,13 +265,16 @@ void addTime(CLI::App& command, const std::string& name, nanoseconds& time, cons
     addDuration(command, name, time, description)->default_str(time.count() == 0 ? "" : textOf(time));
 }
 
+void addMaxSize(CLI::App& command, std::size_t& maxSize, const std::string& description) {
+    addValue<std::size_t>(command, "--max-size", "SIZE", maxSize, description, socketGroup)
+        ->transform(size(2147483647))
+        ->default_str(std::to_string(maxSize / (1024UL * 1024UL)) + "MiB");
+}
+
 void addInbox(CLI::App& command, InboxSettings& settings, const std::string& description) {
     addDuration(command, "-t,--timeout", settings.timeout, description)
         ->default_str(settings.timeout ? textOf(*settings.timeout) : "");
-    addValue<std::size_t>(command, "--max-size", "SIZE", settings.maxSize,
-                          "the longest message that is received; longer ones are left out", socketGroup)
-        ->transform(size(2147483647))
-        ->default_str(std::to_string(settings.maxSize / (1024UL * 1024UL)) + "MiB");
+    addMaxSize(command, settings.maxSize, "the longest message that is received; longer ones are left out");
 }
 
 } // namespace rk::tools

@@ -3,9 +3,10 @@
 #include "cli/Formatter.h"
 #include "cli/Validators.h"
 #include "messages/Codec.h"
+#include "messages/MessageCodec.h"
 #include "traffic/Inbox.h"
 #include "traffic/MessageSource.h"
-#include "traffic/openSocket.h"
+#include "traffic/Wire.h"
 
 #include <chrono>
 #include <cstdint>
@@ -21,6 +22,7 @@ namespace rk::tools {
 constexpr const char* messageGroup = "Messages";
 constexpr const char* timeGroup = "Number and time";
 constexpr const char* socketGroup = "Socket";
+constexpr const char* networkGroup = "Network";
 
 /// Adds the option `name`, of which `target` takes the value. `target` may be a std::optional.
 template <class Value, class Target>
@@ -45,8 +47,11 @@ void exclude(CLI::App& command, const std::string& first, const std::vector<std:
 void addEndpoint(CLI::App& command, SocketSettings& settings, const std::string& description);
 void addEndpoints(CLI::App& command, SocketSettings& settings, const std::string& description);
 
-/// --fifo and --close-policy. `queue` names the queue that matters.
-void addQueue(CLI::App& command, SocketSettings& settings, const std::string& queue);
+/// --bind, --connect and --fifo. `queue` names the queue that matters.
+void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue);
+
+/// `usual` describes what the command does without the option.
+void addClosePolicy(CLI::App& command, SocketSettings& settings, const std::string& usual);
 void addRate(CLI::App& command, SocketSettings& settings);
 
 /// MESSAGE, --file, --lines and --whole.
@@ -55,13 +60,23 @@ void addContents(CLI::App& command, SourceSettings& settings, const std::string&
 void addHex(CLI::App& command, CodecSettings& settings);
 void addFormat(CLI::App& command, CodecSettings& settings, const std::string& things);
 
-/// --proto, --type and --proto-path, and --all-fields for a command that has --format. Comes after --format and --hex.
-void addSchema(CLI::App& command, CodecSettings& settings, const std::string& things);
+/// --separator and, for a command that has --format, --parts, --json, --timestamps and --template. Comes after --format.
+void addEnvelope(CLI::App& command, EnvelopeSettings& settings);
+
+/// --proto, --descriptor-set, --type, --proto-path and --proto-part, and --all-fields for a command that has --format.
+/// Comes after --format, --hex and addEnvelope.
+void addSchema(CLI::App& command, CodecSettings& settings, EnvelopeSettings& envelope, const std::string& things);
+
+/// --proto, --descriptor-set and --proto-path alone.
+void addSchemaFiles(CLI::App& command, CodecSettings& settings);
 void addReplyType(CLI::App& command, CodecSettings& settings);
 
 void addCount(CLI::App& command, std::optional<std::uint64_t>& count, const std::string& description);
 void addTime(CLI::App& command, const std::string& name, std::chrono::nanoseconds& time,
              const std::string& description);
+
+/// `things` are too long when they are longer.
+void addMaxSize(CLI::App& command, std::size_t& maxSize, const std::string& description);
 
 /// --timeout and --max-size. `description` is that of --timeout.
 void addInbox(CLI::App& command, InboxSettings& settings, const std::string& description);

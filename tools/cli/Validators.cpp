@@ -2,6 +2,7 @@
 
 #include "traffic/Endpoint.h"
 
+#include <algorithm>
 #include <charconv>
 #include <exception>
 #include <map>
@@ -56,6 +57,16 @@ std::string inRange(const std::string& text, Number least, Number most) {
 
 CLI::Validator notEmpty() {
     return CLI::Validator([](const std::string& text) { return text.empty() ? "must not be empty" : ""; }, "");
+}
+
+CLI::Validator host() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            const bool isHost =
+                !text.empty() && text.find('/') == std::string::npos && std::count(text.begin(), text.end(), ':') != 1;
+            return isHost ? "" : "must be an address or an interface, without a port";
+        },
+        "");
 }
 
 CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most) {

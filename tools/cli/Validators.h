@@ -12,6 +12,9 @@ namespace rk::tools {
 /// Any text but the empty one.
 CLI::Validator notEmpty();
 
+/// An address or an interface, without a port.
+CLI::Validator host();
+
 /// A whole number in decimal digits, at most `most`.
 CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most);
 

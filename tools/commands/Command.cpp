@@ -4,7 +4,8 @@ namespace rk::tools {
 
 using Creator = std::unique_ptr<Command>(CLI::App&);
 
-Creator createPublish, createReply, createRequest, createSubscribe; // each in the file of its command
+Creator createProbe, createPublish, createPull, createPush, createReply, createRequest, createSubscribe,
+    createTypes; // each in the file of its command
 
 const std::vector<CommandEntry>& allCommands() {
     static const std::vector<CommandEntry> entries = {
@@ -12,6 +13,10 @@ const std::vector<CommandEntry>& allCommands() {
         {"pub", "Publish messages", createPublish},
         {"req", "Send requests and print the replies", createRequest},
         {"rep", "Print requests and answer them", createReply},
+        {"push", "Hand each message to one of several receivers", createPush},
+        {"pull", "Print what is handed out", createPull},
+        {"probe", "Tell what listens at an endpoint", createProbe},
+        {"types", "List the types of a schema", createTypes},
     };
     return entries;
 }

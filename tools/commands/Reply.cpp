@@ -1,9 +1,11 @@
-#include "cli/NetworkOptions.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
+#include "display/Complaints.h"
 #include "system/Output.h"
 #include "traffic/Answer.h"
+#include "traffic/Context.h"
 #include "traffic/Inbox.h"
+#include "traffic/Pacer.h"
 
 namespace rk::tools {
 
@@ -12,6 +14,7 @@ namespace {
 struct ReplyOptions {
     SocketSettings socket;
     CodecSettings codec;
+    EnvelopeSettings envelope;
     AnswerSettings answer;
     std::optional<std::uint64_t> count;
     InboxSettings inbox;
@@ -21,66 +24,77 @@ class Replies {
 public:
     Replies(const ReplyOptions& optionsToUse, const Surroundings& surroundings)
         : options(optionsToUse),
+          complaints(surroundings.complaints),
           output(surroundings.stop),
-          codec(makeCodec(options.codec, options.codec.typeOfReplies(), options.codec.type, surroundings.complaints)),
-          answer(makeAnswer(options.answer, !options.codec.protoFiles.empty(), *codec, surroundings.complaints,
-                            surroundings.stop)),
-          socket(socketName(options.socket), options.socket.closePolicy),
-          inbox(socket, options.inbox, surroundings.stop, surroundings.complaints) {
-        sinks.push_back(makePrintingSink(*codec, output, surroundings.complaints));
-        openSocket(socket, rk::socket::Protocol::Rep, options.socket);
+          codec(options.codec, options.envelope, options.codec.typeOfReplies(), options.codec.type, complaints),
+          answer(makeAnswer(options.answer, codec, complaints, surroundings.stop)),
+          context(surroundings.stop),
+          wire(context, Pattern::Reply, options.socket.endpoints.front(), options.socket, surroundings.stop,
+               complaints),
+          inbox({&wire}, options.inbox, surroundings.stop, complaints),
+          pacer(options.socket.rate, surroundings.stop) {
+        sinks.push_back(makePrintingSink(codec, output, complaints));
+        wire.open();
     }
 
     ExitStatus run() {
+        const ExitStatus status = serveAll();
+        wire.close(options.socket.closePolicy.value_or(rk::socket::ClosePolicy::LingerTwoSeconds));
+        return status;
+    }
+
+private:
+    ExitStatus serveAll() {
         for (std::uint64_t answered = 0; !options.count || answered < *options.count; ++answered) {
-            const auto event = inbox.await("request", Inbox::Clock::now(), sinks);
-            if (event != Inbox::Event::Message) {
+            const auto event = inbox.next("request", Inbox::Clock::now(), sinks);
+            if (event == Inbox::Event::Stop || event == Inbox::Event::Timeout) {
                 return event == Inbox::Event::Stop ? ExitStatus::Done : ExitStatus::TimedOut;
             }
-            serve();
+            serve(event);
         }
         return ExitStatus::Done;
     }
 
-private:
-    /// Of a request of several parts all are printed, and the last one is answered. The reply goes out before anything
-    /// can fail that has to do with printing what it answers.
-    void serve() {
-        auto received = inbox.receive();
-        while (inbox.holdsMore()) {
-            handOn(received, sinks);
-            received = inbox.receive();
+    /// The reply goes out before anything can fail that has to do with printing what it answers.
+    void serve(Inbox::Event event) {
+        const Received request = inbox.message();
+        const bool isWhole = event == Inbox::Event::Message;
+        const Parts reply = isWhole ? answer->to(request.parts) : Parts{""};
+        wire.send(reply, Inbox::Clock::time_point::max());
+        pacer.pauseAfter(reply.back().size());
+        if (isWhole) {
+            handOn(request, sinks);
         }
-        std::string block = received ? answer->to(received->bytes) : std::string();
-        socket.send(block.data(), block.size());
-        handOn(received, sinks);
         output.flush();
     }
 
     const ReplyOptions& options;
+    Complaints& complaints;
     Output output;
-    std::unique_ptr<Codec> codec;
+    MessageCodec codec;
     std::unique_ptr<Answer> answer;
-    rk::socket::Socket socket;
+    Context context;
+    Wire wire;
     Inbox inbox;
+    Pacer pacer;
     MessageSinks sinks;
 };
 
 class Reply : public Command {
 public:
     explicit Reply(CLI::App& command) {
-        options.socket.closePolicy = rk::socket::ClosePolicy::LingerTwoSeconds;
         addEndpoint(command, options.socket, "where to listen: tcp://*:PORT, on all interfaces, or ipc://PATH");
-        addAnswer(command);
         addHex(command, options.codec);
         addFormat(command, options.codec, "requests");
-        addSchema(command, options.codec, "requests");
+        addEnvelope(command, options.envelope);
+        addSchema(command, options.codec, options.envelope, "requests");
         addReplyType(command, options.codec);
+        addAnswer(command);
         addCount(command, options.count, "end after N requests");
         addInbox(command, options.inbox, "end, with status 3, when no request has come for TIME");
         addRate(command, options.socket);
-        addQueue(command, options.socket, "incoming");
-        addNetwork(command, true);
+        addSocket(command, options.socket, "incoming");
+        addClosePolicy(command, options.socket, "linger");
         addExamples(command,
                     {{"Answer with the request, until Ctrl-C", "rk-socket rep 'tcp://*:5559' --echo"},
                      {"Answer one request with a fixed text",
@@ -91,7 +105,10 @@ public:
                       "telemetry.Answer --command 'jq \"{id, refusal: \\\"not now\\\"}\"'"}});
     }
 
-    ExitStatus run(const Surroundings& surroundings) override { return Replies(options, surroundings).run(); }
+    ExitStatus run(const Surroundings& surroundings) override {
+        options.socket.maxSize = options.inbox.maxSize;
+        return Replies(options, surroundings).run();
+    }
     bool isEndless() const override { return !options.count; }
 
 private:
@@ -102,9 +119,19 @@ private:
         addFlag(command, "--echo", options.answer.echo, "answer with the request", group);
         addText(command, "--command", "COMMAND", options.answer.command,
                 "answer with what COMMAND, run by the shell, writes when it is given the request", group);
+        addTime(command, "--command-timeout", options.answer.limits.time,
+                "kill COMMAND after TIME, and answer with an empty block");
+        command.get_option("--command-timeout")->needs(command.get_option("--command"));
+        addValue<std::size_t>(command, "--command-output", "SIZE", options.answer.limits.output,
+                              "kill COMMAND when it writes more than SIZE, and answer with an empty block", socketGroup)
+            ->transform(size(2147483647))
+            ->default_str("64MiB")
+            ->needs(command.get_option("--command"));
         exclude(command, "--reply", {"--reply-file", "--echo", "--command"});
         exclude(command, "--reply-file", {"--echo", "--command"});
         exclude(command, "--echo", {"--command"});
+        exclude(command, "--hex", {"--echo", "--command"});
+        exclude(command, "--echo", {"--reply-type"});
         command.callback([&answer = options.answer] {
             if (!answer.text && !answer.file && !answer.echo && !answer.command) {
                 throw CLI::RequiredError("--reply, --reply-file, --echo or --command");

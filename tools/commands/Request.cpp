@@ -1,11 +1,12 @@
-#include "cli/NetworkOptions.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "display/Numbers.h"
 #include "display/RoundTrips.h"
 #include "system/Output.h"
+#include "traffic/Context.h"
 #include "traffic/Inbox.h"
 #include "traffic/Outgoing.h"
+#include "traffic/Pacer.h"
 
 #include <cstdio>
 
@@ -18,6 +19,7 @@ using Clock = std::chrono::steady_clock;
 struct RequestOptions {
     SocketSettings socket;
     CodecSettings codec;
+    EnvelopeSettings envelope;
     SourceSettings source;
     Repetition repetition;
     InboxSettings inbox;
@@ -28,53 +30,71 @@ public:
     Requests(const RequestOptions& optionsToUse, const Surroundings& surroundings)
         : options(optionsToUse),
           output(surroundings.stop),
-          codec(makeCodec(options.codec, options.codec.type, options.codec.typeOfReplies(), surroundings.complaints)),
-          outgoing(options.source, options.repetition, *codec, surroundings.complaints, surroundings.stop),
-          socket(socketName(options.socket), options.socket.closePolicy),
-          inbox(socket, options.inbox, surroundings.stop, surroundings.complaints) {
-        sinks.push_back(makePrintingSink(*codec, output, surroundings.complaints));
-        openSocket(socket, rk::socket::Protocol::Req, options.socket);
+          codec(options.codec, options.envelope, options.codec.type, options.codec.typeOfReplies(),
+                surroundings.complaints),
+          outgoing(options.source, options.repetition, codec, surroundings.complaints, surroundings.stop),
+          context(surroundings.stop),
+          wire(context, Pattern::Request, options.socket.endpoints.front(), options.socket, surroundings.stop,
+               surroundings.complaints),
+          inbox({&wire}, options.inbox, surroundings.stop, surroundings.complaints),
+          pacer(options.socket.rate, surroundings.stop) {
+        sinks.push_back(makePrintingSink(codec, output, surroundings.complaints));
+        wire.open();
     }
 
     ExitStatus run() {
         bool goOn = true;
         while (goOn) {
-            auto block = outgoing.next();
-            goOn = block && exchange(*block);
+            const auto message = outgoing.next();
+            goOn = message && exchange(*message);
         }
         output.flush();
         if (options.repetition.count) {
             report();
         }
+        wire.close(closePolicy());
         return sent == roundTrips.count() + unfinished ? ExitStatus::Done : ExitStatus::TimedOut;
     }
 
 private:
     /// False when told to stop.
-    bool exchange(std::string& block) {
+    bool exchange(const Parts& message) {
         const auto start = Clock::now();
-        socket.send(block.data(), block.size());
+        const auto deadline = options.inbox.timeout ? start + *options.inbox.timeout : Clock::time_point::max();
+        const bool handedOver = wire.send(message, deadline);
         ++sent;
-        const auto event = inbox.await("reply", start, sinks);
-        if (event == Inbox::Event::Message) {
-            take(start);
+        const auto event = inbox.next("reply", start, sinks);
+        if (event == Inbox::Event::Message || event == Inbox::Event::TooLong) {
+            take(start, event);
+            pacer.pauseAfter(message.back().size());
+        } else if (event == Inbox::Event::Timeout) {
+            renew(handedOver);
         }
         unfinished += event == Inbox::Event::Stop ? 1 : 0;
         return event != Inbox::Event::Stop;
     }
 
-    /// A reply of several parts counts as one, and is printed as several.
-    void take(Clock::time_point start) {
-        const auto received = inbox.receive();
+    void take(Clock::time_point start, Inbox::Event event) {
         roundTrips.add(Clock::now() - start);
-        handOn(received, sinks);
-        while (inbox.holdsMore()) {
-            handOn(inbox.receive(), sinks);
+        if (event == Inbox::Event::Message) {
+            handOn(inbox.message(), sinks);
         }
         if (!options.repetition.count) {
             output.flush();
             std::fprintf(stderr, "round trip %s ms\n", fixed(roundTrips.last(), 3).c_str());
         }
+    }
+
+    /// A socket that waits for a reply cannot send another request.
+    void renew(bool handedOver) {
+        if (handedOver) {
+            wire.close(closePolicy());
+            wire.open();
+        }
+    }
+
+    rk::socket::ClosePolicy::ClosePolicy closePolicy() const {
+        return options.socket.closePolicy.value_or(rk::socket::ClosePolicy::DropPending);
     }
 
     void report() const {
@@ -87,10 +107,12 @@ private:
 
     const RequestOptions& options;
     Output output;
-    std::unique_ptr<Codec> codec;
+    MessageCodec codec;
     Outgoing outgoing;
-    rk::socket::Socket socket;
+    Context context;
+    Wire wire;
     Inbox inbox;
+    Pacer pacer;
     MessageSinks sinks;
     RoundTrips roundTrips;
     std::uint64_t sent = 0;
@@ -104,7 +126,8 @@ public:
         addContents(command, options.source, "what to ask");
         addHex(command, options.codec);
         addFormat(command, options.codec, "replies");
-        addSchema(command, options.codec, "requests");
+        addEnvelope(command, options.envelope);
+        addSchema(command, options.codec, options.envelope, "requests");
         addReplyType(command, options.codec);
         addCount(command, options.repetition.count,
                  "send N requests, beginning again at the first when there are no more, and show how the round-trip "
@@ -113,8 +136,8 @@ public:
         addInbox(command, options.inbox, "wait TIME for each reply; status 3 if one did not come");
         addTime(command, "-i,--interval", options.repetition.interval, "wait TIME between requests");
         addRate(command, options.socket);
-        addQueue(command, options.socket, "outgoing");
-        addNetwork(command, false);
+        addSocket(command, options.socket, "outgoing");
+        addClosePolicy(command, options.socket, "drop");
         addExamples(command,
                     {{"Ask once, and see how long it takes", "rk-socket req tcp://localhost:5558 'are you there?'"},
                      {"How are the round-trip times distributed?",
@@ -126,7 +149,10 @@ public:
                       "rk-socket req tcp://localhost:5558 --file request.bin --format raw >reply.bin"}});
     }
 
-    ExitStatus run(const Surroundings& surroundings) override { return Requests(options, surroundings).run(); }
+    ExitStatus run(const Surroundings& surroundings) override {
+        options.socket.maxSize = options.inbox.maxSize;
+        return Requests(options, surroundings).run();
+    }
     bool isEndless() const override { return options.repetition.isEndless(); }
 
 private:

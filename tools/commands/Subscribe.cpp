@@ -1,7 +1,7 @@
-#include "cli/NetworkOptions.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "system/Output.h"
+#include "traffic/Context.h"
 #include "traffic/Inbox.h"
 
 namespace rk::tools {
@@ -13,6 +13,7 @@ using Clock = std::chrono::steady_clock;
 struct SubscribeOptions {
     SocketSettings socket;
     CodecSettings codec;
+    EnvelopeSettings envelope;
     bool stats = false;
     std::optional<std::string> record;
     std::optional<std::uint64_t> count;
@@ -22,24 +23,13 @@ struct SubscribeOptions {
 
 class Subscription {
 public:
-    Subscription(const SubscribeOptions& optionsToUse, const Surroundings& surroundings)
+    Subscription(const SubscribeOptions& optionsToUse, Pattern pattern, const Surroundings& surroundings)
         : options(optionsToUse),
           output(surroundings.stop),
-          socket(socketName(options.socket), options.socket.closePolicy),
-          inbox(socket, options.inbox, surroundings.stop, surroundings.complaints) {
-        if (!options.stats && !options.record) {
-            codec = makeCodec(options.codec, std::nullopt, options.codec.type, surroundings.complaints);
-        }
-        openSocket(socket, rk::socket::Protocol::Sub, options.socket);
-        if (options.record) {
-            sinks.push_back(makeRecordingSink(*options.record, options.count, surroundings.stop));
-        }
-        if (options.stats) {
-            sinks.push_back(makeStatisticsSink(output, options.interval, Clock::now()));
-        }
-        if (codec) {
-            sinks.push_back(makePrintingSink(*codec, output, surroundings.complaints));
-        }
+          context(surroundings.stop),
+          wires(open(pattern, surroundings)),
+          inbox(pointersTo(wires), options.inbox, surroundings.stop, surroundings.complaints) {
+        addSinks(surroundings);
     }
 
     ExitStatus run() {
@@ -51,58 +41,123 @@ public:
     }
 
 private:
+    using Wires = std::vector<std::unique_ptr<Wire>>;
+
+    Wires open(Pattern pattern, const Surroundings& surroundings) {
+        if (!options.stats && !options.record) {
+            // Before anything is opened: a schema may be wrong.
+            codec = std::make_unique<MessageCodec>(options.codec, options.envelope, std::nullopt, options.codec.type,
+                                                   surroundings.complaints);
+        }
+        Wires opened;
+        for (const std::string& endpoint : options.socket.endpoints) {
+            opened.push_back(std::make_unique<Wire>(context, pattern, endpoint, options.socket, surroundings.stop,
+                                                    surroundings.complaints));
+            opened.back()->open();
+        }
+        return opened;
+    }
+
+    static std::vector<Wire*> pointersTo(const Wires& wires) {
+        std::vector<Wire*> pointers;
+        for (const auto& wire : wires) {
+            pointers.push_back(wire.get());
+        }
+        return pointers;
+    }
+
+    void addSinks(const Surroundings& surroundings) {
+        if (options.record) {
+            sinks.push_back(
+                makeRecordingSink(*options.record, options.count, surroundings.complaints, surroundings.stop));
+        }
+        if (options.stats) {
+            sinks.push_back(makeStatisticsSink(output, surroundings.complaints, options.interval,
+                                               options.socket.endpoints, Clock::now()));
+        }
+        if (codec) {
+            sinks.push_back(makePrintingSink(*codec, output, surroundings.complaints));
+        }
+    }
+
     ExitStatus takeAll() {
         auto lastArrival = Clock::now();
         for (std::uint64_t taken = 0; !options.count || taken < *options.count; ++taken) {
-            const auto event = inbox.await("message", lastArrival, sinks);
-            if (event != Inbox::Event::Message) {
+            const auto event = inbox.next("message", lastArrival, sinks);
+            if (event == Inbox::Event::Stop || event == Inbox::Event::Timeout) {
                 return event == Inbox::Event::Stop ? ExitStatus::Done : ExitStatus::TimedOut;
             }
-            const auto message = inbox.receive();
-            lastArrival = message ? message->arrival : Clock::now();
-            handOn(message, sinks);
+            const Received message = inbox.message();
+            lastArrival = message.arrival;
+            if (event == Inbox::Event::Message) {
+                handOn(message, sinks);
+            }
         }
         return ExitStatus::Done;
     }
 
     const SubscribeOptions& options;
     Output output;
-    rk::socket::Socket socket;
+    Context context;
+    std::unique_ptr<MessageCodec> codec;
+    Wires wires;
     Inbox inbox;
-    std::unique_ptr<Codec> codec;
     MessageSinks sinks;
 };
 
+/// `sub` and `pull`.
 class Subscribe : public Command {
 public:
-    explicit Subscribe(CLI::App& command) {
+    Subscribe(CLI::App& command, Pattern patternToUse) : pattern(patternToUse) {
         addEndpoints(command, options.socket,
-                     "tcp://HOST:PORT or ipc://PATH, where somebody publishes; messages of all of them are mixed as "
-                     "they come");
+                     "tcp://HOST:PORT or ipc://PATH, where somebody sends; messages of all of them are mixed as they "
+                     "come");
+        if (pattern == Pattern::Subscribe) {
+            command
+                .add_option("--topic", options.socket.topics,
+                            "only messages that begin with PREFIX; may be given several times")
+                ->allow_extra_args(false)
+                ->check(notEmpty())
+                ->type_name("PREFIX")
+                ->group(messageGroup);
+        }
         addFormat(command, options.codec, "messages");
-        addSchema(command, options.codec, "messages");
+        addEnvelope(command, options.envelope);
+        command.get_option("--separator")->needs(command.get_option("--parts"));
+        addSchema(command, options.codec, options.envelope, "messages");
         addStatisticsAndRecording(command);
         addCount(command, options.count, "end after N messages");
         addInbox(command, options.inbox, "end, with status 3, when no message has come for TIME");
-        addTime(command, "-i,--interval", options.interval, "for --stats: TIME between lines");
-        addQueue(command, options.socket, "incoming");
-        addNetwork(command, false);
-        addExamples(command,
-                    {{"Is anything coming out of that port? Ends with status 3 if nothing does within two seconds",
-                      "rk-socket sub tcp://localhost:5555 --count 1 --timeout 2s"},
-                     {"How fast, how large, how regular? Until Ctrl-C", "rk-socket sub tcp://localhost:5555 --stats"},
-                     {"What does it say?",
-                      "rk-socket sub tcp://localhost:5555 --proto telemetry.proto --type telemetry.Reading --count 3"},
-                     {"One field of each message, through jq",
-                      "rk-socket sub tcp://localhost:5555 --proto telemetry.proto --type Reading | jq .load"},
-                     {"Keep the next hundred messages, with their timing",
-                      "rk-socket sub tcp://localhost:5555 --record readings.rec --count 100"}});
+        addTime(command, "-i,--interval", options.interval, "TIME between lines of --stats");
+        command.get_option("--interval")->needs(command.get_option("--stats"));
+        addSocket(command, options.socket, "incoming");
+        addExamples(command, pattern == Pattern::Subscribe ? examplesOfSub() : examplesOfPull());
     }
 
-    ExitStatus run(const Surroundings& surroundings) override { return Subscription(options, surroundings).run(); }
+    ExitStatus run(const Surroundings& surroundings) override {
+        options.socket.maxSize = options.inbox.maxSize;
+        return Subscription(options, pattern, surroundings).run();
+    }
     bool isEndless() const override { return !options.count; }
 
 private:
+    static std::vector<Example> examplesOfSub() {
+        return {{"Is anything coming out of that port? Ends with status 3 if nothing does within two seconds",
+                 "rk-socket sub tcp://localhost:5555 --count 1 --timeout 2s"},
+                {"How fast, how large, how regular? Until Ctrl-C", "rk-socket sub tcp://localhost:5555 --stats"},
+                {"What does it say?",
+                 "rk-socket sub tcp://localhost:5555 --proto telemetry.proto --type telemetry.Reading --count 3"},
+                {"One field of each message, through jq",
+                 "rk-socket sub tcp://localhost:5555 --proto telemetry.proto --type Reading | jq .load"},
+                {"Keep the next hundred messages, with their timing",
+                 "rk-socket sub tcp://localhost:5555 --record readings.rec --count 100"}};
+    }
+
+    static std::vector<Example> examplesOfPull() {
+        return {{"Take one task of those that are handed out", "rk-socket pull tcp://localhost:5561 --count 1"},
+                {"Collect results", "rk-socket pull --bind 'tcp://*:5560' --json"}};
+    }
+
     void addStatisticsAndRecording(CLI::App& command) {
         addFlag(command, "--stats", options.stats,
                 "instead of the messages, show how many there are, how large and how regular: redrawn in place on a "
@@ -110,17 +165,24 @@ private:
                 messageGroup);
         addText(command, "--record", "FILE", options.record,
                 "instead of printing the messages, keep them in FILE for pub --replay", messageGroup);
-        exclude(command, "--stats", {"--proto", "--format"});
-        exclude(command, "--record", {"--proto", "--format"});
+        for (const char* const option : {"--stats", "--record"}) {
+            exclude(command, option,
+                    {"--proto", "--descriptor-set", "--format", "--parts", "--json", "--timestamps", "--template"});
+        }
     }
 
+    Pattern pattern;
     SubscribeOptions options;
 };
 
 } // namespace
 
 std::unique_ptr<Command> createSubscribe(CLI::App& command) {
-    return std::make_unique<Subscribe>(command);
+    return std::make_unique<Subscribe>(command, Pattern::Subscribe);
+}
+
+std::unique_ptr<Command> createPull(CLI::App& command) {
+    return std::make_unique<Subscribe>(command, Pattern::Pull);
 }
 
 } // namespace rk::tools

@@ -7,17 +7,20 @@
 
 namespace rk::tools {
 
-namespace {
-
-void write(const char* colour, const std::string& text) {
+void Complaints::write(const char* colour, const std::string& text) const {
+    if (prepare) {
+        prepare();
+    }
     const bool coloured = hasColours(STDERR_FILENO);
     std::fprintf(stderr, "%srk-socket:%s %s\n", coloured ? colour : "", coloured ? "\033[0m" : "", text.c_str());
 }
 
-} // namespace
-
 void Complaints::add(const std::string& text) {
     added = true;
+    report(text);
+}
+
+void Complaints::report(const std::string& text) const {
     write("\033[1;31m", text);
 }
 

@@ -23,22 +23,30 @@ void Flow::add(std::size_t size, Clock::time_point arrival) {
         gaps.add(seconds(arrival - *last) * 1000.0);
     }
     last = arrival;
-    sizes.add(static_cast<double>(size));
+    lengths.add(static_cast<double>(size));
     bytes += static_cast<double>(size);
 }
 
+double Flow::messagesPerSecond(Clock::time_point now) const {
+    return static_cast<double>(messages()) / std::max(seconds(now - begin), 1e-9);
+}
+
+double Flow::megabitsPerSecond(Clock::time_point now) const {
+    return bytes * 8.0 / megabit / std::max(seconds(now - begin), 1e-9);
+}
+
 std::string Flow::rates(Clock::time_point now) const {
-    const double elapsed = std::max(seconds(now - begin), 1e-9);
-    return fixed(static_cast<double>(messages()) / elapsed, 1) + " messages/s, " +
-           fixed(bytes * 8.0 / megabit / elapsed, 3) + " Mbit/s";
+    return fixed(messagesPerSecond(now), 1) + " messages/s, " + fixed(megabitsPerSecond(now), 3) + " Mbit/s";
+}
+
+std::string Flow::sizes() const {
+    return lengths.count() == 0
+               ? "-"
+               : fixed(lengths.least(), 0) + "/" + fixed(lengths.mean(), 1) + "/" + fixed(lengths.greatest(), 0);
 }
 
 std::string Flow::sizeText() const {
-    if (sizes.count() == 0) {
-        return "size -";
-    }
-    return "size " + fixed(sizes.least(), 0) + "/" + fixed(sizes.mean(), 1) + "/" + fixed(sizes.greatest(), 0) +
-           " bytes";
+    return "size " + sizes() + (lengths.count() == 0 ? "" : " bytes");
 }
 
 std::string Flow::gapText() const {

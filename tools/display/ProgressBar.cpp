@@ -1,5 +1,6 @@
 #include "display/ProgressBar.h"
 
+#include "display/Complaints.h"
 #include "display/Numbers.h"
 #include "display/Terminal.h"
 
@@ -16,9 +17,18 @@ constexpr std::size_t barWidth = 30;
 
 } // namespace
 
-ProgressBar::ProgressBar() : visible(isTerminal(STDERR_FILENO)) {}
+ProgressBar::ProgressBar(Complaints& complaintsToMakeRoomFor)
+    : complaints(complaintsToMakeRoomFor), visible(canRedraw(STDERR_FILENO)) {
+    complaints.beforeEachLine([this] {
+        if (shown) {
+            std::fputs("\r\033[K", stderr);
+            shown = false;
+        }
+    });
+}
 
 ProgressBar::~ProgressBar() {
+    complaints.beforeEachLine({});
     if (shown) {
         std::fputc('\n', stderr);
     }

@@ -6,12 +6,15 @@
 
 namespace rk::tools {
 
+class Complaints;
+
 /// A line on standard error, if that is a terminal, which shows how far the work has come.
 class ProgressBar {
 public:
     using Clock = std::chrono::steady_clock;
 
-    ProgressBar();
+    /// Makes room for complaints.
+    explicit ProgressBar(Complaints& complaints);
 
     /// Ends the line.
     ~ProgressBar();
@@ -28,6 +31,7 @@ public:
     static std::string line(std::optional<double> done, const std::string& text, std::size_t width);
 
 private:
+    Complaints& complaints;
     bool visible;
     bool shown = false;
     Clock::time_point next;

@@ -1,19 +1,22 @@
 #pragma once
 
+#include "display/Spread.h"
+
 #include <chrono>
-#include <cstddef>
+#include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
 namespace rk::tools {
 
-/// How long replies took.
+/// How long replies took. Takes a bounded amount of memory: times that differ by less than 0.1 % are kept as their mean.
 class RoundTrips {
 public:
     void add(std::chrono::nanoseconds time);
 
-    std::size_t count() const { return milliseconds.size(); }
-    double last() const { return milliseconds.back(); } ///< in milliseconds
+    std::uint64_t count() const { return all.count(); }
+    double last() const { return latest; } ///< in milliseconds
 
     /// The time below which the given share of the replies, from 0 to 1, came; in milliseconds.
     double quantile(double share) const;
@@ -22,9 +25,17 @@ public:
     std::vector<std::string> distribution() const;
 
 private:
+    struct Bucket {
+        std::uint64_t count = 0;
+        double sum = 0.0;
+    };
+
     std::vector<std::string> histogram() const;
 
-    std::vector<double> milliseconds;
+    double latest = 0.0;
+    Spread all;
+    std::map<int, Bucket> buckets; ///< by the logarithm of the time
+    std::map<int, std::uint64_t> classes;
 };
 
 } // namespace rk::tools

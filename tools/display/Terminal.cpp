@@ -11,11 +11,14 @@ bool isTerminal(int descriptor) {
     return ::isatty(descriptor) == 1;
 }
 
+bool canRedraw(int descriptor) {
+    const char* const terminal = std::getenv("TERM");
+    return isTerminal(descriptor) && terminal != nullptr && std::string_view(terminal) != "dumb";
+}
+
 bool hasColours(int descriptor) {
     const char* const refusal = std::getenv("NO_COLOR");
-    const char* const terminal = std::getenv("TERM");
-    return isTerminal(descriptor) && (refusal == nullptr || *refusal == '\0') && terminal != nullptr &&
-           std::string_view(terminal) != "dumb";
+    return canRedraw(descriptor) && (refusal == nullptr || *refusal == '\0');
 }
 
 std::size_t widthOf(int descriptor) {

@@ -1,34 +1,58 @@
 # bash completion for rk-socket
 
+# The types of the schema on the command line.
+_rk_socket_types() {
+    local -a options=()
+    local place
+    for ((place = 2; place < COMP_CWORD; ++place)); do
+        case ${COMP_WORDS[place - 1]} in
+        --proto | --descriptor-set | --proto-path | -I) options+=("${COMP_WORDS[place - 1]}" "${COMP_WORDS[place]}") ;;
+        esac
+    done
+    "${COMP_WORDS[0]}" types "${options[@]}" 2>/dev/null
+}
+
 _rk_socket() {
     local current=${COMP_WORDS[COMP_CWORD]} words=""
-    local common="--proto --type --proto-path -n --count --fifo --close-policy --peer-timeout --ipv6 -v --verbose -h --help"
-    local listening="--listen-on --max-message-size"
-    local received="--format --all-fields --max-size -t --timeout"
+    local general="-v --verbose -h --help" schema="--proto --descriptor-set -I --proto-path"
+    local common="$general $schema --type --proto-part --separator -n --count --bind --connect --fifo"
+    common+=" --listen-on --max-message-size --peer-timeout --ipv6"
+    local received="--format --all-fields --parts --json --timestamps --template --max-size -t --timeout"
+    local sent="--file --lines --whole --hex -i --interval --rate --close-policy"
+    local replayed="--replay --speed --max-size --live"
     COMPREPLY=()
     case ${COMP_WORDS[COMP_CWORD - 1]} in
-    --format) words="text hex raw" ;;
+    --format) words="text hex hexdump raw" ;;
     --close-policy) words="drop linger wait" ;;
-    --file | --proto | --record | --replay | --reply-file)
+    --type | --reply-type) words=$(_rk_socket_types) ;;
+    --file | --proto | --descriptor-set | --record | --replay | --reply-file)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
         ;;
-    --proto-path)
+    -I | --proto-path)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -d -- "$current")
         return
         ;;
-    --type | --reply-type | -n | --count | -t | --timeout | -i | --interval | --delay | --speed) return ;;
-    --rate | --fifo | --max-size | --reply | --command) return ;;
+    -n | --count | -t | --timeout | -i | --interval | --delay | --wait | --speed | --command-timeout) return ;;
     --listen-on | --max-message-size | --peer-timeout) return ;;
+    --rate | --fifo | --max-size | --command-output | --proto-part) return ;;
+    --reply | --command | --separator | --template | --topic) return ;;
     *)
         case $COMP_CWORD,$current,${COMP_WORDS[1]} in
-        1,*) words="sub pub req rep --help --help-all --version" ;;
-        *,-*,sub) words="$common $received --stats --record -i --interval" ;;
-        *,-*,pub) words="$common $listening --file --lines --whole --hex --replay --speed --delay -i --interval --rate" ;;
-        *,-*,req) words="$common $received --file --lines --whole --hex --reply-type -i --interval --rate" ;;
-        *,-*,rep) words="$common $listening $received --reply --reply-file --echo --command --hex --reply-type --rate" ;;
+        1,*) words="sub pub req rep push pull probe types --help --help-all --version" ;;
+        *,-*,sub) words="$common $received --topic --stats --record -i --interval" ;;
+        *,-*,pull) words="$common $received --stats --record -i --interval" ;;
+        *,-*,pub) words="$common $sent $replayed --delay --wait" ;;
+        *,-*,push) words="$common $sent $replayed" ;;
+        *,-*,req) words="$common $received $sent --reply-type" ;;
+        *,-*,rep)
+            words="$common $received --reply --reply-file --echo --command --command-timeout --command-output --hex"
+            words+=" --reply-type --rate --close-policy"
+            ;;
+        *,-*,probe) words="$general -t --timeout" ;;
+        *,-*,types) words="$general $schema --type" ;;
         esac
         ;;
     esac

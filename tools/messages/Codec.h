@@ -15,6 +15,7 @@ class Complaints;
 enum class Format {
     Text,
     Hex,
+    Hexdump,
     Raw
 };
 
@@ -24,10 +25,12 @@ struct CodecSettings {
     bool hex = false; ///< messages to send are given in hexadecimal digits
     std::vector<std::string> protoFiles;
     std::vector<std::string> protoPaths;
+    std::vector<std::string> descriptorSets;
     std::optional<std::string> type;
     std::optional<std::string> replyType; ///< of replies, where it is not `type`
     bool allFields = false;
 
+    bool hasSchema() const { return !protoFiles.empty() || !descriptorSets.empty(); }
     std::optional<std::string> typeOfReplies() const { return replyType ? replyType : type; }
 };
 
@@ -45,14 +48,14 @@ public:
     /// The block for `text`. Throws CodecError.
     virtual std::string encode(const std::string& text) = 0;
 
-    /// What is printed for `block`. Throws CodecError.
-    virtual std::string decode(std::string_view block) = 0;
+    /// Appends what is printed for `block`, without the end of its line. Throws CodecError, and appends nothing then.
+    virtual void decode(std::string_view block, std::string& text) = 0;
 };
 
 /// Blocks of bytes without a schema.
 ///
 /// As text, a block is one line: control characters and bytes that are not UTF-8 are written "\n" or "\x1B". As hex, it
-/// is one line of digits. Raw, it is its bytes and nothing else.
+/// is one line of digits, and as a hexdump lines of 16 bytes. Raw, it is its bytes and nothing else.
 std::unique_ptr<Codec> makeRawCodec(const CodecSettings& settings);
 
 /// Protobuf messages of a schema, as JSON: one object in one line. Fields are named as in the schema. Texts to encode

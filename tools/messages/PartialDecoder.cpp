@@ -1,6 +1,6 @@
 #include "messages/PartialDecoder.h"
 
-#include <google/protobuf/io/coded_stream.h>
+#include "messages/WireFormat.h"
 
 #include <memory>
 
@@ -13,42 +13,6 @@ using google::protobuf::Message;
 using google::protobuf::io::CodedInputStream;
 
 constexpr int deepest = 100; // as protobuf has it
-
-/// The last three bits of a tag: how the value behind it is encoded.
-enum WireType : std::uint32_t {
-    Varint = 0,
-    Fixed64 = 1,
-    LengthDelimited = 2,
-    StartGroup = 3,
-    EndGroup = 4,
-    Fixed32 = 5
-};
-
-std::uint32_t wireTypeOf(std::uint32_t tag) {
-    return tag & 7U;
-}
-
-CodedInputStream streamOf(std::string_view bytes) {
-    return CodedInputStream(reinterpret_cast<const std::uint8_t*>(bytes.data()), static_cast<int>(bytes.size()));
-}
-
-/// Skips the value behind a tag; the start and end of a group count as values. False if it is not whole.
-bool skipValue(CodedInputStream& stream, std::uint32_t wireType) {
-    std::uint64_t number = 0;
-    std::uint32_t size = 0;
-    switch (wireType) {
-    case Varint:
-        return stream.ReadVarint64(&number);
-    case Fixed64:
-        return stream.Skip(8);
-    case LengthDelimited:
-        return stream.ReadVarint32(&size) && stream.Skip(static_cast<int>(size));
-    case Fixed32:
-        return stream.Skip(4);
-    default:
-        return wireType == StartGroup || wireType == EndGroup;
-    }
-}
 
 /// The length of the field that begins `bytes`, with all of a group; 0 if it is not whole. Whether its contents make
 /// sense is for the parser to say.
@@ -99,7 +63,7 @@ std::size_t decode(std::string_view block, Message& message, int depth) {
     if (wireTypeOf(tag) != LengthDelimited || !stream.ReadVarint32(&size)) {
         return good;
     }
-    const auto* const field = message.GetDescriptor()->FindFieldByNumber(static_cast<int>(tag >> 3U));
+    const auto* const field = message.GetDescriptor()->FindFieldByNumber(fieldNumberOf(tag));
     Message* const inner = depth < deepest ? messageOf(field, message) : nullptr;
     if (inner == nullptr) {
         return good;

@@ -1,25 +1,26 @@
 #include "display/Complaints.h"
 #include "messages/Codec.h"
+#include "messages/Inspection.h"
+#include "messages/JsonTypes.h"
 #include "messages/PartialDecoder.h"
 #include "messages/Protobuf.h"
 #include "messages/Schema.h"
 #include "messages/Text.h"
 
 #include <google/protobuf/message.h>
-#include <google/protobuf/unknown_field_set.h>
-#include <google/protobuf/util/type_resolver_util.h>
 
+#include <set>
 #include <vector>
 
 namespace rk::tools {
 
 namespace {
 
-using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 namespace util = google::protobuf::util;
 
 constexpr const char* urlPrefix = "type.googleapis.com";
+constexpr std::size_t mostRemarks = 100;
 
 std::string typeOf(const Message& message) {
     return fullNameOf(message.GetDescriptor());
@@ -29,37 +30,19 @@ std::string urlOf(const Message& message) {
     return std::string(urlPrefix) + "/" + typeOf(message);
 }
 
+template <class Texts>
+std::string listed(const Texts& texts) {
+    std::string list;
+    for (const std::string& text : texts) {
+        list += (list.empty() ? "" : ", ") + text;
+    }
+    return list;
+}
+
 std::string missingFields(const Message& message) {
     std::vector<std::string> fields;
     message.FindInitializationErrors(&fields);
-    std::string text;
-    for (const std::string& field : fields) {
-        text += (text.empty() ? "" : ", ") + field;
-    }
-    return text;
-}
-
-/// The numbers of the fields that the message's type, or that of a message in it, does not have.
-void collectUnknownFields(const Message& message, std::string& numbers) {
-    const auto* const reflection = message.GetReflection();
-    const auto& unknown = reflection->GetUnknownFields(message);
-    for (int index = 0; index < unknown.field_count(); ++index) {
-        numbers += (numbers.empty() ? "" : ", ") + std::to_string(unknown.field(index).number());
-    }
-    std::vector<const FieldDescriptor*> fields;
-    reflection->ListFields(message, &fields);
-    for (const FieldDescriptor* field : fields) {
-        if (field->cpp_type() != FieldDescriptor::CPPTYPE_MESSAGE) {
-            continue;
-        }
-        if (!field->is_repeated()) {
-            collectUnknownFields(reflection->GetMessage(message, field), numbers);
-            continue;
-        }
-        for (int index = 0; index < reflection->FieldSize(message, field); ++index) {
-            collectUnknownFields(reflection->GetRepeatedMessage(message, field, index), numbers);
-        }
-    }
+    return listed(fields);
 }
 
 /// Protobuf's complaint about JSON text in one line: it may begin with an empty place, and end with an excerpt and a
@@ -81,24 +64,27 @@ public:
     ProtobufCodec(const CodecSettings& settings, const std::optional<std::string>& sent,
                   const std::optional<std::string>& received, const Complaints& complaintsToUse)
         : complaints(complaintsToUse),
-          schema(settings.protoFiles, settings.protoPaths),
-          resolver(util::NewTypeResolverForDescriptorPool(urlPrefix, schema.pool())),
+          schema(settings),
+          resolver(newJsonTypeResolver(urlPrefix, *schema.pool())),
           sentMessage(sent ? schema.newMessage(schema.type(*sent)) : nullptr),
           receivedMessage(received ? schema.newMessage(schema.type(*received)) : nullptr),
-          allFields(settings.allFields) {
-        silenceProtobuf(); // its messages are part of the complaints
-    }
+          sendsGroups(sentMessage && mayContainGroups(*sentMessage->GetDescriptor())),
+          receivesGroups(receivedMessage && mayContainGroups(*receivedMessage->GetDescriptor())),
+          allFields(settings.allFields) {}
 
     std::string encode(const std::string& text) override {
+        if (!isUtf8(text)) {
+            throw CodecError("not UTF-8, which JSON has to be");
+        }
         std::string block;
         const auto status = util::JsonToBinaryString(resolver.get(), urlOf(*sentMessage), text, &block);
         if (!status.ok()) {
             throw CodecError("not a " + typeOf(*sentMessage) + " in JSON: " + inOneLine(std::string(status.message())));
         }
-        return block;
+        return sendsGroups ? messagesToGroups(block, *sentMessage->GetDescriptor()) : block;
     }
 
-    std::string decode(std::string_view block) override {
+    void decode(std::string_view block, std::string& text) override {
         if (!receivedMessage->ParsePartialFromArray(block.data(), static_cast<int>(block.size()))) {
             receivedMessage->Clear();
             const std::size_t place = decodePart(block, *receivedMessage);
@@ -110,8 +96,14 @@ public:
                              missingFields(*receivedMessage) +
                              "; decoded: " + toJson(receivedMessage->SerializePartialAsString()));
         }
-        remarkOnUnknownFields();
-        return toJson(std::string(block)) + "\n";
+        const Inspection inspection = inspect(*receivedMessage);
+        remarkOn(inspection);
+        if (!inspection.notUtf8.empty()) {
+            throw CodecError(
+                "not UTF-8, which JSON has to be: " + listed(inspection.notUtf8) +
+                "; decoded, with these bytes escaped: " + toJson(receivedMessage->SerializePartialAsString()));
+        }
+        text += toJson(std::string(block));
     }
 
 private:
@@ -121,7 +113,9 @@ private:
         options.preserve_proto_field_names = true;
         printAllFields(options, allFields);
         std::string json;
-        const auto status = util::BinaryToJsonString(resolver.get(), urlOf(*receivedMessage), block, &json, options);
+        const auto status = util::BinaryToJsonString(
+            resolver.get(), urlOf(*receivedMessage),
+            receivesGroups ? groupsToMessages(block, *receivedMessage->GetDescriptor()) : block, &json, options);
         if (!status.ok()) {
             throw CodecError("no JSON for this " + typeOf(*receivedMessage) + ": " +
                              inOneLine(std::string(status.message())));
@@ -129,26 +123,40 @@ private:
         return json;
     }
 
-    void remarkOnUnknownFields() {
-        if (remarked) {
-            return;
+    /// Says each thing once.
+    void remarkOn(const Inspection& inspection) {
+        for (const auto& [type, numbers] : inspection.unknownFields) {
+            std::set<std::string> unremarked;
+            for (const int number : numbers) {
+                if (isNew(type + " " + std::to_string(number))) {
+                    unremarked.insert(std::to_string(number));
+                }
+            }
+            if (!unremarked.empty()) {
+                complaints.remark("there are fields that " + type + " does not have, number " + listed(unremarked) +
+                                  ": is it the right type?");
+            }
         }
-        std::string numbers;
-        collectUnknownFields(*receivedMessage, numbers);
-        if (!numbers.empty()) {
-            remarked = true;
-            complaints.remark("there are fields that " + typeOf(*receivedMessage) + " does not have, number " +
-                              numbers + ": is it the right type?");
+        // With unknown fields, it is one more sign of the wrong type.
+        for (const std::string& mismatch : inspection.mismatches) {
+            if (inspection.unknownFields.empty() && isNew(mismatch)) {
+                complaints.remark(mismatch);
+            }
         }
     }
+
+    /// False for what has been remarked, and once there have been many remarks.
+    bool isNew(const std::string& remark) { return remarked.size() < mostRemarks && remarked.insert(remark).second; }
 
     const Complaints& complaints;
     Schema schema;
     std::unique_ptr<util::TypeResolver> resolver;
     std::unique_ptr<Message> sentMessage;
     std::unique_ptr<Message> receivedMessage;
+    bool sendsGroups;
+    bool receivesGroups;
     bool allFields;
-    bool remarked = false;
+    std::set<std::string> remarked;
 };
 
 } // namespace

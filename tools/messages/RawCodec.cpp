@@ -19,10 +19,21 @@ public:
         throw CodecError("not pairs of hexadecimal digits");
     }
 
-    std::string decode(std::string_view block) override {
-        return output == Format::Text  ? printable(block) + "\n"
-               : output == Format::Hex ? toHex(block) + "\n"
-                                       : std::string(block);
+    void decode(std::string_view block, std::string& text) override {
+        switch (output) {
+        case Format::Text:
+            appendPrintable(text, block);
+            break;
+        case Format::Hex:
+            text += toHex(block);
+            break;
+        case Format::Hexdump:
+            text += hexdump(block);
+            break;
+        case Format::Raw:
+            text += block;
+            break;
+        }
     }
 
 private:

@@ -19,6 +19,16 @@ std::string folderOf(const std::string& path) {
     return std::filesystem::path(path).parent_path();
 }
 
+std::ifstream opened(const std::string& path) {
+    errno = 0;
+    std::ifstream file(path, std::ios::binary);
+    file.peek(); // a folder can be opened
+    if (!file.is_open() || file.bad()) {
+        throw std::runtime_error("cannot read " + path + ": " + std::strerror(errno));
+    }
+    return file;
+}
+
 void collect(const Descriptor* type, std::vector<const Descriptor*>& types) {
     if (type->options().map_entry()) {
         return;
@@ -66,23 +76,46 @@ private:
     bool withLine = false;
 };
 
-Schema::Schema(const std::vector<std::string>& files, const std::vector<std::string>& paths)
+Schema::Schema(const CodecSettings& settings)
     : builtIn(*google::protobuf::DescriptorPool::generated_pool()),
-      database(&sources, &builtIn),
+      fromSources(&sources, &builtIn),
+      database(&fromSets, &fromSources),
       firstError(std::make_unique<FirstError>(*this)),
-      importedPool(&database, database.GetValidationErrorCollector()),
+      importedPool(&database, fromSources.GetValidationErrorCollector()),
       factory(&importedPool) {
-    database.RecordErrorsTo(firstError.get());
+    silenceProtobuf(); // it repeats its complaints, and remarks on what works, on standard error
+    fromSources.RecordErrorsTo(firstError.get());
     importedPool.EnforceWeakDependencies(true);
-    for (const std::string& path : paths) {
+    for (const std::string& path : settings.protoPaths) {
         sources.MapPath("", path);
     }
-    for (const std::string& file : files) {
-        const FileDescriptor* const descriptor = importedPool.FindFileByName(nameOf(file));
-        if (descriptor == nullptr) {
-            throw std::runtime_error(firstError->text.empty() ? file + ": not a schema" : firstError->text);
-        }
-        imported.push_back(descriptor);
+    for (const std::string& set : settings.descriptorSets) {
+        addDescriptorSet(set);
+    }
+    for (const std::string& file : settings.protoFiles) {
+        import(nameOf(file), file);
+    }
+}
+
+void Schema::import(const std::string& name, const std::string& path) {
+    const FileDescriptor* const descriptor = importedPool.FindFileByName(name);
+    if (descriptor == nullptr) {
+        throw std::runtime_error(firstError->text.empty() ? path + ": not a schema" : firstError->text);
+    }
+    imported.push_back(descriptor);
+}
+
+void Schema::addDescriptorSet(const std::string& path) {
+    std::ifstream file = opened(path);
+    google::protobuf::FileDescriptorSet set;
+    if (!set.ParseFromIstream(&file) || set.file_size() == 0) {
+        throw std::runtime_error(path + ": not a descriptor set, as protoc --descriptor_set_out writes it");
+    }
+    for (const auto& part : set.file()) {
+        fromSets.Add(part);
+    }
+    for (const auto& part : set.file()) {
+        import(part.name(), path + ": " + part.name());
     }
 }
 
@@ -90,12 +123,7 @@ Schema::~Schema() = default;
 
 std::string Schema::nameOf(const std::string& path) {
     using google::protobuf::compiler::DiskSourceTree;
-    errno = 0;
-    std::ifstream file(path);
-    file.peek(); // a folder can be opened
-    if (!file.is_open() || file.bad()) {
-        throw std::runtime_error("cannot read " + path + ": " + std::strerror(errno));
-    }
+    opened(path);
     std::string name;
     std::string shadowing;
     auto result = sources.DiskFileToVirtualFile(path, &name, &shadowing);
@@ -137,6 +165,14 @@ const Descriptor* Schema::type(const std::string& name) {
     }
     throw std::runtime_error(files + ": no message type '" + name + "'; there " +
                              (known.empty() ? "is none" : "are: " + known));
+}
+
+std::vector<std::string> Schema::typeNames() const {
+    std::vector<std::string> names;
+    for (const Descriptor* type : typesOf(imported)) {
+        names.push_back(fullNameOf(type));
+    }
+    return names;
 }
 
 const google::protobuf::DescriptorPool* Schema::pool() const {

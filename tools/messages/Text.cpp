@@ -1,8 +1,10 @@
 #include "messages/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstddef>
+#include <cstdio>
 
 namespace rk::tools {
 
@@ -16,7 +18,7 @@ unsigned char byteAt(std::string_view bytes, std::size_t place) {
 }
 
 bool isPlain(unsigned char byte) {
-    return (byte >= 0x20 && byte < 0x7F) || byte == '\t';
+    return (byte >= 0x20 && byte < 0x7F && byte != '\\') || byte == '\t';
 }
 
 /// The length of the character that begins `bytes` if it is UTF-8 of two bytes or more, else 0.
@@ -37,8 +39,29 @@ std::size_t lengthOfCharacter(std::string_view bytes) {
     const unsigned char second = byteAt(bytes, 1);
     const bool longerThanNeeded = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
     const bool noCharacter = (first == 0xED && second >= 0xA0) || (first == 0xF4 && second >= 0x90);
-    const bool control = first == 0xC2 && second < 0xA0;
-    return longerThanNeeded || noCharacter || control ? 0 : length;
+    return longerThanNeeded || noCharacter ? 0 : length;
+}
+
+/// Whether a character of two bytes or more does something to the characters around it: C1 controls, marks and overrides
+/// of the direction, line separators, zero-width characters and tags.
+bool isControl(std::string_view character) {
+    const unsigned char second = byteAt(character, 1);
+    const unsigned char third = character.size() > 2 ? byteAt(character, 2) : 0;
+    switch (byteAt(character, 0)) {
+    case 0xC2:
+        return second < 0xA0 || second == 0xAD;
+    case 0xD8:
+        return second == 0x9C;
+    case 0xE2:
+        return (second == 0x80 && ((third >= 0x8B && third <= 0x8F) || (third >= 0xA8 && third <= 0xAE))) ||
+               (second == 0x81 && third >= 0xA0 && third <= 0xAF);
+    case 0xEF:
+        return second == 0xBB && third == 0xBF;
+    case 0xF3:
+        return second == 0xA0 && third <= 0x81;
+    default:
+        return false;
+    }
 }
 
 void appendEscaped(std::string& text, unsigned char byte) {
@@ -46,6 +69,8 @@ void appendEscaped(std::string& text, unsigned char byte) {
         text += "\\n";
     } else if (byte == '\r') {
         text += "\\r";
+    } else if (byte == '\\') {
+        text += "\\\\";
     } else {
         text += "\\x";
         text += upperDigits[byte / 16U];
@@ -88,9 +113,24 @@ std::optional<std::string> fromHex(std::string_view text) {
     return bytes;
 }
 
+bool isUtf8(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const std::size_t length = byteAt(bytes, 0) < 0x80 ? 1 : lengthOfCharacter(bytes);
+        if (length == 0) {
+            return false;
+        }
+        bytes.remove_prefix(length);
+    }
+    return true;
+}
+
 std::string printable(std::string_view bytes) {
     std::string text;
-    text.reserve(bytes.size());
+    appendPrintable(text, bytes);
+    return text;
+}
+
+void appendPrintable(std::string& text, std::string_view bytes) {
     std::size_t place = 0;
     while (place < bytes.size()) {
         const std::size_t start = place;
@@ -101,13 +141,34 @@ std::string printable(std::string_view bytes) {
         if (place == bytes.size()) {
             break;
         }
-        if (const std::size_t length = lengthOfCharacter(bytes.substr(place)); length > 0) {
-            text += bytes.substr(place, length);
-            place += length;
+        const std::size_t length = lengthOfCharacter(bytes.substr(place));
+        const std::string_view character = bytes.substr(place, std::max<std::size_t>(length, 1));
+        if (length > 0 && !isControl(character)) {
+            text += character;
         } else {
-            appendEscaped(text, byteAt(bytes, place));
-            ++place;
+            std::for_each(character.begin(), character.end(),
+                          [&text](char byte) { appendEscaped(text, static_cast<unsigned char>(byte)); });
         }
+        place += character.size();
+    }
+}
+
+std::string hexdump(std::string_view bytes) {
+    constexpr std::size_t width = 16;
+    std::string text;
+    for (std::size_t start = 0; start < bytes.size(); start += width) {
+        const std::string_view line = bytes.substr(start, width);
+        std::array<char, 20> place{};
+        std::snprintf(place.data(), place.size(), "%08zx:", start);
+        std::string digits;
+        std::string characters;
+        for (std::size_t index = 0; index < width; ++index) {
+            digits += index % 2 == 0 ? " " : "";
+            digits += index < line.size() ? toHex(line.substr(index, 1)) : "  ";
+            const bool shown = index < line.size() && byteAt(line, index) >= 0x20 && byteAt(line, index) < 0x7F;
+            characters += index >= line.size() ? "" : shown ? std::string(1, line[index]) : ".";
+        }
+        text += (start == 0 ? "" : "\n") + std::string(place.data()) + digits + "  " + characters;
     }
     return text;
 }

@@ -7,8 +7,8 @@
 
 namespace rk::tools {
 
-RecordingReader::RecordingReader(const std::string& path, const StopSignals& stopSignals)
-    : stop(stopSignals), file(path, stopSignals) {
+RecordingReader::RecordingReader(const std::string& path, std::size_t maxSize, const StopSignals& stopSignals)
+    : stop(stopSignals), file(path, stopSignals), capacity(maxSize) {
     const std::string start = file.read(recording::header.size());
     position = start.size();
     if (start == recording::header || stop.requested()) {
@@ -21,6 +21,25 @@ RecordingReader::RecordingReader(const std::string& path, const StopSignals& sto
 }
 
 std::optional<RecordingReader::Entry> RecordingReader::next() {
+    Entry entry{};
+    std::size_t size = 0;
+    bool more = true;
+    while (more) {
+        auto block = nextBlock(size);
+        if (!block) {
+            return std::nullopt;
+        }
+        more = block->more;
+        entry.time = entry.parts.empty() ? block->time : entry.time;
+        size += block->bytes.size();
+        entry.parts.push_back(std::move(block->bytes));
+    }
+    ++messages;
+    return entry;
+}
+
+/// Nothing at the end, or when told to stop. `sizeBefore` is that of the earlier parts of the message.
+std::optional<RecordingReader::Block> RecordingReader::nextBlock(std::size_t sizeBefore) {
     const std::string headBytes = file.read(recording::headSize);
     if (stop.requested() || headBytes.empty()) {
         return std::nullopt;
@@ -29,22 +48,35 @@ std::optional<RecordingReader::Entry> RecordingReader::next() {
         refuse(recording::headSize, headBytes.size());
     }
     const recording::Head head = recording::headFromBytes(headBytes);
-    Entry entry{head.time, file.read(head.size)};
+    const std::uint64_t whole = recording::headSize + head.size;
+    // A wrong length must not fill the memory.
+    if (const auto size = file.size(); size && position + whole > *size) {
+        refuse(whole, *size - position);
+    }
+    if (sizeBefore + head.size > capacity) {
+        refuseLength(sizeBefore + head.size);
+    }
+    Block block{head.time, file.read(head.size), head.more};
     if (stop.requested()) {
         return std::nullopt;
     }
-    if (entry.block.size() < head.size) {
-        refuse(recording::headSize + head.size, recording::headSize + entry.block.size());
+    if (block.bytes.size() < head.size) {
+        refuse(whole, recording::headSize + block.bytes.size());
     }
-    position += recording::headSize + head.size;
-    ++blocks;
-    return entry;
+    position += whole;
+    return block;
 }
 
-void RecordingReader::refuse(std::uint64_t size, std::size_t got) const {
-    throw std::runtime_error(file.name() + ": truncated: message " + std::to_string(blocks + 1) + ", at byte " +
+void RecordingReader::refuse(std::uint64_t size, std::uint64_t got) const {
+    throw std::runtime_error(file.name() + ": truncated: message " + std::to_string(messages + 1) + ", at byte " +
                              std::to_string(position) + ", has " + std::to_string(got) + " of at least " +
                              std::to_string(size) + " bytes");
+}
+
+void RecordingReader::refuseLength(std::uint64_t size) const {
+    throw std::runtime_error(file.name() + ": damaged: message " + std::to_string(messages + 1) + ", at byte " +
+                             std::to_string(position) + ", has " + std::to_string(size) +
+                             " bytes, more than --max-size " + std::to_string(capacity));
 }
 
 std::optional<double> RecordingReader::progress() const {

@@ -6,34 +6,45 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace rk::tools {
 
-/// Reads a recording, block by block.
+/// Reads a recording, message by message.
 class RecordingReader {
 public:
     struct Entry {
         std::chrono::nanoseconds time; ///< since the first one
-        std::string block;
+        std::vector<std::string> parts;
     };
 
-    /// Throws std::runtime_error with the reason: cannot be read, is no recording, is one of another version.
-    RecordingReader(const std::string& path, const StopSignals& stop);
+    /// A message longer than `maxSize` is taken for damage. Throws std::runtime_error with the reason: cannot be read, is
+    /// no recording, is one of another version.
+    RecordingReader(const std::string& path, std::size_t maxSize, const StopSignals& stop);
 
-    /// The next block, or nothing at the end or when told to stop. Throws std::runtime_error that names the place when
-    /// the recording ends within a block.
+    /// The next message, or nothing at the end or when told to stop. Throws std::runtime_error that names the place when
+    /// the recording ends within a message.
     std::optional<Entry> next();
 
     /// How much has been read, from 0 to 1, if the length is known.
     std::optional<double> progress() const;
 
 private:
-    [[noreturn]] void refuse(std::uint64_t size, std::size_t got) const;
+    struct Block {
+        std::chrono::nanoseconds time;
+        std::string bytes;
+        bool more;
+    };
+
+    std::optional<Block> nextBlock(std::size_t sizeBefore);
+    [[noreturn]] void refuse(std::uint64_t size, std::uint64_t got) const;
+    [[noreturn]] void refuseLength(std::uint64_t size) const;
 
     const StopSignals& stop;
     InputFile file;
-    std::uint64_t position = 0;
-    std::uint64_t blocks = 0;
+    std::size_t capacity;
+    std::uint64_t position = 0; ///< of the next block
+    std::uint64_t messages = 0;
 };
 
 } // namespace rk::tools

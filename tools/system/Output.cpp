@@ -9,14 +9,13 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 
 namespace rk::tools {
 
 namespace {
 
-constexpr std::size_t bufferSize = 64UL * 1024;
 constexpr int patience = 1000; // milliseconds
 
 } // namespace
@@ -31,6 +30,27 @@ Output::Output(const std::string& path, const StopSignals& stopSignals)
     if (descriptor < 0) {
         throw std::runtime_error("cannot write " + name + ": " + std::strerror(errno));
     }
+    struct stat status = {};
+    isRegular = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    if (S_ISFIFO(status.st_mode)) {
+        openPipe();
+    }
+}
+
+/// Opens a pipe a second time, so that our writes do not block and those of others who share it stay as they are. Best
+/// effort: the pipe may belong to another user.
+void Output::openPipe() {
+    const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+    const int own = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (own < 0) {
+        return;
+    }
+    if (owned) {
+        ::close(descriptor);
+    }
+    descriptor = own;
+    owned = true;
+    waits = false;
 }
 
 Output::~Output() {
@@ -46,25 +66,36 @@ Output::~Output() {
 
 void Output::write(std::string_view bytes) {
     buffer += bytes;
-    if (buffer.size() >= bufferSize) {
-        flush();
-    }
+    flushWhenFull();
 }
 
 void Output::flush() {
-    const std::string pending = std::exchange(buffer, {});
-    std::string_view rest = pending;
-    while (!rest.empty()) {
+    // Kept for its memory; empty when this fails, so that nothing is written twice.
+    std::string handedOn;
+    handedOn.swap(buffer);
+    for (std::string_view rest = handedOn; !rest.empty();) {
+        writePiece(rest);
+    }
+    handedOn.clear();
+    buffer.swap(handedOn);
+}
+
+void Output::writePiece(std::string_view& rest) const {
+    // A reader that is stuck must not keep a signal from ending the process.
+    if (waits && !isRegular) {
         awaitReader();
-        // A pipe that is ready takes so much at once.
-        const ssize_t result = ::write(descriptor, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
-        if (result >= 0) {
-            rest.remove_prefix(static_cast<std::size_t>(result));
-        } else if (errno == EPIPE) {
-            throw ReaderGone();
-        } else if (errno != EINTR && errno != EAGAIN) {
-            throw std::runtime_error("cannot write " + name + ": " + std::strerror(errno));
-        }
+    }
+    // A pipe that is ready takes so much without blocking.
+    const std::size_t size = waits && !isRegular ? std::min<std::size_t>(rest.size(), PIPE_BUF) : rest.size();
+    const ssize_t result = ::write(descriptor, rest.data(), size);
+    if (result >= 0) {
+        rest.remove_prefix(static_cast<std::size_t>(result));
+    } else if (errno == EPIPE) {
+        throw ReaderGone();
+    } else if (errno == EAGAIN) {
+        awaitReader();
+    } else if (errno != EINTR) {
+        throw std::runtime_error("cannot write " + name + ": " + std::strerror(errno));
     }
 }
 

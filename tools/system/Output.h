@@ -31,6 +31,16 @@ public:
 
     void write(std::string_view bytes);
 
+    /// What has been written and not handed on, to which more may be appended. Call flushWhenFull() then.
+    std::string& pending() { return buffer; }
+    bool hasPending() const { return !buffer.empty(); }
+
+    void flushWhenFull() {
+        if (buffer.size() >= bufferSize) {
+            flush();
+        }
+    }
+
     /// Hands on what has been written. Throws ReaderGone, also when the reader takes nothing for a second after the
     /// request to stop; or std::runtime_error with the reason.
     void flush();
@@ -41,12 +51,18 @@ public:
     bool isTerminal() const;
 
 private:
+    static constexpr std::size_t bufferSize = 64UL * 1024;
+
+    void writePiece(std::string_view& rest) const;
     void awaitReader() const;
+    void openPipe();
 
     const StopSignals& stop;
     std::string name;
     int descriptor;
     bool owned;
+    bool waits = true; ///< a write may block
+    bool isRegular = false;
     std::string buffer;
 };
 

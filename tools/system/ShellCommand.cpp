@@ -1,9 +1,12 @@
 #include "system/ShellCommand.h"
 
+#include "display/Numbers.h"
 #include "system/StopSignals.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -11,6 +14,7 @@
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -82,16 +86,6 @@ pid_t spawn(const std::string& command, int input, int output) {
     return child;
 }
 
-/// False at the end.
-bool drain(const Descriptor& pipe, std::string& output) {
-    std::array<char, 65536> piece{};
-    const ssize_t size = ::read(pipe.number, piece.data(), piece.size());
-    if (size > 0) {
-        output.append(piece.data(), static_cast<std::size_t>(size));
-    }
-    return size > 0 || (size < 0 && errno == EINTR);
-}
-
 int waitFor(pid_t child) {
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
@@ -99,40 +93,98 @@ int waitFor(pid_t child) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-} // namespace
+/// A running command.
+class Run {
+public:
+    using Clock = std::chrono::steady_clock;
 
-ShellCommand::ShellCommand(const std::string& commandText, const StopSignals& stopSignals)
-    : command(commandText), stop(stopSignals) {}
+    Run(const std::string& command, std::string_view input, const ShellCommand::Limits& limitsToKeep)
+        : limits(limitsToKeep), deadline(Clock::now() + limits.time) {
+        fill(request, input);
+        std::array<int, 2> ends{};
+        if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+            refuse("make a pipe");
+        }
+        readEnd.number = ends[0];
+        Descriptor writeEnd;
+        writeEnd.number = ends[1];
+        ::fcntl(readEnd.number, F_SETFL, O_NONBLOCK);
+        child = spawn(command, request.number, writeEnd.number);
+        ended.number = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+        if (ended.number < 0) {
+            const int error = errno;
+            kill();
+            waitFor(child);
+            errno = error;
+            refuse("watch the command");
+        }
+    }
 
-ShellCommand::Result ShellCommand::run(std::string_view input) const {
+    ShellCommand::Result finish(const StopSignals& stop) {
+        ShellCommand::Result result;
+        while (!hasEnded && !stop.requested() && !result.exceeded) {
+            await(stop);
+            drain(result.output);
+            result.exceeded = exceededBy(result.output);
+        }
+        if (!hasEnded) {
+            kill();
+        }
+        result.status = waitFor(child);
+        return result;
+    }
+
+private:
+    void await(const StopSignals& stop) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        const int limit = static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, INT_MAX));
+        std::array<pollfd, 3> items = {
+            {{ended.number, POLLIN, 0}, {readEnd.number, POLLIN, 0}, {stop.descriptor(), POLLIN, 0}}};
+        ::poll(items.data(), items.size(), limit);
+        hasEnded = items[0].revents != 0;
+    }
+
+    /// Takes what is there, up to the limit.
+    void drain(std::string& output) {
+        std::array<char, 65536> piece{};
+        ssize_t size = 1;
+        while (readEnd.number >= 0 && size > 0 && output.size() <= limits.output) {
+            size = ::read(readEnd.number, piece.data(), piece.size());
+            output.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+        }
+        if (size == 0) {
+            readEnd.close(); // poll ignores it from now on
+        }
+    }
+
+    std::optional<std::string> exceededBy(const std::string& output) const {
+        if (output.size() > limits.output) {
+            return "it wrote more than " + std::to_string(limits.output) + " bytes";
+        }
+        if (!hasEnded && Clock::now() >= deadline) {
+            return "it took longer than " + described(limits.time);
+        }
+        return std::nullopt;
+    }
+
+    void kill() const { ::kill(-child, SIGKILL); }
+
+    ShellCommand::Limits limits;
+    Clock::time_point deadline;
     Descriptor request;
     Descriptor readEnd;
-    Descriptor writeEnd;
-    fill(request, input);
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-        refuse("make a pipe");
-    }
-    readEnd.number = ends[0];
-    writeEnd.number = ends[1];
-    const pid_t child = spawn(command, request.number, writeEnd.number);
-    writeEnd.close();
-    Result result;
-    bool open = true;
-    while (open) {
-        std::array<pollfd, 2> items = {{{readEnd.number, POLLIN, 0}, {stop.descriptor(), POLLIN, 0}}};
-        ::poll(items.data(), items.size(), -1);
-        if (stop.requested()) {
-            ::kill(-child, SIGTERM);
-            break;
-        }
-        if (items[0].revents != 0) {
-            open = drain(readEnd, result.output);
-        }
-    }
-    readEnd.close();
-    result.status = waitFor(child);
-    return result;
+    Descriptor ended; ///< becomes readable when the command has ended
+    pid_t child = 0;
+    bool hasEnded = false;
+};
+
+} // namespace
+
+ShellCommand::ShellCommand(const std::string& commandText, const Limits& limitsToKeep, const StopSignals& stopSignals)
+    : command(commandText), limits(limitsToKeep), stop(stopSignals) {}
+
+ShellCommand::Result ShellCommand::run(std::string_view input) const {
+    return Run(command, input, limits).finish(stop);
 }
 
 } // namespace rk::tools

@@ -15,9 +15,26 @@ namespace {
 
 volatile std::sig_atomic_t received = 0;
 int wakeUp = -1;
+std::int64_t firstTime = 0; // in nanoseconds
+
+// timeout and other supervisors send the same signal twice, to the process and to its group.
+constexpr std::int64_t grace = 1000000000;
+
+std::int64_t monotonicTime() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * std::int64_t{1000000000} + now.tv_nsec;
+}
 
 extern "C" void rkToolsOnSignal(int signal) {
     const int error = errno;
+    if (received != 0 && monotonicTime() - firstTime >= grace) {
+        std::signal(signal, SIG_DFL);
+        static_cast<void>(std::raise(signal)); // delivered on return from this handler
+    }
+    if (received == 0) {
+        firstTime = monotonicTime();
+    }
     received = signal;
     const std::uint64_t one = 1;
     static_cast<void>(!::write(wakeUp, &one, sizeof one));
@@ -34,8 +51,9 @@ StopSignals::StopSignals() {
     }
     struct sigaction action = {};
     action.sa_handler = rkToolsOnSignal;
-    // Not restarted: what waits has to wake up. Reset: the second one ends what does not.
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    // Both wait for each other, so that the handler is not interrupted.
+    sigaddset(&action.sa_mask, SIGINT);
+    sigaddset(&action.sa_mask, SIGTERM);
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);

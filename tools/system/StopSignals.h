@@ -4,8 +4,8 @@
 
 namespace rk::tools {
 
-/// Turns SIGINT and SIGTERM into a request to stop, which interrupts whatever waits; a second one ends the process at
-/// once. SIGPIPE is ignored: a reader that is gone shows when it is written to. One object for the whole process.
+/// Turns SIGINT and SIGTERM into a request to stop, which interrupts whatever waits. Another one a second later, or after
+/// that, ends the process at once. SIGPIPE is ignored: a reader that is gone shows when it is written to. One object for the whole process.
 class StopSignals {
 public:
     using Clock = std::chrono::steady_clock;

@@ -1,73 +1,86 @@
 #include "traffic/Answer.h"
 
 #include "display/Complaints.h"
-#include "messages/Codec.h"
+#include "messages/MessageCodec.h"
 #include "system/InputFile.h"
-#include "system/ShellCommand.h"
 #include "system/StopSignals.h"
 
 namespace rk::tools {
 
 namespace {
 
+/// All parts, or the last one if messages are not handled in parts.
 class Echo : public Answer {
 public:
-    std::string to(std::string_view request) override { return std::string(request); }
+    explicit Echo(bool keepParts) : keepsParts(keepParts) {}
+
+    Parts to(const std::vector<std::string_view>& request) override {
+        return {keepsParts ? request.begin() : request.end() - 1, request.end()};
+    }
+
+private:
+    bool keepsParts;
 };
 
 class FixedAnswer : public Answer {
 public:
-    explicit FixedAnswer(std::string blockToSend) : block(std::move(blockToSend)) {}
-    std::string to(std::string_view /*request*/) override { return block; }
+    explicit FixedAnswer(Parts messageToSend) : message(std::move(messageToSend)) {}
+    Parts to(const std::vector<std::string_view>& /*request*/) override { return message; }
 
 private:
-    std::string block;
+    Parts message;
 };
 
 /// The output of a command that gets the request: as bytes, or as JSON if there is a schema.
 class CommandAnswer : public Answer {
 public:
-    CommandAnswer(const std::string& commandToRun, bool hasSchema, Codec& codecToUse, Complaints& complaintsToUse,
+    CommandAnswer(const AnswerSettings& settings, MessageCodec& codecToUse, Complaints& complaintsToUse,
                   const StopSignals& stopSignals)
-        : command(commandToRun, stopSignals),
-          withSchema(hasSchema),
+        : command(*settings.command, settings.limits, stopSignals),
           codec(codecToUse),
           complaints(complaintsToUse),
           stop(stopSignals) {}
 
-    std::string to(std::string_view request) override {
+    Parts to(const std::vector<std::string_view>& request) override {
         try {
-            const auto result = command.run(withSchema ? codec.decode(request) : std::string(request));
-            if (result.status != 0 && !stop.requested()) {
-                complaints.add("the command ended with status " + std::to_string(result.status));
-            }
-            if (stop.requested() || (withSchema && result.status != 0 && result.output.empty())) {
-                return {};
-            }
-            return withSchema ? codec.encode(result.output) : result.output;
+            return replyFrom(command.run(codec.forCommand(request)));
         } catch (const CodecError& error) {
             complaints.add(std::string("answered with an empty block: ") + error.what());
-            return {};
+            return {""};
         }
     }
 
 private:
+    Parts replyFrom(const ShellCommand::Result& result) {
+        if (stop.requested()) {
+            return {""};
+        }
+        if (result.exceeded) {
+            complaints.add("the command was killed, and the request answered with an empty block: " + *result.exceeded);
+            return {""};
+        }
+        if (result.status != 0) {
+            complaints.add("the command ended with status " + std::to_string(result.status));
+        }
+        const bool isNothing = codec.hasSchema() && result.status != 0 && result.output.empty();
+        return isNothing ? Parts{""} : codec.hasSchema() ? codec.encode(result.output) : Parts{result.output};
+    }
+
     ShellCommand command;
-    bool withSchema;
-    Codec& codec;
+    MessageCodec& codec;
     Complaints& complaints;
     const StopSignals& stop;
 };
 
 } // namespace
 
-std::unique_ptr<Answer> makeAnswer(const AnswerSettings& settings, bool withSchema, Codec& codec,
-                                   Complaints& complaints, const StopSignals& stop) {
+std::unique_ptr<Answer> makeAnswer(const AnswerSettings& settings, MessageCodec& codec, Complaints& complaints,
+                                   const StopSignals& stop) {
     if (settings.echo) {
-        return std::make_unique<Echo>();
+        return std::make_unique<Echo>(codec.keepsParts());
     }
     if (settings.command) {
-        return std::make_unique<CommandAnswer>(*settings.command, withSchema, codec, complaints, stop);
+        return std::make_unique<CommandAnswer>(settings, codec, complaints, stop);
     }
     std::string text = settings.text.value_or("");
     std::string place = "--reply";

@@ -1,13 +1,17 @@
 #pragma once
 
+#include "system/ShellCommand.h"
+#include "traffic/Wire.h"
+
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace rk::tools {
 
-class Codec;
+class MessageCodec;
 class Complaints;
 class StopSignals;
 
@@ -17,6 +21,7 @@ struct AnswerSettings {
     std::optional<std::string> file;
     bool echo = false;
     std::optional<std::string> command;
+    ShellCommand::Limits limits;
 };
 
 /// What a request is answered with.
@@ -24,14 +29,13 @@ class Answer {
 public:
     virtual ~Answer() = default;
 
-    /// The block for `request`. A client that gets none would wait for ever: where there is nothing good to answer, it
-    /// is an empty block, and complained about.
-    virtual std::string to(std::string_view request) = 0;
+    /// The reply to a request of so many parts. A client that gets none would wait for ever: where there is nothing good to answer, it
+    /// is empty, and reported.
+    virtual Parts to(const std::vector<std::string_view>& request) = 0;
 };
 
-/// Makes the answer that the settings ask for. `withSchema`: a command is given JSON, and writes JSON. Throws
-/// std::runtime_error when a fixed block cannot be read or encoded.
-std::unique_ptr<Answer> makeAnswer(const AnswerSettings& settings, bool withSchema, Codec& codec,
-                                   Complaints& complaints, const StopSignals& stop);
+/// Makes the answer that the settings ask for. Throws std::runtime_error when a fixed block cannot be read or encoded.
+std::unique_ptr<Answer> makeAnswer(const AnswerSettings& settings, MessageCodec& codec, Complaints& complaints,
+                                   const StopSignals& stop);
 
 } // namespace rk::tools

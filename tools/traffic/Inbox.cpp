@@ -3,87 +3,139 @@
 #include "display/Complaints.h"
 #include "display/Numbers.h"
 #include "system/StopSignals.h"
+#include "traffic/Probe.h"
+#include "traffic/Wire.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <stdexcept>
 
 namespace rk::tools {
 
 namespace {
 
-constexpr std::chrono::milliseconds longestWait{100};
+using std::chrono::milliseconds;
+
+// Output is held back this long for more to come, so that it is written in few pieces.
+constexpr milliseconds gathering{1};
+constexpr milliseconds checkInterval{250};
+constexpr milliseconds connectPatience{500};
 
 } // namespace
 
-// Not made by make_unique, which would touch every page of a buffer that is mostly far too large.
-Inbox::Inbox(rk::socket::Socket& socketToRead, const InboxSettings& settings, const StopSignals& stopSignals,
+Inbox::Inbox(std::vector<Wire*> wiresToRead, const InboxSettings& settings, const StopSignals& stopSignals,
              Complaints& complaintsToUse)
-    : socket(socketToRead),
+    : wires(std::move(wiresToRead)),
+      items(wires.size() + 1),
       stop(stopSignals),
       complaints(complaintsToUse),
       capacity(settings.maxSize),
-      timeout(settings.timeout),
-      buffer(new char[capacity]) {}
+      timeout(settings.timeout) {}
 
-Inbox::Event Inbox::await(const std::string& thing, Clock::time_point start, const MessageSinks& sinks) {
+Inbox::Event Inbox::next(const char* thing, Clock::time_point start, const MessageSinks& sinks) {
+    if (stop.requested()) {
+        return Event::Stop;
+    }
+    while (!take()) {
+        if (!await(start, sinks)) {
+            if (stop.requested()) {
+                return Event::Stop;
+            }
+            reportTimeout(thing);
+            return Event::Timeout;
+        }
+    }
+    arrival = Clock::now();
+    ++received;
+    if (frames.size() > capacity) {
+        complaints.add("message " + std::to_string(received) + ", " + std::to_string(frames.size()) +
+                       " bytes: left out, longer than --max-size " + std::to_string(capacity));
+        return Event::TooLong;
+    }
+    return Event::Message;
+}
+
+Received Inbox::message() const {
+    return {received, frames.parts(), frames.size(), wires[turn]->endpoint(), arrival};
+}
+
+bool Inbox::take() {
+    for (std::size_t tried = 0; tried < wires.size(); ++tried) {
+        turn = turn + 1 < wires.size() ? turn + 1 : 0;
+        if (wires[turn]->receive(frames)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Waits for input. False when the time is over, or when told to stop.
+bool Inbox::await(Clock::time_point start, const MessageSinks& sinks) {
+    const bool gathers = std::any_of(sinks.begin(), sinks.end(), [](const auto& sink) { return sink->keepsBack(); });
+    if (gathers && poll(Clock::now() + gathering)) {
+        return true;
+    }
     const auto deadline = timeout ? start + *timeout : Clock::time_point::max();
-    auto event = poll(start);
-    while (event == Event::Nothing) {
-        auto due = deadline;
+    do {
+        auto due = std::min(deadline, Clock::now() + checkInterval);
         for (const auto& sink : sinks) {
             sink->pause(Clock::now());
             due = std::min(due, sink->due());
         }
-        event = poll(due);
-        if (timeout && event == Event::Nothing && Clock::now() >= deadline) {
-            complaints.add("no " + thing + " within " + described(*timeout) + " on " + socket.debugString());
-            break;
+        lookAfterConnections();
+        if (poll(due)) {
+            return true;
+        }
+    } while (!stop.requested() && Clock::now() < deadline);
+    return false;
+}
+
+bool Inbox::poll(Clock::time_point deadline) {
+    std::transform(wires.begin(), wires.end(), items.begin(),
+                   [](const Wire* wire) { return zmq_pollitem_t{wire->native(), 0, ZMQ_POLLIN, 0}; });
+    items.back() = {nullptr, stop.descriptor(), ZMQ_POLLIN, 0};
+    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+    const int result = zmq_poll(items.data(), static_cast<int>(items.size()), std::max<long>(left.count(), 0));
+    if (result < 0 && zmq_errno() != EINTR) {
+        throw std::runtime_error(zmq_strerror(zmq_errno()));
+    }
+    return result > 0 && !stop.requested();
+}
+
+void Inbox::lookAfterConnections() {
+    const auto now = Clock::now();
+    for (Wire* const wire : wires) {
+        if (wire->connection() != nullptr) {
+            lookAfter(*wire, now);
         }
     }
-    return event;
 }
 
-Inbox::Event Inbox::poll(Clock::time_point deadline) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    const auto limit = std::clamp(left, std::chrono::milliseconds(0), longestWait);
-    if (stop.requested()) {
-        return Event::Stop;
+void Inbox::lookAfter(Wire& wire, Clock::time_point now) {
+    Connection& connection = *wire.connection();
+    connection.update();
+    if (!connection.wasMade() && now - begin >= connectPatience && diagnosed.insert(wire.endpoint()).second) {
+        if (const auto trouble = troubleAt(wire.endpoint(), wire.pattern(), stop)) {
+            complaints.remark(wire.endpoint() + ": " + *trouble);
+        }
     }
-    std::string error;
-    switch (socket.poll(static_cast<unsigned int>(limit.count()), error)) {
-    case rk::socket::PollResult::Input:
-        return Event::Message;
-    case rk::socket::PollResult::Timeout:
-        return Event::Nothing;
-    case rk::socket::PollResult::Failure:
-        break;
+    if (!connection.isGivenUp(now)) {
+        return;
     }
-    if (stop.requested()) {
-        return Event::Stop;
+    if (connection.wasMade()) {
+        complaints.add(wire.endpoint() +
+                       ": connecting again, after the other side sent a message longer than --max-size " +
+                       std::to_string(capacity) + " or broke the protocol");
     }
-    if (error == std::strerror(EINTR) + (" on " + socket.debugString())) {
-        return Event::Nothing;
-    }
-    throw std::runtime_error(error);
+    wire.reconnect();
+    begin = now;
 }
 
-std::optional<Received> Inbox::receive() {
-    const auto size = static_cast<std::size_t>(socket.receive(buffer.get(), capacity));
-    const auto arrival = Clock::now();
-    ++received;
-    if (size > capacity) {
-        complaints.add("message " + std::to_string(received) + ", " + std::to_string(size) +
-                       " bytes: left out, longer than --max-size " + std::to_string(capacity));
-        return std::nullopt;
+void Inbox::reportTimeout(const char* thing) {
+    std::string names;
+    for (const Wire* const wire : wires) {
+        names += (names.empty() ? "" : " ") + wire->endpoint();
     }
-    return Received{received, std::string_view(buffer.get(), size), arrival};
-}
-
-bool Inbox::holdsMore() {
-    std::string error;
-    return socket.poll(0, error) == rk::socket::PollResult::Input;
+    complaints.report(std::string("no ") + thing + " within " + described(*timeout) + " on [Socket " + names + "]");
 }
 
 } // namespace rk::tools

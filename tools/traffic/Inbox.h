@@ -1,16 +1,22 @@
 #pragma once
 
+#include "traffic/Frames.h"
 #include "traffic/MessageSink.h"
 
-#include <rk/socket/Socket.h>
+#include <zmq.h>
 
-#include <memory>
+#include <chrono>
+#include <cstdint>
 #include <optional>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace rk::tools {
 
 class Complaints;
 class StopSignals;
+class Wire;
 
 /// What is received, and for how long a message is awaited.
 struct InboxSettings {
@@ -18,41 +24,48 @@ struct InboxSettings {
     std::optional<std::chrono::nanoseconds> timeout;
 };
 
-/// Takes messages out of a socket, without ever being deaf to a request to stop.
+/// Takes messages out of sockets, without ever being deaf to a request to stop.
 class Inbox {
 public:
     using Clock = std::chrono::steady_clock;
 
     enum class Event {
         Message,
-        Nothing,
+        TooLong, ///< it is left out, and reported
+        Timeout,
         Stop
     };
 
-    Inbox(rk::socket::Socket& socket, const InboxSettings& settings, const StopSignals& stop, Complaints& complaints);
+    /// The sockets are open, and outlive the inbox.
+    Inbox(std::vector<Wire*> wires, const InboxSettings& settings, const StopSignals& stop, Complaints& complaints);
 
-    /// Waits for a message, and lets the sinks pause meanwhile. Nothing means that the timeout, which begins at `start`,
-    /// is over: complains that there was no `thing`. Throws std::runtime_error.
-    Event await(const std::string& thing, Clock::time_point start, const MessageSinks& sinks);
+    /// Waits for the next message, and lets the sinks pause in the meantime. The timeout begins at `start`. When it is
+    /// over, reports that there was no `thing`. Throws std::runtime_error.
+    Event next(const char* thing, Clock::time_point start, const MessageSinks& sinks);
 
-    /// The message that is there, or will come. Nothing if it is too long, which is complained about.
-    std::optional<Received> receive();
-
-    /// Whether there is more to receive, also when told to stop. A request or reply socket that has received something
-    /// has more only when that was part of a message.
-    bool holdsMore();
+    /// The message of the last event.
+    Received message() const;
 
 private:
-    /// Waits until `deadline`, or for a tenth of a second if that comes first.
-    Event poll(Clock::time_point deadline);
+    bool take();
+    bool await(Clock::time_point start, const MessageSinks& sinks);
+    bool poll(Clock::time_point deadline);
+    void lookAfter(Wire& wire, Clock::time_point now);
+    void lookAfterConnections();
+    void reportTimeout(const char* thing);
 
-    rk::socket::Socket& socket;
+    std::vector<Wire*> wires;
+    std::vector<zmq_pollitem_t> items;
     const StopSignals& stop;
     Complaints& complaints;
     std::size_t capacity;
     std::optional<std::chrono::nanoseconds> timeout;
-    std::unique_ptr<char[]> buffer;
+    Frames frames;
+    std::size_t turn = 0; ///< the socket that the last message came from
     std::uint64_t received = 0;
+    Clock::time_point arrival{};
+    Clock::time_point begin = Clock::now();
+    std::set<std::string> diagnosed; ///< endpoints
 };
 
 } // namespace rk::tools

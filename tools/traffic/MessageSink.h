@@ -10,15 +10,17 @@
 
 namespace rk::tools {
 
-class Codec;
 class Complaints;
+class MessageCodec;
 class Output;
 class StopSignals;
 
-/// A received message. Its bytes are there until the next one is received.
+/// A received message. It is there until the next one is received.
 struct Received {
     std::uint64_t number; ///< beginning at 1
-    std::string_view bytes;
+    const std::vector<std::string_view>& parts;
+    std::size_t size; ///< of all parts
+    const std::string& endpoint;
     std::chrono::steady_clock::time_point arrival;
 };
 
@@ -31,8 +33,11 @@ public:
 
     virtual void take(const Received& message) = 0;
 
-    /// No message is waiting: the time to hand on what has been kept back. Called ten times a second or more often.
+    /// No message is waiting: the time to hand on what has been kept back.
     virtual void pause(Clock::time_point now) = 0;
+
+    /// Whether there is something that only `pause` hands on.
+    virtual bool keepsBack() const { return false; }
 
     /// When `pause` has to be called at the latest.
     virtual Clock::time_point due() const { return Clock::time_point::max(); }
@@ -43,25 +48,26 @@ public:
 
 using MessageSinks = std::vector<std::unique_ptr<MessageSink>>;
 
-/// Gives each sink the message, if there is one.
-inline void handOn(const std::optional<Received>& message, const MessageSinks& sinks) {
+/// Gives each sink the message.
+inline void handOn(const Received& message, const MessageSinks& sinks) {
     for (const auto& sink : sinks) {
-        if (message) {
-            sink->take(*message);
-        }
+        sink->take(message);
     }
 }
 
-/// Prints messages. One that cannot be decoded is complained about, and the next one awaited.
-std::unique_ptr<MessageSink> makePrintingSink(Codec& codec, Output& output, Complaints& complaints);
+/// Prints messages. One that cannot be decoded is reported, and the next one awaited.
+std::unique_ptr<MessageSink> makePrintingSink(MessageCodec& codec, Output& output, Complaints& complaints);
 
 /// Writes messages into the recording at `path`, and shows how many on standard error. `expected`: how many there will
 /// be, if that is known.
 std::unique_ptr<MessageSink> makeRecordingSink(const std::string& path, std::optional<std::uint64_t> expected,
-                                               const StopSignals& stop);
+                                               Complaints& complaints, const StopSignals& stop);
 
-/// Shows what comes in: on a terminal in the same place, else in a line for each interval.
-std::unique_ptr<MessageSink> makeStatisticsSink(Output& output, std::chrono::nanoseconds interval,
+/// Shows what comes in: on a terminal in the same place, else in a line for each interval. With several endpoints, a
+/// line for each of them.
+std::unique_ptr<MessageSink> makeStatisticsSink(Output& output, Complaints& complaints,
+                                                std::chrono::nanoseconds interval,
+                                                const std::vector<std::string>& endpoints,
                                                 std::chrono::steady_clock::time_point start);
 
 } // namespace rk::tools

@@ -1,12 +1,12 @@
 #include "traffic/Outgoing.h"
 
 #include "display/Complaints.h"
-#include "messages/Codec.h"
+#include "messages/MessageCodec.h"
 #include "system/StopSignals.h"
 
 namespace rk::tools {
 
-Outgoing::Outgoing(const SourceSettings& sourceSettings, const Repetition& repetitionToKeep, Codec& codecToUse,
+Outgoing::Outgoing(const SourceSettings& sourceSettings, const Repetition& repetitionToKeep, MessageCodec& codecToUse,
                    Complaints& complaintsToUse, const StopSignals& stopSignals)
     : codec(codecToUse),
       complaints(complaintsToUse),
@@ -14,12 +14,12 @@ Outgoing::Outgoing(const SourceSettings& sourceSettings, const Repetition& repet
       source(sourceSettings, stopSignals),
       repetition(repetitionToKeep) {}
 
-std::optional<std::string> Outgoing::next() {
+std::optional<Parts> Outgoing::next() {
     if (!repetition.wantsMore(given)) {
         return std::nullopt;
     }
-    auto block = nextEncoded();
-    if (!block) {
+    auto message = nextEncoded();
+    if (!message) {
         return std::nullopt;
     }
     if (!stop.sleepUntil(due)) {
@@ -29,10 +29,10 @@ std::optional<std::string> Outgoing::next() {
     const auto now = Clock::now();
     due = (now - due > repetition.interval ? now : due) + repetition.interval;
     ++given;
-    return block;
+    return message;
 }
 
-std::optional<std::string> Outgoing::nextEncoded() {
+std::optional<Parts> Outgoing::nextEncoded() {
     while (!stop.requested()) {
         const auto text = source.next();
         if (!text) {
@@ -42,9 +42,9 @@ std::optional<std::string> Outgoing::nextEncoded() {
             continue;
         }
         try {
-            auto block = codec.encode(text->text);
+            auto message = codec.encode(text->text);
             anyInThisRound = true;
-            return block;
+            return message;
         } catch (const CodecError& error) {
             complaints.add(text->place + ": " + error.what());
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "traffic/MessageSource.h"
+#include "traffic/Wire.h"
 
 #include <chrono>
 #include <cstdint>
@@ -9,7 +10,7 @@
 
 namespace rk::tools {
 
-class Codec;
+class MessageCodec;
 class Complaints;
 class StopSignals;
 
@@ -22,23 +23,23 @@ struct Repetition {
     bool wantsMore(std::uint64_t sent) const { return !count || isEndless() || sent < *count; }
 };
 
-/// The blocks to send, one after the other: encoded, repeated as often as --count says and no sooner than --interval
+/// The messages to send, one after the other: encoded, repeated as often as --count says and no sooner than --interval
 /// allows. A text that cannot be encoded is complained about, and left out.
 class Outgoing {
 public:
-    Outgoing(const SourceSettings& source, const Repetition& repetition, Codec& codec, Complaints& complaints,
+    Outgoing(const SourceSettings& source, const Repetition& repetition, MessageCodec& codec, Complaints& complaints,
              const StopSignals& stop);
 
-    /// Waits until the next block is due. Nothing when there are no more, or when told to stop.
-    std::optional<std::string> next();
+    /// Waits until the next message is due. Nothing when there are no more, or when told to stop.
+    std::optional<Parts> next();
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    std::optional<std::string> nextEncoded();
+    std::optional<Parts> nextEncoded();
     bool beginAgain();
 
-    Codec& codec;
+    MessageCodec& codec;
     Complaints& complaints;
     const StopSignals& stop;
     MessageSource source;

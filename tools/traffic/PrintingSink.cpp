@@ -1,5 +1,5 @@
 #include "display/Complaints.h"
-#include "messages/Codec.h"
+#include "messages/MessageCodec.h"
 #include "system/Output.h"
 #include "traffic/MessageSink.h"
 
@@ -9,31 +9,33 @@ namespace {
 
 class PrintingSink : public MessageSink {
 public:
-    PrintingSink(Codec& codecToUse, Output& outputToUse, Complaints& complaintsToUse)
+    PrintingSink(MessageCodec& codecToUse, Output& outputToUse, Complaints& complaintsToUse)
         : codec(codecToUse), output(outputToUse), complaints(complaintsToUse) {}
 
     void take(const Received& message) override {
         try {
-            output.write(codec.decode(message.bytes));
+            codec.decode({message.parts, message.number, message.endpoint, message.arrival}, output.pending());
+            output.flushWhenFull();
         } catch (const CodecError& error) {
             output.flush();
-            complaints.add("message " + std::to_string(message.number) + ", " + std::to_string(message.bytes.size()) +
+            complaints.add("message " + std::to_string(message.number) + ", " + std::to_string(message.size) +
                            " bytes: " + error.what());
         }
     }
 
     void pause(Clock::time_point /*now*/) override { output.flushForReader(); }
+    bool keepsBack() const override { return output.hasPending(); }
     void finish(Clock::time_point /*now*/) override { output.flush(); }
 
 private:
-    Codec& codec;
+    MessageCodec& codec;
     Output& output;
     Complaints& complaints;
 };
 
 } // namespace
 
-std::unique_ptr<MessageSink> makePrintingSink(Codec& codec, Output& output, Complaints& complaints) {
+std::unique_ptr<MessageSink> makePrintingSink(MessageCodec& codec, Output& output, Complaints& complaints) {
     return std::make_unique<PrintingSink>(codec, output, complaints);
 }
 

@@ -9,18 +9,23 @@ namespace {
 
 class RecordingSink : public MessageSink {
 public:
-    RecordingSink(const std::string& path, std::optional<std::uint64_t> expectedMessages, const StopSignals& stop)
-        : file(path, stop), expected(expectedMessages) {
+    RecordingSink(const std::string& path, std::optional<std::uint64_t> expectedMessages, Complaints& complaints,
+                  const StopSignals& stop)
+        : file(path, stop), bar(complaints), expected(expectedMessages) {
         file.write(recording::header);
         file.flush();
     }
 
     void take(const Received& message) override {
         first = first.value_or(message.arrival);
-        file.write(recording::toBytes({message.arrival - *first, static_cast<std::uint32_t>(message.bytes.size())}));
-        file.write(message.bytes);
+        for (std::size_t place = 0; place < message.parts.size(); ++place) {
+            const std::string_view part = message.parts[place];
+            file.write(recording::toBytes(
+                {message.arrival - *first, static_cast<std::uint32_t>(part.size()), place + 1 < message.parts.size()}));
+            file.write(part);
+        }
         ++messages;
-        bytes += message.bytes.size();
+        bytes += message.size;
         showWhenDue(message.arrival);
     }
 
@@ -28,6 +33,8 @@ public:
         file.flushForReader();
         showWhenDue(now);
     }
+
+    bool keepsBack() const override { return file.hasPending(); }
 
     void finish(Clock::time_point now) override {
         file.flush();
@@ -60,8 +67,8 @@ private:
 } // namespace
 
 std::unique_ptr<MessageSink> makeRecordingSink(const std::string& path, std::optional<std::uint64_t> expected,
-                                               const StopSignals& stop) {
-    return std::make_unique<RecordingSink>(path, expected, stop);
+                                               Complaints& complaints, const StopSignals& stop) {
+    return std::make_unique<RecordingSink>(path, expected, complaints, stop);
 }
 
 } // namespace rk::tools

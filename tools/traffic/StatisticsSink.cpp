@@ -1,6 +1,8 @@
+#include "display/Complaints.h"
 #include "display/Flow.h"
 #include "display/LiveLines.h"
 #include "display/Numbers.h"
+#include "display/Sparkline.h"
 #include "display/Terminal.h"
 #include "system/Output.h"
 #include "traffic/MessageSink.h"
@@ -12,29 +14,63 @@ namespace rk::tools {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::size_t labelWidth = 12;
 constexpr std::chrono::milliseconds shortestInterval{10};
 
-std::string described(const Flow& flow, Flow::Clock::time_point now) {
+std::string described(const Flow& flow, Clock::time_point now) {
     return std::to_string(flow.messages()) + " messages, " + flow.rates(now) + ", " + flow.sizeText() + ", " +
            flow.gapText();
 }
 
+std::string padded(std::string text, std::size_t width) {
+    text.resize(std::max(text.size(), width), ' ');
+    return text;
+}
+
+/// What has come from an endpoint.
+struct Source {
+    Source(std::string endpointToShow, Clock::time_point begin)
+        : endpoint(std::move(endpointToShow)), total(begin), period(begin) {}
+
+    std::string endpoint;
+    Flow total;
+    Flow period;
+    Sparkline history;
+    std::vector<std::string> recent; ///< what a terminal shows of the last whole interval
+};
+
 class StatisticsSink : public MessageSink {
 public:
-    StatisticsSink(Output& outputToUse, std::chrono::nanoseconds showInterval, Clock::time_point begin)
+    StatisticsSink(Output& outputToUse, Complaints& complaintsToUse, std::chrono::nanoseconds showInterval,
+                   const std::vector<std::string>& endpoints, Clock::time_point begin)
         : output(outputToUse),
+          complaints(complaintsToUse),
           interval(std::max<std::chrono::nanoseconds>(showInterval, shortestInterval)),
           start(begin),
           next(begin + interval),
-          total(begin),
-          period(begin),
-          live(output.isTerminal()) {}
+          live(canRedraw(STDOUT_FILENO)) {
+        for (const std::string& endpoint : endpoints) {
+            sources.emplace_back(endpoint, begin);
+        }
+        complaints.beforeEachLine([this] {
+            output.write(lines.clear());
+            output.flush();
+        });
+    }
+
+    ~StatisticsSink() override { complaints.beforeEachLine({}); }
+    StatisticsSink(const StatisticsSink&) = delete;
+    StatisticsSink& operator=(const StatisticsSink&) = delete;
 
     void take(const Received& message) override {
         showWhenDue(message.arrival);
-        total.add(message.bytes.size(), message.arrival);
-        period.add(message.bytes.size(), message.arrival);
+        const auto source = std::find_if(sources.begin(), sources.end(), [&message](const Source& candidate) {
+            return candidate.endpoint == message.endpoint;
+        });
+        source->total.add(message.size, message.arrival);
+        source->period.add(message.size, message.arrival);
     }
 
     void pause(Clock::time_point now) override {
@@ -48,7 +84,9 @@ public:
         if (live) {
             redraw(now);
         } else {
-            output.write("in all, " + stamp(now) + ": " + described(total, now) + "\n");
+            for (const Source& source : sources) {
+                output.write("in all, " + stamp(now) + nameOf(source) + ": " + described(source.total, now) + "\n");
+            }
         }
         output.flush();
     }
@@ -58,46 +96,78 @@ private:
         if (now < next) {
             return;
         }
+        for (Source& source : sources) {
+            source.history.add(static_cast<double>(source.period.messages()));
+            if (live) {
+                source.recent = {padded("now:", labelWidth) + source.period.rates(now) + "  " + source.history.text(),
+                                 padded("", labelWidth) + source.period.sizeText() + ", " + source.period.gapText()};
+            } else {
+                output.write(stamp(now) + nameOf(source) + ": " + described(source.period, now) + "\n");
+            }
+        }
         if (live) {
-            recent = {"now:        " + period.rates(now), "            " + period.sizeText() + ", " + period.gapText()};
             redraw(now);
-        } else {
-            output.write(stamp(now) + ": " + described(period, now) + "\n");
         }
         output.flush();
-        period = Flow(now, period.lastArrival());
+        for (Source& source : sources) {
+            source.period = Flow(now, source.period.lastArrival());
+        }
         next = next + interval > now ? next + interval : now + interval;
     }
 
     void redraw(Clock::time_point now) {
-        std::string label = "in " + stamp(now) + ": ";
-        label.resize(std::max<std::size_t>(label.size(), labelWidth), ' ');
-        std::vector<std::string> shown = recent;
-        shown.push_back(label + std::to_string(total.messages()) + " messages, " + total.rates(now));
-        shown.push_back("            " + total.sizeText() + ", " + total.gapText());
+        const auto shown = sources.size() == 1 ? inFull(sources.front(), now) : inTable(now);
         output.write(lines.draw(shown, widthOf(STDOUT_FILENO)));
     }
+
+    std::vector<std::string> inFull(const Source& source, Clock::time_point now) const {
+        std::vector<std::string> shown = source.recent;
+        shown.push_back(padded("in " + stamp(now) + ": ", labelWidth) + std::to_string(source.total.messages()) +
+                        " messages, " + source.total.rates(now));
+        shown.push_back(padded("", labelWidth) + source.total.sizeText() + ", " + source.total.gapText());
+        return shown;
+    }
+
+    std::vector<std::string> inTable(Clock::time_point now) const {
+        std::size_t width = 0;
+        for (const Source& source : sources) {
+            width = std::max(width, source.endpoint.size());
+        }
+        std::vector<std::string> shown = {padded("in " + stamp(now), width) + "  " + padded("messages", labelWidth) +
+                                          padded("messages/s", labelWidth) + padded("Mbit/s", labelWidth) + "bytes"};
+        for (const Source& source : sources) {
+            shown.push_back(padded(source.endpoint, width) + "  " +
+                            padded(std::to_string(source.total.messages()), labelWidth) +
+                            padded(fixed(source.total.messagesPerSecond(now), 1), labelWidth) +
+                            padded(fixed(source.total.megabitsPerSecond(now), 3), labelWidth) +
+                            padded(source.total.sizes(), labelWidth) + "  " + source.history.text());
+        }
+        return shown;
+    }
+
+    std::string nameOf(const Source& source) const { return sources.size() == 1 ? "" : " " + source.endpoint; }
 
     std::string stamp(Clock::time_point now) const {
         return fixed(std::chrono::duration<double>(now - start).count(), 1) + " s";
     }
 
     Output& output;
+    Complaints& complaints;
     std::chrono::nanoseconds interval;
     Clock::time_point start;
     Clock::time_point next;
-    Flow total;
-    Flow period;
+    std::vector<Source> sources;
     bool live;
     LiveLines lines;
-    std::vector<std::string> recent; ///< what a terminal shows of the last whole interval
 };
 
 } // namespace
 
-std::unique_ptr<MessageSink> makeStatisticsSink(Output& output, std::chrono::nanoseconds interval,
+std::unique_ptr<MessageSink> makeStatisticsSink(Output& output, Complaints& complaints,
+                                                std::chrono::nanoseconds interval,
+                                                const std::vector<std::string>& endpoints,
                                                 std::chrono::steady_clock::time_point start) {
-    return std::make_unique<StatisticsSink>(output, interval, start);
+    return std::make_unique<StatisticsSink>(output, complaints, interval, endpoints, start);
 }
 
 } // namespace rk::tools

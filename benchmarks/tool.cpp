@@ -1,0 +1,173 @@
+#include "Commands.h"
+#include "Measuring.h"
+#include "messages.pb.h"
+
+#include <google/protobuf/util/json_util.h>
+#include <google/protobuf/util/type_resolver.h>
+#include <google/protobuf/util/type_resolver_util.h>
+#include <zmq.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+// How long the command-line tool takes to print messages, beside the shortest program that does the same by hand. The
+// readers take turns. Each runs in a process of its own, and writes to /dev/null.
+
+namespace rk::benchmarks {
+
+namespace {
+
+namespace json = google::protobuf::util;
+
+constexpr std::size_t blockSize = 64;
+constexpr const char* type = "rk.benchmarks.Reading";
+
+/// The program by hand: receives blocks and prints them as they are, or as protobuf's JSON.
+void printByHand(const std::string& url, unsigned long count, bool asJson) {
+    void* const context = zmq_ctx_new();
+    void* const socket = zmq_socket(context, ZMQ_SUB);
+    zmq_setsockopt(socket, ZMQ_SUBSCRIBE, "", 0);
+    require(zmq_connect(socket, url.c_str()) == 0, "zmq_connect");
+    const std::unique_ptr<json::TypeResolver> resolver(
+        json::NewTypeResolverForDescriptorPool("type", google::protobuf::DescriptorPool::generated_pool()));
+    std::array<char, 4096> buffer{};
+    for (unsigned long done = 0; done < count; ++done) {
+        const int size = zmq_recv(socket, buffer.data(), buffer.size(), 0);
+        require(size >= 0, "zmq_recv");
+        if (!asJson) {
+            std::fwrite(buffer.data(), 1, static_cast<std::size_t>(size), stdout);
+            continue;
+        }
+        std::string text;
+        const std::string block(buffer.data(), static_cast<std::size_t>(size));
+        const auto status = json::BinaryToJsonString(resolver.get(), std::string("type/") + type, block, &text);
+        require(status.ok(), "BinaryToJsonString");
+        text += '\n';
+        std::fwrite(text.data(), 1, text.size(), stdout);
+    }
+    std::fflush(stdout);
+    zmq_close(socket);
+    zmq_ctx_term(context);
+}
+
+/// Starts a program whose output is thrown away.
+pid_t start(std::vector<std::string> arguments) {
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) {
+        pointers.push_back(argument.data());
+    }
+    pointers.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t child = 0;
+    require(::posix_spawn(&child, pointers[0], &actions, nullptr, pointers.data(), environ) == 0, "posix_spawn");
+    posix_spawn_file_actions_destroy(&actions);
+    return child;
+}
+
+double seconds(const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+struct Reader {
+    std::string name;
+    std::vector<std::string> before; ///< its command line up to the URL
+    std::vector<std::string> after;
+    std::string block;
+    unsigned long count;
+};
+
+/// Publishes the block as often as the reader takes it.
+void measure(const Reader& reader) {
+    void* const context = zmq_ctx_new();
+    void* const publisher = zmq_socket(context, ZMQ_XPUB);
+    const int lossless = 1;
+    zmq_setsockopt(publisher, ZMQ_XPUB_NODROP, &lossless, sizeof lossless);
+    const std::string url = freshUrl("tcp");
+    require(zmq_bind(publisher, url.c_str()) == 0, "zmq_bind");
+    std::vector<std::string> arguments = reader.before;
+    arguments.push_back(url);
+    arguments.insert(arguments.end(), reader.after.begin(), reader.after.end());
+    const pid_t child = start(arguments);
+    std::array<char, 1> subscription{};
+    require(zmq_recv(publisher, subscription.data(), 1, 0) == 1, "zmq_recv");
+    const Stopwatch watch;
+    for (unsigned long sent = 0; sent < reader.count; ++sent) {
+        require(zmq_send(publisher, reader.block.data(), reader.block.size(), 0) >= 0, "zmq_send");
+    }
+    int status = 0;
+    rusage usage{};
+    require(::wait4(child, &status, 0, &usage) == child && status == 0, reader.name.c_str());
+    const double elapsed = watch.nanoseconds();
+    const double processor = (seconds(usage.ru_utime) + seconds(usage.ru_stime)) * 1e9;
+    const auto count = static_cast<double>(reader.count);
+    write({{"reader", reader.name}}, {{"nanoseconds", elapsed / count}, {"processor", processor / count}});
+    zmq_close(publisher);
+    zmq_ctx_term(context);
+}
+
+std::string protobufBlock() {
+    Reading message;
+    message.set_sequence(1);
+    message.set_time(0.5);
+    message.set_source("benchmark");
+    message.set_payload(std::string(blockSize, 'x'));
+    return message.SerializeAsString();
+}
+
+void measureAll(const std::string& tool, unsigned int rounds, unsigned long count) {
+    const std::string self = "/proc/self/exe";
+    const std::string raw(blockSize, 'x');
+    const std::string number = std::to_string(count);
+    const unsigned long fewer = count / 10;
+    const std::string fewerNumber = std::to_string(fewer);
+    const std::vector<Reader> readers = {
+        {"raw by hand", {self, "print"}, {number}, raw, count},
+        {"raw with the tool", {tool, "sub"}, {"--count", number, "--format", "raw"}, raw, count},
+        {"text with the tool", {tool, "sub"}, {"--count", number}, raw, count},
+        {"JSON by hand", {self, "print"}, {fewerNumber, "--json"}, protobufBlock(), fewer},
+        {"JSON with the tool",
+         {tool, "sub"},
+         {"--count", fewerNumber, "--proto", RK_BENCHMARK_SCHEMA, "--type", type},
+         protobufBlock(),
+         fewer}};
+    for (unsigned int round = 0; round < rounds; ++round) {
+        for (const Reader& reader : readers) {
+            measure(reader);
+        }
+    }
+}
+
+} // namespace
+
+void addTool(CLI::App& program) {
+    struct Options {
+        std::string path;
+        unsigned int rounds = 0;
+        unsigned long count = 0;
+        bool asJson = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = program.add_subcommand(
+        "tool", "Measure how long the command-line tool takes to print a message, beside a short program by hand");
+    command->add_option("TOOL", options->path, "its path")->required();
+    command->add_option("ROUNDS", options->rounds)->required();
+    command->add_option("COUNT", options->count, "messages, a tenth as many for JSON")->required();
+    command->callback([options] { measureAll(options->path, options->rounds, options->count); });
+    CLI::App* const print = program.add_subcommand("print", "The short program")->group("");
+    print->add_option("URL", options->path)->required();
+    print->add_option("COUNT", options->count)->required();
+    print->add_flag("--json", options->asJson);
+    print->callback([options] { printByHand(options->path, options->count, options->asJson); });
+}
+
+} // namespace rk::benchmarks

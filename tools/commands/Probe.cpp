@@ -1,0 +1,48 @@
+#include "traffic/Probe.h"
+
+#include "cli/Options.h"
+#include "commands/Command.h"
+#include "display/Complaints.h"
+#include "system/Output.h"
+
+namespace rk::tools {
+
+namespace {
+
+class Probing : public Command {
+public:
+    explicit Probing(CLI::App& command) {
+        addEndpoints(command, socket, "tcp://HOST:PORT or ipc://PATH, where somebody should listen");
+        addTime(command, "-t,--timeout", timeout, "the longest wait for each step: connection, greeting, description");
+        addExamples(command, {{"Does a ZeroMQ socket listen there, and of which type?",
+                               "rk-socket probe tcp://localhost:5555"}});
+    }
+
+    ExitStatus run(const Surroundings& surroundings) override {
+        Output output(surroundings.stop);
+        for (const std::string& endpoint : socket.endpoints) {
+            const auto limit = std::chrono::ceil<std::chrono::milliseconds>(timeout);
+            const Findings findings = probe(endpoint, limit, surroundings.stop);
+            if (findings.trouble) {
+                output.flush();
+                surroundings.complaints.add(endpoint + ": " + *findings.trouble);
+            } else {
+                output.write(endpoint + ": " + findings.description + "\n");
+            }
+        }
+        output.flush();
+        return ExitStatus::Done;
+    }
+
+private:
+    SocketSettings socket;
+    std::chrono::nanoseconds timeout = std::chrono::seconds(2);
+};
+
+} // namespace
+
+std::unique_ptr<Command> createProbe(CLI::App& command) {
+    return std::make_unique<Probing>(command);
+}
+
+} // namespace rk::tools

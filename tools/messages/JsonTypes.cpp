@@ -1,0 +1,199 @@
+#include "messages/JsonTypes.h"
+
+#include "messages/Protobuf.h"
+#include "messages/WireFormat.h"
+
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+#include <google/protobuf/type.pb.h>
+#include <google/protobuf/util/type_resolver_util.h>
+
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace rk::tools {
+
+namespace {
+
+using google::protobuf::Descriptor;
+using google::protobuf::DescriptorPool;
+using google::protobuf::FieldDescriptor;
+using google::protobuf::io::CodedInputStream;
+using google::protobuf::io::CodedOutputStream;
+using google::protobuf::util::TypeResolver;
+using Status = decltype(std::declval<TypeResolver>().ResolveMessageType("", nullptr));
+
+std::vector<const FieldDescriptor*> extensionsOf(const Descriptor& type) {
+    std::vector<const FieldDescriptor*> extensions;
+    type.file()->pool()->FindAllExtensions(&type, &extensions);
+    return extensions;
+}
+
+class JsonTypeResolver : public TypeResolver {
+public:
+    JsonTypeResolver(std::string prefix, const DescriptorPool& descriptors)
+        : urlPrefix(std::move(prefix) + "/"),
+          pool(descriptors),
+          plain(google::protobuf::util::NewTypeResolverForDescriptorPool(urlPrefix.substr(0, urlPrefix.size() - 1),
+                                                                         &descriptors)) {}
+
+    Status ResolveMessageType(const std::string& url, google::protobuf::Type* type) override {
+        const Status status = plain->ResolveMessageType(url, type);
+        const Descriptor* const descriptor = pool.FindMessageTypeByName(url.substr(url.rfind('/') + 1));
+        if (!status.ok() || descriptor == nullptr) {
+            return status;
+        }
+        for (auto& field : *type->mutable_fields()) {
+            presentGroup(field, descriptor->FindFieldByNumber(field.number()));
+        }
+        for (const FieldDescriptor* extension : extensionsOf(*descriptor)) {
+            addExtension(*type->add_fields(), *extension);
+        }
+        return status;
+    }
+
+    Status ResolveEnumType(const std::string& url, google::protobuf::Enum* type) override {
+        return plain->ResolveEnumType(url, type);
+    }
+
+private:
+    void presentGroup(google::protobuf::Field& field, const FieldDescriptor* descriptor) const {
+        if (descriptor->type() == FieldDescriptor::TYPE_GROUP) {
+            field.set_kind(google::protobuf::Field::TYPE_MESSAGE);
+            field.set_type_url(urlPrefix + fullNameOf(descriptor->message_type()));
+        }
+    }
+
+    void addExtension(google::protobuf::Field& field, const FieldDescriptor& extension) const {
+        const std::string name = "[" + fullNameOf(&extension) + "]";
+        field.set_name(name);
+        field.set_json_name(name);
+        field.set_number(extension.number());
+        field.set_kind(static_cast<google::protobuf::Field::Kind>(extension.type()));
+        field.set_cardinality(extension.is_repeated() ? google::protobuf::Field::CARDINALITY_REPEATED
+                                                      : google::protobuf::Field::CARDINALITY_OPTIONAL);
+        field.set_packed(extension.is_packed());
+        if (extension.message_type() != nullptr) {
+            field.set_type_url(urlPrefix + fullNameOf(extension.message_type()));
+        } else if (extension.enum_type() != nullptr) {
+            field.set_type_url(urlPrefix + fullNameOf(extension.enum_type()));
+        }
+        presentGroup(field, &extension);
+    }
+
+    std::string urlPrefix;
+    const DescriptorPool& pool;
+    std::unique_ptr<TypeResolver> plain;
+};
+
+enum class Wanted {
+    Groups,
+    Messages
+};
+
+const FieldDescriptor* fieldOf(const Descriptor* type, int number) {
+    if (type == nullptr) {
+        return nullptr;
+    }
+    const FieldDescriptor* const field = type->FindFieldByNumber(number);
+    return field != nullptr ? field : type->file()->pool()->FindExtensionByNumber(type, number);
+}
+
+std::string converted(CodedInputStream& stream, const Descriptor* type, Wanted wanted);
+
+/// Writes the contents of a message or group with the framing of its kind.
+void append(CodedOutputStream& output, std::uint32_t tag, const std::string& contents, bool asGroup) {
+    output.WriteTag(withWireType(tag, asGroup ? StartGroup : LengthDelimited));
+    if (!asGroup) {
+        output.WriteVarint32(static_cast<std::uint32_t>(contents.size()));
+    }
+    output.WriteString(contents);
+    if (asGroup) {
+        output.WriteTag(withWireType(tag, EndGroup));
+    }
+}
+
+/// Converts a field that is a message or a group, and copies any other as it is.
+void convertField(CodedInputStream& stream, CodedOutputStream& output, std::uint32_t tag, const Descriptor* type,
+                  Wanted wanted) {
+    const FieldDescriptor* const field = fieldOf(type, fieldNumberOf(tag));
+    const Descriptor* const inner = field != nullptr ? field->message_type() : nullptr;
+    const bool isGroup = wireTypeOf(tag) == StartGroup;
+    if (isGroup) {
+        append(output, tag, converted(stream, inner, wanted), wanted == Wanted::Groups || inner == nullptr);
+    } else if (wireTypeOf(tag) == LengthDelimited) {
+        std::uint32_t size = 0;
+        std::string contents;
+        stream.ReadVarint32(&size);
+        stream.ReadString(&contents, static_cast<int>(size));
+        if (inner != nullptr) {
+            CodedInputStream part = streamOf(contents);
+            contents = converted(part, inner, wanted);
+        }
+        append(output, tag, contents,
+               wanted == Wanted::Groups && inner != nullptr && field->type() == FieldDescriptor::TYPE_GROUP);
+    } else if (wireTypeOf(tag) == Varint) {
+        std::uint64_t number = 0;
+        stream.ReadVarint64(&number);
+        output.WriteTag(tag);
+        output.WriteVarint64(number);
+    } else {
+        std::string bytes;
+        stream.ReadString(&bytes, wireTypeOf(tag) == Fixed64 ? 8 : 4);
+        output.WriteTag(tag);
+        output.WriteString(bytes);
+    }
+}
+
+/// The fields up to the end of the stream or of the group that it is in. `type` is null for an unknown group.
+std::string converted(CodedInputStream& stream, const Descriptor* type, Wanted wanted) {
+    std::string bytes;
+    google::protobuf::io::StringOutputStream target(&bytes);
+    {
+        CodedOutputStream output(&target);
+        for (auto tag = stream.ReadTag(); tag != 0 && wireTypeOf(tag) != EndGroup; tag = stream.ReadTag()) {
+            convertField(stream, output, tag, type, wanted);
+        }
+    }
+    return bytes;
+}
+
+bool findGroup(const Descriptor& type, std::set<const Descriptor*>& seen) {
+    if (!seen.insert(&type).second) {
+        return false;
+    }
+    std::vector<const FieldDescriptor*> fields = extensionsOf(type);
+    for (int index = 0; index < type.field_count(); ++index) {
+        fields.push_back(type.field(index));
+    }
+    for (const FieldDescriptor* field : fields) {
+        if (field->type() == FieldDescriptor::TYPE_GROUP ||
+            (field->message_type() != nullptr && findGroup(*field->message_type(), seen))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+std::unique_ptr<TypeResolver> newJsonTypeResolver(const std::string& urlPrefix, const DescriptorPool& pool) {
+    return std::make_unique<JsonTypeResolver>(urlPrefix, pool);
+}
+
+bool mayContainGroups(const Descriptor& type) {
+    std::set<const Descriptor*> seen;
+    return findGroup(type, seen);
+}
+
+std::string groupsToMessages(std::string_view block, const Descriptor& type) {
+    CodedInputStream stream = streamOf(block);
+    return converted(stream, &type, Wanted::Messages);
+}
+
+std::string messagesToGroups(std::string_view block, const Descriptor& type) {
+    CodedInputStream stream = streamOf(block);
+    return converted(stream, &type, Wanted::Groups);
+}
+
+} // namespace rk::tools

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/util/type_resolver.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+/// \file
+/// Protobuf's JSON conversion knows neither groups nor extensions. Here groups are presented to it as messages, and
+/// extensions as fields with the name "[package.extension]".
+
+namespace rk::tools {
+
+/// Resolves the types of `pool`, which must outlive the resolver.
+std::unique_ptr<google::protobuf::util::TypeResolver> newJsonTypeResolver(const std::string& urlPrefix,
+                                                                          const google::protobuf::DescriptorPool& pool);
+
+/// Whether messages of this type can contain groups, at any depth.
+bool mayContainGroups(const google::protobuf::Descriptor& type);
+
+/// Turns the groups in a well-formed `block` into messages.
+std::string groupsToMessages(std::string_view block, const google::protobuf::Descriptor& type);
+
+/// Turns messages in a well-formed `block` into groups, where the type has groups.
+std::string messagesToGroups(std::string_view block, const google::protobuf::Descriptor& type);
+
+} // namespace rk::tools

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <google/protobuf/io/coded_stream.h>
+
+#include <cstdint>
+#include <string_view>
+
+namespace rk::tools {
+
+/// The last three bits of a tag: how the value behind it is encoded.
+enum WireType : std::uint32_t {
+    Varint = 0,
+    Fixed64 = 1,
+    LengthDelimited = 2,
+    StartGroup = 3,
+    EndGroup = 4,
+    Fixed32 = 5
+};
+
+inline std::uint32_t wireTypeOf(std::uint32_t tag) {
+    return tag & 7U;
+}
+
+inline std::uint32_t withWireType(std::uint32_t tag, WireType type) {
+    return (tag & ~7U) | type;
+}
+
+inline int fieldNumberOf(std::uint32_t tag) {
+    return static_cast<int>(tag >> 3U);
+}
+
+inline google::protobuf::io::CodedInputStream streamOf(std::string_view bytes) {
+    return google::protobuf::io::CodedInputStream(reinterpret_cast<const std::uint8_t*>(bytes.data()),
+                                                  static_cast<int>(bytes.size()));
+}
+
+/// Skips the value behind a tag. The start and the end of a group count as values. False if the value is not whole.
+inline bool skipValue(google::protobuf::io::CodedInputStream& stream, std::uint32_t wireType) {
+    std::uint64_t number = 0;
+    std::uint32_t size = 0;
+    switch (wireType) {
+    case Varint:
+        return stream.ReadVarint64(&number);
+    case Fixed64:
+        return stream.Skip(8);
+    case LengthDelimited:
+        return stream.ReadVarint32(&size) && stream.Skip(static_cast<int>(size));
+    case Fixed32:
+        return stream.Skip(4);
+    default:
+        return wireType == StartGroup || wireType == EndGroup;
+    }
+}
+
+} // namespace rk::tools

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <zmq.h>
+
+#include <deque>
+#include <string_view>
+#include <vector>
+
+namespace rk::tools {
+
+/// A received message with all its parts. It is reused for the next one.
+class Frames {
+public:
+    Frames() = default;
+    ~Frames();
+    Frames(const Frames&) = delete;
+    Frames& operator=(const Frames&) = delete;
+
+    /// Takes the next message out of `socket` without waiting. False, with `errno` set, if there is none.
+    bool receiveFrom(void* socket);
+
+    /// At least one. They are valid until the next message is received.
+    const std::vector<std::string_view>& parts() const { return views; }
+
+    /// The length of all parts, in bytes.
+    std::size_t size() const { return total; }
+
+private:
+    std::deque<zmq_msg_t> messages; // a message must not move
+    std::vector<std::string_view> views;
+    std::size_t total = 0;
+};
+
+} // namespace rk::tools
