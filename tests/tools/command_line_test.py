@@ -106,7 +106,7 @@ class ZSh:
         self.process = subprocess.Popen(["zsh", "-f", "-i"], stdin=terminal, stdout=terminal, stderr=terminal,
                                         env=dict(os.environ, TERM="dumb", HOME=folder), start_new_session=True)
         os.close(terminal)
-        os.write(self.master, b"PS1=''; setopt interactive_comments; fpath=(%s $fpath); autoload -Uz compinit; "
+        os.write(self.master, b"PS1=''; LISTMAX=1000; setopt interactive_comments; fpath=(%s $fpath); autoload -Uz compinit; "
                               b"compinit -u -D; echo rea''dy\n" % COMPLETIONS.encode())
         self.read_until("ready\r\n")
 
