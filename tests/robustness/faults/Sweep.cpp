@@ -26,7 +26,7 @@ namespace rk::tests {
 
 namespace {
 
-constexpr int workers = 2;
+constexpr int workers = 4; // most of the time goes into waiting
 /// The calls of one site in one scenario that are made to fail: the first ones, and the last.
 constexpr int firstCalls = 3;
 
