@@ -1,3 +1,4 @@
+#include <rk/detail/SignalMask.h>
 #include <rk/socket/TimeoutException.h>
 #include <rk/socket/detail/Failures.h>
 #include <rk/socket/utils/Requester.h>
@@ -48,15 +49,15 @@ class Requester::Deadline {
 public:
     explicit Deadline(milliseconds patience) : timeout(patience) {}
 
-    /// Waits for an event of `socket`. Returns false once the time is over. A poll that fails, for instance by a signal,
+    /// Waits for an event of `native`. Returns false once the time is over. A poll that fails, for instance by a signal,
     /// ends the wait early: the caller tries its call again, and that tells what is wrong.
-    bool await(void* socket, short event) const {
+    bool await(void* native, short event) const {
         // Subtracted in milliseconds, where the longest timeout does not overflow.
         const milliseconds left = timeout - std::chrono::floor<milliseconds>(Clock::now() - begin);
         if (left <= milliseconds::zero()) {
             return false;
         }
-        zmq_pollitem_t item{socket, 0, event, 0};
+        zmq_pollitem_t item{native, 0, event, 0};
         zmq_poll(&item, 1, static_cast<long>(std::min<milliseconds::rep>(left.count(), INT_MAX)));
         return true;
     }
@@ -64,14 +65,14 @@ public:
     /// Repeats `call`, which does not block and returns a negative number on failure, until it succeeds. Returns false
     /// if it does not in time.
     template <class Call>
-    bool allows(const Call& call, void* socket, short event, const char* operation, const char* prefix,
+    bool allows(const Call& call, void* native, short event, const char* operation, const char* prefix,
                 const std::string& header) const {
         while (call() < 0) {
             const int error = zmq_errno();
             if (error != EAGAIN && error != EINTR) {
                 detail::throwTransferFailure(operation, prefix, header);
             }
-            if (!await(socket, event)) {
+            if (!await(native, event)) {
                 return false;
             }
         }
@@ -134,6 +135,8 @@ void Requester::open() {
         throw std::runtime_error("Socket: Error setting ZMQ_REQ_CORRELATE " +
                                  detail::failureText(error, socket.debugString()));
     }
+    // A signal would interrupt the connect, which fails then.
+    const rk::detail::SignalMask mask(SIG_BLOCK, rk::detail::asynchronousSignals());
     socket.connect(server, 0);
 }
 

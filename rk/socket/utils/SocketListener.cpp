@@ -1,3 +1,4 @@
+#include <rk/detail/SignalMask.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/detail/BoundAddresses.h>
 #include <rk/socket/detail/NetworkSettings.h>
@@ -24,34 +25,12 @@ namespace {
 /// How often `stop` looks whether the thread is still in the same receive. A message that waits is received sooner.
 constexpr std::chrono::milliseconds lookInterval{50};
 
-/// Every signal except those that a fault of the running code raises: the thread that it raises them on handles them.
-sigset_t asynchronousSignals() {
-    sigset_t signals;
-    sigfillset(&signals);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
-        sigdelset(&signals, fault);
-    }
-    return signals;
-}
-
 sigset_t profilingSignal() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGPROF);
     return signals;
 }
-
-/// Changes the signal mask of the calling thread, and restores it on scope exit.
-class SignalMask {
-public:
-    SignalMask(int how, const sigset_t& signals) { pthread_sigmask(how, &signals, &previous); }
-    ~SignalMask() { pthread_sigmask(SIG_SETMASK, &previous, nullptr); }
-    SignalMask(const SignalMask&) = delete;
-    SignalMask& operator=(const SignalMask&) = delete;
-
-private:
-    sigset_t previous{};
-};
 
 /// Makes a count of steps odd while it lives. Only one thread counts.
 class InStep {
@@ -176,7 +155,7 @@ void SocketListener::startThread(const std::shared_ptr<Socket>& socket) {
     threadEnd = std::promise<void>();
     threadEnded = threadEnd.get_future();
     // Asynchronous signals are for the application's threads: one that interrupted a poll would end the listener.
-    const SignalMask mask(SIG_SETMASK, asynchronousSignals());
+    const rk::detail::SignalMask mask(SIG_SETMASK, rk::detail::asynchronousSignals());
     serving = socket->isOpen();
     try {
         thread = std::make_shared<std::thread>([this, socket] {
@@ -322,7 +301,7 @@ bool SocketListener::serve(const std::shared_ptr<Socket>& socket) {
     const std::shared_ptr<google::protobuf::Message> message = createMessage();
     try {
         receive(*socket, message.get());
-        const SignalMask mask(SIG_UNBLOCK, profilingSignal());
+        const rk::detail::SignalMask mask(SIG_UNBLOCK, profilingSignal());
         handleMessage(message.get(), socket);
     } catch (const std::exception& failure) {
         if (stopRequested && detail::WakeUpCall::isIn(socket->receiveBuffer.get(), socket->receiveBufferSize)) {

@@ -351,10 +351,10 @@ TEST_F(Requester, ThrowsWhenItCannotConnectOrSend) {
 }
 
 TEST_F(Requester, RefusesNoAttemptAndNoTime) {
-    for (const auto& [timeout, attempts] :
+    for (const auto& limits :
          {std::pair(milliseconds(0), 1U), std::pair(milliseconds(-1), 1U), std::pair(milliseconds(1), 0U)}) {
         EXPECT_EQ("[Socket client]: A request needs an attempt of at least 1 ms",
-                  textThrownBy<std::invalid_argument>([&] { ask(requester, "one", timeout, attempts); }));
+                  textThrownBy<std::invalid_argument>([&] { ask(requester, "one", limits.first, limits.second); }));
     }
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());
 }
