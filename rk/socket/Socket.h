@@ -35,7 +35,7 @@ class PollSet;
 namespace utils {
 class Requester;
 class SocketListener;
-}
+} // namespace utils
 
 /// A messaging socket of one pattern: publish, subscribe, request or reply.
 ///

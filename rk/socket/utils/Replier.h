@@ -27,7 +27,9 @@ namespace rk::socket::utils {
 template <class Request, class Reply>
 class Replier final : public SocketListener {
 public:
+    /// Fills in the reply to a request.
     using Handler = std::function<void(const Request& request, Reply& reply)>;
+    /// Fills in the reply to a request whose handler has failed.
     using ErrorHandler = std::function<void(const Request& request, const std::exception& failure, Reply& reply)>;
 
     /// \param socketName the name of the replier's socket

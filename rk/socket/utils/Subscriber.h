@@ -19,6 +19,7 @@ namespace rk::socket::utils {
 template <class Message>
 class Subscriber final : public SocketListener {
 public:
+    /// Handles a message.
     using Handler = std::function<void(const Message& message)>;
 
     /// \param socketName the name of the subscriber's socket

@@ -117,7 +117,8 @@ TEST_F(ListenerApi, StartsWithTheCallsInOrder) {
                             "zmq_setsockopt 17 = 0 (4 bytes)", "debug: Connected [Socket service]",
                             "debug: Connecting [Socket service], listening on inproc://order-b",
                             "zmq_setsockopt 17 = 0 (4 bytes)", "zmq_bind inproc://order-b",
-                            "zmq_setsockopt 17 = 0 (4 bytes)", "debug: Connected [Socket service]", "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
+                            "zmq_setsockopt 17 = 0 (4 bytes)", "debug: Connected [Socket service]",
+                            "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
 }
 
 TEST_F(ListenerApi, ClearsTheError) {
