@@ -32,7 +32,7 @@ def read_counts():
     merged = build / "tests.profdata"
     run("llvm-profdata-19", "merge", *map(str, profiles.glob("*.profraw")), "-o", str(merged))
     exported = run("llvm-cov-19", "export", "-instr-profile", str(merged), str(build / "librk-socket.so"),
-                   "-sources", "rk", stdout=subprocess.PIPE).stdout
+                   "-object", str(build / "tests/socket_tests"), "-sources", "rk", stdout=subprocess.PIPE).stdout
     return json.loads(exported)["data"][0]
 
 

@@ -19,10 +19,6 @@ bool isFile(const SocketEndpoint& endpoint) {
     return endpoint.transport == Transport::Ipc && endpoint.address[0] != '@';
 }
 
-bool isAllInterfaces(const std::string& host) {
-    return host == "*" || host == "0.0.0.0" || host == "[::]";
-}
-
 } // namespace
 
 SocketEndpoint boundEndpoint(void* socket, const SocketEndpoint& target) {
@@ -73,7 +69,7 @@ bool BoundAddresses::connect(void* socket) const {
         SocketEndpoint target = address.endpoint;
         if (target.transport != Transport::Tcp) {
             target.address = address.file.pathOr(target.address);
-        } else if (isAllInterfaces(target.address)) {
+        } else if (target.address == "*") {
             target.address = "127.0.0.1";
         } else if (isIpv6Address(target.address)) {
             const int on = 1;

@@ -274,6 +274,11 @@ TEST_F(ListenIpv6, SharesAChosenPort) {
     EXPECT_TRUE(accepts("::1", second.port));
 }
 
+TEST_F(ListenIpv6, ResolvesNames) {
+    listen("localhost");
+    EXPECT_TRUE(accepts("127.0.0.1", endpoint.port));
+}
+
 TEST_F(ListenIpv6, ServesClientsOfBothFamilies) {
     listen("lo");
     for (const char* const host : {"127.0.0.1", "[::1]", "localhost"}) {
@@ -310,7 +315,7 @@ TEST_F(ListenIpv6, TakesAnAddressOnce) {
 
 TEST_F(ListenIpv6, WakesAListenerOnAll) {
     Network::listenOn("::");
-    stopBlockedListener(standIn.journal(), endpoint, "tcp://127.0.0.1:" + port);
+    stopBlockedListener(standIn.journal(), endpoint, "tcp://[::]:" + port);
 }
 
 TEST_F(ListenIpv6, WakesABlockedListener) {

@@ -463,6 +463,28 @@ TEST_F(ListenerStray, LetsALongHandlerFinish) {
     EXPECT_EQ(1U, standIn.journal().count("zmq_socket 3")) << "the client's alone";
 }
 
+TEST_F(ListenerStray, LetsTheNextHandlerFinish) {
+    listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
+        std::promise<void>().get_future().wait_for(std::chrono::milliseconds(200)); // stop looks meanwhile
+        echo(text, socket);
+    });
+    listener.serve(endpoint);
+    send(oneFrame);
+    NativeSocket client(Protocol::Req);
+    client.connect(endpoint);
+
+    {
+        const BeforeJoin hook([&] {
+            client.send("");
+            listener.waitForTexts(1);
+        });
+        EXPECT_TRUE(listener.SocketListener::stop(error)) << error;
+    }
+
+    EXPECT_EQ("", client.receive());
+    EXPECT_EQ(0U, standIn.journal().count("zmq_connect"));
+}
+
 TEST_F(ListenerStray, StopsDuringARebuild) {
     listener.setHandler([](Text&, const std::shared_ptr<Socket>&) {});
     listener.serve(endpoint);

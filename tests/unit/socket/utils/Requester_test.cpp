@@ -304,6 +304,12 @@ TEST_F(Requester, WaitsThroughSignals) {
     serving.get();
 }
 
+TEST_P(RequesterOver, TimesOutWhenItCannotSend) {
+    standIn.fail("zmq_send", EAGAIN, 1, StandIn::always);
+
+    EXPECT_EQ(timeoutText("30", "2"), textThrownBy<TimeoutException>([&] { ask(requester, "one", briefly, 2); }));
+}
+
 TEST_F(Requester, RetriesInterruptedCalls) {
     auto serving = this->serving([&] { server.send(server.receive(), "one"); });
     standIn.fail("zmq_send", EINTR);
