@@ -192,8 +192,8 @@ public:
     }
 
     /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut
-    /// to `size` bytes, and its full length returned, or 2147483647 if it is longer than that. Blocks until a message is there, at most for the receive timeout
-    /// of `connect`; a rebuild before blocks as `resetConnections` does.
+    /// to `size` bytes, and its full length returned, or 2147483647 if it is longer than that. Blocks until a message is
+    /// there, at most for the receive timeout of `connect`; a rebuild before blocks as `resetConnections` does.
     ///
     /// A `Rep` socket that has not replied to its last request is rebuilt, with a warning logged; that request is
     /// abandoned, and a new one waited for.

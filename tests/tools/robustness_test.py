@@ -158,7 +158,11 @@ class Signals(Stuck):
         self.assertEqual(1, sub.end()[0])
 
 
+LIMITED = unittest.skipIf(os.environ.get("RK_SANITIZERS"), "a sanitizer needs more address space than the limit")
+
+
 class Memory(ToolTest):
+    @LIMITED
     def test_a_message_that_is_far_too_long_is_refused_and_the_next_one_taken(self):
         endpoint = "tcp://127.0.0.1:%d" % free_port()
         publisher = self.publisher(endpoint)
@@ -177,6 +181,7 @@ class Memory(ToolTest):
         self.assertEqual("rk-socket: %s: connecting again, after the other side sent a message longer than --max-size 1048576 "
                          "or broke the protocol\n" % endpoint, errors)
 
+    @LIMITED
     def test_a_recording_with_a_wrong_length_is_refused(self):
         header = b"rk-socket recording 1\n" + struct.pack("<QI", 0, 0x7FFFFFFF)
         path = self.write_file("recording", header)

@@ -4,6 +4,8 @@
 
 #include <rk/socket/Network.h>
 
+#include <stdexcept>
+
 namespace rk::tests {
 
 namespace {

@@ -175,7 +175,7 @@ TEST_F(Replier, AbandonsTheRequestWithoutAnErrorHandler) {
     NativeSocket client(Protocol::Req);
     client.connect(endpoint);
     client.send("");
-    ASSERT_TRUE(standIn.journal().waitFor(abandoned));
+    ASSERT_TRUE(standIn.journal().waitFor("debug: Connected [Socket service]", 2)) << "is rebuilt";
 
     EXPECT_EQ("one!", ask(endpoint, "one"));
     EXPECT_EQ(1U,
