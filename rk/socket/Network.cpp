@@ -39,7 +39,7 @@ void change(Value NetworkSettings::* setting, const Value& value) {
     process.settings.*setting = value;
 }
 
-[[noreturn]] void refuse(const std::string& reason) {
+[[noreturn]] void refuseArgument(const std::string& reason) {
     throw std::invalid_argument("Network: " + reason);
 }
 
@@ -61,14 +61,14 @@ std::optional<int> detail::NetworkSettings::takeMaxSockets() {
 void Network::listenOn(const std::string& host) {
     const bool hasColon = host.find(':') != std::string::npos;
     if (hasColon && !detail::isIpv6Address(host)) {
-        refuse("Cannot listen on " + host + ": a host without port and transport is needed");
+        refuseArgument("Cannot listen on " + host + ": a host without port and transport is needed");
     }
     change(&NetworkSettings::listenHost, host);
 }
 
 void Network::setPeerTimeout(unsigned int seconds) {
     if (seconds > longestPeerTimeout) {
-        refuse("Peer timeout of " + std::to_string(seconds) + " seconds: at most " +
+        refuseArgument("Peer timeout of " + std::to_string(seconds) + " seconds: at most " +
                std::to_string(longestPeerTimeout) + " possible");
     }
     change(&NetworkSettings::peerTimeout, std::optional(seconds));
@@ -80,21 +80,21 @@ void Network::setSilenceLimit(unsigned int seconds) {
 
 void Network::setMaxMessageSize(std::int64_t bytes) {
     if (bytes == 0 || bytes < -1) {
-        refuse("Message size of " + std::to_string(bytes) + " bytes: at least 1, or -1 for no limit");
+        refuseArgument("Message size of " + std::to_string(bytes) + " bytes: at least 1, or -1 for no limit");
     }
     change(&NetworkSettings::maxMessageSize, std::optional(bytes < 0 ? bytes : std::max(bytes, leastMessageSize)));
 }
 
 void Network::setQueueSize(int messages) {
     if (messages < 0) {
-        refuse("Queue size of " + std::to_string(messages) + " messages: at least 1, or 0 for no limit");
+        refuseArgument("Queue size of " + std::to_string(messages) + " messages: at least 1, or 0 for no limit");
     }
     change(&NetworkSettings::queueSize, std::optional(messages));
 }
 
 void Network::setMaxSockets(int sockets) {
     if (sockets < 1 || sockets > mostSockets) {
-        refuse("Limit of " + std::to_string(sockets) + " sockets: 1 to " + std::to_string(mostSockets) + " possible");
+        refuseArgument("Limit of " + std::to_string(sockets) + " sockets: 1 to " + std::to_string(mostSockets) + " possible");
     }
     ProcessSettings& process = ofProcess();
     const std::lock_guard<std::mutex> lock(process.mutex);

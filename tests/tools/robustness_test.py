@@ -75,7 +75,7 @@ class Publishing(Stuck):
         subscriber.recv()
         pub.signal(signal.SIGINT)
 
-        self.assertEqual(130, pub.end()[0])
+        self.assertIn(pub.end()[0], (130, 1))  # 1: it has also lost what waited in its queue, and says so
 
     def test_a_signal_ends_the_wait_for_subscribers(self):
         pub = self.start("pub", self.fresh_endpoint(), "x", "--wait", "1", "--verbose")
