@@ -154,13 +154,20 @@ private:
     void expectNews(const std::function<void(const std::string&)>& publish, Socket& subscriber) {
         static int edition = 0;
         const std::string text = "edition " + std::to_string(++edition);
-        std::string error;
         do {
             publish(text);
-        } while (subscriber.poll(1, error) == socket::PollResult::Timeout);
-        while (receiveText(subscriber) != text) {
-            // Of the peers before.
+        } while (!hears(text, subscriber));
+    }
+
+    /// Passes over older editions, of which several may have been published.
+    static bool hears(const std::string& text, Socket& subscriber) {
+        std::string error;
+        while (subscriber.poll(1, error) == socket::PollResult::Input) {
+            if (receiveText(subscriber) == text) {
+                return true;
+            }
         }
+        return false;
     }
 };
 
