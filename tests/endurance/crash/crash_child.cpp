@@ -224,7 +224,7 @@ public:
             send(before);
             break;
         case 4:
-            std::this_thread::sleep_for(pause);
+            std::this_thread::sleep_for(pause); // the slowness that clients have to cope with
             send(request);
             break;
         case 5:

@@ -280,7 +280,7 @@ std::vector<Step> stopWhileBlocked() {
             stopBlocked(service), destroyListener(service)};
 }
 
-/// Waits until the listener has connected again. One that meets a fault need not.
+/// Waits until the listener has connected again. One that meets a fault need not, and then no event tells.
 Step awaitReconnection() {
     return call("ask", nullptr, [] {
         using Clock = std::chrono::steady_clock;
