@@ -69,7 +69,7 @@ void Network::listenOn(const std::string& host) {
 void Network::setPeerTimeout(unsigned int seconds) {
     if (seconds > longestPeerTimeout) {
         refuseArgument("Peer timeout of " + std::to_string(seconds) + " seconds: at most " +
-               std::to_string(longestPeerTimeout) + " possible");
+                       std::to_string(longestPeerTimeout) + " possible");
     }
     change(&NetworkSettings::peerTimeout, std::optional(seconds));
 }
@@ -94,7 +94,8 @@ void Network::setQueueSize(int messages) {
 
 void Network::setMaxSockets(int sockets) {
     if (sockets < 1 || sockets > mostSockets) {
-        refuseArgument("Limit of " + std::to_string(sockets) + " sockets: 1 to " + std::to_string(mostSockets) + " possible");
+        refuseArgument("Limit of " + std::to_string(sockets) + " sockets: 1 to " + std::to_string(mostSockets) +
+                       " possible");
     }
     ProcessSettings& process = ofProcess();
     const std::lock_guard<std::mutex> lock(process.mutex);
