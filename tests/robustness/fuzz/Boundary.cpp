@@ -131,8 +131,7 @@ struct Calls {
         return make(std::string(" ") + call.text,
                     [&] {
                         const std::string name = onInproc(call.text, boundary.identity);
-                        call.text = name.c_str();
-                        const std::intptr_t result = real();
+                        const std::intptr_t result = realAt(name);
                         if (result == 0) {
                             boundary.sockets[call.object].bound.insert(name);
                             connectWhoWaitsFor(name);
@@ -148,13 +147,20 @@ struct Calls {
                         const std::string name = onInproc(call.text, boundary.identity);
                         if (name.rfind("inproc://", 0) != 0 || isBound(name)) {
                             boundary.sockets[call.object].isConnected = true;
-                            call.text = name.c_str();
-                            return real();
+                            return realAt(name);
                         }
                         boundary.sockets[call.object].waitsFor.insert(name);
                         return std::intptr_t{0};
                     })
             .result;
+    }
+
+    /// Makes the call with another address.
+    std::intptr_t realAt(const std::string& address) const {
+        const char* const asked = std::exchange(call.text, address.c_str());
+        const std::intptr_t result = real();
+        call.text = asked;
+        return result;
     }
 
     bool isBound(const std::string& name) const {
