@@ -71,13 +71,13 @@ struct Calls {
 
     /// "#N " for an open socket, "#0 " for none. Every other handle is one that the library has closed.
     std::string holder() const {
-        void* const socket = call.function == Function::ZmqPoll ? call.items->socket : call.object;
+        void* const handle = call.function == Function::ZmqPoll ? call.items->socket : call.object;
         const bool hasNone = call.function == Function::ZmqSocket || call.function == Function::Gettimeofday ||
                              call.function == Function::Chmod || call.function == Function::Usleep;
-        if (hasNone || socket == nullptr) {
+        if (hasNone || handle == nullptr) {
             return hasNone ? "" : "#0 ";
         }
-        const auto found = boundary.sockets.find(socket);
+        const auto found = boundary.sockets.find(handle);
         require(found != boundary.sockets.end(), "a native socket is used that is not open");
         return "#" + std::to_string(found->second.number) + " ";
     }
