@@ -1,3 +1,4 @@
+#include <rk/detail/LogIfPossible.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/SocketContext.h>
 #include <rk/socket/TimeoutException.h>
@@ -8,7 +9,6 @@
 #include <rk/socket/detail/NetworkSettings.h>
 #include <rk/socket/detail/Pattern.h>
 #include <rk/utils/Log.h>
-#include <rk/utils/detail/LogIfPossible.h>
 
 #include <google/protobuf/message.h>
 #include <zmq.h>
@@ -253,8 +253,8 @@ void Socket::resetConnections() noexcept {
         rebuild();
     } catch (const std::exception& failure) {
         protocol = Protocol::Undef; // still set if the failure was the lock that `close` takes
-        rk::utils::detail::logIfPossible(rk::utils::logError,
-                                         [&] { return header + ": Error resetting socket: " + failure.what(); });
+        rk::detail::logIfPossible(rk::utils::logError,
+                                  [&] { return header + ": Error resetting socket: " + failure.what(); });
     } catch (...) {
         // Explicit, because GCC 14 miscompiles the implicit call for an exception that the handler above does not catch.
         std::terminate();
@@ -468,8 +468,8 @@ void Socket::setInternalFifoSize(int size) {
 void Socket::setQueueSize(int option, int size, const char* failurePrefix) {
     if (zmq_setsockopt(zmqSocket, option, &size, sizeof size) < 0) {
         const int error = zmq_errno();
-        rk::utils::detail::logIfPossible(rk::utils::logError,
-                                         [&] { return formatMessage(failurePrefix + failureText(error, header)); });
+        rk::detail::logIfPossible(rk::utils::logError,
+                                  [&] { return formatMessage(failurePrefix + failureText(error, header)); });
     }
 }
 

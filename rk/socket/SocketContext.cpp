@@ -1,9 +1,9 @@
+#include <rk/detail/LogBackend.h>
+#include <rk/detail/LogIfPossible.h>
 #include <rk/socket/SocketContext.h>
 #include <rk/socket/detail/ContextGate.h>
 #include <rk/socket/detail/NetworkSettings.h>
 #include <rk/utils/Log.h>
-#include <rk/utils/detail/LogBackend.h>
-#include <rk/utils/detail/LogIfPossible.h>
 
 #include <zmq.h>
 
@@ -33,7 +33,7 @@ SocketContext::SocketContext() : MessageFormatter("SocketContext"), context(newC
 
 SocketContext::~SocketContext() {
     const auto log = [this](const char* text) {
-        rk::utils::detail::logIfPossible(rk::utils::logDebug, [&] { return formatMessage(text); });
+        rk::detail::logIfPossible(rk::utils::logDebug, [&] { return formatMessage(text); });
     };
     log("Terminating 0MQ context");
     // Both calls are names of one. A handle that the first has released may already be another context's memory; one
@@ -94,7 +94,7 @@ void* createInProcessContext(Protocol::Protocol protocol) {
 } // namespace
 
 void* getSocket(Protocol::Protocol protocol) {
-    rk::utils::detail::prepareForExit();
+    rk::detail::prepareForExit();
     void* socket = nullptr;
     const int error = detail::ContextGate::ofProcess().pass([&] {
         socket = createInProcessContext(protocol);

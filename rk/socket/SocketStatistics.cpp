@@ -1,8 +1,8 @@
 #include <rk/detail/ErrnoKeeper.h>
+#include <rk/detail/LogIfPossible.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/detail/WallClock.h>
 #include <rk/utils/Log.h>
-#include <rk/utils/detail/LogIfPossible.h>
 
 namespace rk::socket {
 
@@ -46,7 +46,7 @@ void Socket::Statistics::add(unsigned int size, const IMessageFormatter& socket)
     const double megabits = byteCount / elapsed * 0.0009765625 * 0.0009765625 * 8.0;
     const double megabytes = megabits * 0.125;
     const double blocks = blockCount / elapsed;
-    rk::utils::detail::logIfPossible(rk::utils::logDebug, [&] {
+    rk::detail::logIfPossible(rk::utils::logDebug, [&] {
         return socket.formatMessage("Rate is " + std::to_string(megabytes) + " Mbytes/s = " + std::to_string(megabits) +
                                     " Mbits/s, " + std::to_string(blocks) + " Blocks/s");
     });

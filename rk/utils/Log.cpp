@@ -1,18 +1,18 @@
+#include <rk/detail/LogBackend.h>
 #include <rk/utils/Log.h>
-#include <rk/utils/detail/LogBackend.h>
 
 namespace rk::utils {
 
 void logDebug(const std::string& text) {
-    detail::writeLine(detail::Level::Debug, text);
+    rk::detail::writeLine(rk::detail::Level::Debug, text);
 }
 
 void logWarning(const std::string& text) {
-    detail::writeLine(detail::Level::Warning, text);
+    rk::detail::writeLine(rk::detail::Level::Warning, text);
 }
 
 void logError(const std::string& text) {
-    detail::writeLine(detail::Level::Error, text);
+    rk::detail::writeLine(rk::detail::Level::Error, text);
 }
 
 } // namespace rk::utils

@@ -1,3 +1,4 @@
+#include <rk/detail/LogIfPossible.h>
 #include <rk/detail/SignalMask.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/detail/BoundAddresses.h>
@@ -6,7 +7,6 @@
 #include <rk/socket/detail/WakeUpCall.h>
 #include <rk/socket/utils/SocketListener.h>
 #include <rk/utils/Log.h>
-#include <rk/utils/detail/LogIfPossible.h>
 
 #include <google/protobuf/message.h>
 
@@ -258,8 +258,8 @@ void SocketListener::threadFunction(std::shared_ptr<Socket> socket) {
 
 /// Nothing may leave the thread, whatever fails on it.
 void SocketListener::logFailure(const char* what, const char* reason, const char* consequence) const noexcept {
-    rk::utils::detail::logIfPossible(rk::utils::logError,
-                                     [&] { return makeErrorString(std::string(what) + reason + consequence); });
+    rk::detail::logIfPossible(rk::utils::logError,
+                              [&] { return makeErrorString(std::string(what) + reason + consequence); });
 }
 
 void SocketListener::serveUntilStopped(const std::shared_ptr<Socket>& socket) {

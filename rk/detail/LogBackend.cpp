@@ -1,14 +1,15 @@
-#include <rk/utils/detail/LogBackend.h>
+#include <rk/detail/ErrnoKeeper.h>
+#include <rk/detail/Immortal.h>
+#include <rk/detail/LogBackend.h>
 
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
-#include <cerrno>
 #include <exception>
 #include <memory>
 #include <mutex>
 
-namespace rk::utils::detail {
+namespace rk::detail {
 
 namespace {
 
@@ -24,22 +25,16 @@ Logger makeStandardErrorLogger() {
 
 class Backend {
 public:
-    /// The backend of the process. It is never destroyed, because lines are written until the process is gone.
+    /// Returns the backend of the process, which writes lines until the process is gone.
     static Backend& instance() {
-        static Backend* const backend = std::make_unique<Backend>().release();
+        static const Immortal<Backend> backend;
         return *backend;
     }
 
     Logger logger() {
         const std::lock_guard<std::mutex> lock(mutex);
-        Logger found = registryGone ? lastRegistered : spdlog::get(loggerName);
-        if (found) {
-            return found;
-        }
-        if (!ownLogger) {
-            ownLogger = makeStandardErrorLogger();
-        }
-        return ownLogger;
+        const Logger registered = registryGone ? lastRegistered : spdlog::get(loggerName);
+        return registered ? registered : ownLogger;
     }
 
     void registryEnds() {
@@ -52,7 +47,7 @@ private:
     std::mutex mutex;
     bool registryGone = false;
     Logger lastRegistered;
-    Logger ownLogger;
+    const Logger ownLogger = makeStandardErrorLogger();
 };
 
 /// Constructed after spdlog's registry, hence destroyed before it.
@@ -63,7 +58,7 @@ public:
         try {
             Backend::instance().registryEnds();
         } catch (const std::exception&) {
-            // The last lines of the process are lost, and nothing else.
+            // Best effort: only the last lines of the process are lost.
         }
     }
     RegistryWatch(const RegistryWatch&) = delete;
@@ -84,14 +79,13 @@ void prepareForExit() {
 }
 
 void writeLine(Level level, const std::string& text) noexcept {
-    const int error = errno;
+    const ErrnoKeeper keeper;
     try {
         prepareForExit();
         Backend::instance().logger()->log(toSpdlog(level), spdlog::string_view_t(text));
     } catch (...) {
-        // A line that cannot be written has nobody to be reported to.
+        // Best effort: a log line that fails cannot be logged.
     }
-    errno = error;
 }
 
-} // namespace rk::utils::detail
+} // namespace rk::detail

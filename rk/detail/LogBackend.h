@@ -9,7 +9,7 @@
 /// therefore learns of the registry's end just before it comes, and keeps the logger that was in use, which is never
 /// destroyed.
 
-namespace rk::utils::detail {
+namespace rk::detail {
 
 enum class Level {
     Debug,
@@ -23,4 +23,4 @@ void prepareForExit();
 /// Writes one line; whatever goes wrong is dropped with the line, and `errno` is kept.
 void writeLine(Level level, const std::string& text) noexcept;
 
-} // namespace rk::utils::detail
+} // namespace rk::detail
