@@ -35,8 +35,8 @@ from mutants import Source  # noqa: E402
 build = root / "build/coverage"  # its tests say which lines they execute
 work = root / "build/mutation"
 library = "librk-socket.so.1"
-executables = ["address_book_tests", "allocation_tests", "docs_tests", "exit_tests", "log_tests", "repair_tests",
-               "socket_tests"]
+executables = ["address_book_tests", "allocation_tests", "docs_tests", "exit_tests", "log_tests", "network_tests",
+               "repair_tests", "socket_tests"]
 quick = dict(os.environ, RK_TEST_ROUNDS="20")
 most_specific = 20  # tests that are tried before all others
 long = 1.0  # seconds; tests that take longer are tried after all others
@@ -152,7 +152,7 @@ class Library:
         return subprocess.run(command, cwd=build, stderr=subprocess.DEVNULL).returncode == 0
 
     def make(self, mutant, folder):
-        """Makes the library with the mistake in the folder. False if it does not compile."""
+        """Makes the library with the mistake in the folder. False if it does not compile or link."""
         objects = dict(self.objects)
         changed = folder / "include" / mutant.file
         changed.parent.mkdir(parents=True, exist_ok=True)
@@ -164,8 +164,9 @@ class Library:
                 objects[source] = str(folder / (source.replace("/", "-") + ".o"))
                 if not self.compile(source, text, objects[source], [f"-I{folder / 'include'}"]):
                     return False
-        run([*self.link, *objects.values(), "-o", str(folder / library)])
-        return True
+        linked = subprocess.run([*self.link, *objects.values(), "-o", str(folder / library)], cwd=build,
+                                stderr=subprocess.DEVNULL)
+        return linked.returncode == 0
 
     @staticmethod
     def including(source):
@@ -297,7 +298,7 @@ def prepare():
     subprocess.run([root / "scripts/setup", "build", "test", "clang"], check=True)
     work.mkdir(parents=True, exist_ok=True)
     subprocess.run(["cmake", "--preset", "coverage"], cwd=root, check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", "--preset", "coverage"], cwd=root, check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", "--preset", "coverage", "--target", *executables], cwd=root, check=True, stdout=subprocess.DEVNULL)
 
 
 def main():

@@ -1,34 +1,17 @@
 #include "support/Allocations.h"
-#include "support/Errors.h"
 #include "support/FakeMessage.h"
 #include "support/Feed.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/interpose/Interpose.h"
 #include "support/messages.pb.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <memory>
 #include <new>
-#include <string>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Not;
-using testing::StartsWith;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 /// Never destroyed: the library logs until the process is gone.
 std::vector<std::string>& debugLines() {
@@ -68,21 +51,6 @@ protected:
 class TransferWithoutMemory : public Transfer {};
 
 } // namespace
-
-TEST_F(Transfer, SendsABlockWithoutAllocating) {
-    const Allocations made = allocationsOf([&] { feed.publisher.send(bytes.data(), bytes.size()); });
-
-    EXPECT_THAT(made.all, IsEmpty());
-}
-
-TEST_F(Transfer, ReceivesWithoutAllocating) {
-    char buffer[256];
-    feed.publisher.send(bytes.data(), bytes.size());
-
-    const Allocations made = allocationsOf([&] { feed.subscriber.receive(buffer, sizeof buffer); });
-
-    EXPECT_THAT(made.all, IsEmpty());
-}
 
 TEST_F(Transfer, AllocatesTheExactSize) {
     const Allocations made = allocationsOf([&] {
@@ -210,7 +178,7 @@ TEST_F(Transfer, AllocatesForStatisticsLines) {
 TEST_F(TransferWithoutMemory, SendsTheNextMessage) {
     std::string error;
     allocationsOf([&] { EXPECT_THROW(feed.publisher.sendProtoBuf(&text), std::bad_alloc); }, 100);
-    EXPECT_EQ(socket::PollResult::Timeout, feed.subscriber.poll(0, error));
+    EXPECT_EQ(PollResult::Timeout, feed.subscriber.poll(0, error));
 
     pass(1000);
 

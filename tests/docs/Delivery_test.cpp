@@ -1,13 +1,8 @@
-#include "support/Endpoints.h"
-#include "support/Errors.h"
+#include "support/Test.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/TimeoutException.h>
 
-#include <gmock/gmock.h>
-
 #include <cstddef>
-#include <string>
 
 // What docs/guide/ says about messages that are lost, doubled or delayed.
 
@@ -15,25 +10,8 @@ namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-
-constexpr unsigned int patienceMs = 20000;
 /// Long enough for a message to come if it would.
 constexpr unsigned int silenceMs = 400;
-
-/// A connected socket.
-class Peer : public Socket {
-public:
-    Peer(const char* title, Protocol::Protocol pattern, const SocketEndpoint& address,
-         ClosePolicy::ClosePolicy atClose = ClosePolicy::DropPending, unsigned int timeoutMs = patienceMs)
-        : Socket(title, atClose) {
-        createAndConnect(pattern, address, timeoutMs);
-    }
-};
 
 /// A server and its client.
 struct Pair {
@@ -56,7 +34,7 @@ char receive(Socket& socket) {
 
 bool hasInput(Socket& socket, unsigned int milliseconds) {
     std::string error;
-    return socket.poll(milliseconds, error) == socket::PollResult::Input;
+    return socket.poll(milliseconds, error) == PollResult::Input;
 }
 
 /// Serves each request that comes to `endpoint`, until none has come for a while. Returns the requests.

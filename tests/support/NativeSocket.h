@@ -21,6 +21,12 @@ public:
         set(ZMQ_SNDTIMEO, 20000);
     }
 
+    /// Binds or connects, as the pattern does.
+    NativeSocket(socket::Protocol::Protocol pattern, const socket::SocketEndpoint& endpoint) : NativeSocket(pattern) {
+        const bool binds = pattern == socket::Protocol::Pub || pattern == socket::Protocol::Rep;
+        binds ? bind(endpoint) : connect(endpoint);
+    }
+
     void bind(const socket::SocketEndpoint& endpoint) {
         EXPECT_EQ(0, zmq_bind(handle.get(), endpoint.toString(protocol).c_str()));
     }

@@ -1,11 +1,6 @@
 #include "RecordingListener.h"
 
 #include "BeforeJoin.h"
-#include "StandIn.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <optional>
@@ -13,12 +8,10 @@
 
 namespace rk::tests {
 
-using socket::Socket;
-
-RecordingListener::RecordingListener(socket::Protocol::Protocol pattern)
+RecordingListener::RecordingListener(Protocol::Protocol pattern)
     : SocketListener(pattern, "service"),
       make([] { return std::make_shared<Text>(); }),
-      handle(pattern == socket::Protocol::Rep ? Handler(echo) : Handler([](auto&, const auto&) {})) {}
+      handle(pattern == Protocol::Rep ? Handler(echo) : Handler(ignore)) {}
 
 RecordingListener::~RecordingListener() {
     std::string error;
@@ -52,9 +45,9 @@ void RecordingListener::handleMessage(google::protobuf::Message* message, std::s
     current(text, socket);
 }
 
-void RecordingListener::serve(const socket::SocketEndpoint& endpoint) {
+void RecordingListener::serve(const SocketEndpoint& endpoint) {
     std::string error;
-    ASSERT_TRUE(addListenEndpoint(endpoint.toString(socket::Protocol::Req), error)) << error;
+    ASSERT_TRUE(addListenEndpoint(endpoint.toString(Protocol::Req), error)) << error;
     ASSERT_TRUE(start(error)) << error;
 }
 
@@ -82,9 +75,18 @@ void echo(Text& text, const std::shared_ptr<Socket>& socket) {
     socket->sendProtoBuf(&text);
 }
 
-std::string ask(const socket::SocketEndpoint& endpoint, const std::string& question) {
-    Socket client("client", socket::ClosePolicy::DropPending);
-    client.createAndConnect(socket::Protocol::Req, endpoint, 20000);
+RecordingListener::Handler echoAfter(std::promise<void>& event) {
+    return [&event](Text& text, const std::shared_ptr<Socket>& socket) {
+        event.get_future().wait();
+        echo(text, socket);
+    };
+}
+
+void ignore(Text& /*text*/, const std::shared_ptr<Socket>& /*socket*/) {}
+
+std::string ask(const SocketEndpoint& endpoint, const std::string& question) {
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Req, endpoint, 20000);
     Text text;
     text.set_text(question);
     client.sendProtoBuf(&text);

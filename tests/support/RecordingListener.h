@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Test.h"
+#include "ZmqHandle.h"
 #include "support/messages.pb.h"
 
 #include <rk/socket/utils/SocketListener.h>
@@ -7,10 +9,8 @@
 #include <atomic>
 #include <condition_variable>
 #include <functional>
-#include <memory>
+#include <future>
 #include <mutex>
-#include <string>
-#include <vector>
 
 namespace rk::tests {
 
@@ -18,19 +18,19 @@ namespace rk::tests {
 class RecordingListener : public socket::utils::SocketListener {
 public:
     using Maker = std::function<std::shared_ptr<google::protobuf::Message>()>;
-    using Handler = std::function<void(Text&, const std::shared_ptr<socket::Socket>&)>;
+    using Handler = std::function<void(Text&, const std::shared_ptr<Socket>&)>;
 
-    explicit RecordingListener(socket::Protocol::Protocol pattern);
+    explicit RecordingListener(Protocol::Protocol pattern);
     ~RecordingListener() override;
 
     /// Stops without waiting for the end of the poll that lasts.
     bool stop(std::string& error) override;
 
     std::shared_ptr<google::protobuf::Message> createMessage() override;
-    void handleMessage(google::protobuf::Message* message, std::shared_ptr<socket::Socket> socket) override;
+    void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) override;
 
     /// Adds the endpoint and starts; a failed test if that fails.
-    void serve(const socket::SocketEndpoint& endpoint);
+    void serve(const SocketEndpoint& endpoint);
 
     void setMaker(Maker maker);
     void setHandler(Handler handler);
@@ -49,9 +49,29 @@ private:
 };
 
 /// Sends the message back.
-void echo(Text& text, const std::shared_ptr<socket::Socket>& socket);
+void echo(Text& text, const std::shared_ptr<Socket>& socket);
+
+/// Sends the message back once `event` has a value.
+RecordingListener::Handler echoAfter(std::promise<void>& event);
+
+/// Never replies.
+void ignore(Text& text, const std::shared_ptr<Socket>& socket);
 
 /// A new client's request, and the reply to it.
-std::string ask(const socket::SocketEndpoint& endpoint, const std::string& question);
+std::string ask(const SocketEndpoint& endpoint, const std::string& question);
+
+/// A listener with its endpoint.
+class ListenerTest : public testing::Test {
+protected:
+    explicit ListenerTest(Transport::Transport transport = Transport::Inproc,
+                          Protocol::Protocol pattern = Protocol::Rep)
+        : listener(pattern), endpoint(freshEndpoint(transport)) {}
+
+    const ContextOfTheProcess context;
+    StandIn standIn;
+    RecordingListener listener;
+    SocketEndpoint endpoint;
+    std::string error;
+};
 
 } // namespace rk::tests

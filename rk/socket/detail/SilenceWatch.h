@@ -9,7 +9,7 @@ namespace rk::socket::detail {
 class SilenceWatch {
 public:
     /// A `limit` of 0 seconds never ends.
-    explicit SilenceWatch(unsigned int limitSeconds) : limit(limitSeconds) { end(); }
+    explicit SilenceWatch(unsigned int limitSeconds) : limit(limitSeconds), pause(limitSeconds) {}
 
     /// Notes that something was received.
     void end() {
@@ -39,8 +39,8 @@ private:
     static constexpr unsigned int longestPause = 30;
 
     unsigned int limit;
+    unsigned int pause;
     unsigned int silent = 0; ///< seconds since something was received, or since the last attempt
-    unsigned int pause = 0;
     unsigned int attempts = 0;
 };
 

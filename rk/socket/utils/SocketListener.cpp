@@ -149,7 +149,6 @@ std::list<std::string> SocketListener::connectAll(Socket& socket) const {
 }
 
 void SocketListener::startThread(const std::shared_ptr<Socket>& socket) {
-    stopRequested = false;
     // In this order: a promise that is dropped while it has a future stores an exception there, which needs memory.
     threadEnded = std::future<void>();
     threadEnd = std::promise<void>();

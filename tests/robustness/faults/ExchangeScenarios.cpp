@@ -15,27 +15,11 @@ namespace rk::tests {
 
 namespace {
 
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-
 std::vector<Step> exchange(Transport::Transport transport) {
-    const auto endpoint = freshEndpoint(transport);
-    const PartyPointer server = party("the one who answers", Protocol::Rep);
-    const PartyPointer client = party("the one who asks", Protocol::Req);
-    return {construct(server),
-            construct(client),
-            createAndConnect(server, endpoint, 2000),
-            createAndConnect(client, endpoint, 2000),
-            send(client, "question"),
-            poll(server, 2000, PollResult::Input),
-            receive(server, "question"),
-            send(server, "answer"),
-            receive(client, "answer"),
-            close(client),
-            close(server),
-            destroy(client),
-            destroy(server)};
+    const Pair pair(transport);
+    return pair.with({send(pair.client, "question"), poll(pair.server, 2000, PollResult::Input),
+                      receive(pair.server, "question"), send(pair.server, "answer"), receive(pair.client, "answer"),
+                      close(pair.client), close(pair.server)});
 }
 
 /// In-process, where a subscription has arrived once the publisher has looked at its socket.
@@ -105,16 +89,12 @@ Text textOf(const std::string& content) {
 }
 
 std::vector<Step> protobuf() {
-    const auto endpoint = freshEndpoint(Transport::Inproc);
-    const PartyPointer server = party("the one who answers", Protocol::Rep);
-    const PartyPointer client = party("the one who asks", Protocol::Req);
+    const Pair pair(Transport::Inproc);
+    const PartyPointer server = pair.server;
+    const PartyPointer client = pair.client;
     const std::string header = server->header();
     const Text question = textOf("What is it that takes longer than a short text?");
-    return {
-        construct(server),
-        construct(client),
-        createAndConnect(server, endpoint, 2000),
-        createAndConnect(client, endpoint, 2000),
+    return pair.with({
         throwing(call("sendProtoBuf", client, [=] { client->socket->sendProtoBuf(nullptr); }),
                  "Socket: Cannot send NULL message"),
         throwing(call("receiveProtoBuf", client, [=] { client->socket->receiveProtoBuf(nullptr, 1); }),
@@ -133,8 +113,7 @@ std::vector<Step> protobuf() {
         sendProtoBuf(server, textOf(std::string(99, '-'))),
         throwing(receiveProtoBuf<Text>(client, 50),
                  client->header() + ": Receive buffer size too small: Required: 101, Actual: 100"),
-        destroy(client),
-        destroy(server)};
+    });
 }
 
 std::vector<Step> closedSocket() {
@@ -151,9 +130,9 @@ std::vector<Step> closedSocket() {
 }
 
 std::vector<Step> pollSet() {
-    const auto endpoint = freshEndpoint(Transport::Inproc);
-    const PartyPointer server = party("the one who answers", Protocol::Rep);
-    const PartyPointer client = party("the one who asks", Protocol::Req);
+    const Pair pair(Transport::Inproc);
+    const PartyPointer server = pair.server;
+    const PartyPointer client = pair.client;
     const auto set = std::make_shared<socket::PollSet>();
     const auto wait = [=](std::chrono::milliseconds timeout) {
         return call("wait", server, [=] { set->wait(timeout); });
@@ -163,31 +142,22 @@ std::vector<Step> pollSet() {
         step.normal.type = "std::invalid_argument";
         return step;
     };
-    return {construct(server),
-            construct(client),
-            createAndConnect(server, endpoint, 2000),
-            createAndConnect(client, endpoint, 2000),
-            wait(std::chrono::milliseconds(0)),
-            call("add", server,
-                 [=] {
-                     const std::string answer = "a reply that is longer than a short text";
-                     set->add(*server->socket, [=] {
-                         const Unwatched unwatched;
-                         char buffer[100];
-                         server->socket->receive(buffer, sizeof buffer);
-                         server->socket->send(answer);
-                     });
-                 }),
-            refusing("Cannot poll without a handler", [=] { set->add(*server->socket, nullptr); }),
-            refusing("Cannot poll descriptor -1", [=] { set->add(-1, [] {}); }),
-            wait(std::chrono::milliseconds(0)),
-            send(client, "question"),
-            wait(std::chrono::milliseconds(2000)),
-            call("remove", server, [=] { set->remove(*server->socket); }),
-            close(client),
-            close(server),
-            destroy(client),
-            destroy(server)};
+    return pair.with({wait(std::chrono::milliseconds(0)),
+                      call("add", server,
+                           [=] {
+                               const std::string answer = "a reply that is longer than a short text";
+                               set->add(*server->socket, [=] {
+                                   const Unwatched unwatched;
+                                   char buffer[100];
+                                   server->socket->receive(buffer, sizeof buffer);
+                                   server->socket->send(answer);
+                               });
+                           }),
+                      refusing("Cannot poll without a handler", [=] { set->add(*server->socket, nullptr); }),
+                      refusing("Cannot poll descriptor -1", [=] { set->add(-1, [] {}); }),
+                      wait(std::chrono::milliseconds(0)), send(client, "question"),
+                      wait(std::chrono::milliseconds(2000)),
+                      call("remove", server, [=] { set->remove(*server->socket); }), close(client), close(server)});
 }
 
 /// Returns each request to its sender, until it is destroyed.

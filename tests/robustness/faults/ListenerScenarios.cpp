@@ -18,11 +18,6 @@ namespace rk::tests {
 
 namespace {
 
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-using socket::Socket;
-
 /// Sends back what it is sent, but for "fail", at which its handler throws.
 class EchoListener : public socket::utils::SocketListener {
 public:

@@ -6,37 +6,15 @@ namespace rk::tests {
 
 namespace {
 
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-
 std::vector<Step> jammedRequest(Transport::Transport transport) {
-    const auto endpoint = freshEndpoint(transport);
-    const PartyPointer server = party("the one who answers", Protocol::Rep);
-    const PartyPointer client = party("the one who asks", Protocol::Req);
-    return {construct(server),
-            construct(client),
-            createAndConnect(server, endpoint, 2000),
-            createAndConnect(client, endpoint, 2000),
-            send(client, "question"),
-            jammed(send(client, "question"), endpoint),
-            destroy(client),
-            destroy(server)};
+    const Pair pair(transport);
+    return pair.with({send(pair.client, "question"), jammed(send(pair.client, "question"), pair.endpoint)});
 }
 
 std::vector<Step> jammedReply(Transport::Transport transport) {
-    const auto endpoint = freshEndpoint(transport);
-    const PartyPointer server = party("the one who answers", Protocol::Rep);
-    const PartyPointer client = party("the one who asks", Protocol::Req);
-    return {construct(server),
-            construct(client),
-            createAndConnect(server, endpoint, 2000),
-            createAndConnect(client, endpoint, 2000),
-            send(client, "question"),
-            receive(server, "question"),
-            jammed(timingOut(receive(server, "nothing")), endpoint),
-            destroy(client),
-            destroy(server)};
+    const Pair pair(transport);
+    return pair.with({send(pair.client, "question"), receive(pair.server, "question"),
+                      jammed(timingOut(receive(pair.server, "nothing")), pair.endpoint)});
 }
 
 std::vector<Step> reset(Protocol::Protocol pattern) {

@@ -12,6 +12,8 @@
 
 namespace rk::tests {
 
+using namespace socket;
+
 /// What an operation comes to, as far as it can be seen.
 struct Outcome {
     enum class Kind {

@@ -1,5 +1,7 @@
 #include "Steps.h"
 
+#include "support/Endpoints.h"
+
 namespace rk::tests {
 
 using socket::Socket;
@@ -14,6 +16,16 @@ void require(bool condition, const std::string& text) {
 
 PartyPointer party(const std::string& name, socket::Protocol::Protocol pattern) {
     return std::make_shared<Party>(name, pattern);
+}
+
+Pair::Pair(socket::Transport::Transport transport) : endpoint(freshEndpoint(transport)) {}
+
+std::vector<Step> Pair::with(const std::vector<Step>& steps) const {
+    std::vector<Step> all{construct(server), construct(client), createAndConnect(server, endpoint, 2000),
+                          createAndConnect(client, endpoint, 2000)};
+    all.insert(all.end(), steps.begin(), steps.end());
+    all.insert(all.end(), {destroy(client), destroy(server)});
+    return all;
 }
 
 std::vector<std::string> linesOfConnect(const Party& party, const SocketEndpoint& endpoint) {

@@ -10,6 +10,18 @@ using PartyPointer = std::shared_ptr<Party>;
 
 PartyPointer party(const std::string& name, socket::Protocol::Protocol pattern);
 
+/// A server and its client.
+struct Pair {
+    explicit Pair(socket::Transport::Transport transport);
+
+    /// Makes and connects both, goes through `steps`, and destroys both.
+    std::vector<Step> with(const std::vector<Step>& steps) const;
+
+    const socket::SocketEndpoint endpoint;
+    const PartyPointer server = party("the one who answers", socket::Protocol::Rep);
+    const PartyPointer client = party("the one who asks", socket::Protocol::Req);
+};
+
 // The steps that most scenarios are made of.
 Step construct(const PartyPointer& party);
 Step create(const PartyPointer& party);
@@ -23,6 +35,7 @@ Step destroy(const PartyPointer& party);
 Step poll(const PartyPointer& party, unsigned int timeout, socket::PollResult::PollResult result);
 Step flush(const PartyPointer& party);
 Step setInternalFifoSize(const PartyPointer& party);
+
 /// Any other operation. It throws `Wrong` when it finds something else than it has to.
 Step call(const std::string& operation, const PartyPointer& party, std::function<void()> run);
 

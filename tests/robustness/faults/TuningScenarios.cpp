@@ -10,10 +10,6 @@ namespace rk::tests {
 
 namespace {
 
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-
 constexpr int blocksPerPeriod = 50;
 
 Step whileStatisticsRun(Step step) {

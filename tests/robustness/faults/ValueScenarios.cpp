@@ -10,10 +10,6 @@ namespace rk::tests {
 
 namespace {
 
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-using socket::SocketEndpoint;
-
 const char* const longName = "a name that is longer than a short text";
 
 Step parse(const std::string& text) {

@@ -112,7 +112,7 @@ class Source:
 
     def mutants(self):
         """Every mutant once, in the order of the file."""
-        if self.file.endswith(".h"):
+        if self.file.endswith(".h") and "/detail/" not in self.file:
             found = list(self.of_initialisers())
         else:
             found = [*self.of_tokens(range(len(self.lines))), *self.of_conditions(), *self.of_statements(),
@@ -149,7 +149,7 @@ class Source:
                     yield self.mutant(number, number, [line[:match.start()] + new + line[match.end():]])
 
     def of_initialisers(self):
-        """Of a header, only what the library alone compiles: the values that its private members begin with."""
+        """Of a public header, only what the library alone compiles: the values that its private members begin with."""
         first = self.lines.index("private:") if "private:" in self.lines else len(self.lines)
         return self.of_tokens([number for number, line in enumerate(self.lines)
                                if number > first and re.match(r"    [\w:<>*]+ \w+( = .*|\{.*\});", line)])

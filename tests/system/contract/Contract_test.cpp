@@ -1,31 +1,15 @@
 #include "support/Child.h"
-#include "support/Endpoints.h"
+#include "support/Test.h"
 #include "support/messages.pb.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/utils/MessageFormatter.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <functional>
-#include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-using testing::EndsWith;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 /// What a child process writes, without the library's debug lines.
 std::vector<std::string> linesOf(const std::vector<std::string>& command) {
@@ -107,7 +91,7 @@ TEST(ContractAfterFork, LeavesValuesAndLogLines) {
     }
     expected.emplace_back("the child ended with 0");
 
-    EXPECT_THAT(linesOf("fork-and-use-values"), testing::ElementsAreArray(expected));
+    EXPECT_THAT(linesOf("fork-and-use-values"), ElementsAreArray(expected));
 }
 
 TEST(ContractAfterFork, PassesNoDescriptorOn) {
@@ -116,28 +100,6 @@ TEST(ContractAfterFork, PassesNoDescriptorOn) {
     ASSERT_EQ(4U, lines.size());
     EXPECT_EQ(lines[0], lines[2]) << "descriptors without and with sockets in the parent";
     EXPECT_EQ("the child ended with 0", lines[3]);
-}
-
-TEST(ContractOfThreads, SharesValues) {
-    const SocketEndpoint shared = SocketEndpoint::FromString("tcp://node:5555");
-    const rk::utils::MessageFormatter formatter("name");
-    std::vector<std::thread> threads;
-    for (int number = 0; number < 4; ++number) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < 1000; ++round) {
-                EXPECT_EQ(shared, SocketEndpoint::FromString(shared.toString(Protocol::Req)));
-                EXPECT_NE(shared, SocketEndpoint(shared.transport, shared.address, 1));
-                EXPECT_EQ("SocketEndpoint tcp://node:5555: here", shared.formatMessage("here"));
-                EXPECT_EQ("[name]: text", formatter.formatMessage("text"));
-                EXPECT_EQ(Protocol::Rep, Protocol::FromString(Protocol::ToString(Protocol::Rep)));
-                EXPECT_EQ(3, Protocol::ToNativeProtocol(Protocol::Req));
-                EXPECT_EQ(Transport::Tcp, Transport::FromString(Transport::ToString(Transport::Tcp)));
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 TEST(ContractOfThreads, HandsASocketOn) {

@@ -1,13 +1,5 @@
-#include "support/Endpoints.h"
-#include "support/Errors.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <atomic>
@@ -15,18 +7,12 @@
 #include <cstdlib>
 #include <future>
 #include <thread>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
 using Clock = std::chrono::steady_clock;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-namespace ClosePolicy = socket::ClosePolicy;
 
 /// A thousand, unless the tools at hand are slow.
 int rounds() {
@@ -60,8 +46,7 @@ private:
 };
 
 std::string ask(const SocketEndpoint& endpoint, const std::string& question) {
-    Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    Peer client("client", Protocol::Req, endpoint);
     sendText(client, question);
     return receiveText(client);
 }
@@ -79,8 +64,7 @@ protected:
     const SocketEndpoint endpoint = freshEndpoint(GetParam());
 
     void rebuildJammedReplySockets() {
-        Socket server("server", ClosePolicy::DropPending);
-        server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+        Peer server("server", Protocol::Rep, endpoint);
         for (int round = 0; round < rounds(); ++round) {
             standIn.journal().clear();
             auto unanswered = std::make_unique<Socket>("unanswered", ClosePolicy::DropPending);
@@ -136,8 +120,7 @@ TEST_P(GivingUpAddress, IsTakenByTheNextSocket) {
         Socket server("server", ClosePolicy::WaitForDelivery);
         ASSERT_NO_THROW(server.createAndConnect(Protocol::Pub, endpoint, 0)) << "round " << round;
     }
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    Peer server("server", Protocol::Rep, endpoint);
     expectService(server, endpoint);
 }
 
@@ -149,8 +132,7 @@ TEST_P(GivingUpAddress, IsTakenByOneOfManyThreads) {
         threads.emplace_back([&] {
             for (int round = 0; round < rounds() / 20; ++round) {
                 try {
-                    Socket server("server", ClosePolicy::DropPending);
-                    server.createAndConnect(Protocol::Rep, endpoint, 0);
+                    Peer server("server", Protocol::Rep, endpoint, ClosePolicy::DropPending, 0);
                     ++taken;
                 } catch (const std::runtime_error&) {
                     // Somebody else was quicker.
@@ -162,8 +144,7 @@ TEST_P(GivingUpAddress, IsTakenByOneOfManyThreads) {
         thread.join();
     }
     EXPECT_GT(taken, 0);
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    Peer server("server", Protocol::Rep, endpoint);
     expectService(server, endpoint);
 }
 
@@ -178,18 +159,16 @@ TEST_P(GivingUpAddress, IsTakenAfterAFailedConnect) {
 }
 
 TEST_P(GivingUpAddress, EndsTheResetIfNeverFree) {
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, 0);
+    Peer server("server", Protocol::Rep, endpoint, ClosePolicy::DropPending, 0);
     standIn.fail("zmq_bind", EADDRINUSE, 1, StandIn::always);
     const Clock::time_point start = Clock::now();
 
     server.resetConnections();
 
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
-    EXPECT_THAT(
-        standIn.journal().linesWith("error: "),
-        testing::ElementsAre("error: [Socket server]: Error resetting socket: Socket: Failed connecting/binding "
-                             "socket: Address already in use on [Socket server]"));
+    EXPECT_THAT(standIn.journal().linesWith("error: "),
+                ElementsAre("error: [Socket server]: Error resetting socket: Socket: Failed connecting/binding "
+                            "socket: Address already in use on [Socket server]"));
     std::string error;
     EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { server.poll(0, error); }));
 }
@@ -198,11 +177,9 @@ TEST_P(GivingUpAddress, IsRefusedAtOnceWhenTaken) {
     if (GetParam() == Transport::Ipc) {
         GTEST_SKIP() << "0MQ takes over an ipc path from whoever holds it";
     }
-    Socket first("first", ClosePolicy::DropPending);
-    first.createAndConnect(Protocol::Rep, endpoint, 0);
+    Peer first("first", Protocol::Rep, endpoint, ClosePolicy::DropPending, 0);
     first.close();
-    Socket second("second", ClosePolicy::DropPending);
-    second.createAndConnect(Protocol::Rep, endpoint, 0);
+    Peer second("second", Protocol::Rep, endpoint, ClosePolicy::DropPending, 0);
     const Clock::time_point start = Clock::now();
 
     const std::string text = textThrownBy([&] { first.createAndConnect(Protocol::Rep, endpoint, 0); });

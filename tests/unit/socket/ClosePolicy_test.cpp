@@ -1,34 +1,18 @@
 #include "support/Calls.h"
-#include "support/Endpoints.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/ZmqHandle.h"
 
-#include <rk/socket/ClosePolicy.h>
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <cerrno>
 #include <limits>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
 #include <utility>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(std::is_enum_v<ClosePolicy::ClosePolicy>);
 static_assert(std::is_convertible_v<ClosePolicy::ClosePolicy, int>, "a plain enumeration");
@@ -118,8 +102,7 @@ TEST_P(ClosePolicyOn, DropsARequest) {
         leaveRequest(ClosePolicy::DropPending, endpoint);
     }
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    Socket later("later", ClosePolicy::DropPending);
-    later.createAndConnect(Protocol::Req, endpoint, 0);
+    Peer later("later", Protocol::Req, endpoint, ClosePolicy::DropPending, 0);
     sendText(later, "later");
 
     EXPECT_EQ("later", receiveText(server));

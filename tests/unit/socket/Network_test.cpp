@@ -1,17 +1,10 @@
 #include "support/Calls.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
 #include "support/Feed.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/ZmqHandle.h"
 
 #include <rk/socket/Network.h>
-#include <rk/socket/Socket.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <cerrno>
@@ -25,11 +18,9 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
-#include <string>
 #include <sys/resource.h>
 #include <thread>
 #include <utility>
-#include <vector>
 
 namespace rk::tests {
 
@@ -37,15 +28,6 @@ namespace {
 
 using calls::operator+;
 using calls::Lines;
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAreArray;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Network = socket::Network;
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 const std::string linger = "zmq_setsockopt " + std::to_string(ZMQ_LINGER) + " ";
 
@@ -200,8 +182,7 @@ void repairBeside(int others) {
     for (int number = 0; number < others; ++number) {
         open.emplace_back("other", ClosePolicy::DropPending).create(Protocol::Pub);
     }
-    Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, freshEndpoint(Transport::Tcp), 0);
+    Peer client("client", Protocol::Req, freshEndpoint(Transport::Tcp), ClosePolicy::DropPending, 0);
     sendText(client, "first");
     sendText(client, "again");
     open.clear();
@@ -282,8 +263,7 @@ TEST_P(NetworkOf, SetsQueueSizesInCreate) {
 TEST_P(NetworkProbing, SplitsTheTimeIntoProbes) {
     Network::setPeerTimeout(GetParam().timeout);
     StandIn standIn;
-    Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, freshEndpoint(Transport::Tcp), 0);
+    Peer client("client", Protocol::Req, freshEndpoint(Transport::Tcp), ClosePolicy::DropPending, 0);
 
     const std::vector<std::pair<int, int>> options{{ZMQ_TCP_KEEPALIVE, 1},
                                                    {ZMQ_TCP_KEEPALIVE_IDLE, GetParam().idle},
@@ -345,8 +325,7 @@ TEST_F(NetworkSettings, LeaveRoomForTheHandshake) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
     EXPECT_EQ(1U, standIn.journal().count("zmq_setsockopt 22 = 64 (8 bytes)"));
 
-    Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    Peer client("client", Protocol::Req, endpoint);
     sendText(client, std::string(64, 'x'));
     EXPECT_EQ(std::string(64, 'x'), receiveText(server));
 }
@@ -354,12 +333,9 @@ TEST_F(NetworkSettings, LeaveRoomForTheHandshake) {
 TEST_F(NetworkSettings, DropThePeerOfALargeMessage) {
     Network::setMaxMessageSize(1000);
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    Socket large("large", ClosePolicy::DropPending);
-    large.createAndConnect(Protocol::Req, endpoint, patienceMs);
-    Socket small("small", ClosePolicy::DropPending);
-    small.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    Peer server("server", Protocol::Rep, endpoint);
+    Peer large("large", Protocol::Req, endpoint);
+    Peer small("small", Protocol::Req, endpoint);
 
     sendText(large, std::string(1001, 'x'));
     sendText(small, "small");
@@ -387,10 +363,8 @@ TEST_F(NetworkSettings, KeepAFullSubscriber) {
     Network::setMaxMessageSize(1 << 20);
     Network::setQueueSize(5);
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    Socket publisher("source", ClosePolicy::DropPending);
-    publisher.createAndConnect(Protocol::Pub, endpoint, 0);
-    Socket subscriber("feed", ClosePolicy::DropPending);
-    subscriber.createAndConnect(Protocol::Sub, endpoint, patienceMs);
+    Peer publisher("source", Protocol::Pub, endpoint, ClosePolicy::DropPending, 0);
+    Peer subscriber("feed", Protocol::Sub, endpoint);
     std::string error;
     std::string frame(1 << 20, 'x');
     do {

@@ -1,38 +1,26 @@
-#include "support/Errors.h"
 #include "support/Feed.h"
 #include "support/Interruption.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 
 #include <rk/socket/PollSet.h>
-#include <rk/socket/Socket.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <cerrno>
 #include <chrono>
 #include <functional>
 #include <stdexcept>
-#include <string>
 #include <sys/eventfd.h>
 #include <type_traits>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
 using std::chrono::milliseconds;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
 
 static_assert(!std::is_copy_constructible_v<socket::PollSet>);
 static_assert(!std::is_copy_assignable_v<socket::PollSet>);
@@ -279,7 +267,7 @@ TEST_F(PollSet, ThrowsWhenZmqFails) {
     set.add(event.get(), note("event"));
     standIn.fail("zmq_poll", ETERM);
     EXPECT_EQ("Context terminated in poll() for a set of sockets",
-              textThrownBy<socket::ZmqContextTerminationException>([&] { set.wait(atOnce); }));
+              textThrownBy<ZmqContextTerminationException>([&] { set.wait(atOnce); }));
     standIn.fail("zmq_poll", EFAULT);
     EXPECT_EQ("Cannot poll a set of sockets: Bad address", textThrownBy([&] { set.wait(atOnce); }));
 }

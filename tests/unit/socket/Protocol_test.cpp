@@ -1,17 +1,13 @@
-#include <rk/socket/Protocol.h>
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <limits>
-#include <string>
 #include <type_traits>
 
 namespace rk::tests {
 
 namespace {
-
-namespace Protocol = socket::Protocol;
 
 static_assert(std::is_enum_v<Protocol::Protocol>);
 static_assert(std::is_convertible_v<Protocol::Protocol, int>, "a plain enumeration");

@@ -1,24 +1,15 @@
 #include "support/Calls.h"
-#include "support/Endpoints.h"
 #include "support/NativeSocket.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/messages.pb.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <functional>
 #include <list>
 #include <random>
-#include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 // Repairs of sockets with any number of endpoints.
 
@@ -27,12 +18,6 @@ namespace rk::tests {
 namespace {
 
 using calls::operator+;
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 const auto counts = testing::Values(1, 2, 3, 4, 5, 8, 17, 50);
 
@@ -104,8 +89,7 @@ public:
     /// Shows that clients of every endpoint are served.
     void expectClientsServed() {
         for (const auto& [endpoint, timeout] : connections) {
-            NativeSocket client(Protocol::Req);
-            client.connect(endpoint);
+            NativeSocket client(Protocol::Req, endpoint);
             client.send("request");
             EXPECT_EQ("request", receiveText(socket)) << endpoint.address;
             sendText(socket, "reply");
@@ -123,8 +107,7 @@ public:
     /// Shows that subscribers to every endpoint hear the publisher.
     void expectSubscribersHear() {
         for (const auto& [endpoint, timeout] : connections) {
-            Socket subscriber("subscriber", ClosePolicy::DropPending);
-            subscriber.createAndConnect(Protocol::Sub, endpoint, 20000);
+            Peer subscriber("subscriber", Protocol::Sub, endpoint);
             expectNews([&](const std::string& text) { sendText(socket, text); }, subscriber);
         }
     }
@@ -162,7 +145,7 @@ private:
     /// Passes over older editions, of which several may have been published.
     static bool hears(const std::string& text, Socket& subscriber) {
         std::string error;
-        while (subscriber.poll(1, error) == socket::PollResult::Input) {
+        while (subscriber.poll(1, error) == PollResult::Input) {
             if (receiveText(subscriber) == text) {
                 return true;
             }

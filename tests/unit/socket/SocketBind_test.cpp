@@ -1,15 +1,8 @@
 #include "support/Calls.h"
 #include "support/Closed.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/ZmqHandle.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <algorithm>
@@ -17,7 +10,6 @@
 #include <chrono>
 #include <netinet/in.h>
 #include <stdexcept>
-#include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -28,12 +20,7 @@ namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
 using Clock = std::chrono::steady_clock;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 constexpr std::chrono::milliseconds atOnce{100};
 
@@ -146,8 +133,7 @@ protected:
 
     /// A request to the endpoint reaches `server`.
     static void expectServed(Socket& server, const SocketEndpoint& endpoint) {
-        Socket client("client", ClosePolicy::DropPending);
-        client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+        Peer client("client", Protocol::Req, endpoint);
         sendText(client, "question");
         EXPECT_EQ("question", receiveText(server));
     }
@@ -177,8 +163,7 @@ INSTANTIATE_TEST_SUITE_P(Of, SocketBind, testing::ValuesIn(everyPattern), nameOf
 } // namespace
 
 TEST_F(SocketBind, IsRefusedWhenThisProcessBinds) {
-    Socket holder("holder", ClosePolicy::DropPending);
-    holder.createAndConnect(Protocol::Rep, port, patienceMs);
+    Peer holder("holder", Protocol::Rep, port);
     holder.connect(name, patienceMs);
 
     expectRefusedAtOnce(port);
@@ -204,8 +189,7 @@ TEST_F(SocketBind, IsRefusedWhenAProcessBinds) {
 
 TEST_F(SocketBind, TakesOverAPathFromAnyHolder) {
     {
-        Socket holder("holder", ClosePolicy::DropPending);
-        holder.createAndConnect(Protocol::Rep, path, 0);
+        Peer holder("holder", Protocol::Rep, path, ClosePolicy::DropPending, 0);
         expectTakenOver();
     }
     {

@@ -1,18 +1,12 @@
 #include "support/Feed.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/messages.pb.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gtest/gtest.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
 #include <type_traits>
-#include <vector>
 
 /// \file
 /// Which calls of the overloaded operations compile, and which overload they mean.
@@ -20,8 +14,6 @@
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
 
 struct Incomplete;
 struct Block {

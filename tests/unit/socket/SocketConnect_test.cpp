@@ -1,15 +1,8 @@
 #include "support/Calls.h"
 #include "support/Closed.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
+#include "support/Test.h"
 #include "support/ZmqHandle.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <atomic>
@@ -17,24 +10,16 @@
 #include <future>
 #include <new>
 #include <ostream>
+#include <random>
 #include <set>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 // Repairs_test.cpp shows the order of the calls for any number of endpoints.
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(std::is_same_v<decltype(&Socket::connect), void (Socket::*)(const SocketEndpoint&, unsigned int)>);
 static_assert(std::is_same_v<decltype(&Socket::createAndConnect),
@@ -384,6 +369,27 @@ TEST_F(SocketConnect, ClosesWhenMemoryRunsOut) {
         standIn.after("debug", {});
         expectClosed(standIn, socket);
     }
+}
+
+TEST_F(SocketConnect, IsConnectedOnceForEachThatDiffers) {
+    std::mt19937 random;
+    socket.create(Protocol::Req);
+    std::vector<SocketEndpoint> distinct;
+    for (int round = 0; round < 600; ++round) {
+        const bool tcp = random() % 2 == 0;
+        const std::string address =
+            tcp ? "127.0.0." + std::to_string(1 + random() % 12) : "/nonexistent/" + std::to_string(random() % 120);
+        const SocketEndpoint endpoint(tcp ? Transport::Tcp : Transport::Ipc, address,
+                                      static_cast<unsigned short>(1 + random() % 12));
+        const bool known = std::find(distinct.begin(), distinct.end(), endpoint) != distinct.end();
+        standIn.journal().clear();
+        socket.connect(endpoint, 0);
+        ASSERT_EQ(known ? 0U : 1U, standIn.journal().count("zmq_connect " + endpoint.toString(Protocol::Req)));
+        if (!known) {
+            distinct.push_back(endpoint);
+        }
+    }
+    EXPECT_LT(150U, distinct.size());
 }
 
 } // namespace rk::tests

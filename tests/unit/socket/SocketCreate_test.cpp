@@ -1,38 +1,20 @@
-#include "support/Calls.h"
 #include "support/Closed.h"
-#include "support/Errors.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/ZmqHandle.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <cerrno>
 #include <future>
 #include <limits>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-
-static_assert(std::is_convertible_v<Socket*, utils::MessageFormatter*>);
+static_assert(std::is_convertible_v<Socket*, rk::utils::MessageFormatter*>);
 static_assert(std::is_constructible_v<Socket, const std::string&, ClosePolicy::ClosePolicy>);
 static_assert(!std::is_default_constructible_v<Socket>);
 static_assert(!std::is_copy_constructible_v<Socket>);
@@ -86,7 +68,7 @@ TEST_F(SocketCreate, ReplacesTheSocketOfEachPattern) {
     std::string error;
     for (const auto pattern : everyPattern) {
         socket.create(pattern);
-        EXPECT_EQ(socket::PollResult::Timeout, socket.poll(0, error));
+        EXPECT_EQ(PollResult::Timeout, socket.poll(0, error));
         standIn.fail("zmq_close", ENOTSOCK); // which is ignored
     }
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_socket 1", "zmq_poll 1 items, events 1, 0 ms", "zmq_close",

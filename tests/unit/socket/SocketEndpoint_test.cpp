@@ -1,8 +1,4 @@
-#include "support/Errors.h"
-
-#include <rk/socket/SocketEndpoint.h>
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 #include <ostream>
 #include <type_traits>
@@ -11,11 +7,7 @@ namespace rk::tests {
 
 namespace {
 
-using socket::SocketEndpoint;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-
-static_assert(std::is_convertible_v<SocketEndpoint*, utils::IMessageFormatter*>);
+static_assert(std::is_convertible_v<SocketEndpoint*, rk::utils::IMessageFormatter*>);
 static_assert(!std::has_virtual_destructor_v<SocketEndpoint>);
 static_assert(std::is_default_constructible_v<SocketEndpoint>);
 static_assert(std::is_constructible_v<SocketEndpoint, Transport::Transport, const std::string&, unsigned short>);
@@ -149,26 +141,43 @@ TEST(SocketEndpoint, PrintsTheNumberOfNoTransport) {
     EXPECT_EQ("Invalid -1", SocketEndpoint(static_cast<Transport::Transport>(-1), "h", 1).toString(Protocol::Req));
 }
 
-TEST(SocketEndpoint, IsComparedByEveryByte) {
-    EXPECT_NE(SocketEndpoint(Transport::Tcp, "h", 1), SocketEndpoint(Transport::Tcp, "H", 1));
-    EXPECT_NE(SocketEndpoint(Transport::Inproc, "a", 1), SocketEndpoint(Transport::Inproc, std::string("a\0", 2), 1));
-}
-
-TEST(SocketEndpoint, IsCopiedMemberByMember) {
-    const SocketEndpoint original(Transport::Ipc, "/tmp/s", 7);
-    const SocketEndpoint copy(original);
-    SocketEndpoint assigned;
-    assigned = original;
-    for (const SocketEndpoint& same : {copy, assigned}) {
-        EXPECT_EQ(Transport::Ipc, same.transport);
-        EXPECT_EQ("/tmp/s", same.address);
-        EXPECT_EQ(7, same.port);
-    }
-}
-
 TEST(SocketEndpoint, ShowsItsTextInItsHeader) {
     EXPECT_EQ("SocketEndpoint ipc:///tmp/s", SocketEndpoint(Transport::Ipc, "/tmp/s", 0).messageHeader());
     EXPECT_EQ("SocketEndpoint Invalid 0", SocketEndpoint().messageHeader());
+}
+
+TEST(SocketEndpoint, WritesEachPatternsText) {
+    for (const auto pattern : {Protocol::Undef, Protocol::Pub, Protocol::Sub, Protocol::Rep, Protocol::Req}) {
+        const bool binds = pattern == Protocol::Pub || pattern == Protocol::Rep;
+        for (const int port : {0, 1, 5555, 65535}) {
+            const std::string end = ":" + std::to_string(port);
+            EXPECT_EQ((binds ? "tcp://*" : "tcp://node:1") + end,
+                      SocketEndpoint(Transport::Tcp, "node:1", static_cast<unsigned short>(port)).toString(pattern));
+        }
+        EXPECT_EQ("ipc:///tmp/s", SocketEndpoint(Transport::Ipc, "/tmp/s", 5).toString(pattern));
+        EXPECT_EQ("inproc://a:1", SocketEndpoint(Transport::Inproc, "a:1", 5).toString(pattern));
+    }
+}
+
+TEST(SocketEndpoint, IsEqualInTransportAddressAndTcpPort) {
+    std::vector<SocketEndpoint> endpoints;
+    for (const std::string& address : {std::string(), std::string("a"), std::string("aa"), std::string("a:1"),
+                                       std::string("1 a"), std::string(300, 'a'), std::string(300, 'a') + "b"}) {
+        for (int transport = 0; transport < 5; ++transport) {
+            for (const unsigned int port : {0U, 1U, 256U, 65535U}) {
+                endpoints.emplace_back(static_cast<Transport::Transport>(transport), address,
+                                       static_cast<unsigned short>(port));
+            }
+        }
+    }
+    for (const SocketEndpoint& first : endpoints) {
+        for (const SocketEndpoint& second : endpoints) {
+            const bool equal = first.transport == second.transport && first.address == second.address &&
+                               (first.transport != Transport::Tcp || first.port == second.port);
+            ASSERT_EQ(equal, first == second);
+            ASSERT_EQ(!equal, first != second);
+        }
+    }
 }
 
 } // namespace rk::tests

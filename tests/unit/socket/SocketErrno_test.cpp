@@ -1,18 +1,10 @@
-#include "support/Endpoints.h"
-#include "support/Errors.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <cerrno>
-#include <string>
 
 // Whatever the library calls between a failure and its report may change the error number: here each of those calls
 // does, one after the other.
@@ -20,13 +12,6 @@
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::ZmqContextTerminationException;
-using testing::ElementsAre;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 class SocketErrno : public testing::TestWithParam<std::string> {
 protected:

@@ -1,34 +1,19 @@
-#include "support/Errors.h"
 #include "support/Feed.h"
 #include "support/Interruption.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/messages.pb.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <ostream>
-#include <string>
 
 // Failures of the operations that move messages, alike for all of them.
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::ZmqContextTerminationException;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
 
 struct Operation {
     const char* name;

@@ -1,32 +1,14 @@
-#include "support/Errors.h"
 #include "support/Feed.h"
 #include "support/NativeSocket.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
-
-#include <string>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::ZmqContextTerminationException;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 constexpr auto pollLine = "zmq_poll 1 items, events 1, 0 ms";
 constexpr auto readLine = "zmq_recv 100000 bytes, flags 0";
@@ -65,9 +47,8 @@ TEST_F(SocketFlush, PollsAndReadsInTurn) {
 }
 
 TEST_F(SocketFlush, ReadsEachPartOfAMessageByItself) {
-    const socket::SocketEndpoint other = freshEndpoint(Transport::Inproc);
-    NativeSocket source(Protocol::Pub);
-    source.bind(other);
+    const SocketEndpoint other = freshEndpoint(Transport::Inproc);
+    NativeSocket source(Protocol::Pub, other);
     feed.subscriber.connect(other, 0);
     source.join();
     source.send("one", ZMQ_SNDMORE);
@@ -102,17 +83,15 @@ TEST_F(SocketFlush, CountsNothing) {
 }
 
 TEST_F(SocketFlush, DoesNothingUnlessSubscribed) {
-    const socket::SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    Socket server("server", ClosePolicy::DropPending);
-    Socket client("client", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    Peer server("server", Protocol::Rep, endpoint);
+    Peer client("client", Protocol::Req, endpoint);
     sendText(client, "request");
     publish(1);
     feed.subscriber.close();
     standIn.journal().clear();
 
-    for (Socket* socket : {&server, &client, &feed.publisher, &feed.subscriber}) {
+    for (Socket* socket : std::initializer_list<Socket*>{&server, &client, &feed.publisher, &feed.subscriber}) {
         socket->flushIncomingMessages();
     }
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());

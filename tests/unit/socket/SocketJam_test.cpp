@@ -1,21 +1,12 @@
 #include "support/Calls.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
-#include "support/NativeSocket.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/TimeoutException.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <ostream>
-#include <string>
 
 // Failures while a socket of either side is jammed. Repairs_test.cpp shows the repairs that succeed.
 
@@ -24,13 +15,6 @@ namespace rk::tests {
 namespace {
 
 using calls::operator+;
-using socket::Socket;
-using socket::ZmqContextTerminationException;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 struct Side {
     Protocol::Protocol pattern;
@@ -88,7 +72,7 @@ protected:
     }
 
     StandIn standIn;
-    const socket::SocketEndpoint endpoint = freshEndpoint(Transport::Ipc);
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Ipc);
     Socket server{"x", ClosePolicy::DropPending};
     Socket client{"x", ClosePolicy::DropPending};
     Socket& jammed = GetParam().pattern == Protocol::Req ? client : server;
@@ -138,7 +122,7 @@ TEST_P(SocketJam, ThrowsWhenItCannotBeRebuilt) {
                                         "[Socket x] of type ") +
                                 GetParam().typeText + ": Too many open files on [Socket x]",
                             GetParam().line));
-    EXPECT_THAT(textOfCall(), testing::EndsWith(" on a NULL socket"));
+    EXPECT_THAT(textOfCall(), EndsWith(" on a NULL socket"));
 }
 
 TEST_P(SocketJam, ThrowsWhenItCannotBeConnected) {
@@ -148,7 +132,7 @@ TEST_P(SocketJam, ThrowsWhenItCannotBeConnected) {
     EXPECT_THAT(standIn.journal().linesWith("error: "),
                 ElementsAre("error: [Socket x]: Error resetting socket: Socket: Failed connecting/binding socket: "
                             "Permission denied on [Socket x]"));
-    EXPECT_THAT(textOfCall(), testing::EndsWith(" on a NULL socket"));
+    EXPECT_THAT(textOfCall(), EndsWith(" on a NULL socket"));
 }
 
 TEST_P(SocketJam, CountsACallOnceThoughTriedTwice) {
@@ -187,9 +171,9 @@ TEST_P(SocketJam, AbandonsTheRequestWithoutAReply) {
     server.connect(freshEndpoint(Transport::Inproc), 1);
 
     EXPECT_EQ("Receive error: Resource temporarily unavailable on [Socket x]",
-              textThrownBy<socket::TimeoutException>([&] { receiveText(server); }));
+              textThrownBy<TimeoutException>([&] { receiveText(server); }));
     std::string error;
-    EXPECT_EQ(socket::PollResult::Timeout, client.poll(0, error));
+    EXPECT_EQ(PollResult::Timeout, client.poll(0, error));
 }
 
 } // namespace rk::tests

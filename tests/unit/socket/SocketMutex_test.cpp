@@ -1,34 +1,18 @@
 #include "support/Calls.h"
 #include "support/Closed.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
 #include "support/MutexFault.h"
-#include "support/StandIn.h"
+#include "support/Test.h"
 #include "support/ZmqHandle.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/SocketContext.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <csignal>
-#include <memory>
 #include <system_error>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketContext;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 /// A socket one of whose locks cannot be had. The faults count the locks in the order in which a call takes them.
 class SocketMutex : public testing::Test {
@@ -150,11 +134,11 @@ TEST_F(SocketMutex, RefusesAContext) {
     standIn.journal().clear();
 
     EXPECT_EQ(refused, textThrownAtLock(1, [&] { own.createSocket(Protocol::Pub); }));
-    EXPECT_EQ(refused, textThrownAtLock(1, [] { socket::getSocket(Protocol::Pub); }));
-    EXPECT_EQ(refused, textThrownAtLock(2, [] { socket::getSocket(Protocol::Pub); }));
+    EXPECT_EQ(refused, textThrownAtLock(1, [] { getSocket(Protocol::Pub); }));
+    EXPECT_EQ(refused, textThrownAtLock(2, [] { getSocket(Protocol::Pub); }));
 
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());
-    EXPECT_NE(nullptr, ZmqHandle(socket::getSocket(Protocol::Pub)));
+    EXPECT_NE(nullptr, ZmqHandle(getSocket(Protocol::Pub)));
 }
 
 } // namespace rk::tests

@@ -1,27 +1,11 @@
-#include "support/Errors.h"
 #include "support/Feed.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 #include <chrono>
-#include <string>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using testing::ElementsAre;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(PollResult::Input == 0 && PollResult::Timeout == 1 && PollResult::Failure == 2);
 
@@ -57,11 +41,9 @@ TEST_F(SocketPoll, ConsumesNothing) {
 }
 
 TEST_P(SocketPoll, WaitsForARequestAndItsReply) {
-    const socket::SocketEndpoint endpoint = freshEndpoint(GetParam());
-    Socket server("server", ClosePolicy::DropPending);
-    Socket client("client", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    const SocketEndpoint endpoint = freshEndpoint(GetParam());
+    Peer server("server", Protocol::Rep, endpoint);
+    Peer client("client", Protocol::Req, endpoint);
     sendText(client, "request");
     EXPECT_EQ(PollResult::Input, server.poll(patienceMs, error));
     receiveText(server);
@@ -71,13 +53,10 @@ TEST_P(SocketPoll, WaitsForARequestAndItsReply) {
 }
 
 TEST_F(SocketPoll, SeesNoRequestWhileAReplyIsOwed) {
-    const socket::SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    Socket server("server", ClosePolicy::DropPending);
-    Socket first("first", ClosePolicy::DropPending);
-    Socket second("second", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    first.createAndConnect(Protocol::Req, endpoint, patienceMs);
-    second.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    Peer server("server", Protocol::Rep, endpoint);
+    Peer first("first", Protocol::Req, endpoint);
+    Peer second("second", Protocol::Req, endpoint);
     sendText(first, "request");
     receiveText(server);
     sendText(second, "next request");
@@ -93,6 +72,18 @@ TEST_F(SocketPoll, FailsWithTheEventsWithoutInput) {
 
     EXPECT_EQ(PollResult::Failure, feed.subscriber.poll(0, error));
     EXPECT_EQ("Unexpected error in poll(). revents=0 events=1 on [Socket feed]", error);
+}
+
+TEST_F(SocketPoll, HandsTheTimeoutOn) {
+    Feed feed;
+    for (const unsigned int timeout : {0U, 2147483647U, 2147483648U, 4294967295U}) {
+        standIn.journal().clear();
+        standIn.answer("zmq_poll", 0);
+        EXPECT_EQ(PollResult::Timeout, feed.subscriber.poll(timeout, error));
+        EXPECT_THAT(standIn.journal().lines(),
+                    ElementsAre("zmq_poll 1 items, events 1, " + std::to_string(timeout) + " ms"));
+    }
+    EXPECT_EQ("as it was", error);
 }
 
 } // namespace rk::tests

@@ -1,27 +1,12 @@
 #include "support/Calls.h"
 #include "support/Feed.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
-
-#include <string>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
 
 constexpr int zmqDefault = 1000;
 

@@ -1,33 +1,19 @@
-#include "support/Errors.h"
 #include "support/Feed.h"
 #include "support/NativeSocket.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/messages.pb.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/TimeoutException.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <functional>
 #include <new>
-#include <string>
 #include <type_traits>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(std::is_same_v<int, decltype(std::declval<Socket>().receive(nullptr, 0UL))>);
 static_assert(std::is_same_v<void, decltype(std::declval<Socket>().receiveProtoBuf(nullptr, 0U))>);
@@ -82,7 +68,7 @@ TEST_F(SocketReceive, ThrowsWhenTheTimeRunsOut) {
     for (const auto& call : {std::function<void()>([&] { receiveText(feed.subscriber); }),
                              std::function<void()>([&] { feed.subscriber.receiveProtoBuf(received, 256); })}) {
         EXPECT_EQ("Receive error: Resource temporarily unavailable on [Socket feed]",
-                  textThrownBy<socket::TimeoutException>(call));
+                  textThrownBy<TimeoutException>(call));
         EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_recv 256 bytes, flags 0"));
         standIn.journal().clear();
     }
@@ -119,8 +105,7 @@ TEST_F(SocketReceive, ReadsNoClockWithoutStatistics) {
 }
 
 TEST_F(SocketReceive, ThrowsWithoutARequest) {
-    Socket socket("cmd", ClosePolicy::DropPending);
-    socket.createAndConnect(Protocol::Req, freshEndpoint(Transport::Ipc), patienceMs);
+    Peer socket("cmd", Protocol::Req, freshEndpoint(Transport::Ipc));
     standIn.journal().clear();
 
     EXPECT_EQ("Receive error: Operation cannot be accomplished in current state on [Socket cmd]",
@@ -192,27 +177,10 @@ TEST_F(SocketReceive, RefusesBytesThatAreNoMessage) {
     EXPECT_EQ(8U, received.text().size());
 }
 
-TEST_F(SocketReceive, CountsMessagesThatItRefuses) {
-    feed.subscriber.activateStatistics(true);
-    standIn.setClock(100.0);
-    for (int pair = 0; pair < 25; ++pair) {
-        EXPECT_EQ(0U, standIn.journal().count("debug: "));
-        sendOfSize(101);
-        textOfReceive(100);
-        sendText(feed.publisher, "\xff\xff\xff");
-        standIn.setClock(101.0);
-        EXPECT_EQ(notParsed, textOfReceive(100));
-    }
-    EXPECT_THAT(standIn.journal().linesWith("debug: "),
-                ElementsAre("debug: [Socket feed]: Rate is 0.002480 Mbytes/s = 0.019836 Mbits/s, 50.000000 Blocks/s"));
-}
-
 TEST_F(SocketReceive, OwesAReplyToWhatItRefuses) {
-    const socket::SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    Socket server("feed", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    Peer server("feed", Protocol::Rep, endpoint);
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("\xff\xff\xff");
     EXPECT_EQ(notParsed, textThrownBy([&] { server.receiveProtoBuf(&received, 1000); }));
 

@@ -1,22 +1,13 @@
-#include "support/Calls.h"
 #include "support/Closed.h"
-#include "support/Endpoints.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
 #include "support/TerminateHandler.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <cerrno>
 #include <exception>
 #include <new>
 #include <ostream>
-#include <string>
 #include <type_traits>
 
 // Rebuilds that fail, and peers of rebuilt sockets. Repairs_test.cpp shows the calls of a rebuild.
@@ -24,13 +15,6 @@
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(std::is_same_v<decltype(&Socket::resetConnections), void (Socket::*)() noexcept>);
 
@@ -66,33 +50,9 @@ INSTANTIATE_TEST_SUITE_P(
                     FailingStep{"zmq_setsockopt " + std::to_string(ZMQ_SUBSCRIBE), 2,
                                 "Socket: Error setting ZMQ_SUBSCRIBE Too many open files"}));
 
-class SocketResetOver : public testing::TestWithParam<Transport::Transport> {
-protected:
-    SocketResetOver() {
-        server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-        client.createAndConnect(Protocol::Req, endpoint, patienceMs);
-        sendText(client, "lost");
-        EXPECT_EQ("lost", receiveText(server));
-    }
-
-    void expectServed() {
-        sendText(client, "question");
-        EXPECT_EQ("question", receiveText(server));
-        sendText(server, "answer");
-        EXPECT_EQ("answer", receiveText(client));
-    }
-
-    const SocketEndpoint endpoint = freshEndpoint(GetParam());
-    Socket server{"server", ClosePolicy::DropPending};
-    Socket client{"client", ClosePolicy::DropPending};
-};
-
-INSTANTIATE_TEST_SUITE_P(On, SocketResetOver, everyTransport(), nameOfTransport);
-
 void resetWhileALogLineThrowsANumber() {
     StandIn standIn;
-    Socket socket("cmd", ClosePolicy::DropPending);
-    socket.createAndConnect(Protocol::Req, first, 0);
+    Peer socket("cmd", Protocol::Req, first, ClosePolicy::DropPending, 0);
     standIn.after("debug", [] { throw 1; });
     socket.resetConnections();
 }
@@ -118,8 +78,7 @@ TEST_P(SocketReset, LogsTheReasonAndClosesTheSocket) {
 
 TEST(SocketResetAlone, IgnoresAFailingClose) {
     StandIn standIn;
-    Socket socket("cmd", ClosePolicy::DropPending);
-    socket.createAndConnect(Protocol::Req, first, 0);
+    Peer socket("cmd", Protocol::Req, first, ClosePolicy::DropPending, 0);
     standIn.journal().clear();
     standIn.fail("zmq_close", ENOTSOCK);
     socket.resetConnections();
@@ -129,8 +88,7 @@ TEST(SocketResetAlone, IgnoresAFailingClose) {
 
 TEST(SocketResetAlone, LogsAnExceptionOfAnotherType) {
     StandIn standIn;
-    Socket socket("cmd", ClosePolicy::DropPending);
-    socket.createAndConnect(Protocol::Req, first, 0);
+    Peer socket("cmd", Protocol::Req, first, ClosePolicy::DropPending, 0);
     standIn.after("debug", [] { throw std::bad_alloc(); });
     socket.resetConnections();
 
@@ -148,22 +106,6 @@ TEST(SocketResetDeathTest, EndsTheProcess) {
             resetWhileALogLineThrowsANumber();
         },
         testing::ExitedWithCode(7), "");
-}
-
-TEST_P(SocketResetOver, LetsARequesterAskAgain) {
-    client.resetConnections();
-    sendText(client, "question");
-    sendText(server, "nobody awaits this");
-    EXPECT_EQ("question", receiveText(server));
-    sendText(server, "answer");
-    EXPECT_EQ("answer", receiveText(client));
-}
-
-TEST_P(SocketResetOver, LetsAReplierServeNewClients) {
-    client.close();
-    server.resetConnections();
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
-    expectServed();
 }
 
 } // namespace rk::tests

@@ -1,32 +1,16 @@
-#include "support/Errors.h"
 #include "support/FakeMessage.h"
 #include "support/Feed.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/messages.pb.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <exception>
 #include <new>
-#include <string>
 #include <type_traits>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(std::is_same_v<void, decltype(std::declval<Socket>().send(nullptr, 0UL))>);
 static_assert(std::is_same_v<void, decltype(std::declval<Socket>().sendProtoBuf(nullptr))>);
@@ -69,11 +53,9 @@ TEST_F(SocketSend, ThrowsOnASubscriber) {
 }
 
 TEST_F(SocketSend, LeavesAReplierServing) {
-    const socket::SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    Socket server("server", ClosePolicy::DropPending);
-    Socket client("client", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    Peer server("server", Protocol::Rep, endpoint);
+    Peer client("client", Protocol::Req, endpoint);
     standIn.journal().clear();
 
     EXPECT_EQ("Send error: Operation cannot be accomplished in current state on [Socket server]",
@@ -162,18 +144,6 @@ TEST_F(SocketSend, RefusesAMessageShorterThanMeasured) {
     FakeMessage measuredAgain(10, 9, 9);
     EXPECT_EQ(changed, textOfMessage(measuredAgain));
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());
-}
-
-TEST_F(SocketSend, CountsAndCapsTheSerializedSize) {
-    FakeMessage message(1048576, 1048576);
-    feed.publisher.activateStatistics(true);
-    feed.publisher.setTargetBitRate(8);
-    standIn.setClock(100.0);
-    for (int block = 0; block < 50; ++block) {
-        feed.publisher.sendProtoBuf(&message);
-    }
-    EXPECT_EQ(49U, standIn.journal().count("usleep 1000000"));
-    EXPECT_EQ(1U, standIn.journal().count("debug: [Socket source]: Rate is 1.041667 Mbytes/s = 8.333333 Mbits/s"));
 }
 
 } // namespace rk::tests

@@ -1,28 +1,11 @@
-#include "support/Endpoints.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 #include <limits>
 #include <ostream>
-#include <string>
-#include <vector>
-
-// Tuning_test.cpp shows periods of any blocks.
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using testing::ElementsAre;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
 
 constexpr unsigned int mega = 1048576;
 
@@ -143,9 +126,8 @@ TEST_F(SocketStatistics, TakeAMissingClockForZero) {
 }
 
 TEST_F(SocketStatistics, CountExchangesInOnePeriod) {
-    const socket::SocketEndpoint endpoint = freshEndpoint(socket::Transport::Inproc);
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    Peer server("server", Protocol::Rep, endpoint);
     socket.createAndConnect(Protocol::Req, endpoint, patienceMs);
     socket.activateStatistics(true);
     for (int exchange = 0; exchange < 25; ++exchange) {

@@ -1,33 +1,18 @@
-#include "support/Endpoints.h"
 #include "support/NativeSocket.h"
-#include "support/Patterns.h"
-#include "support/RecordingListener.h"
-#include "support/StandIn.h"
+#include "support/Test.h"
 #include "support/messages.pb.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 #include <random>
-#include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 // Every path delivers blocks of any size byte for byte.
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 constexpr std::size_t largest = 67108864;
 
@@ -118,26 +103,6 @@ TEST_P(Transfers, CarriesRequestsAndReplies) {
     }
 }
 
-TEST_P(Transfers, CarriesNews) {
-    open(Protocol::Pub, Protocol::Sub);
-    std::string error;
-    do {
-        send(server, "");
-    } while (client.poll(1, error) == socket::PollResult::Timeout);
-    client.flushIncomingMessages();
-    for (const std::size_t size : sizes) {
-        if (size != 0) { // Empty ones may be on their way.
-            send(server, block(size));
-            std::vector<char> buffer(size);
-            int received = 0;
-            while (received == 0) {
-                received = client.receive(buffer.data(), size);
-            }
-            EXPECT_TRUE(block(size) == std::string_view(buffer.data(), static_cast<std::size_t>(received))) << size;
-        }
-    }
-}
-
 TEST_P(Transfers, CutsToTheBufferAndNoFurther) {
     open(Protocol::Rep, Protocol::Req);
     for (const std::size_t size : {0U, 1U, 255U, 256U, 65536U, 100001U, 1048577U}) {
@@ -177,21 +142,6 @@ TEST_P(Transfers, CarriesARequestAfterAJam) {
     EXPECT_EQ(sizes.size(), standIn.journal().count("warning: "));
 }
 
-TEST_P(Transfers, CarriesAMessageAfterAJam) {
-    open(Protocol::Rep, Protocol::Req);
-    send(client, "lost");
-    expectReceived(server, "lost");
-    for (const std::size_t size : sizes) {
-        Command command = commandOf(size);
-        client.sendProtoBuf(&command);
-        send(server, "nobody awaits this");
-        command.Clear();
-        server.receiveProtoBuf(&command, largest + 100);
-        EXPECT_TRUE(block(size) == command.payload()) << size;
-    }
-    EXPECT_EQ(sizes.size(), standIn.journal().count("warning: "));
-}
-
 TEST_P(Transfers, ReceivesARequestAfterAJam) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
     client.createAndConnect(Protocol::Req, endpoint, patienceMs);
@@ -223,23 +173,6 @@ TEST_P(Transfers, GrowsTheBufferAndShrinksItNever) {
         EXPECT_EQ(1U, standIn.journal().count("zmq_recv " + std::to_string(buffer) + " bytes, flags 0"));
         send(server, "");
         expectReceived(client, "");
-    }
-}
-
-TEST_P(Transfers, CarriesMessagesThroughAListener) {
-    RecordingListener listener(Protocol::Rep);
-    listener.serve(endpoint);
-    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
-    for (const std::size_t size : sizes) {
-        if (size < 131072) {
-            Text text;
-            text.set_text(std::string(size, static_cast<char>('a' + size % 26)));
-            const std::string sent = text.text();
-            client.sendProtoBuf(&text);
-            text.Clear();
-            client.receiveProtoBuf(&text, 200000);
-            EXPECT_TRUE(sent == text.text()) << size;
-        }
     }
 }
 

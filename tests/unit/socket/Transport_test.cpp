@@ -1,17 +1,12 @@
-#include <rk/socket/Transport.h>
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 #include <limits>
-#include <string>
 #include <type_traits>
 #include <utility>
 
 namespace rk::tests {
 
 namespace {
-
-namespace Transport = socket::Transport;
 
 static_assert(std::is_enum_v<Transport::Transport>);
 static_assert(std::is_convertible_v<Transport::Transport, int>, "a plain enumeration");

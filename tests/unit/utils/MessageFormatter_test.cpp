@@ -88,22 +88,4 @@ TEST(MessageFormatter, GivesWayToAnOverriddenHeader) {
     EXPECT_EQ("overridden: text", interface.formatMessage("text"));
 }
 
-TEST(MessageFormatter, OfASocketIsNamedAfterIt) {
-    const socket::Socket socket("cmd", socket::ClosePolicy::DropPending);
-
-    EXPECT_EQ("[Socket cmd]: text", socket.formatMessage("text"));
-}
-
-TEST(MessageFormatter, OfTheContextIsNamedAfterIt) {
-    const socket::SocketContext context;
-
-    EXPECT_EQ("[SocketContext]: text", context.formatMessage("text"));
-}
-
-TEST(MessageFormatter, OfAnEndpointShowsItsText) {
-    const socket::SocketEndpoint endpoint(socket::Transport::Tcp, "node1", 5555);
-
-    EXPECT_EQ("SocketEndpoint tcp://node1:5555: text", endpoint.formatMessage("text"));
-}
-
 } // namespace rk::tests

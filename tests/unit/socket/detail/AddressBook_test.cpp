@@ -1,40 +1,21 @@
 #include "support/Allocations.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
-#include "support/StandIn.h"
 #include "support/SteadyClock.h"
+#include "support/Test.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
-#include <cstdlib>
-#include <memory>
 #include <numeric>
-#include <string>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
 using std::chrono::hours;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 const std::string refusal = "Socket: Failed connecting/binding socket: Address already in use on [Socket server]";
 
@@ -57,8 +38,7 @@ protected:
     void letManyOthersComeAndGo() {
         for (int number = 0; number < 200; ++number) {
             clock.advance(seconds(1));
-            Socket passing("passing", ClosePolicy::DropPending);
-            passing.createAndConnect(Protocol::Pub, freshEndpoint(Transport::Inproc), 0);
+            Peer passing("passing", Protocol::Pub, freshEndpoint(Transport::Inproc), ClosePolicy::DropPending, 0);
         }
     }
 

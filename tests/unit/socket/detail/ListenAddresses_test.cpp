@@ -1,38 +1,20 @@
-#include "support/Endpoints.h"
-#include "support/Errors.h"
-#include "support/Patterns.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
-#include "support/ZmqHandle.h"
 #include "support/interpose/Names.h"
 
 #include <rk/socket/Network.h>
-#include <rk/socket/Socket.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <arpa/inet.h>
 #include <cerrno>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Network = socket::Network;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 /// Whether a connection to the port of this numeric address is accepted.
 bool accepts(const char* address, unsigned short port) {

@@ -1,20 +1,9 @@
-#include "support/Endpoints.h"
-#include "support/Errors.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
-
-#include <rk/socket/Socket.h>
-#include <rk/socket/utils/SocketListener.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdint>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <type_traits>
 
@@ -22,11 +11,7 @@ namespace rk::tests {
 
 namespace {
 
-using socket::SocketEndpoint;
 using socket::utils::SocketListener;
-using testing::ElementsAre;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(std::is_abstract_v<SocketListener>);
 static_assert(std::has_virtual_destructor_v<SocketListener>);
@@ -46,17 +31,14 @@ public:
     bool start(std::string& error) override { return startOnAll(error); }
     using SocketListener::setMessageBufferSize;
     std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Text>(); }
-    void handleMessage(google::protobuf::Message* message, std::shared_ptr<socket::Socket> socket) override {
+    void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) override {
         socket->sendProtoBuf(message);
     }
 };
 
-class ListenerApi : public testing::Test {
+class ListenerApi : public ListenerTest {
 protected:
-    const ContextOfTheProcess context;
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    std::string error = "as it was";
+    ListenerApi() { error = "as it was"; }
 };
 
 } // namespace
@@ -85,7 +67,6 @@ TEST_F(ListenerApi, StopsWhenItNeverRan) {
 }
 
 TEST_F(ListenerApi, RefusesASecondStart) {
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     listener.serve(endpoint);
 
     EXPECT_FALSE(listener.start(error));
@@ -121,19 +102,7 @@ TEST_F(ListenerApi, StartsWithTheCallsInOrder) {
                             "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
 }
 
-TEST_F(ListenerApi, ClearsTheError) {
-    EXPECT_TRUE(listener.start(error));
-    EXPECT_EQ("", error);
-    error = "as it was";
-    EXPECT_TRUE(listener.removeListenEndpoint("nonsense", error));
-    EXPECT_EQ("", error);
-    error = "as it was";
-    EXPECT_TRUE(listener.stop(error));
-    EXPECT_EQ("", error);
-}
-
 TEST_F(ListenerApi, KeepsAnEndpointThatIsRemoved) {
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     ASSERT_TRUE(listener.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
     ASSERT_TRUE(listener.removeListenEndpoint(endpoint.toString(Protocol::Rep), error));
 
@@ -143,7 +112,6 @@ TEST_F(ListenerApi, KeepsAnEndpointThatIsRemoved) {
 }
 
 TEST_F(ListenerApi, RefusesAnInvalidEndpoint) {
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     listener.serve(endpoint);
 
     EXPECT_FALSE(listener.addListenEndpoint("udp://x:1", error));
@@ -171,7 +139,6 @@ TEST_F(ListenerApi, ReportsAFailedSocket) {
 }
 
 TEST_F(ListenerApi, ReportsAFailedRestart) {
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     listener.serve(endpoint);
     standIn.fail("zmq_socket", EMFILE);
 
@@ -186,25 +153,12 @@ TEST_F(ListenerApi, ReportsAFailedRestart) {
     EXPECT_EQ("new", ask({Transport::Inproc, "one-more", 0}, "new"));
 }
 
-TEST_F(ListenerApi, MakesANewSocketAtEveryStart) {
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    ASSERT_TRUE(listener.addListenEndpoint(endpoint.toString(Protocol::Req), error));
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_TRUE(listener.start(error)) << error;
-        EXPECT_EQ("question", ask(endpoint, "question"));
-        ASSERT_TRUE(listener.stop(error)) << error;
-    }
-    EXPECT_EQ(3U, standIn.journal().count("zmq_socket 4"));
-    EXPECT_EQ(0U, standIn.journal().count("error: "));
-}
-
 TEST_F(ListenerApi, EndsWhenAnEndpointIsTaken) {
     const SocketEndpoint taken = freshEndpoint(Transport::Tcp);
-    NativeSocket holder(Protocol::Rep);
-    holder.bind(taken);
-    for (const std::string& endpoint :
+    NativeSocket holder(Protocol::Rep, taken);
+    for (const std::string& address :
          {std::string("inproc://before"), taken.toString(Protocol::Req), std::string("inproc://after")}) {
-        ASSERT_TRUE(listener.addListenEndpoint(endpoint, error));
+        ASSERT_TRUE(listener.addListenEndpoint(address, error));
     }
 
     EXPECT_TRUE(listener.start(error));
@@ -277,7 +231,6 @@ TEST_F(ListenerApi, StartsOnAllEndpointsOrNone) {
 
 TEST_F(ListenerApi, ReceivesUpToTheSizeThatIsSet) {
     OnAllListener onAll;
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     ASSERT_TRUE(onAll.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
     onAll.setMessageBufferSize(1000000);
     for (const std::uint32_t size : {0U, 2147483648U}) {
@@ -286,21 +239,6 @@ TEST_F(ListenerApi, ReceivesUpToTheSizeThatIsSet) {
     }
     ASSERT_TRUE(onAll.start(error));
     EXPECT_EQ(900000U, ask(endpoint, std::string(900000, 'x')).size());
-}
-
-TEST_F(ListenerApi, StartsOnceAnEndpointIsFree) {
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    const std::string address = endpoint.toString(Protocol::Rep);
-    const ZmqHandle holder(socket::getSocket(Protocol::Rep));
-    ASSERT_EQ(0, zmq_bind(holder.get(), address.c_str()));
-    listener.serve(endpoint);
-    ASSERT_TRUE(standIn.journal().waitFor("error: [Socket Listener rep]"));
-    ASSERT_TRUE(listener.stop(error));
-    ASSERT_EQ(0, zmq_unbind(holder.get(), address.c_str()));
-
-    ASSERT_TRUE(listener.start(error));
-
-    EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
 } // namespace rk::tests

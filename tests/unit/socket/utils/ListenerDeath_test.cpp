@@ -1,29 +1,16 @@
 #include "support/BareListener.h"
 #include "support/BeforeJoin.h"
-#include "support/Endpoints.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
 #include "support/TerminateHandler.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <csignal>
 #include <exception>
 #include <iostream>
-#include <memory>
-#include <string>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 #ifdef __SANITIZE_THREAD__
 constexpr bool watchedByThreadSanitizer = true;

@@ -1,41 +1,25 @@
-#include "support/Endpoints.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
-#include "support/ZmqHandle.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <cerrno>
 #include <future>
-#include <memory>
 #include <new>
 #include <optional>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
-
 std::string handlingError(const std::string& reason) {
     return "error: [Socket Listener rep] Failed handling received message: " + reason;
 }
 
-class ListenerHandler : public testing::TestWithParam<Transport::Transport> {
+class ListenerHandler : public ListenerTest, public testing::WithParamInterface<Transport::Transport> {
 protected:
-    explicit ListenerHandler(Transport::Transport transport = GetParam()) : endpoint(freshEndpoint(transport)) {}
+    ListenerHandler() : ListenerTest(GetParam()) {}
 
     void SetUp() override {
         listener.serve(endpoint);
@@ -52,16 +36,10 @@ protected:
         EXPECT_EQ(0U, standIn.journal().count("zmq_socket 4"));
     }
 
-    const ContextOfTheProcess context;
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    const SocketEndpoint endpoint;
     std::optional<NativeSocket> client;
-    std::string error;
 };
 
-INSTANTIATE_TEST_SUITE_P(Over, ListenerHandler, testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
-                         [](const auto& tested) { return Transport::ToString(tested.param); });
+INSTANTIATE_TEST_SUITE_P(Over, ListenerHandler, everyTransport(), nameOfTransport);
 
 } // namespace
 
@@ -114,10 +92,7 @@ TEST_P(ListenerHandler, AnswersOnceWhenItRepliesTwice) {
 
 TEST_P(ListenerHandler, OutlivesItsClient) {
     std::promise<void> gone;
-    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
-        gone.get_future().wait();
-        echo(text, socket);
-    });
+    listener.setHandler(echoAfter(gone));
     client->send("");
     ASSERT_TRUE(listener.waitForTexts(1));
     listener.setHandler(echo);

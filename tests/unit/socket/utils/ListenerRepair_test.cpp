@@ -1,33 +1,18 @@
-#include "support/Endpoints.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
-#include "support/ZmqHandle.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <stdexcept>
-#include <string>
 #include <tuple>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
 using Clock = std::chrono::steady_clock;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 const std::string warning =
     "warning: [Socket service] Attempting reset of the connections to preserve 0MQ state machine integrity";
@@ -47,7 +32,7 @@ void PrintTo(const Silence& silence, std::ostream* stream) {
     *stream << silence.name;
 }
 
-const Silence handlerReturns{"HandlerReturns", [](Text&, const std::shared_ptr<Socket>&) {}, ""};
+const Silence handlerReturns{"HandlerReturns", ignore, ""};
 const Silence handlerThrows{"HandlerThrows",
                             [](Text&, const std::shared_ptr<Socket>&) { throw std::runtime_error("no luck"); }, ""};
 const Silence requestDoesNotParse{"RequestDoesNotParse", echo, "\xff"};
@@ -92,8 +77,11 @@ private:
     ZmqHandle events = context.socket(ZMQ_PAIR);
 };
 
-class ListenerRepair : public testing::TestWithParam<std::tuple<Transport::Transport, Silence>> {
+class ListenerRepair : public ListenerTest,
+                       public testing::WithParamInterface<std::tuple<Transport::Transport, Silence>> {
 protected:
+    ListenerRepair() : ListenerTest(std::get<Transport::Transport>(GetParam())) {}
+
     void SetUp() override { listener.serve(endpoint); }
 
     /// Comes back when the listener's socket is rebuilt: what comes in until then is lost with the old one.
@@ -104,11 +92,6 @@ protected:
         ASSERT_TRUE(standIn.journal().waitFor(connected, connectedBefore + 1));
         listener.setHandler(echo);
     }
-
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    const SocketEndpoint endpoint = freshEndpoint(std::get<Transport::Transport>(GetParam()));
-    std::string error;
 };
 
 std::string caseName(const testing::TestParamInfo<ListenerRepair::ParamType>& info) {
@@ -117,10 +100,7 @@ std::string caseName(const testing::TestParamInfo<ListenerRepair::ParamType>& in
 
 const auto everySilence = testing::Values(handlerReturns, handlerThrows, requestDoesNotParse, requestIsTooLong);
 
-INSTANTIATE_TEST_SUITE_P(On, ListenerRepair,
-                         testing::Combine(testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
-                                          everySilence),
-                         caseName);
+INSTANTIATE_TEST_SUITE_P(On, ListenerRepair, testing::Combine(everyTransport(), everySilence), caseName);
 
 /// An inproc peer does not connect again by itself.
 class ListenerRepairRemote : public ListenerRepair {};
@@ -128,22 +108,17 @@ class ListenerRepairRemote : public ListenerRepair {};
 INSTANTIATE_TEST_SUITE_P(On, ListenerRepairRemote,
                          testing::Combine(testing::Values(Transport::Tcp, Transport::Ipc), everySilence), caseName);
 
-class ListenerRepairRepeated : public testing::TestWithParam<Transport::Transport> {
+class ListenerRepairRepeated : public ListenerTest, public testing::WithParamInterface<Transport::Transport> {
 protected:
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    const SocketEndpoint endpoint = freshEndpoint(GetParam());
-    std::string error;
+    ListenerRepairRepeated() : ListenerTest(GetParam()) {}
 };
 
-INSTANTIATE_TEST_SUITE_P(On, ListenerRepairRepeated, testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
-                         [](const auto& tested) { return Transport::ToString(tested.param); });
+INSTANTIATE_TEST_SUITE_P(On, ListenerRepairRepeated, everyTransport(), nameOfTransport);
 
 } // namespace
 
 TEST_P(ListenerRepair, WarnsOnceWithoutDelay) {
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
+    NativeSocket client(Protocol::Req, endpoint);
     ASSERT_TRUE(standIn.journal().waitFor(waitingPoll));
     standIn.journal().clear();
 
@@ -161,8 +136,7 @@ TEST_P(ListenerRepair, WarnsOnceWithoutDelay) {
 TEST_P(ListenerRepair, ServesNewClients) {
     const Clock::time_point start = Clock::now();
     for (int round = 0; round < 50; ++round) {
-        NativeSocket client(Protocol::Req);
-        client.connect(endpoint);
+        NativeSocket client(Protocol::Req, endpoint);
         ASSERT_NO_FATAL_FAILURE(sendARequestThatIsNotAnswered(client)) << "round " << round;
         ASSERT_EQ("question", ask(endpoint, "question")) << "round " << round;
     }
@@ -174,9 +148,7 @@ TEST_P(ListenerRepairRemote, ServesTheOthers) {
     RemoteClient other(endpoint);
     ASSERT_TRUE(other.awaitConnection());
     EXPECT_EQ("before", other.ask("before"));
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
-
+    NativeSocket client(Protocol::Req, endpoint);
     sendARequestThatIsNotAnswered(client);
 
     ASSERT_TRUE(other.awaitConnection());
@@ -186,8 +158,7 @@ TEST_P(ListenerRepairRemote, ServesTheOthers) {
 TEST_P(ListenerRepairRepeated, DelaysNoStop) {
     listener.setHandler(handlerReturns.handler);
     listener.serve(endpoint);
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("");
     ASSERT_TRUE(standIn.journal().waitFor(connected, 2));
     const Clock::time_point start = Clock::now();
@@ -197,35 +168,9 @@ TEST_P(ListenerRepairRepeated, DelaysNoStop) {
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
 }
 
-TEST_P(ListenerRepairRepeated, Repairs200Times) {
-    listener.serve(endpoint);
-    for (int round = 0; round < 50; ++round) {
-        for (const Silence& silence : {handlerReturns, handlerThrows, requestDoesNotParse, requestIsTooLong}) {
-            const std::size_t connectedBefore = standIn.journal().count(connected);
-            listener.setHandler(silence.handler);
-            NativeSocket client(Protocol::Req);
-            client.connect(endpoint);
-            client.send(silence.request);
-            ASSERT_TRUE(standIn.journal().waitFor(connected, connectedBefore + 1)) << round << " " << silence.name;
-        }
-    }
-    listener.setHandler(echo);
-
-    EXPECT_EQ("question", ask(endpoint, "question"));
-    EXPECT_EQ(200U, standIn.journal().count("warning: "));
-    EXPECT_EQ(150U, standIn.journal().count("error: "));
-}
-
 namespace {
 
-class ListenerRepairCalls : public testing::Test {
-protected:
-    const ContextOfTheProcess context;
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    std::string error;
-};
+class ListenerRepairCalls : public ListenerTest {};
 
 } // namespace
 
@@ -250,10 +195,9 @@ TEST_F(ListenerRepairCalls, MakesTheCallsInOrder) {
     // On ipc no bind is ever refused and made again.
     const SocketEndpoint path = freshEndpoint(Transport::Ipc);
     const std::string address = path.toString(Protocol::Rep);
-    listener.setHandler([](Text&, const std::shared_ptr<Socket>&) {});
+    listener.setHandler(ignore);
     listener.serve(path);
-    NativeSocket client(Protocol::Req);
-    client.connect(path);
+    NativeSocket client(Protocol::Req, path);
     ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
     standIn.journal().clear();
 
@@ -272,9 +216,7 @@ TEST_F(ListenerRepairCalls, MakesTheCallsInOrder) {
 TEST_F(ListenerRepairCalls, EndsTheThreadWhenItFails) {
     listener.setHandler([this](Text&, const std::shared_ptr<Socket>&) { standIn.fail("zmq_socket", EMFILE); });
     listener.serve(endpoint);
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
-
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("");
 
     ASSERT_TRUE(standIn.journal().waitFor("error: [Socket Listener rep]"));
@@ -288,9 +230,7 @@ TEST_F(ListenerRepairCalls, EndsTheThreadWhenItFails) {
 TEST_F(ListenerRepairCalls, IsSparedAClosedSocket) {
     listener.setHandler([](Text&, const std::shared_ptr<Socket>& socket) { socket->close(); });
     listener.serve(endpoint);
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
-
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("");
 
     EXPECT_TRUE(
@@ -299,30 +239,6 @@ TEST_F(ListenerRepairCalls, IsSparedAClosedSocket) {
     EXPECT_EQ(0U, standIn.journal().count("warning: "));
     // A poll without a socket would ask standard input.
     EXPECT_EQ(0U, standIn.journal().count("zmq_poll 1 items, events 3"));
-}
-
-TEST_F(ListenerRepairCalls, EndsWhenThePollFails) {
-    listener.setHandler([this](Text& text, const std::shared_ptr<Socket>& socket) {
-        standIn.fail("zmq_poll", EFAULT);
-        echo(text, socket);
-    });
-    listener.serve(endpoint);
-    EXPECT_EQ("question", ask(endpoint, "question"));
-
-    EXPECT_TRUE(
-        standIn.journal().waitFor("error: [Socket Listener rep] Poll error on socket. Aborting listener thread."));
-}
-
-TEST_F(ListenerRepairCalls, EndsWithTheContext) {
-    listener.setHandler([this](Text& text, const std::shared_ptr<Socket>& socket) {
-        standIn.fail("zmq_poll", ETERM);
-        echo(text, socket);
-    });
-    listener.serve(endpoint);
-    EXPECT_EQ("question", ask(endpoint, "question"));
-
-    EXPECT_TRUE(standIn.journal().waitFor("error: [Socket Listener rep] Failed reading socket: Context terminated in "
-                                          "poll() for socket [Socket service]. Aborting listener thread."));
 }
 
 } // namespace rk::tests

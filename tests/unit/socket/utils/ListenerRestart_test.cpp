@@ -1,41 +1,19 @@
-#include "support/BeforeJoin.h"
-#include "support/Endpoints.h"
-#include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
-#include <future>
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
 using socket::utils::SocketListener;
-using testing::ElementsAre;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
-class ListenerRestart : public testing::TestWithParam<Transport::Transport> {
+class ListenerRestart : public ListenerTest, public testing::WithParamInterface<Transport::Transport> {
 protected:
-    const ContextOfTheProcess context;
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    std::string error;
+    ListenerRestart() : ListenerTest(GetParam()) {}
 };
 
-INSTANTIATE_TEST_SUITE_P(On, ListenerRestart, testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc),
-                         [](const auto& tested) { return Transport::ToString(tested.param); });
+INSTANTIATE_TEST_SUITE_P(On, ListenerRestart, everyTransport(), nameOfTransport);
 
 /// Notes how it is stopped and started, and answers as it is told.
 class OverridingListener : public RecordingListener {
@@ -89,37 +67,12 @@ TEST_P(ListenerRestart, AddsAnEndpoint100Times) {
 }
 
 TEST_P(ListenerRestart, StopsAndStarts100Times) {
-    const SocketEndpoint endpoint = freshEndpoint(GetParam());
     listener.serve(endpoint);
     for (int round = 0; round < 100; ++round) {
         ASSERT_TRUE(listener.stop(error)) << error;
         ASSERT_TRUE(listener.start(error)) << error;
         ASSERT_EQ("question", ask(endpoint, "question")) << round;
     }
-    EXPECT_EQ(0U, standIn.journal().count("error: "));
-}
-
-TEST_P(ListenerRestart, FinishesTheHandlerAtWork) {
-    const SocketEndpoint endpoint = freshEndpoint(GetParam());
-    std::promise<void> finish;
-    listener.setHandler([&](Text& request, const std::shared_ptr<Socket>& socket) {
-        finish.get_future().wait();
-        echo(request, socket);
-    });
-    listener.serve(endpoint);
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
-    client.send("");
-    ASSERT_TRUE(listener.waitForTexts(1));
-    listener.setHandler(echo);
-    standIn.journal().clear();
-
-    const BeforeJoin hook([&] { finish.set_value(); });
-    ASSERT_TRUE(listener.SocketListener::stop(error)) << error;
-    ASSERT_TRUE(listener.start(error)) << error;
-
-    EXPECT_EQ("zmq_send 0 bytes, flags 0", standIn.journal().lines().front());
-    EXPECT_EQ("question", ask(endpoint, "question"));
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
@@ -136,22 +89,6 @@ TEST_F(ListenerRestartAdding, ReturnsStartsResult) {
     }
 }
 
-TEST_F(ListenerRestartAdding, StartsNothing) {
-    EXPECT_TRUE(listener.addListenEndpoint("inproc://added", error));
-
-    EXPECT_EQ("as it was", error);
-    EXPECT_THAT(listener.calls, ElementsAre());
-}
-
-TEST_F(ListenerRestartAdding, KeepsServingWhenInvalid) {
-    ASSERT_TRUE(listener.SocketListener::start(error)) << error;
-
-    EXPECT_FALSE(listener.addListenEndpoint("", error));
-
-    EXPECT_EQ("[Socket Listener rep] Invalid endpoint: Failed deserializing : cannot extract transport", error);
-    EXPECT_THAT(listener.calls, ElementsAre());
-}
-
 TEST_F(ListenerRestartAdding, RevivesAnEnded) {
     RecordingListener ended(Protocol::Rep);
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
@@ -163,21 +100,6 @@ TEST_F(ListenerRestartAdding, RevivesAnEnded) {
 
     EXPECT_EQ("", error);
     EXPECT_EQ("question", ask(endpoint, "question"));
-}
-
-TEST_F(ListenerRestartAdding, MixesTransports) {
-    RecordingListener server(Protocol::Rep);
-    std::vector<SocketEndpoint> endpoints;
-    for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
-        endpoints.push_back(freshEndpoint(transport));
-        ASSERT_TRUE(server.addListenEndpoint(text(endpoints.back()), error));
-    }
-
-    ASSERT_TRUE(server.start(error)) << error;
-
-    for (const SocketEndpoint& endpoint : endpoints) {
-        EXPECT_EQ("question", ask(endpoint, "question"));
-    }
 }
 
 TEST_F(ListenerRestartAdding, TakesADuplicate) {

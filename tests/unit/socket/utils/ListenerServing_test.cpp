@@ -1,33 +1,17 @@
-#include "support/Endpoints.h"
-#include "support/Errors.h"
 #include "support/MutexFault.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
 
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <cerrno>
 #include <future>
-#include <memory>
 #include <optional>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 std::string handlingError(const std::string& reason) {
     return "error: [Socket Listener rep] Failed handling received message: " + reason;
@@ -36,20 +20,19 @@ std::string handlingError(const std::string& reason) {
 /// The next poll of a listener is the one that asks whether a reply is owed.
 constexpr int afterTheReply = 2;
 
-class ListenerServing : public testing::Test {
+class ListenerServing : public ListenerTest {
 protected:
     void SetUp() override { listener.serve(endpoint); }
 
     /// A request of a client that stands in no journal, and the reply to it.
     void makeARequest() {
-        NativeSocket client(Protocol::Req);
-        client.connect(endpoint);
+        NativeSocket client(Protocol::Req, endpoint);
         client.send("");
         EXPECT_EQ("", client.receive());
     }
 
     /// The socket, which a handler kept, of a thread that has ended by itself because a poll failed.
-    std::shared_ptr<Socket> socketKeptBeyond(int pollError) {
+    std::shared_ptr<Socket> socketKeptBeyond(int pollError, const std::string& line) {
         std::shared_ptr<Socket> kept;
         listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
             kept = socket;
@@ -57,7 +40,7 @@ protected:
             echo(text, socket);
         });
         makeARequest();
-        EXPECT_TRUE(standIn.journal().waitFor("error: "));
+        EXPECT_TRUE(standIn.journal().waitFor("error: [Socket Listener rep] " + line));
         EXPECT_TRUE(listener.stop(error)) << error;
         return kept;
     }
@@ -73,12 +56,6 @@ protected:
         EXPECT_TRUE(listener.stop(error));
         EXPECT_TRUE(listener.start(error));
     }
-
-    const ContextOfTheProcess context;
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    std::string error;
 };
 
 } // namespace
@@ -116,8 +93,7 @@ TEST_F(ListenerServing, ReceivesIntoABufferOf128KiB) {
     ASSERT_EQ(131072U, largest.ByteSizeLong());
 
     EXPECT_EQ(largest.text(), [&] {
-        Socket client("client", socket::ClosePolicy::DropPending);
-        client.createAndConnect(Protocol::Req, endpoint, 20000);
+        Peer client("client", Protocol::Req, endpoint);
         Text text = largest;
         client.sendProtoBuf(&text);
         client.receiveProtoBuf(&text, 200000);
@@ -129,8 +105,7 @@ TEST_F(ListenerServing, ReceivesIntoABufferOf128KiB) {
 
 TEST_F(ListenerServing, LogsAHandlersException) {
     listener.setHandler([](Text&, const std::shared_ptr<Socket>&) { throw std::runtime_error("no luck"); });
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("");
     ASSERT_TRUE(standIn.journal().waitFor(handlingError("no luck")));
     listener.setHandler(echo);
@@ -154,9 +129,7 @@ TEST_F(ListenerServing, KeepsARequestWhenNoneIsMade) {
 
 TEST_F(ListenerServing, EndsWhenMakingAMessageThrows) {
     listener.setMaker([]() -> std::shared_ptr<google::protobuf::Message> { throw std::runtime_error("none left"); });
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
-
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("");
 
     expectEndWith("error: [Socket Listener rep] Failed reading socket: none left. Aborting listener thread.");
@@ -169,9 +142,7 @@ TEST_F(ListenerServing, EndsWhenLocksFail) {
         fault.emplace(EAGAIN, 2);
         throw std::runtime_error("none left");
     });
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
-
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("");
 
     expectEndWith("error: [Socket Listener rep] Failed reading socket: none left. Aborting listener thread.");
@@ -197,19 +168,17 @@ TEST_F(ListenerServing, EndsWithTheContext) {
 }
 
 TEST_F(ListenerServing, ClosesAKeptSocketOnPollError) {
-    const std::shared_ptr<Socket> kept = socketKeptBeyond(EFAULT);
+    const std::shared_ptr<Socket> kept = socketKeptBeyond(EFAULT, "Poll error on socket. Aborting listener thread.");
 
     EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { kept->poll(0, error); }));
 }
 
 TEST_F(ListenerServing, ClosesAKeptSocketOnETerm) {
-    const std::shared_ptr<Socket> kept = socketKeptBeyond(ETERM);
+    const std::shared_ptr<Socket> kept =
+        socketKeptBeyond(ETERM, "Failed reading socket: Context terminated in poll() for "
+                                "socket [Socket service]. Aborting listener thread.");
 
     EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { kept->poll(0, error); }));
-}
-
-TEST_F(ListenerServing, IgnoresANullSocket) {
-    EXPECT_NO_THROW(listener.threadFunction(nullptr));
 }
 
 } // namespace rk::tests

@@ -1,14 +1,6 @@
-#include "support/Endpoints.h"
 #include "support/RecordingListener.h"
 #include "support/Signals.h"
-#include "support/StandIn.h"
 #include "support/ThreadFault.h"
-#include "support/ZmqHandle.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,24 +8,18 @@
 #include <csignal>
 #include <ctime>
 #include <pthread.h>
-#include <string>
 #include <sys/mman.h>
 #include <sys/time.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
 using testing::Contains;
 using testing::Not;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 sigset_t setOf(int signal) {
     sigset_t set;
@@ -92,20 +78,17 @@ private:
     struct sigaction former{};
 };
 
-class ListenerSignals : public testing::Test {
+class ListenerSignals : public ListenerTest {
 protected:
+    ListenerSignals() : ListenerTest(Transport::Tcp) {}
+
     /// Listens, and comes back when the thread waits.
     void serve() {
         listener.serve(endpoint);
         ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
     }
 
-    const ContextOfTheProcess context;
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
     const SignalTaker taker{SIGUSR1};
-    std::string error;
 };
 
 } // namespace
@@ -240,26 +223,6 @@ TEST_F(ListenerSignals, SurviveAStormOfSigusr1) {
     }
 
     EXPECT_EQ("question", ask(endpoint, "question"));
-    EXPECT_EQ(0U, standIn.journal().count("error: "));
-}
-
-TEST_F(ListenerSignals, WaitWhenSentToTheThread) {
-    pthread_t thread{};
-    std::vector<int> pending;
-    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
-        thread = pthread_self();
-        pending = pendingSignals();
-        echo(text, socket);
-    });
-    serve();
-    ask(endpoint, "first");
-    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll 1 items, events 1, 1000 ms", 2));
-    ASSERT_EQ(0, pthread_kill(thread, SIGUSR1));
-
-    EXPECT_EQ("second", ask(endpoint, "second"));
-
-    ASSERT_TRUE(listener.stop(error));
-    EXPECT_THAT(pending, Contains(SIGUSR1));
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 

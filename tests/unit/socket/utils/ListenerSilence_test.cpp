@@ -1,14 +1,8 @@
-#include "support/Endpoints.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
-#include "support/ZmqHandle.h"
 
 #include <rk/socket/Network.h>
-#include <rk/socket/Socket.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <algorithm>
@@ -17,21 +11,12 @@
 #include <netinet/in.h>
 #include <optional>
 #include <stdexcept>
-#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-using testing::IsEmpty;
-namespace Network = socket::Network;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 /// A server of another protocol. It answers every connection with the same words and closes it.
 class WrongServer {
@@ -180,8 +165,7 @@ TEST_F(ListenerSilence, TakesTheSettingsOfTheNetwork) {
 
 TEST_F(ListenerSilence, IsOverWhenSomethingComes) {
     Network::setSilenceLimit(1);
-    NativeSocket publisher(Protocol::Pub);
-    publisher.bind(endpoint);
+    NativeSocket publisher(Protocol::Pub, endpoint);
     for (const char* const episode : {"first", "second"}) {
         {
             const PollsRunOut runOut;
@@ -202,8 +186,7 @@ TEST_F(ListenerSilence, HearsAfterAWrongServer) {
         listener.serve(endpoint);
         wrong->answerOne();
     }
-    NativeSocket publisher(Protocol::Pub);
-    publisher.bind(endpoint);
+    NativeSocket publisher(Protocol::Pub, endpoint);
     {
         const PollsRunOut runOut;
         ASSERT_TRUE(standIn.journal().waitFor("zmq_disconnect"));
@@ -216,8 +199,7 @@ TEST_F(ListenerSilence, HearsAfterAWrongServer) {
 
 TEST_F(ListenerSilence, TriesFailedOnesAgain) {
     Network::setSilenceLimit(1);
-    NativeSocket publisher(Protocol::Pub);
-    publisher.bind(endpoint);
+    NativeSocket publisher(Protocol::Pub, endpoint);
     {
         standIn.fail("zmq_connect", ENOMEM, 2);
         const PollsRunOut runOut;

@@ -1,38 +1,23 @@
 #include "support/BareListener.h"
 #include "support/BeforeJoin.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <memory>
-#include <string>
 #include <thread>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
 using socket::utils::SocketListener;
-using testing::ElementsAre;
 using Clock = std::chrono::steady_clock;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 const std::string waitingPoll = "zmq_poll 1 items, events 1, 1000 ms";
 
-class ListenerStop : public testing::Test {
+class ListenerStop : public ListenerTest {
 protected:
     /// Stops while time passes as it does; says how many polls begin after the stop has been asked for.
     std::size_t pollsAfterStop(SocketListener& stopped) {
@@ -41,12 +26,6 @@ protected:
         EXPECT_TRUE(stopped.SocketListener::stop(error)) << error;
         return standIn.journal().count(waitingPoll) - before;
     }
-
-    const ContextOfTheProcess context;
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    std::string error;
 };
 
 } // namespace
@@ -63,13 +42,9 @@ TEST_F(ListenerStop, TakesNoLongerThanAPoll) {
 
 TEST_F(ListenerStop, WaitsForTheHandlerAtWork) {
     std::promise<void> finish;
-    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
-        finish.get_future().wait();
-        echo(text, socket);
-    });
+    listener.setHandler(echoAfter(finish));
     listener.serve(endpoint);
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("");
     ASSERT_TRUE(listener.waitForTexts(1));
     standIn.journal().clear();
@@ -84,8 +59,7 @@ TEST_F(ListenerStop, WaitsForTheHandlerAtWork) {
 }
 
 TEST_F(ListenerStop, EndsDuringEndlessInput) {
-    NativeSocket publisher(Protocol::Pub);
-    publisher.bind(endpoint);
+    NativeSocket publisher(Protocol::Pub, endpoint);
     RecordingListener subscriber(Protocol::Sub);
     subscriber.serve(endpoint);
     std::atomic<bool> stopped{false};
@@ -137,21 +111,6 @@ TEST_F(ListenerStop, ComesWithTheDestructor) {
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(ListenerStop, ClosesAKeptSocket) {
-    std::shared_ptr<Socket> kept;
-    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
-        kept = socket;
-        echo(text, socket);
-    });
-    listener.serve(endpoint);
-    ask(endpoint, "question");
-
-    ASSERT_TRUE(listener.stop(error));
-
-    EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { kept->poll(0, error); }));
-    EXPECT_EQ(1, kept.use_count());
-}
-
 TEST_F(ListenerStop, KeepsNothingOfTheSocket) {
     std::weak_ptr<Socket> released;
     listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
@@ -166,17 +125,6 @@ TEST_F(ListenerStop, KeepsNothingOfTheSocket) {
     ASSERT_TRUE(listener.stop(error));
 
     EXPECT_TRUE(released.expired());
-}
-
-TEST_F(ListenerStop, JoinsAThreadThatHasEndedByItself) {
-    standIn.fail("zmq_poll", EFAULT);
-    listener.serve(endpoint);
-    ASSERT_TRUE(standIn.journal().waitFor("zmq_close"));
-
-    EXPECT_EQ(0U, pollsAfterStop(listener));
-
-    EXPECT_TRUE(listener.start(error)) << error;
-    EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
 } // namespace rk::tests

@@ -1,35 +1,19 @@
-#include "support/Endpoints.h"
-#include "support/Errors.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
 #include "support/ThreadFault.h"
-#include "support/ZmqHandle.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
-#include <string>
 #include <system_error>
 #include <thread>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
 using Clock = std::chrono::steady_clock;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 std::ptrdiff_t entriesOf(const char* folder) {
     return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
@@ -44,13 +28,9 @@ bool fallsTo(std::ptrdiff_t limit, const char* folder) {
     return entriesOf(folder) <= limit;
 }
 
-class ListenerThread : public testing::Test {
+class ListenerThread : public ListenerTest {
 protected:
-    const ContextOfTheProcess context;
-    StandIn standIn;
-    RecordingListener listener{Protocol::Rep};
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    std::string error;
+    ListenerThread() : ListenerTest(Transport::Tcp) {}
 };
 
 } // namespace

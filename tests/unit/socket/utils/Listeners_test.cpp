@@ -1,36 +1,19 @@
 #include "support/BeforeJoin.h"
 #include "support/Calls.h"
-#include "support/Endpoints.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
-#include "support/Texts.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <future>
 #include <list>
-#include <memory>
-#include <string>
-#include <vector>
 
 // Listeners with any number of endpoints and messages.
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-using testing::ElementsAre;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 class Listeners : public testing::TestWithParam<int> {
 protected:
@@ -147,8 +130,7 @@ TEST_P(Listeners, RebuildsEachInOrderEveryTime) {
     listener.setHandler([](auto&, const auto&) {});
     for (int round = 0; round < 3; ++round) {
         for (const SocketEndpoint& endpoint : endpoints) {
-            NativeSocket client(Protocol::Req);
-            client.connect(endpoint);
+            NativeSocket client(Protocol::Req, endpoint);
             standIn.journal().clear();
             client.send("");
             ASSERT_TRUE(standIn.journal().waitFor("debug: Connected", endpoints.size()));
@@ -178,7 +160,7 @@ TEST_P(Listeners, HandlesEveryMessageOfManyInOrder) {
     listener.setHandler([&](Text& text, const auto&) { EXPECT_EQ(newest, &text); });
     addAll(listener);
     for (const SocketEndpoint& endpoint : endpoints) {
-        Socket& publisher = publishers.emplace_back("source", socket::ClosePolicy::DropPending);
+        Socket& publisher = publishers.emplace_back("source", ClosePolicy::DropPending);
         publisher.create(Protocol::Pub);
         publisher.setInternalFifoSize(0);
         publisher.connect(endpoint, 0);

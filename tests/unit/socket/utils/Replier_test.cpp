@@ -1,24 +1,13 @@
 #include "support/BeforeJoin.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
-#include "support/StandIn.h"
-#include "support/messages.pb.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/utils/Replier.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <cerrno>
 #include <future>
-#include <memory>
 #include <optional>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
 #include <utility>
 
@@ -27,9 +16,6 @@ namespace rk::tests {
 namespace {
 
 using socket::utils::SocketListener;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(std::is_convertible_v<socket::utils::Replier<Text, Text>*, SocketListener*>);
 static_assert(std::is_final_v<socket::utils::Replier<Text, Text>>);
@@ -52,7 +38,7 @@ protected:
     StandIn standIn;
     std::optional<PollsRunOut> pollsRunOut;
     const BeforeJoin endOfPolls{[this] { pollsRunOut.emplace(); }};
-    const socket::SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
     std::string error;
 };
 
@@ -81,8 +67,7 @@ TEST_F(Replier, RefusesAnEmptyHandler) {
 }
 
 TEST_F(Replier, FailsToStartWithTheReason) {
-    NativeSocket holder(Protocol::Rep);
-    holder.bind(endpoint);
+    NativeSocket holder(Protocol::Rep, endpoint);
     socket::utils::Replier<Text, Text> replier("service", repeat);
     ASSERT_TRUE(replier.addListenEndpoint(endpoint.toString(Protocol::Req), error));
 
@@ -119,8 +104,7 @@ TEST_F(Replier, AnswersForAReplyThatIsIncomplete) {
             reply.mutable_header()->set_time(1);
         });
     serve(replier);
-    socket::Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, endpoint, 20000);
+    Peer client("client", Protocol::Req, endpoint);
     client.sendProtoBuf(Text());
     Command reply;
     client.receiveProtoBuf(reply, 1000);
@@ -144,14 +128,12 @@ TEST_F(Replier, KeepsTheQueueWhenTheHandlerThrows) {
     serve(replier);
     Text fail;
     fail.set_text("fail");
-    socket::Socket first("first", ClosePolicy::DropPending);
-    first.createAndConnect(Protocol::Req, endpoint, 20000);
+    Peer first("first", Protocol::Req, endpoint);
     first.sendProtoBuf(fail);
     ASSERT_TRUE(standIn.journal().waitFor("zmq_recv"));
     Text text;
     text.set_text("one");
-    socket::Socket second("second", ClosePolicy::DropPending);
-    second.createAndConnect(Protocol::Req, endpoint, 20000);
+    Peer second("second", Protocol::Req, endpoint);
     second.sendProtoBuf(text);
 
     queued.set_value();
@@ -172,8 +154,7 @@ TEST_F(Replier, AbandonsTheRequestWithoutAnErrorHandler) {
         repeat(request, reply);
     });
     serve(replier);
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("");
     ASSERT_TRUE(standIn.journal().waitFor("debug: Connected [Socket service]", 2)) << "is rebuilt";
 
@@ -187,8 +168,7 @@ TEST_F(Replier, AbandonsTheRequestWhenTheErrorHandlerThrows) {
         "service", [](const Text&, Text&) { throw std::runtime_error("first"); },
         [](const Text&, const std::exception&, Text&) { throw std::runtime_error("second"); });
     serve(replier);
-    NativeSocket client(Protocol::Req);
-    client.connect(endpoint);
+    NativeSocket client(Protocol::Req, endpoint);
     client.send("");
 
     EXPECT_TRUE(standIn.journal().waitFor(abandoned));

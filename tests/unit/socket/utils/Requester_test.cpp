@@ -1,21 +1,15 @@
 #include "support/Calls.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
 #include "support/FakeMessage.h"
 #include "support/Interruption.h"
 #include "support/NativeSocket.h"
-#include "support/Patterns.h"
-#include "support/StandIn.h"
+#include "support/Test.h"
 #include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/TimeoutException.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 #include <rk/socket/utils/Requester.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <zmq.h>
 
 #include <algorithm>
@@ -23,29 +17,18 @@
 #include <cerrno>
 #include <chrono>
 #include <future>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::SocketEndpoint;
-using socket::TimeoutException;
-using socket::ZmqContextTerminationException;
 using Unit = socket::utils::Requester;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::IsEmpty;
 using Frames = std::vector<std::string>;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(!std::is_copy_constructible_v<Unit>);
 static_assert(!std::is_copy_assignable_v<Unit>);
@@ -120,7 +103,7 @@ protected:
     calls::Lines opening() const {
         using calls::operator+;
         return calls::Lines{"zmq_socket 3", calls::set(ZMQ_REQ_CORRELATE, 1)} +
-               calls::connect("client", Protocol::Req, socket::ClosePolicy::DropPending, endpoint, 0);
+               calls::connect("client", Protocol::Req, ClosePolicy::DropPending, endpoint, 0);
     }
 
     const ContextOfTheProcess context;
@@ -149,8 +132,7 @@ protected:
 } // namespace
 
 TEST_P(RequesterOver, ReturnsTheReply) {
-    NativeSocket server(Protocol::Rep);
-    server.bind(endpoint);
+    NativeSocket server(Protocol::Rep, endpoint);
     standIn.journal().clear();
     auto serving = std::async(std::launch::async, [&] {
         for (int request = 0; request < 3; ++request) {
@@ -168,8 +150,7 @@ TEST_P(RequesterOver, ReturnsTheReply) {
 
 TEST_P(RequesterOver, RepeatsTheRequestUntilItGivesUp) {
     using calls::operator+;
-    NativeSocket server(Protocol::Rep);
-    server.bind(endpoint);
+    NativeSocket server(Protocol::Rep, endpoint);
     standIn.journal().clear();
     const auto begin = std::chrono::steady_clock::now();
 
@@ -208,8 +189,7 @@ TEST_P(RequesterOver, GivesUpWhenTheServerHasGone) {
 
 TEST_P(RequesterOver, AsksAgainWhenTheServerComesBack) {
     EXPECT_THROW(ask(requester, "one", milliseconds(1)), TimeoutException);
-    NativeSocket server(Protocol::Rep);
-    server.bind(endpoint);
+    NativeSocket server(Protocol::Rep, endpoint);
     auto serving = std::async(std::launch::async, [&] {
         for (std::string request; request != textOf("two").SerializeAsString();) {
             request = server.receive(); // on inproc, the first request has waited for the bind

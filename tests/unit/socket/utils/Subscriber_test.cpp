@@ -1,24 +1,16 @@
 #include "support/BeforeJoin.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
-#include "support/StandIn.h"
+#include "support/Test.h"
 #include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
 
-#include <rk/socket/Socket.h>
 #include <rk/socket/utils/Subscriber.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <chrono>
 #include <future>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
 #include <utility>
 
@@ -27,9 +19,6 @@ namespace rk::tests {
 namespace {
 
 using socket::utils::SocketListener;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 static_assert(std::is_convertible_v<socket::utils::Subscriber<Text>*, SocketListener*>);
 static_assert(std::is_final_v<socket::utils::Subscriber<Text>>);
@@ -53,8 +42,8 @@ protected:
     StandIn standIn;
     std::optional<PollsRunOut> pollsRunOut;
     const BeforeJoin endOfPolls{[this] { pollsRunOut.emplace(); }};
-    const socket::SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    socket::Socket publisher{"source", ClosePolicy::DropPending};
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
+    Socket publisher{"source", ClosePolicy::DropPending};
     std::promise<std::string> promise;
     std::once_flag once;
     std::string error;
