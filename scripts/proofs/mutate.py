@@ -298,7 +298,8 @@ def prepare():
     subprocess.run([root / "scripts/setup", "build", "test", "clang"], check=True)
     work.mkdir(parents=True, exist_ok=True)
     subprocess.run(["cmake", "--preset", "coverage"], cwd=root, check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", "--preset", "coverage", "--target", *executables], cwd=root, check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", "--preset", "coverage", "--target", *executables], cwd=root, check=True,
+                   stdout=subprocess.DEVNULL)
 
 
 def main():
