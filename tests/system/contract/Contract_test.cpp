@@ -1,11 +1,5 @@
 #include "support/Child.h"
 #include "support/Test.h"
-#include "support/messages.pb.h"
-
-#include <rk/utils/MessageFormatter.h>
-
-#include <functional>
-#include <thread>
 
 namespace rk::tests {
 
@@ -100,48 +94,6 @@ TEST(ContractAfterFork, PassesNoDescriptorOn) {
     ASSERT_EQ(4U, lines.size());
     EXPECT_EQ(lines[0], lines[2]) << "descriptors without and with sockets in the parent";
     EXPECT_EQ("the child ended with 0", lines[3]);
-}
-
-TEST(ContractOfThreads, HandsASocketOn) {
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    std::unique_ptr<Socket> publisher;
-    std::unique_ptr<Socket> subscriber;
-    char byte = 'x';
-    std::string error;
-    Text text;
-    text.set_text("news");
-    const std::function<void()> steps[] = {
-        [&] { publisher = std::make_unique<Socket>("source", ClosePolicy::DropPending); },
-        [&] { subscriber = std::make_unique<Socket>("feed", ClosePolicy::DropPending); },
-        [&] { publisher->create(Protocol::Pub); },
-        [&] { publisher->setInternalFifoSize(10); },
-        [&] { publisher->connect(endpoint, 0); },
-        [&] { publisher->activateStatistics(true); },
-        [&] { publisher->setTargetBitRate(1000); },
-        [&] { publisher->addBlockToStatistics(1); },
-        [&] { publisher->handleBitRateCapping(1); },
-        [&] { subscriber->createAndConnect(Protocol::Sub, endpoint, 20000); },
-        [&] { publisher->poll(0, error); }, // takes note of the subscription
-        [&] { publisher->sendProtoBuf(&text); },
-        [&] { publisher->send(&byte, 1); },
-        [&] { publisher->send(&byte, 1); },
-        [&] { EXPECT_EQ(PollResult::Input, subscriber->poll(20000, error)); },
-        [&] { text.Clear(); },
-        [&] { subscriber->receiveProtoBuf(&text, 100); },
-        [&] { EXPECT_EQ("news", text.text()); },
-        [&] { EXPECT_EQ(1, subscriber->receive(&byte, 1)); },
-        [&] { subscriber->flushIncomingMessages(); },
-        [&] { EXPECT_EQ(PollResult::Timeout, subscriber->poll(0, error)); },
-        [&] { publisher->resetConnections(); },
-        [&] { subscriber->resetConnections(); },
-        [&] { EXPECT_EQ("[Socket feed]", subscriber->debugString()); },
-        [&] { subscriber->close(); },
-        [&] { subscriber.reset(); },
-        [&] { publisher.reset(); },
-    };
-    for (const std::function<void()>& step : steps) {
-        std::thread(step).join();
-    }
 }
 
 } // namespace rk::tests

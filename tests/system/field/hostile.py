@@ -318,11 +318,6 @@ class Commands(Hostile):
             text = f"Receive buffer size too small: Required: {size}, Actual: 131072"
             self.assertIn(text, self.victim.logged())
 
-    def test_without_an_envelope_are_passed_over_with_the_next_request(self):
-        self.plain(zmq.DEALER).send(b"no envelope")
-        self.assert_serves()
-        self.assertEqual(0, self.victim.end())
-
     def test_without_an_envelope_do_not_delay_its_end(self):
         stranger = self.plain(zmq.DEALER)
         for parts in ([b""], [b"no envelope"], [b"none", b"either"], [b"none", b""], [bytes(300000)]):

@@ -85,15 +85,6 @@ class Descriptors(Limits):
         self.leave_enough()
         self.ask("create own rep")
 
-    def test_creating_the_first_socket_of_a_process_fails_until_there_are_six(self):
-        for left in range(6):
-            with field.peer() as self.peer:
-                self.ask("open own 0")
-                self.allow(3 + left)
-                self.assert_refuses(too_many(3), "create own rep")
-                self.allow(3 + 6)
-                self.ask("create own rep")
-
     def test_binding_fails_until_there_are_some(self):
         for transport in ("tcp", "ipc"):
             endpoint = fresh_endpoint(transport)

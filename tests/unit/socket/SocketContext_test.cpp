@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <future>
 #include <new>
 #include <stdexcept>
@@ -173,6 +174,23 @@ struct Verdict {
     std::exit(2);
 }
 
+/// Whether one thread's socket is made while another's is.
+bool madeAtOnce(const std::function<void*(Protocol::Protocol)>& make) {
+    StandIn standIn;
+    std::atomic<bool> first{true};
+    std::atomic<bool> overlapped{false};
+    standIn.after("zmq_socket", [&] {
+        if (first.exchange(false)) {
+            overlapped = standIn.journal().waitFor("zmq_socket", 2, intrusion);
+        }
+    });
+    auto other = std::async(std::launch::async, [&] { return ZmqHandle(make(Protocol::Pub)); });
+    const ZmqHandle mine(make(Protocol::Sub));
+    const ZmqHandle theirs = other.get();
+    EXPECT_EQ(2U, standIn.journal().count("zmq_socket"));
+    return overlapped;
+}
+
 class SocketContextOfNoPattern : public testing::TestWithParam<int> {};
 
 INSTANTIATE_TEST_SUITE_P(GetSocket, SocketContextOfNoPattern, testing::Values(0, 5, -1));
@@ -249,21 +267,12 @@ TEST(SocketContextOfProcess, KeepsTheError) {
 
 TEST(SocketContextOfProcess, MakesOneAtATime) {
     const ContextOfTheProcess context;
-    StandIn standIn;
-    std::atomic<bool> first{true};
-    std::atomic<bool> overlapped{false};
-    standIn.after("zmq_socket", [&] {
-        if (first.exchange(false)) {
-            overlapped = standIn.journal().waitFor("zmq_socket", 2, intrusion);
-        }
-    });
-    auto other = std::async(std::launch::async, [] { return ZmqHandle(getSocket(Protocol::Pub)); });
+    EXPECT_FALSE(madeAtOnce(getSocket));
+}
 
-    const ZmqHandle mine(getSocket(Protocol::Sub));
-    const ZmqHandle theirs = other.get();
-
-    EXPECT_FALSE(overlapped);
-    EXPECT_EQ(2U, standIn.journal().count("zmq_socket"));
+TEST(SocketContext, MakesOneAtATime) {
+    SocketContext context;
+    EXPECT_FALSE(madeAtOnce([&](Protocol::Protocol pattern) { return context.createSocket(pattern); }));
 }
 
 TEST(SocketContext, IsMadeAtOnce) {
@@ -278,24 +287,6 @@ TEST(SocketContext, GivesSocketsOfThePattern) {
 
     EXPECT_EQ(ZMQ_REP, optionOf(ZmqHandle(context.createSocket(Protocol::Rep)).get(), ZMQ_TYPE));
     EXPECT_EQ(ZMQ_REQ, optionOf(ZmqHandle(context.createSocket(Protocol::Req)).get(), ZMQ_TYPE));
-}
-
-TEST(SocketContext, MakesOneAtATime) {
-    StandIn standIn;
-    SocketContext context;
-    std::atomic<bool> first{true};
-    std::atomic<bool> overlapped{false};
-    standIn.after("zmq_socket", [&] {
-        if (first.exchange(false)) {
-            overlapped = standIn.journal().waitFor("zmq_socket", 2, intrusion);
-        }
-    });
-    auto other = std::async(std::launch::async, [&] { return ZmqHandle(context.createSocket(Protocol::Pub)); });
-
-    const ZmqHandle mine(context.createSocket(Protocol::Sub));
-    const ZmqHandle theirs = other.get();
-
-    EXPECT_FALSE(overlapped);
 }
 
 TEST(SocketContext, LogsEachStepOfItsEnd) {

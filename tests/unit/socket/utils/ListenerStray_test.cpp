@@ -104,6 +104,16 @@ protected:
         EXPECT_TRUE(stop.get()) << reason;
     }
 
+    /// Stops a blocked listener that cannot be woken. Comes back when that has been tried.
+    std::future<bool> stopUnwoken() {
+        listener.serve(endpoint);
+        send(oneFrame);
+        standIn.fail("zmq_connect", EINVAL, 1, StandIn::always);
+        auto stop = std::async(std::launch::async, [&] { return listener.SocketListener::stop(error); });
+        EXPECT_TRUE(standIn.journal().waitFor("zmq_connect"));
+        return stop;
+    }
+
     void expectNoLine() {
         EXPECT_THAT(standIn.journal().linesWith("error: "), IsEmpty());
         EXPECT_THAT(standIn.journal().linesWith("warning: "), IsEmpty());
@@ -310,11 +320,7 @@ TEST_F(ListenerStray, StopsWhenConnectingFailsAtFirst) {
 }
 
 TEST_F(ListenerStray, ServesAnEmptyRequestDuringStop) {
-    listener.serve(endpoint);
-    send(oneFrame);
-    standIn.fail("zmq_connect", EINVAL, 1, StandIn::always);
-    auto stop = std::async(std::launch::async, [&] { return listener.SocketListener::stop(error); });
-    ASSERT_TRUE(standIn.journal().waitFor("zmq_connect"));
+    std::future<bool> stop = stopUnwoken();
     NativeSocket client(Protocol::Req, endpoint);
     client.send("");
 
@@ -324,11 +330,7 @@ TEST_F(ListenerStray, ServesAnEmptyRequestDuringStop) {
 }
 
 TEST_F(ListenerStray, LogsABadRequestDuringStop) {
-    listener.serve(endpoint);
-    send(oneFrame);
-    standIn.fail("zmq_connect", EINVAL, 1, StandIn::always);
-    auto stop = std::async(std::launch::async, [&] { return listener.SocketListener::stop(error); });
-    ASSERT_TRUE(standIn.journal().waitFor("zmq_connect"));
+    std::future<bool> stop = stopUnwoken();
     NativeSocket client(Protocol::Req, endpoint);
     client.send("\xff");
 
