@@ -76,6 +76,7 @@ class Tests:
         listed = json.loads(run(["ctest", "--show-only=json-v1"]))["tests"]
         commands = [test["command"] for test in listed
                     if "command" in test and pathlib.Path(test["command"][0]).name in executables]
+        shutil.rmtree(work / "profiles", ignore_errors=True)  # of a run that was ended
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             learnt = list(pool.map(Tests.learn_one, range(len(commands)), commands))
         shutil.rmtree(work / "profiles", ignore_errors=True)
