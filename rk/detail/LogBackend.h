@@ -5,9 +5,8 @@
 /// \file
 /// Where the log lines go while the application has not replaced the logging calls: spdlog.
 ///
-/// Log lines are written until the very end of the process, when spdlog's registry of loggers may be gone. The backend
-/// therefore learns of the registry's end just before it comes, and keeps the logger that was in use, which is never
-/// destroyed.
+/// Lines are written until the process is gone, when spdlog's registry of loggers may have been destroyed. Just before
+/// that, the backend takes the logger that is registered, and keeps it.
 
 namespace rk::detail {
 
@@ -20,7 +19,7 @@ enum class Level {
 /// Makes the registry of loggers outlive every static object that is constructed from now on.
 void prepareForExit();
 
-/// Writes one line; whatever goes wrong is dropped with the line, and `errno` is kept.
+/// Writes one line. Drops it on failure. Keeps `errno`.
 void writeLine(Level level, const std::string& text) noexcept;
 
 } // namespace rk::detail
