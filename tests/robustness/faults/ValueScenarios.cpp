@@ -80,7 +80,7 @@ std::vector<Step> contexts() {
 
 Step format(const std::string& name) {
     return call("MessageFormatter::formatMessage", nullptr, [=] {
-        const utils::MessageFormatter formatter(name);
+        const rk::utils::MessageFormatter formatter(name);
         require(formatter.formatMessage(longName) == "[" + name + "]: " + longName, "another text");
     });
 }

@@ -1,5 +1,6 @@
 #include "support/Calls.h"
 #include "support/Feed.h"
+#include "support/NativeSocket.h"
 #include "support/Test.h"
 #include "support/ZmqHandle.h"
 
@@ -15,6 +16,7 @@
 #include <iomanip>
 #include <limits>
 #include <list>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -69,6 +71,14 @@ protected:
         Network::setIpv6(true);
     }
 
+    /// ZeroMQ does not release a socket that was connected to an inproc name that is never bound.
+    std::optional<NativeSocket> inprocPeer() const {
+        if (calls::binds(protocol) || endpoint.transport != Transport::Inproc) {
+            return std::nullopt;
+        }
+        return NativeSocket(protocol == Protocol::Req ? Protocol::Rep : Protocol::Pub, endpoint);
+    }
+
     Lines ofBinding(const Lines& lines) const { return calls::binds(protocol) ? lines : Lines(); }
     Lines ofConnecting(const Lines& lines) const { return calls::binds(protocol) ? Lines() : lines; }
     Lines ofTcp(const Lines& lines) const { return GetParam().second == Transport::Tcp ? lines : Lines(); }
@@ -76,6 +86,7 @@ protected:
     const Protocol::Protocol protocol = GetParam().first;
     const SocketEndpoint endpoint = freshEndpoint(GetParam().second);
     const ContextOfTheProcess context;
+    const std::optional<NativeSocket> peer = inprocPeer();
     StandIn standIn;
     Socket socket{"part", ClosePolicy::DropPending};
 };
