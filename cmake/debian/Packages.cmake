@@ -32,12 +32,12 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # would stand in front of each
-set(about "Publish, subscribe, request and reply sockets, which carry protobuf
-messages or blocks of bytes over TCP, IPC and inproc, remember their
-endpoints, and are rebuilt when the order of requests and replies is
-broken. Sockets throw their failures. Listeners, which serve a socket on a
-thread of their own, return and log them.")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # CPack would prepend it to each description
+set(about "Publish/subscribe and request/reply sockets that carry protobuf messages or
+raw bytes over TCP, Unix domain sockets or within a process. A socket that
+is used out of turn is rebuilt and the call retried. Sockets throw
+exceptions. Listeners serve a socket on their own thread and log failures
+there.")
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME librk-socket${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
@@ -54,8 +54,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS protobuf-compiler)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libzmq3-dev, rk-socket-tools")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "messaging sockets on top of ZeroMQ, development files\n${about}
 
-This package has the headers, and what CMake and pkg-config need to find
-the library.")
+This package contains the headers and the files for CMake and pkg-config.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME rk-socket-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
@@ -63,7 +62,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} ${t
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "librk-socket-dev, protobuf-compiler")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "messaging sockets on top of ZeroMQ, programs\n${about}
 
-This package has the programs that come with the library, and examples
-with their sources.")
+This package contains the command-line tool rk-socket, and examples with
+their sources.")
 
 include(CPack)
