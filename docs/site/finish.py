@@ -69,7 +69,7 @@ def menu_html(groups, current):
 
 
 def without_links_to_removed(text, removed):
-    return re.sub(r'<a class="el(?:Ref)?" href="([^"#]+)[^"]*"[^>]*>(.*?)</a>',
+    return re.sub(r'<a class="[^"]*" href="([^"#]+)[^"]*"[^>]*>(.*?)</a>',
                   lambda link: link[2] if link[1] in removed else link[0], text)
 
 

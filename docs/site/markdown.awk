@@ -18,7 +18,7 @@ function anchor_of(heading) {
 }
 
 # Leads the links of a line to the site's names.
-function lead(line,    done, link, target, parts) {
+function lead(line,    done, link, target, parts, text, rest) {
     while (match(line, /\]\([^)]*\)/)) {
         link = substr(line, RSTART + 2, RLENGTH - 3)
         if (link ~ /^#/ || link ~ /\.md(#.*)?$/) {
@@ -26,9 +26,17 @@ function lead(line,    done, link, target, parts) {
             target = "@ref " name(parts[1] == "" ? FILENAME : parts[1], parts[2])
         } else {
             target = link
+            if (FILENAME ~ /guide\//) {
+                sub(/^\.\.\//, "", target) # the pages of the site lie in one folder
+            }
         }
-        done = done substr(line, 1, RSTART + 1) target ")"
-        line = substr(line, RSTART + RLENGTH)
+        text = substr(line, 1, RSTART - 1)
+        rest = substr(line, RSTART + RLENGTH)
+        if (target ~ /^@ref/ && match(text, /\[`[^`]*`$/)) { # shown as it is, with its marks
+            text = substr(text, 1, RSTART) substr(text, RSTART + 2, RLENGTH - 3)
+        }
+        done = done text "](" target ")"
+        line = rest
     }
     return done line
 }
@@ -40,6 +48,13 @@ function lead(line,    done, link, target, parts) {
 fenced || /^    / {
     print
     next
+}
+
+# Doxygen wants the text of a link in one line.
+{
+    while ($0 ~ /\[[^]`]*$/ && (getline rest) > 0) {
+        $0 = $0 " " rest
+    }
 }
 
 /^# / && FILENAME !~ /index\.md$/ {
