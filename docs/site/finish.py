@@ -80,8 +80,14 @@ def without_empty_heads(table):
     return table[0]
 
 
+def with_use_first(text):
+    """Puts the examples of a class behind the first sentence of its description."""
+    use = re.search(r'<dl class="section user"><dt>How to use it</dt>.*?</dl>\n?', text, re.DOTALL)
+    return text.replace(use[0], "").replace("</p>", "</p>\n" + use[0], 1) if use else text
+
+
 def finish(page, groups, removed):
-    text = page.read_text()
+    text = with_use_first(page.read_text())
     text = KINDS.sub("", text)
     text = re.sub(r"<div id=\"nav-path\".*?</div>", "", text, flags=re.DOTALL)
     text = re.sub(r"^<div class=\"ttc\".*\n", "", text, flags=re.MULTILINE)  # hints that a script would show
@@ -112,6 +118,8 @@ class Sections(html.parser.HTMLParser):
 
     def handle_starttag(self, tag, attributes):
         attributes = dict(attributes)
+        if tag not in ("a", "b", "em", "code", "span"):
+            self.sections[-1][2] += " "
         kind = attributes.get("class") or ""
         self.seen_article = self.seen_article or tag == "article"
         if tag == "a" and attributes.get("id"):
@@ -143,7 +151,7 @@ class Sections(html.parser.HTMLParser):
         elif self.inside == "heading":
             self.sections[-1][1] += data.replace("\u25c6", "")
         else:
-            self.sections[-1][2] += data + " "
+            self.sections[-1][2] += data
 
 
 def search_entries(page):

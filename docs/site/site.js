@@ -59,7 +59,7 @@
     function marked(text, words) {
         var parts = document.createDocumentFragment();
         var pattern = words.map(function (word) {
-            return word.replace(/[^a-z0-9]/g, "\\$&");
+            return (/^[a-z0-9]/.test(word) ? "\\b" : "") + word.replace(/[^a-z0-9]/g, "\\$&");
         }).join("|");
         text.split(new RegExp("(" + pattern + ")", "i")).forEach(function (part, number) {
             if (number % 2 === 1) {
@@ -80,7 +80,8 @@
             at = lower.indexOf(words[0]);
         }
         var from = Math.max(0, lower.lastIndexOf(" ", Math.max(0, at - 60)));
-        return (from > 0 ? "… " : "") + text.slice(from, from + 200).trim() + (from + 200 < text.length ? " …" : "");
+        var to = from + 200 < text.length ? text.lastIndexOf(" ", from + 200) : text.length;
+        return (from > 0 ? "… " : "") + text.slice(from, to).trim() + (to < text.length ? " …" : "");
     }
 
     function resultItem(entry, phrase, words) {
