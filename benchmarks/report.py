@@ -18,16 +18,22 @@ import matplotlib.pyplot as plt  # noqa: E402  the backend is chosen first
 
 OURS = "rk::socket"
 PLAIN = "plain 0MQ"
-COLOURS = {PLAIN: "#444444", OURS: "#d62728", "cppzmq": "#1f77b4", "CZMQ": "#2ca02c", "nng": "#9467bd",
-           "gRPC": "#ff7f0e", "Ignition Transport": "#8c564b"}
+COLOURS = {PLAIN: "#444455", OURS: "#d62728", "cppzmq": "#1f77b4", "CZMQ": "#2b8a2b", "nng": "#9467bd",
+           "gRPC": "#c76208", "Ignition Transport": "#8c564b"}
+TEXT = "#1f2430"
+DARK = {TEXT: "#d9dee7", "#444455": "#c3c9d6", "#d62728": "#ff6b6c", "#1f77b4": "#5aaee8", "#2b8a2b": "#5fc75f",
+        "#9467bd": "#c39ae8", "#c76208": "#ff9d4a", "#8c564b": "#d0978b"}  # of each colour, on a dark page
 PATTERNS = {"request-reply": "Request and reply, round trip", "publish-subscribe": "Publish and subscribe, one way"}
 TRANSPORTS = ["inproc", "ipc", "tcp"]
 SIZES = [16, 256, 4096, 65536, 1048576]
 LOW, MEDIAN, HIGH = range(3)
 
-plt.rcParams.update({"svg.hashsalt": "rk-socket", "svg.fonttype": "none", "font.size": 9, "axes.grid": True,
-                     "grid.alpha": 0.3, "axes.spines.top": False, "axes.spines.right": False,
-                     "font.sans-serif": ["DejaVu Sans"]})
+WIDTH = 5.8  # inches, at which the labels are readable on a phone
+plt.rcParams.update({"svg.hashsalt": "rk-socket", "svg.fonttype": "none", "font.size": 10, "axes.grid": True,
+                     "grid.alpha": 0.3, "grid.color": TEXT, "axes.spines.top": False, "axes.spines.right": False,
+                     "font.sans-serif": ["DejaVu Sans"], "axes.titlesize": 11, "axes.titlelocation": "left",
+                     "legend.frameon": False, "savefig.transparent": True, "text.color": TEXT, "axes.edgecolor": TEXT,
+                     "axes.labelcolor": TEXT, "xtick.color": TEXT, "ytick.color": TEXT})
 
 
 def rounded(attribute):
@@ -49,7 +55,18 @@ def compact(svg):
     groups = 1
     while groups:
         svg, groups = re.subn(r"<g>((?:(?!</?g[ >]).)*)</g>", r"\1", svg)
-    return re.sub(r'(<g id="(?:axes|legend)|</svg>)', r"\n\1", svg).strip() + "\n"
+    return re.sub(r'(<g id="(?:axes|legend)|</svg>)', r"\n\1", with_themes(svg)).strip() + "\n"
+
+
+def with_themes(svg):
+    """Gives each colour a name whose value follows the page: light or dark."""
+    names = {colour: f"--c{number}" for number, colour in enumerate(DARK)}
+    for colour, name in names.items():
+        svg = svg.replace(colour, f"var({name})")
+    light = ";".join(f"{name}:{colour}" for colour, name in names.items())
+    dark = ";".join(f"{name}:{DARK[colour]}" for colour, name in names.items())
+    style = f":root{{{light}}}@media(prefers-color-scheme:dark){{:root{{{dark}}}}}text{{fill:var({names[TEXT]})}}"
+    return svg.replace("</style>", style + "</style>", 1)
 
 
 def save(figure, file, rect=(0, 0, 1, 1)):
@@ -160,47 +177,55 @@ def plot_peer(axis, comparison, peer, kind):
               if split(cell)[:3] == kind and peer in taken]
     if points:
         sizes, low, median, high = zip(*points)
-        axis.plot(sizes, median, label=peer, color=COLOURS[peer], linewidth=2.2 if peer == OURS else 1.2,
+        axis.plot(sizes, median, label=shown(peer), color=COLOURS[peer], linewidth=2.2 if peer == OURS else 1.2,
                   linestyle="--" if peer == PLAIN else "-", zorder=3 if peer in (OURS, PLAIN) else 2, marker="o",
                   markersize=3)
         axis.fill_between(sizes, low, high, color=COLOURS[peer], alpha=0.15, linewidth=0)
 
 
+def shown(peer):
+    return peer.replace("0MQ", "ZeroMQ")
+
+
 def plot_comparison(comparison, file):
-    figure, rows = plt.subplots(2, 3, figsize=(13, 7.5), sharex=True, sharey="row")
-    for axes, pattern in zip(rows, PATTERNS):
-        for axis, transport in zip(axes, TRANSPORTS):
-            for peer in COLOURS:
-                plot_peer(axis, comparison, peer, (pattern, transport, "raw"))
-            axis.set(xscale="log", yscale="log", title=f"{PATTERNS[pattern]}: {transport}")
-            axis.set_xticks(SIZES, [size_text(size) for size in SIZES])
-            axis.yaxis.set_major_formatter(time_text)
-            axis.minorticks_off()
-        axes[0].set_ylabel("time for a block")
-    handles, labels = max((axis.get_legend_handles_labels() for axis in rows[0]), key=lambda found: len(found[1]))
-    figure.legend(handles, labels, loc="lower center", ncol=len(labels), frameon=False)
-    save(figure, file, rect=(0, 0.05, 1, 1))
+    figure, axes = plt.subplots(2, 1, figsize=(WIDTH, 8), sharex=True)
+    for axis, pattern in zip(axes, PATTERNS):
+        for peer in COLOURS:
+            plot_peer(axis, comparison, peer, (pattern, "tcp", "raw"))
+        axis.set(xscale="log", yscale="log", title=f"{PATTERNS[pattern]}, over tcp")
+        axis.set_xticks(SIZES, [size_text(size) for size in SIZES])
+        axis.yaxis.set_major_formatter(time_text)
+        axis.minorticks_off()
+    axes[1].set_xlabel("size of a message")
+    handles, labels = axes[0].get_legend_handles_labels()
+    figure.legend(handles, labels, loc="lower center", ncol=3)
+    save(figure, file, rect=(0, 0.12, 1, 1))
+
+
+def ratio_label(cell):
+    pattern, transport, content, size = split(cell)
+    return f"{'request' if pattern == 'request-reply' else 'publish'} {transport} {content} {size_text(size)}"
 
 
 def plot_ratio(comparison, file):
     cells = comparison["cells"]
-    figure, axis = plt.subplots(figsize=(8, 10))
+    figure, axis = plt.subplots(figsize=(WIDTH, 9.5))
     for offset, peer in ((-0.22, OURS), (0.0, "cppzmq"), (0.22, "CZMQ")):
         if peer not in comparison["versions"]:
             continue
         low, median, high = zip(*(taken[peer]["ratio"] for taken in cells.values()))
         places = [place + offset for place in range(len(cells))]
         axis.hlines(places, low, high, color=COLOURS[peer], linewidth=1)
-        axis.plot(median, places, "o", markersize=4, color=COLOURS[peer],
+        axis.plot(median, places, "o", markersize=3.5, color=COLOURS[peer],
                   label=f"{peer}, geometric mean {geometric_mean(median):.3f}")
     axis.axvline(1.0, color=COLOURS[PLAIN], linewidth=1)
-    axis.set(xscale="log", xlabel="time as a multiple of plain 0MQ's; the bars are quartiles", xlim=(0.6, 2.5))
-    axis.set_xticks([0.6, 0.8, 1, 1.25, 1.6, 2, 2.5], ["0.6", "0.8", "1", "1.25", "1.6", "2", "2.5"])
+    axis.set(xscale="log", title="Time of each cell as a multiple of plain ZeroMQ's")
+    axis.set_xticks([0.25, 0.35, 0.5, 0.7, 1, 1.4, 2, 2.8], ["0.25", "0.35", "0.5", "0.7", "1", "1.4", "2", "2.8"])
     axis.minorticks_off()
-    axis.set_yticks(range(len(cells)), [f"{cell.rsplit(' ', 1)[0]} {size_text(split(cell)[3])}" for cell in cells])
-    axis.set_ylim(len(cells) - 0.5, -4)
-    axis.legend(loc="upper right", frameon=False)
-    save(figure, file)
+    axis.set_yticks(range(len(cells)), [ratio_label(cell) for cell in cells], fontsize=8)
+    axis.set_ylim(len(cells) - 0.5, -0.5)
+    figure.legend(*axis.get_legend_handles_labels(), loc="lower center", ncol=1)
+    save(figure, file, rect=(0, 0.08, 1, 1))
 
 
 # Growth
@@ -227,35 +252,23 @@ def growth_table(growth):
     return table(["number of", "measured", "greatest", "there", "exponent"], rows)
 
 
-def plot_curve(axis, curve):
-    by_hand = ", plain 0MQ" if curve["curve"].endswith(" by hand") else ""
-    fitted = "" if curve["exponent"] is None else f" (exponent {curve['exponent']:.2f})"
-    factor = 1024 if is_memory(curve) else 1
-    points = [(int(number), *(value * factor for value in taken)) for number, taken in curve["points"].items()
-              if int(number) > 0 and taken[MEDIAN] > 0]
-    x, low, median, high = zip(*points)
-    line, = axis.plot(x, median, marker="o", markersize=3, linestyle="--" if by_hand else "-",
-                      label=curve["measure"] + by_hand + fitted)
-    axis.fill_between(x, low, high, color=line.get_color(), alpha=0.15, linewidth=0)
-
-
 def plot_growth(growth, file):
-    figure, rows = plt.subplots(2, 5, figsize=(20, 8))
-    for column, (name, title) in enumerate(NAMES.items()):
-        for curve in (curve for curve in growth if curve["curve"].partition(" by hand")[0] == name):
-            plot_curve(rows[int(is_memory(curve))][column], curve)
-        for row, text in enumerate((time_text, size_text)):
-            axis = rows[row][column]
-            axis.set_title(title)
-            axis.set_xscale("log", base=16 if name == "size" else 10)
-            axis.xaxis.set_major_formatter(size_text if name == "size" else "{x:,.0f}")
-            axis.set_yscale("log", base=(10, 4)[row])
-            axis.yaxis.set_major_formatter(text)
-            axis.minorticks_off()
-            low, high = axis.get_ylim()
-            axis.set_ylim(low, high * (high / low) ** 0.35)  # room for the legend
-            axis.legend(fontsize=7, loc="upper left")
-    save(figure, file)
+    """One message: the number of endpoints and sockets does not slow down a send."""
+    figure, axis = plt.subplots(figsize=(WIDTH, 4.2))
+    for curve in (curve for curve in growth if curve["measure"] == "send"):
+        name, by_hand, _ = curve["curve"].partition(" by hand")
+        points = [(int(number), *taken) for number, taken in curve["points"].items() if int(number) > 0]
+        x, low, median, high = zip(*points)
+        colour = COLOURS[OURS if name == "endpoints" else "cppzmq"]
+        axis.plot(x, median, marker="o", markersize=3, linestyle="--" if by_hand else "-", color=colour,
+                  label=NAMES[name] + (", plain ZeroMQ" if by_hand else ""))
+        axis.fill_between(x, low, high, color=colour, alpha=0.15, linewidth=0)
+    axis.set(xscale="log", title="Time of a send, by number of endpoints or sockets", ylim=(0, None))
+    axis.xaxis.set_major_formatter("{x:,.0f}")
+    axis.yaxis.set_major_formatter(time_text)
+    axis.minorticks_off()
+    figure.legend(*axis.get_legend_handles_labels(), loc="lower center", ncol=1)
+    save(figure, file, rect=(0, 0.22, 1, 1))
 
 
 # Repair
@@ -276,18 +289,18 @@ def repair_table(repair):
 
 
 def plot_repair(repair, file):
-    figure, axis = plt.subplots(figsize=(8, 4))
+    figure, axis = plt.subplots(figsize=(WIDTH, 4.2))
     for place, (title, taken) in enumerate(repairs(repair)):
         colour = COLOURS[PLAIN] if title.startswith(REPAIRS["cure"]) else COLOURS[OURS]
         axis.plot([taken["p01"], taken["max"]], [place, place], color=colour, linewidth=1, alpha=0.6)
         axis.plot([taken["p25"], taken["p75"]], [place, place], color=colour, linewidth=6, alpha=0.5)
         axis.plot(taken["median"], place, "o", color=colour)
         axis.plot(taken["p99"], place, "|", color=colour, markersize=12)
-    axis.set(xscale="log", title="From the jam to the next exchange that is served",
-             xlabel="median (dot), quartiles (bar), 99th percentile (tick), 1st percentile to maximum (line)")
+    axis.set(xscale="log", title="Time until the next exchange is served",
+             xlabel="dot: median, bar: quartiles,\ntick: 99th percentile,\nline: 1st percentile to maximum")
     axis.xaxis.set_major_formatter(time_text)
     axis.minorticks_off()
-    axis.set_yticks(range(len(repair)), [title for title, _ in repairs(repair)])
+    axis.set_yticks(range(len(repair)), [title for title, _ in repairs(repair)], fontsize=9)
     axis.invert_yaxis()
     save(figure, file)
 
@@ -319,19 +332,20 @@ def tool_table(tool):
 
 
 def plot_cap(cap, file):
-    figure, axis = plt.subplots(figsize=(8, 4.5))
+    figure, axis = plt.subplots(figsize=(WIDTH, 5.6))
+    colours = list(COLOURS.values())
     rates = sorted({sample["rate"] for sample in cap})
     for place, rate in enumerate(rates):
-        colour = plt.get_cmap("viridis")(place / len(rates))
+        colour = colours[place % len(colours)]
         sizes, measured = zip(*((sample["size"], sample["measured"]) for sample in cap if sample["rate"] == rate))
-        axis.plot(sizes, measured, marker="o", markersize=4, color=colour, label=f"cap {rate:g} Mbit/s")
+        axis.plot(sizes, measured, marker="o", markersize=4, color=colour, label=f"{rate:g} Mbit/s")
         axis.axhline(rate, color=colour, linewidth=0.8, linestyle=":")
-    axis.set(xscale="log", yscale="log", ylabel="measured Mbit/s (dotted: commanded)", title="What a cap lets through")
+    axis.set(xscale="log", yscale="log", title="Measured rate in Mbit/s (dotted: the limit)", xlabel="size of a message")
     axis.set_xticks(sizes, [size_text(size) for size in sizes])
     axis.yaxis.set_major_formatter("{x:g}")
     axis.minorticks_off()
-    axis.legend(fontsize=7, loc="upper left")
-    save(figure, file)
+    figure.legend(*axis.get_legend_handles_labels(), loc="lower center", ncol=4)
+    save(figure, file, rect=(0, 0.1, 1, 1))
 
 
 # The page

@@ -88,6 +88,7 @@ def with_use_first(text):
 
 def finish(page, groups, removed):
     text = with_use_first(page.read_text())
+    text = re.sub(r'<object type="image/svg\+xml" data="([^"]*)"[^>]*>(.*?)</object>', r'<img src="\1" alt="\2"/>', text)
     text = KINDS.sub("", text)
     text = re.sub(r"<div id=\"nav-path\".*?</div>", "", text, flags=re.DOTALL)
     text = re.sub(r"^<div class=\"ttc\".*\n", "", text, flags=re.MULTILINE)  # hints that a script would show
