@@ -5,10 +5,12 @@ usage: site_test.py SITE [--pictures FOLDER]     the folder of the pages; where 
 """
 
 import pathlib
+import shutil
 import sys
 import unittest
 
 from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.support.ui import WebDriverWait
 
@@ -57,7 +59,8 @@ class Site(unittest.TestCase):
         options = webdriver.ChromeOptions()
         for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage"):
             options.add_argument(argument)
-        cls.browser = webdriver.Chrome(options=options)
+        options.binary_location = shutil.which("chromium")
+        cls.browser = webdriver.Chrome(options=options, service=Service(shutil.which("chromedriver")))
         cls.addClassCleanup(cls.browser.quit)
         cls.pages = sorted(SITE.glob("*.html"))
 
