@@ -16,8 +16,6 @@ namespace rk::socket {
 
 namespace {
 
-constexpr int noDescriptor = -1;
-
 /// Returns the number of items that are ready, 0 after a signal.
 int poll(zmq_pollitem_t* items, std::size_t count, long milliseconds) {
     // ZeroMQ sleeps through signals when it has nothing to poll.
@@ -36,12 +34,18 @@ int poll(zmq_pollitem_t* items, std::size_t count, long milliseconds) {
     throw std::runtime_error(std::string("Cannot poll a set of sockets: ") + zmq_strerror(error));
 }
 
+template <class Items>
+auto findItem(Items& items, const Socket* socket, int descriptor) {
+    return std::find_if(items.begin(), items.end(),
+                        [=](const auto& item) { return item->socket == socket && item->descriptor == descriptor; });
+}
+
 } // namespace
 
 /// A socket or a descriptor.
 struct PollSet::Item {
     Socket* socket;
-    int descriptor;
+    int descriptor; ///< 0 for a socket
     std::function<void()> handler;
 
     /// Reads the native socket, which a rebuild replaces. Polled without one, ZeroMQ would poll descriptor 0.
@@ -66,7 +70,7 @@ PollSet::PollSet() = default;
 PollSet::~PollSet() = default;
 
 void PollSet::add(Socket& socket, std::function<void()> handler) {
-    insert({&socket, noDescriptor, std::move(handler)});
+    insert({&socket, 0, std::move(handler)});
 }
 
 void PollSet::add(int descriptor, std::function<void()> handler) {
@@ -81,13 +85,16 @@ void PollSet::insert(Item item) {
         throw std::invalid_argument("Cannot poll without a handler");
     }
     auto added = std::make_shared<const Item>(std::move(item));
-    items.reserve(items.size() + 1);
-    remove(added->socket, added->descriptor);
-    items.push_back(std::move(added));
+    const auto former = findItem(items, added->socket, added->descriptor);
+    if (former == items.end()) {
+        items.push_back(std::move(added));
+    } else {
+        *former = std::move(added);
+    }
 }
 
 void PollSet::remove(const Socket& socket) noexcept {
-    remove(&socket, noDescriptor);
+    remove(&socket, 0);
 }
 
 void PollSet::remove(int descriptor) noexcept {
@@ -95,8 +102,10 @@ void PollSet::remove(int descriptor) noexcept {
 }
 
 void PollSet::remove(const Socket* socket, int descriptor) noexcept {
-    const auto isIt = [=](const auto& item) { return item->socket == socket && item->descriptor == descriptor; };
-    items.erase(std::remove_if(items.begin(), items.end(), isIt), items.end());
+    const auto found = findItem(items, socket, descriptor);
+    if (found != items.end()) {
+        items.erase(found);
+    }
 }
 
 /// Moves an item behind all others, so that one whose handler throws keeps nothing from being called. Returns false if
@@ -113,19 +122,16 @@ bool PollSet::takeTurn(const std::shared_ptr<const Item>& item) {
 unsigned int PollSet::wait(std::chrono::milliseconds timeout) {
     const Items polled = items; // keeps a handler that removes itself
     std::vector<zmq_pollitem_t> native;
-    native.reserve(polled.size());
     for (const auto& item : polled) {
         native.push_back(item->toPoll());
     }
     using Count = std::chrono::milliseconds::rep;
     const auto milliseconds = static_cast<long>(std::clamp<Count>(timeout.count(), -1, INT_MAX));
-    if (poll(native.data(), native.size(), milliseconds) == 0) {
-        return 0;
-    }
+    poll(native.data(), native.size(), milliseconds);
     unsigned int called = 0;
-    for (std::size_t index = 0; index < polled.size(); ++index) {
-        const auto& item = polled[index];
-        if (native[index].revents != 0 && takeTurn(item) && item->isReady()) {
+    auto result = native.cbegin();
+    for (const auto& item : polled) {
+        if ((result++)->revents != 0 && takeTurn(item) && item->isReady()) {
             ++called;
             item->handler();
         }

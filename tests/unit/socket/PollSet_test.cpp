@@ -181,6 +181,7 @@ TEST_F(PollSet, SkipsASocketThatIsEmptied) {
     EXPECT_EQ(1U, set.wait(patience));
 
     EXPECT_THAT(called, ElementsAre("news"));
+    EXPECT_EQ(2U, standIn.journal().count("zmq_poll 1 items, events 1, 0 ms")) << "one before each handler";
 }
 
 TEST_F(PollSet, LetsHandlersChangeIt) {
