@@ -145,6 +145,7 @@ TEST_P(RequesterOver, ReturnsTheReply) {
     }
     serving.get();
     EXPECT_EQ(1U, standIn.journal().count("zmq_socket"));
+    EXPECT_EQ(standIn.journal().count("zmq_poll"), standIn.journal().count("zmq_poll 1 items, events 1, "));
     EXPECT_EQ(0U, standIn.journal().count("zmq_close"));
 }
 
