@@ -259,6 +259,11 @@ TEST_F(PollSet, EndsByASignal) {
     interrupt([&] { EXPECT_EQ(0U, set.wait(withoutLimit)); });
 
     event.raise();
+    set.add(feed.subscriber, read(feed.subscriber));
+    feed.publisher.send("news");
+    standIn.fail("zmq_poll", EINTR);
+    EXPECT_EQ(0U, set.wait(patience));
+    set.remove(feed.subscriber);
     standIn.fail("zmq_poll", EINTR, 2); // before the handler
     EXPECT_EQ(0U, set.wait(patience));
     EXPECT_EQ(1U, set.wait(patience));
