@@ -326,13 +326,6 @@ class Commands(Hostile):
         stranger.send(b"no envelope")
         self.assertEqual(0, self.victim.end())
 
-    def test_of_several_parts_are_handled_one_by_one_and_the_last_is_replied_to(self):
-        stranger = self.plain(zmq.REQ)
-        stranger.send_multipart([self.COMMAND, self.COMMAND])
-        self.assertEqual(self.REPLY, stranger.recv())
-        self.assertEqual("2", self.victim.ask("count own"))
-        self.assertIn(f"Failed handling received message: {OUT_OF_TURN}", self.victim.logged())
-
 
 class Floods(Hostile):
     """More than is read."""

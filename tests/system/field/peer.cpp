@@ -105,20 +105,14 @@ public:
         stop(ignored);
     }
 
-    int count() const { return handled; }
-
     std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Command>(); }
 
     void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) override {
-        ++handled;
         auto& command = dynamic_cast<Command&>(*message);
         command.set_id(command.id() + 1);
         std::reverse(command.mutable_payload()->begin(), command.mutable_payload()->end());
         socket->sendProtoBuf(&command);
     }
-
-private:
-    std::atomic<int> handled{0};
 };
 
 /// The words that follow the verb of a command.
@@ -254,8 +248,6 @@ private:
         listeners[name] = std::move(listener);
     }
 
-    void count(Words& words) { result = std::to_string(listeners.at(words.next())->count()); }
-
     std::string result;
     std::map<std::string, std::unique_ptr<Socket>> sockets;
     std::map<std::string, std::unique_ptr<BlockServer>> servers;
@@ -275,7 +267,6 @@ private:
         {"repeat", &Peer::repeat},
         {"serve", &Peer::serve},
         {"listen", &Peer::listen},
-        {"count", &Peer::count},
     };
 };
 

@@ -283,16 +283,6 @@ TEST_P(Repairs, PassesOverEachEndpointThatItHas) {
     }
 }
 
-TEST_P(Repairs, ForgetsEachEndpointWhenClosed) {
-    for (const auto pattern : everyPattern) {
-        Repaired repaired(pattern, GetParam());
-        repaired.socket.close();
-        repaired.socket.create(pattern);
-        EXPECT_THAT(repaired.linesOf([&] { repaired.socket.resetConnections(); }),
-                    ElementsAre("zmq_close", calls::open(pattern)));
-    }
-}
-
 TEST_P(Repairs, ForgetsTheQueueSizeAndKeepsTheRest) {
     Repaired repaired(Protocol::Req, GetParam());
     repaired.standIn.setClock(1000.0);
@@ -308,17 +298,6 @@ TEST_P(Repairs, ForgetsTheQueueSizeAndKeepsTheRest) {
         EXPECT_EQ(131072U, text.ByteSizeLong());
         EXPECT_EQ(exchange % 50 == 49 ? 1U : 0U, repaired.standIn.journal().count("debug: [Socket x]: Rate is "));
     }
-}
-
-TEST_P(Repairs, KeepsTheReceiveBuffer) {
-    Repaired repaired(Protocol::Sub, GetParam());
-    Text text;
-    repaired.standIn.answer("zmq_recv", 0);
-    repaired.socket.receiveProtoBuf(&text, 5000);
-    repaired.socket.resetConnections();
-    repaired.standIn.answer("zmq_recv", 0);
-    EXPECT_THAT(repaired.linesOf([&] { repaired.socket.receiveProtoBuf(&text, 1); }),
-                ElementsAre("zmq_recv 5000 bytes, flags 0"));
 }
 
 } // namespace rk::tests

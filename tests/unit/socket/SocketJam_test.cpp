@@ -147,16 +147,6 @@ TEST_P(SocketJam, CountsACallOnceThoughTriedTwice) {
     EXPECT_EQ(200U, standIn.journal().count(GetParam().function));
 }
 
-TEST_P(SocketJam, CountsFailedAttemptsToSendAlone) {
-    jammed.activateStatistics(true);
-    standIn.fail(GetParam().function, EFSM, 1, StandIn::always);
-    for (int block = 1; block <= 50; ++block) {
-        EXPECT_THAT(standIn.journal().linesWith("debug: [Socket x]: Rate is "), IsEmpty());
-        textOfCall();
-    }
-    EXPECT_EQ(GetParam().pattern == Protocol::Req ? 1U : 0U, standIn.journal().count("debug: [Socket x]: Rate is "));
-}
-
 TEST_P(SocketJam, CapsWhatIsSentAfterTheRepair) {
     client.setTargetBitRate(8);
     standIn.setClock(100.0);

@@ -130,18 +130,6 @@ TEST_P(Transfers, CarriesMessages) {
     }
 }
 
-TEST_P(Transfers, CarriesARequestAfterAJam) {
-    open(Protocol::Rep, Protocol::Req);
-    send(client, "lost");
-    expectReceived(server, "lost");
-    for (const std::size_t size : sizes) {
-        send(client, block(size));
-        send(server, "nobody awaits this");
-        expectReceived(server, block(size));
-    }
-    EXPECT_EQ(sizes.size(), standIn.journal().count("warning: "));
-}
-
 TEST_P(Transfers, ReceivesARequestAfterAJam) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
     client.createAndConnect(Protocol::Req, endpoint, patienceMs);

@@ -123,16 +123,4 @@ TEST_F(ListenerMisuseDeathTest, MakerStops) {
         testing::KilledBySignal(SIGABRT), "terminate called without an active exception");
 }
 
-TEST_F(ListenerMisuseDeathTest, HandlerAdds) {
-    EXPECT_EXIT(
-        {
-            RecordingListener listener(Protocol::Rep);
-            listener.setHandler([&](Text&, const std::shared_ptr<Socket>&) {
-                listener.addListenEndpoint("inproc://one-more", error());
-            });
-            sendARequest(listener);
-        },
-        testing::KilledBySignal(SIGABRT), "terminate called without an active exception");
-}
-
 } // namespace rk::tests

@@ -66,16 +66,6 @@ TEST_P(ListenerRestart, AddsAnEndpoint100Times) {
     EXPECT_EQ(0U, standIn.journal().count("warning: "));
 }
 
-TEST_P(ListenerRestart, StopsAndStarts100Times) {
-    listener.serve(endpoint);
-    for (int round = 0; round < 100; ++round) {
-        ASSERT_TRUE(listener.stop(error)) << error;
-        ASSERT_TRUE(listener.start(error)) << error;
-        ASSERT_EQ("question", ask(endpoint, "question")) << round;
-    }
-    EXPECT_EQ(0U, standIn.journal().count("error: "));
-}
-
 TEST_F(ListenerRestartAdding, ReturnsStartsResult) {
     ASSERT_TRUE(listener.SocketListener::start(error)) << error;
     for (const bool result : {true, false}) {

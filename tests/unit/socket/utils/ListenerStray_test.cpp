@@ -205,18 +205,6 @@ TEST_F(ListenerStray, StopsOnInproc) {
     expectNoLine();
 }
 
-TEST_F(ListenerStray, StopsRepeatedly) {
-    listener.serve(endpoint);
-    for (int round = 0; round < 5; ++round) {
-        send(oneFrame);
-        expectStop(listener);
-        expectStop(listener);
-        ASSERT_TRUE(listener.start(error)) << error;
-        EXPECT_EQ("question", ask(endpoint, "question"));
-    }
-    expectNoLine();
-}
-
 TEST_F(ListenerStray, StopsWhenItsPathIsRemoved) {
     endpoint = freshEndpoint(Transport::Ipc);
     listener.serve(endpoint);
