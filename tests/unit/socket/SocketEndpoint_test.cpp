@@ -144,6 +144,8 @@ TEST(SocketEndpoint, PrintsTheNumberOfNoTransport) {
 TEST(SocketEndpoint, ShowsItsTextInItsHeader) {
     EXPECT_EQ("SocketEndpoint ipc:///tmp/s", SocketEndpoint(Transport::Ipc, "/tmp/s", 0).messageHeader());
     EXPECT_EQ("SocketEndpoint Invalid 0", SocketEndpoint().messageHeader());
+    EXPECT_EQ("SocketEndpoint tcp://node1:5555: text",
+              SocketEndpoint(Transport::Tcp, "node1", 5555).formatMessage("text"));
 }
 
 TEST(SocketEndpoint, WritesEachPatternsText) {

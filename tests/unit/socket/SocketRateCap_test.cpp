@@ -47,6 +47,14 @@ TEST_F(SocketRateCap, ReadsTheClockAfterThePause) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("gettimeofday", "usleep 1000000", "gettimeofday"));
 }
 
+TEST_F(SocketRateCap, PausesUntilTheDueTime) {
+    standIn.setClock(1700000000.0);
+    socket.setTargetBitRate(10);
+    socket.handleBitRateCapping(0);
+    socket.handleBitRateCapping(mega / 8);
+    EXPECT_THAT(pauses(), ElementsAre("usleep 99999")); // of 0.1 s, in the precision of the clock
+}
+
 TEST_F(SocketRateCap, SkipsThePauseWhenDueNow) {
     socket.setTargetBitRate(8);
     socket.handleBitRateCapping(mega);
