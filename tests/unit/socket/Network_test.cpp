@@ -1,5 +1,6 @@
 #include "support/Calls.h"
 #include "support/Feed.h"
+#include "support/MutexFault.h"
 #include "support/NativeSocket.h"
 #include "support/Test.h"
 #include "support/ZmqHandle.h"
@@ -21,6 +22,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <sys/resource.h>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -410,8 +412,17 @@ TEST_F(NetworkSettings, LogARefusedQueueSize) {
 }
 
 TEST_F(NetworkSettings, KeepTheLimitOfSockets) {
-    EXPECT_EQ("Network: The limit of sockets cannot change after the first socket",
-              textThrownBy<std::logic_error>([] { Network::setMaxSockets(2000); }));
+    for (const int limit : {1, 2000, 65535}) {
+        EXPECT_EQ("Network: The limit of sockets cannot change after the first socket",
+                  textThrownBy<std::logic_error>([limit] { Network::setMaxSockets(limit); }));
+    }
+}
+
+TEST_F(NetworkSettings, ThrowWhenTheLockFails) {
+    for (const auto set : {+[] { Network::setQueueSize(1); }, +[] { Network::setMaxSockets(1); }}) {
+        const MutexFault fault(EAGAIN);
+        EXPECT_THROW(set(), std::system_error);
+    }
 }
 
 TEST(NetworkDeathTest, RepairsBeyondZmqsLimit) {
