@@ -27,6 +27,10 @@ Operation& current() {
 
 thread_local bool unwatched = false;
 
+std::size_t extended(std::size_t path, int step) {
+    return (path ^ static_cast<std::size_t>(step)) * 0x9E3779B97F4A7C15U;
+}
+
 } // namespace
 
 Faults& Faults::instance() {
@@ -78,10 +82,12 @@ std::optional<int> Faults::due(int site, Function function, int option) {
     }
     const int nth = ++counts[site];
     Operation& operation = current();
-    seen.push_back({site, nth, function, !operation.strikes.empty(), strikes > 0});
+    operation.path = extended(operation.path, site);
+    seen.push_back({site, nth, function, !operation.strikes.empty(), strikes > 0, operation.path});
     const std::optional<int> error = dueLocked(site, nth, function);
     if (error) {
         ++strikes;
+        operation.path = extended(operation.path, *error);
         operation.strikes.push_back({site, function, option, *error, operation.progress});
     }
     return error;

@@ -42,6 +42,7 @@ struct SeenCall {
     Function function;
     bool inStruckOperation;
     bool afterStrike;
+    std::size_t path; ///< of its operation, up to this call
 };
 
 /// Every thread's operation is its own.
@@ -49,6 +50,7 @@ struct Operation {
     Progress progress;
     std::vector<Strike> strikes;
     std::vector<std::string> lines; ///< that were logged: "error: Something failed"
+    std::size_t path = 0;           ///< a hash of what it is, of the sites that it has passed, and of their errors
 };
 
 /// Which calls fail. While nobody watches, none does, and none is noted.

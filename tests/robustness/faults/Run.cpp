@@ -158,6 +158,8 @@ private:
     std::size_t perform(std::size_t index) {
         step = &steps[index];
         Faults::operation() = {};
+        Faults::operation().path =
+            std::hash<std::string>{}(step->operation + (step->party ? std::to_string(step->party->pattern) : ""));
         const Observed seen = observe(*step);
         const Operation done = std::exchange(Faults::operation(), {});
         if (done.strikes.empty() && (isUnnotedAddress(seen) || isLeftover(seen))) {

@@ -16,7 +16,7 @@ struct Report {
     std::array<char, 100000> rows{}; ///< operation|outcome|cause|error
     std::array<bool, 1000> struckSites{};
     std::size_t callCount = 0;
-    std::array<SeenCall, capacity> calls{};
+    std::array<SeenCall, capacity> calls; ///< the first `callCount` of them
 };
 
 /// Runs the scenario in this process, with the faults, to the process's end.

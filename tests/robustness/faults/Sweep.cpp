@@ -1,8 +1,9 @@
 // usage: fault_sweep SITES OUTCOMES [record|SCENARIO]
 //
 // Runs every scenario, or the one that is named, once without a fault, and then once for every fault: at each call from
-// each of the SITES, each error, once and from then on. Fails when what they come to is not in OUTCOMES, or when a site
-// was never made to fail. With "record", it writes into OUTCOMES what they come to.
+// each of the SITES, each error, once and from then on. A second fault follows the first in the same operation, once on
+// each path: the sites that an operation on this pattern has passed, with their errors. Fails when what they come to is
+// not in OUTCOMES, or when a site was never made to fail. With "record", it writes into OUTCOMES what they come to.
 
 #include "Outcomes.h"
 #include "Run.h"
@@ -21,12 +22,13 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace rk::tests {
 
 namespace {
 
-constexpr int workers = 4; // most of the time goes into waiting
+constexpr int workers = 8; // most of the time goes into waiting
 /// The calls of one site in one scenario that are made to fail: the first ones, and the last.
 constexpr int firstCalls = 3;
 
@@ -45,8 +47,29 @@ Type& shared() {
     return *::new (memory) Type;
 }
 
+/// Numbers that are not 0, shared by processes.
+class SharedSet {
+public:
+    /// Whether the number is new.
+    bool insert(std::size_t number) {
+        for (std::size_t at = number % slots.size();; at = (at + 1) % slots.size()) {
+            std::size_t found = 0;
+            if (slots[at].compare_exchange_strong(found, number)) {
+                return true;
+            }
+            if (found == number) {
+                return false;
+            }
+        }
+    }
+
+private:
+    std::array<std::atomic<std::size_t>, 1 << 18> slots{};
+};
+
 /// What all processes of the sweep write to.
 struct Tally {
+    SharedSet paths; ///< of pairs of faults
     std::atomic<std::size_t> nextJob{0};
     std::atomic<int> runs{0};
     std::atomic<int> strikes{0};
@@ -146,17 +169,30 @@ private:
         if (!job.leadsToPairs || !isNew) {
             return;
         }
+        const std::size_t struck = pathOfStrike(job.fault);
         std::vector<SeenCall> later;
         std::copy_if(report.calls.begin(), report.calls.begin() + static_cast<std::ptrdiff_t>(report.callCount),
                      std::back_inserter(later), [&](const SeenCall& call) {
                          return call.inStruckOperation || (job.scenario->isShort && call.afterStrike);
                      });
         for (const SeenCall& call : later) {
+            if (!tally.paths.insert(struck + call.path)) {
+                continue;
+            }
             const Fault second = firstFault(call);
             attempt(*job.scenario, {job.fault, second});
             ++tally.pairs;
             attemptToThrowWithoutMemory(job, second);
         }
+    }
+
+    /// The error is a part of the path, of which the call that fails is the end.
+    std::size_t pathOfStrike(const Fault& fault) const {
+        const SeenCall* const end = report.calls.cbegin() + report.callCount;
+        const SeenCall* const found = std::find_if(std::as_const(report).calls.begin(), end, [&](const SeenCall& call) {
+            return call.site == fault.site && call.nth == fault.nth;
+        });
+        return found == end ? 0 : (found->path ^ static_cast<std::size_t>(fault.error)) * 31;
     }
 
     static Fault firstFault(const SeenCall& call) {
