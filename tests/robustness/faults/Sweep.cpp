@@ -249,7 +249,7 @@ std::set<Row> rowsOf(const std::string& text) {
     return rows;
 }
 
-/// In processes of their own, two at a time. What they have seen comes back in files.
+/// In processes of their own, a few at a time. What they have seen comes back in files.
 std::set<Row> performAll(const std::vector<Job>& jobs, Tally& tally) {
     std::vector<int> files;
     for (int number = 0; number < workers; ++number) {
