@@ -22,7 +22,7 @@
 /// |---|---|---|
 /// | Zmq.cpp | 0MQ's | `perform` |
 /// | System.cpp | chmod, gettimeofday, usleep | `perform` |
-/// | Files.cpp | open | `perform` |
+/// | Files.cpp | open, mkostemp, fstat, read, write, fsync, link | `perform` |
 /// | Names.cpp | getifaddrs, getaddrinfo | `perform` |
 /// | Threads.cpp | pthread_mutex_lock, pthread_create, pthread_join, a future's wait | `performOnThread` |
 /// | Clock.cpp | nanosleep, the steady clock | `pauseFor`, `steadyClock` |
@@ -56,6 +56,12 @@ enum class Function {
     ZmqPoll,
     Chmod,
     Open,
+    Mkostemp,
+    Fstat,
+    Read,
+    Write,
+    Fsync,
+    Link,
     Getifaddrs,
     Getaddrinfo,
     Gettimeofday,
@@ -99,6 +105,12 @@ constexpr Intercepted intercepted[] = {
     {"zmq_poll", -1, {EINTR, ETERM, EFAULT, readyForNothing, readyInError}},
     {"chmod", -1, {EPERM, EACCES, EFAULT, EIO, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR, EROFS}},
     {"open", -1, {EMFILE, EACCES, ELOOP, ENAMETOOLONG, ENFILE, ENOENT, ENOMEM, ENOTDIR}},
+    {"mkostemp", -1, {EEXIST, EACCES, EMFILE, ENAMETOOLONG, ENFILE, ENOENT, ENOMEM, ENOSPC, ENOTDIR, EROFS}},
+    {"fstat", -1, {EBADF, EFAULT, ENOMEM, EOVERFLOW}},
+    {"read", -1, {EINTR, EIO, EISDIR, EINVAL}},
+    {"write", -1, {EDQUOT, EFBIG, EINTR, EIO, ENOSPC}},
+    {"fsync", -1, {EDQUOT, EINTR, EIO, ENOSPC, EROFS}},
+    {"link", -1, {EEXIST, EACCES, EDQUOT, EIO, EMLINK, ENOENT, ENOMEM, ENOSPC, EPERM, EROFS}},
     {"getifaddrs", -1, {EMFILE, ENOBUFS, ENOMEM}},
     {"getaddrinfo", EAI_SYSTEM, {EMFILE, ENOMEM}},
     {"gettimeofday", -1, {EFAULT, EINVAL}},

@@ -1,0 +1,84 @@
+#include <rk/detail/Immortal.h>
+#include <rk/socket/Security.h>
+#include <rk/socket/detail/Credentials.h>
+#include <rk/socket/detail/KeyFile.h>
+#include <rk/socket/detail/SecretText.h>
+
+#include <zmq.h>
+
+#include <mutex>
+#include <stdexcept>
+
+namespace rk::socket {
+
+namespace {
+
+using detail::Credentials;
+
+struct ProcessSecurity {
+    std::mutex mutex;
+    std::shared_ptr<const Credentials> credentials;
+    bool hasPlainTcp = false;
+};
+
+/// Never destroyed, because sockets are rebuilt until the process is gone.
+ProcessSecurity& ofProcess() {
+    static const rk::detail::Immortal<ProcessSecurity> security;
+    return *security;
+}
+
+} // namespace
+
+std::shared_ptr<const Credentials> detail::Credentials::ofProcess() {
+    ProcessSecurity& process = socket::ofProcess();
+    const std::lock_guard<std::mutex> lock(process.mutex);
+    return process.credentials;
+}
+
+std::shared_ptr<const Credentials> detail::Credentials::forTcp() {
+    ProcessSecurity& process = socket::ofProcess();
+    const std::lock_guard<std::mutex> lock(process.mutex);
+    process.hasPlainTcp = !process.credentials;
+    return process.credentials;
+}
+
+Security::KeyPair::~KeyPair() {
+    detail::wipe(secretKey);
+}
+
+Security::KeyPair Security::generateKeyPair() {
+    constexpr std::size_t textSize = 41; // with the zero that ZeroMQ writes
+    KeyPair keys;
+    keys.publicKey.resize(textSize);
+    keys.secretKey.resize(textSize);
+    if (zmq_curve_keypair(keys.publicKey.data(), keys.secretKey.data()) != 0) {
+        throw std::runtime_error(std::string("Security: Cannot generate keys: ") + zmq_strerror(zmq_errno()));
+    }
+    keys.publicKey.pop_back();
+    keys.secretKey.pop_back();
+    return keys;
+}
+
+void Security::writeKeyFile(const KeyPair& keys, const std::string& path) {
+    detail::writeKeyFile(keys, path);
+}
+
+Security::KeyPair Security::readKeyFile(const std::string& path) {
+    return detail::readKeyFile(path);
+}
+
+void Security::enable(const std::string& keyFile, const std::string& trustedKeysFile) {
+    const auto next = std::make_shared<Credentials>(
+        Credentials{readKeyFile(keyFile), detail::TrustedKeys(trustedKeysFile), generateKeyPair()});
+    ProcessSecurity& process = ofProcess();
+    const std::lock_guard<std::mutex> lock(process.mutex);
+    if (process.hasPlainTcp) {
+        throw std::logic_error("Security: Cannot be enabled after a TCP endpoint was connected in plain");
+    }
+    if (process.credentials) {
+        next->wakeUp = process.credentials->wakeUp;
+    }
+    process.credentials = next;
+}
+
+} // namespace rk::socket

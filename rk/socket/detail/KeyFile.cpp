@@ -1,0 +1,113 @@
+#include <rk/socket/detail/KeyFile.h>
+#include <rk/socket/detail/Lines.h>
+#include <rk/socket/detail/ProtectedFile.h>
+#include <rk/socket/detail/SecretText.h>
+
+#include <zmq.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace rk::socket::detail {
+
+namespace {
+
+constexpr std::size_t keyLength = 40;
+constexpr std::size_t keySize = 32;
+
+void takeKey(Lines& lines, std::string& key) {
+    key = lines.next().value_or("");
+    if (!isKey(key)) {
+        lines.refuse("not a key");
+    }
+}
+
+[[noreturn]] void refuseToWrite(const std::string& path, const char* reason) {
+    throw std::runtime_error("Security: Cannot write " + path + ": " + reason);
+}
+
+/// A file under a name that does not exist yet, next to the place where it is to appear. Removed on scope exit.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const std::string& target)
+        : path(target + ".XXXXXX"), descriptor(mkostemp(path.data(), O_CLOEXEC)) {}
+
+    ~TemporaryFile() {
+        if (isOpen()) {
+            unlink(path.c_str());
+        }
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    // These return false, with the reason in `errno`, on failure.
+
+    bool isOpen() const { return descriptor.get() >= 0; }
+
+    bool write(const std::string& text) const {
+        errno = ENOSPC; // a short write, which sets no error, has this cause
+        return ::write(descriptor.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+               fsync(descriptor.get()) == 0;
+    }
+
+    /// Gives the file the name `target` too, unless a file has it.
+    bool appearAs(const std::string& target) const { return link(path.c_str(), target.c_str()) == 0; }
+
+private:
+    std::string path;
+    FileDescriptor descriptor;
+};
+
+} // namespace
+
+bool isKey(const std::string& text) {
+    std::uint8_t bytes[keySize];
+    // With an embedded zero, ZeroMQ would decode less than a key.
+    const bool decoded = text.size() == keyLength && std::strlen(text.c_str()) == keyLength &&
+                         zmq_z85_decode(bytes, text.c_str()) != nullptr;
+    explicit_bzero(bytes, sizeof bytes);
+    return decoded;
+}
+
+bool isPair(const Security::KeyPair& keys) {
+    char expected[keyLength + 1];
+    return isKey(keys.publicKey) && isKey(keys.secretKey) && zmq_curve_public(expected, keys.secretKey.c_str()) == 0 &&
+           keys.publicKey == expected;
+}
+
+Security::KeyPair readKeyFile(const std::string& path) {
+    SecretText content;
+    readProtectedFile(path, {S_IRWXG | S_IRWXO, "other users can access it"}, content.text);
+    Lines lines(content.text, path);
+    Security::KeyPair keys;
+    takeKey(lines, keys.publicKey);
+    takeKey(lines, keys.secretKey);
+    if (!isPair(keys)) {
+        lines.refuse("the secret key does not belong to the public key");
+    }
+    if (lines.next()) {
+        lines.refuse("more than two lines");
+    }
+    return keys;
+}
+
+void writeKeyFile(const Security::KeyPair& keys, const std::string& path) {
+    if (!isPair(keys)) {
+        throw std::invalid_argument("Security: Cannot write " + path + ": not a key pair");
+    }
+    SecretText content;
+    content.text.reserve(2 * (keyLength + 1));
+    content.text.append(keys.publicKey).append("\n").append(keys.secretKey).append("\n");
+    const TemporaryFile file(path);
+    if (!file.isOpen() || !file.write(content.text) || !file.appearAs(path)) {
+        refuseToWrite(path, std::strerror(errno));
+    }
+}
+
+} // namespace rk::socket::detail
