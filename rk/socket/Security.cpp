@@ -35,10 +35,12 @@ std::shared_ptr<const Credentials> detail::Credentials::ofProcess() {
     return process.credentials;
 }
 
-std::shared_ptr<const Credentials> detail::Credentials::forTcp() {
+std::shared_ptr<const Credentials> detail::Credentials::forEndpoint(const SocketEndpoint& endpoint) {
     ProcessSecurity& process = socket::ofProcess();
     const std::lock_guard<std::mutex> lock(process.mutex);
-    process.hasPlainTcp = !process.credentials;
+    if (endpoint.transport == Transport::Tcp && !process.credentials) {
+        process.hasPlainTcp = true;
+    }
     return process.credentials;
 }
 

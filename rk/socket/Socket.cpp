@@ -230,7 +230,7 @@ void Socket::remember(const SocketEndpoint& target, unsigned int receiveTimeout,
         receiveTimeoutText = std::to_string(receiveTimeout);
         if (boundAddresses && detail::binds(protocol)) {
             for (const SocketEndpoint& address : attachment.addresses()) {
-                boundAddresses->add(address);
+                boundAddresses->add(address, attachment.credentials());
             }
         }
     }

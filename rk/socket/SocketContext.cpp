@@ -1,6 +1,7 @@
 #include <rk/detail/LogBackend.h>
 #include <rk/detail/LogIfPossible.h>
 #include <rk/socket/SocketContext.h>
+#include <rk/socket/detail/Authenticator.h>
 #include <rk/socket/detail/ContextGate.h>
 #include <rk/socket/detail/NetworkSettings.h>
 #include <rk/utils/Log.h>
@@ -76,6 +77,16 @@ public:
     ProcessContext(const ProcessContext&) = delete;
     ProcessContext& operator=(const ProcessContext&) = delete;
 
+private:
+    /// Destroyed after the context, because the thread ends when the context is terminated.
+    struct AuthenticatorEnd {
+        AuthenticatorEnd() = default;
+        ~AuthenticatorEnd() { detail::Authenticator::ofProcess().join(); }
+        AuthenticatorEnd(const AuthenticatorEnd&) = delete;
+        AuthenticatorEnd& operator=(const AuthenticatorEnd&) = delete;
+    } authenticator;
+
+public:
     SocketContext context;
 };
 

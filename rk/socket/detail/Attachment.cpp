@@ -1,8 +1,10 @@
 #include <rk/socket/detail/AddressBook.h>
 #include <rk/socket/detail/Attachment.h>
+#include <rk/socket/detail/Authenticator.h>
 #include <rk/socket/detail/BoundAddresses.h>
 #include <rk/socket/detail/ContextGate.h>
 #include <rk/socket/detail/EndpointOptions.h>
+#include <rk/socket/detail/Failures.h>
 #include <rk/socket/detail/ListenAddresses.h>
 #include <rk/socket/detail/Pattern.h>
 
@@ -34,7 +36,13 @@ std::string textOf(const SocketEndpoint& address) {
 } // namespace
 
 Attachment::Attachment(Protocol::Protocol socketProtocol, const SocketEndpoint& target, const std::string& socketHeader)
-    : protocol(socketProtocol), header(socketHeader), settings(NetworkSettings::ofProcess()) {
+    : protocol(socketProtocol),
+      header(socketHeader),
+      settings(NetworkSettings::ofProcess()),
+      processCredentials(Credentials::forEndpoint(target)) {
+    if (processCredentials && target == SocketEndpoint(Transport::Inproc, Authenticator::name, 0)) {
+        throw std::runtime_error("Socket: Cannot use the name of the authenticator on " + header);
+    }
     if (target.transport != Transport::Tcp || !binds(protocol)) {
         targets.push_back(target);
         return;
@@ -68,7 +76,10 @@ void Attachment::bind(void* socket) {
 }
 
 void Attachment::bindTo(void* socket, const SocketEndpoint& address) const {
-    EndpointOptions(socket, header).set(protocol, address, settings);
+    EndpointOptions(socket, header).set(protocol, address, settings, processCredentials.get());
+    if (processCredentials && address.transport == Transport::Tcp) {
+        startAuthenticator();
+    }
     const int error = AddressBook::ofProcess().bind(socket, textOf(address));
     if (error == EADDRNOTAVAIL && settings.listenHost != allInterfaces) {
         refuseToListen(address.address, "the machine has no such address", header);
@@ -78,8 +89,15 @@ void Attachment::bindTo(void* socket, const SocketEndpoint& address) const {
     }
 }
 
+void Attachment::startAuthenticator() const {
+    const int error = Authenticator::ofProcess().start();
+    if (error != 0) {
+        throw std::runtime_error("Socket: Cannot authenticate clients: " + failureText(error, header));
+    }
+}
+
 void Attachment::connect(void* socket) const {
-    EndpointOptions(socket, header).set(protocol, targets.front(), settings);
+    EndpointOptions(socket, header).set(protocol, targets.front(), settings, processCredentials.get());
     const int error = ContextGate::ofProcess().connect(socket, textOf(targets.front()));
     if (error != 0) {
         refuse(error, header);

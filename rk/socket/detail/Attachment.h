@@ -2,8 +2,10 @@
 
 #include <rk/socket/Protocol.h>
 #include <rk/socket/SocketEndpoint.h>
+#include <rk/socket/detail/Credentials.h>
 #include <rk/socket/detail/NetworkSettings.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,11 +17,14 @@ namespace rk::socket::detail {
 class Attachment {
 public:
     /// Finds the addresses. `header` names the socket in error texts, and has to outlive the object.
-    /// \throws std::runtime_error if a socket that binds has no address to listen on
+    /// \throws std::runtime_error if a socket that binds has no address to listen on, or the target is the authenticator's
     /// \throws std::system_error if a lock fails
     Attachment(Protocol::Protocol protocol, const SocketEndpoint& target, const std::string& header);
 
     const std::vector<SocketEndpoint>& addresses() const { return targets; }
+
+    /// Returns the credentials of the process at the time, or null for a plain process.
+    const std::shared_ptr<const Credentials>& credentials() const { return processCredentials; }
 
     /// Returns the addresses for a log line.
     std::string text() const;
@@ -34,10 +39,12 @@ public:
 
 private:
     void bindTo(void* socket, const SocketEndpoint& address) const;
+    void startAuthenticator() const;
 
     Protocol::Protocol protocol;
     const std::string& header;
     NetworkSettings settings;
+    std::shared_ptr<const Credentials> processCredentials;
     std::vector<SocketEndpoint> targets;
 };
 

@@ -1,4 +1,5 @@
 #include <rk/socket/detail/BoundAddresses.h>
+#include <rk/socket/detail/EndpointOptions.h>
 #include <rk/socket/detail/ListenAddresses.h>
 
 #include <zmq.h>
@@ -52,11 +53,11 @@ std::string BoundAddresses::FileReference::pathOr(const std::string& path) const
     return descriptor < 0 ? path : "/proc/self/fd/" + std::to_string(descriptor);
 }
 
-BoundAddresses::Address::Address(const SocketEndpoint& bound)
-    : endpoint(bound), file(isFile(bound) ? FileReference(bound.address) : FileReference()) {}
+BoundAddresses::Address::Address(const SocketEndpoint& bound, const std::shared_ptr<const Credentials>& boundWith)
+    : endpoint(bound), credentials(boundWith), file(isFile(bound) ? FileReference(bound.address) : FileReference()) {}
 
-void BoundAddresses::add(const SocketEndpoint& endpoint) {
-    addresses.emplace_back(endpoint);
+void BoundAddresses::add(const SocketEndpoint& endpoint, const std::shared_ptr<const Credentials>& credentials) {
+    addresses.emplace_back(endpoint, credentials);
 }
 
 void BoundAddresses::clear() noexcept {
@@ -74,6 +75,9 @@ bool BoundAddresses::connect(void* socket) const {
         } else if (isIpv6Address(target.address)) {
             const int on = 1;
             zmq_setsockopt(socket, ZMQ_IPV6, &on, sizeof on);
+        }
+        if (address.credentials) {
+            EndpointOptions(socket, "the wake-up call").setForWakeUp(target, *address.credentials);
         }
         connected = zmq_connect(socket, target.toString(Protocol::Req).c_str()) == 0 || connected;
     }

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <rk/socket/SocketEndpoint.h>
+#include <rk/socket/detail/Credentials.h>
 
 #include <list>
+#include <memory>
 #include <string>
 
 namespace rk::socket::detail {
@@ -19,12 +21,13 @@ class BoundAddresses {
 public:
     BoundAddresses() = default;
 
-    /// Adds an address to which the socket is bound.
-    void add(const SocketEndpoint& endpoint);
+    /// Adds an address to which the socket is bound, with the credentials that it was bound with.
+    void add(const SocketEndpoint& endpoint, const std::shared_ptr<const Credentials>& credentials);
 
     void clear() noexcept;
 
     /// Connects native `socket` to every address. Returns false if ZeroMQ refuses them all.
+    /// \throws std::runtime_error if ZeroMQ refuses an option
     bool connect(void* socket) const;
 
 private:
@@ -45,9 +48,10 @@ private:
     };
 
     struct Address {
-        explicit Address(const SocketEndpoint& bound);
+        Address(const SocketEndpoint& bound, const std::shared_ptr<const Credentials>& boundWith);
 
         SocketEndpoint endpoint;
+        std::shared_ptr<const Credentials> credentials;
         FileReference file;
     };
 

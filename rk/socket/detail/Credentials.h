@@ -17,9 +17,10 @@ struct Credentials {
     /// \throws std::system_error if the lock fails
     static std::shared_ptr<const Credentials> ofProcess();
 
-    /// Returns what `ofProcess` returns, for a TCP endpoint. If that is null, encryption cannot be enabled any more.
+    /// Returns what `ofProcess` returns, to connect `endpoint`. If a TCP endpoint gets null, it is plain, and encryption
+    /// cannot be enabled any more.
     /// \throws std::system_error if the lock fails
-    static std::shared_ptr<const Credentials> forTcp();
+    static std::shared_ptr<const Credentials> forEndpoint(const SocketEndpoint& endpoint);
 };
 
 } // namespace rk::socket::detail

@@ -1,3 +1,4 @@
+#include <rk/socket/detail/Authenticator.h>
 #include <rk/socket/detail/EndpointOptions.h>
 #include <rk/socket/detail/ListenAddresses.h>
 #include <rk/socket/detail/Pattern.h>
@@ -5,11 +6,30 @@
 #include <zmq.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <optional>
 #include <stdexcept>
 
 namespace rk::socket::detail {
 
 namespace {
+
+// ZMQ_ZAP_ENFORCE_DOMAIN, which zmq.h hides as a draft. Without it, ZeroMQ admits every client while nobody answers for it.
+constexpr int enforceDomain = 93;
+
+constexpr int handshakeMilliseconds = 5000; // a refused client tries again after this time
+
+/// The largest message from a peer that may not have authenticated itself yet, while no limit is set.
+constexpr std::int64_t defaultMessageSize = 16 * 1024 * 1024;
+
+/// The limit for encrypted frames, which also holds for those of the handshake.
+std::int64_t encryptedSize(std::int64_t messageSize) {
+    constexpr std::int64_t overhead = 33;
+    constexpr std::int64_t handshake = 1024;
+    constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max() - overhead;
+    return messageSize < 0 ? messageSize : std::max(std::min(messageSize, largest) + overhead, handshake);
+}
 
 /// When the system probes an idle connection, in seconds. Several probes, so that a lost packet does not end it.
 struct Keepalive {
@@ -26,10 +46,13 @@ struct Keepalive {
 EndpointOptions::EndpointOptions(void* nativeSocket, const std::string& socketHeader)
     : socket(nativeSocket), header(socketHeader) {}
 
-void EndpointOptions::set(Protocol::Protocol protocol, const SocketEndpoint& endpoint,
-                          const NetworkSettings& settings) const {
-    if (settings.maxMessageSize && binds(protocol)) {
-        setOption(ZMQ_MAXMSGSIZE, "ZMQ_MAXMSGSIZE", &*settings.maxMessageSize, sizeof *settings.maxMessageSize);
+void EndpointOptions::set(Protocol::Protocol protocol, const SocketEndpoint& endpoint, const NetworkSettings& settings,
+                          const Credentials* credentials) const {
+    if (binds(protocol)) {
+        setMaxMessageSize(endpoint, settings, credentials);
+    }
+    if (credentials != nullptr) {
+        setSecurity(protocol, endpoint, *credentials);
     }
     if (endpoint.transport != Transport::Tcp) {
         return;
@@ -40,6 +63,68 @@ void EndpointOptions::set(Protocol::Protocol protocol, const SocketEndpoint& end
     if (settings.peerTimeout) {
         setPeerTimeout(protocol, *settings.peerTimeout);
     }
+}
+
+/// A socket that has an encrypted endpoint gets a limit for every endpoint: that of the last one would hold otherwise.
+void EndpointOptions::setMaxMessageSize(const SocketEndpoint& endpoint, const NetworkSettings& settings,
+                                        const Credentials* credentials) const {
+    std::optional<std::int64_t> limit = settings.maxMessageSize;
+    if (credentials != nullptr) {
+        limit = endpoint.transport == Transport::Tcp ? encryptedSize(limit.value_or(defaultMessageSize))
+                                                     : limit.value_or(-1);
+    }
+    if (limit) {
+        setOption(ZMQ_MAXMSGSIZE, "ZMQ_MAXMSGSIZE", &*limit, sizeof *limit);
+    }
+}
+
+void EndpointOptions::setSecurity(Protocol::Protocol protocol, const SocketEndpoint& endpoint,
+                                  const Credentials& credentials) const {
+    if (endpoint.transport != Transport::Tcp) {
+        setPlain();
+    } else if (binds(protocol)) {
+        setServer(credentials.own);
+    } else {
+        const std::string serverKey = credentials.trusted.serverKey(endpoint);
+        if (serverKey.empty()) {
+            throw std::runtime_error("Socket: No trusted key for " + endpoint.toString(protocol) + " on " + header);
+        }
+        setClient(serverKey, credentials.own);
+    }
+}
+
+void EndpointOptions::setForWakeUp(const SocketEndpoint& endpoint, const Credentials& credentials) const {
+    if (endpoint.transport == Transport::Tcp) {
+        setClient(credentials.own.publicKey, credentials.wakeUp);
+    } else {
+        setPlain();
+    }
+}
+
+/// Reads back what keeps clients out: a libzmq that ignored it would admit everyone.
+void EndpointOptions::setServer(const Security::KeyPair& own) const {
+    setText(ZMQ_CURVE_SECRETKEY, "ZMQ_CURVE_SECRETKEY", own.secretKey);
+    setNumber(ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER", 1);
+    setText(ZMQ_ZAP_DOMAIN, "ZMQ_ZAP_DOMAIN", Authenticator::domain);
+    setNumber(enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN", 1);
+    setNumber(ZMQ_HANDSHAKE_IVL, "ZMQ_HANDSHAKE_IVL", handshakeMilliseconds);
+    requireNumber(ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER", 1);
+    requireNumber(enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN", 1);
+    requireDomain();
+}
+
+void EndpointOptions::setClient(const std::string& serverKey, const Security::KeyPair& own) const {
+    setText(ZMQ_CURVE_SERVERKEY, "ZMQ_CURVE_SERVERKEY", serverKey);
+    setText(ZMQ_CURVE_PUBLICKEY, "ZMQ_CURVE_PUBLICKEY", own.publicKey);
+    setText(ZMQ_CURVE_SECRETKEY, "ZMQ_CURVE_SECRETKEY", own.secretKey);
+    requireNumber(ZMQ_MECHANISM, "ZMQ_MECHANISM", ZMQ_CURVE);
+}
+
+/// Undoes what an encrypted endpoint of the same socket has set.
+void EndpointOptions::setPlain() const {
+    setNumber(ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER", 0);
+    setOption(ZMQ_ZAP_DOMAIN, "ZMQ_ZAP_DOMAIN", nullptr, 0);
+    setNumber(enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN", 0);
 }
 
 void EndpointOptions::setPeerTimeout(Protocol::Protocol protocol, unsigned int seconds) const {
@@ -65,6 +150,30 @@ void EndpointOptions::setPeerTimeout(Protocol::Protocol protocol, unsigned int s
 
 void EndpointOptions::setNumber(int option, const char* name, int value) const {
     setOption(option, name, &value, sizeof value);
+}
+
+void EndpointOptions::setText(int option, const char* name, const std::string& value) const {
+    setOption(option, name, value.data(), value.size());
+}
+
+void EndpointOptions::requireNumber(int option, const char* name, int value) const {
+    int actual = 0;
+    std::size_t size = sizeof actual;
+    if (zmq_getsockopt(socket, option, &actual, &size) < 0 || actual != value) {
+        refuseLost(name);
+    }
+}
+
+void EndpointOptions::requireDomain() const {
+    char actual[256] = "";
+    std::size_t size = sizeof actual;
+    if (zmq_getsockopt(socket, ZMQ_ZAP_DOMAIN, actual, &size) < 0 || std::string(actual) != Authenticator::domain) {
+        refuseLost("ZMQ_ZAP_DOMAIN");
+    }
+}
+
+void EndpointOptions::refuseLost(const char* name) const {
+    throw std::runtime_error(std::string("Socket: ZeroMQ has not kept ") + name + " on " + header);
 }
 
 void EndpointOptions::setOption(int option, const char* name, const void* value, std::size_t size) const {

@@ -31,7 +31,7 @@ void WakeUpCall::send(const BoundAddresses& addresses, std::mutex& mutex) {
     zmq_send(socket, text.data(), text.size(), ZMQ_DONTWAIT); // fails once it has succeeded: a reply is due first
 }
 
-/// Connects a new socket. This is the place for options that a connection to a listener needs.
+/// Connects a new socket.
 void WakeUpCall::open(const BoundAddresses& addresses) {
     socket = getSocket(Protocol::Req);
     const int none = 0;
@@ -39,8 +39,13 @@ void WakeUpCall::open(const BoundAddresses& addresses) {
     // Without this, the request would wait for the first address even if only the second can be reached.
     const int connectedOnly = 1;
     zmq_setsockopt(socket, ZMQ_IMMEDIATE, &connectedOnly, sizeof connectedOnly);
-    if (!addresses.connect(socket)) {
+    try {
+        if (!addresses.connect(socket)) {
+            close();
+        }
+    } catch (...) {
         close();
+        throw;
     }
 }
 

@@ -20,6 +20,7 @@ public:
     /// Sends the request to the first of `addresses` that accepts the connection. Does not block. Call it again until
     /// the thread wakes: the request is sent once, but not before a connection is made and the process has a socket.
     /// \param mutex guards the addresses
+    /// \throws std::runtime_error if ZeroMQ refuses an option
     /// \throws std::system_error if a lock fails
     void send(const BoundAddresses& addresses, std::mutex& mutex);
 

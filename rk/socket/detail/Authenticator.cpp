@@ -1,0 +1,186 @@
+#include <rk/detail/Immortal.h>
+#include <rk/detail/SignalMask.h>
+#include <rk/socket/SocketContext.h>
+#include <rk/socket/detail/AddressBook.h>
+#include <rk/socket/detail/Authenticator.h>
+#include <rk/socket/detail/ContextGate.h>
+#include <rk/socket/detail/Credentials.h>
+#include <rk/socket/detail/RefusalLog.h>
+
+#include <zmq.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+
+namespace rk::socket::detail {
+
+namespace {
+
+struct CloseInBook {
+    void operator()(void* socket) const { AddressBook::ofProcess().close(socket); }
+};
+
+using NativeSocket = std::unique_ptr<void, CloseInBook>;
+
+struct Frame {
+    std::string_view text() const { return {bytes, size}; }
+
+    char bytes[256]; // ZeroMQ's fields are shorter
+    std::size_t size;
+};
+
+/// A request of ZeroMQ, in the order of its frames.
+struct Request {
+    Frame version{};
+    Frame id{};
+    Frame domain{};
+    Frame address{};
+    Frame identity{};
+    Frame mechanism{};
+    Frame key{};
+};
+
+constexpr Frame Request::* const fields[] = {&Request::version, &Request::id,       &Request::domain,
+                                             &Request::address, &Request::identity, &Request::mechanism,
+                                             &Request::key};
+
+/// Repeats `call` while it is interrupted. Returns false if it fails in another way.
+template <class Call>
+bool succeeds(const Call& call) {
+    while (call() < 0) {
+        if (zmq_errno() != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool receive(void* socket, Frame& frame) {
+    int size = 0;
+    const bool received = succeeds([&] { return size = zmq_recv(socket, frame.bytes, sizeof frame.bytes, 0); });
+    frame.size = std::min(static_cast<std::size_t>(size), sizeof frame.bytes);
+    return received;
+}
+
+/// Receives all frames. What is too long is cut, and what is too much is dropped.
+bool receive(void* socket, Request& request) {
+    Frame surplus;
+    int more = 1;
+    std::size_t size = sizeof more;
+    for (std::size_t field = 0; more != 0; ++field) {
+        Frame& frame = field < std::size(fields) ? request.*fields[field] : surplus;
+        if (!receive(socket, frame) || !succeeds([&] { return zmq_getsockopt(socket, ZMQ_RCVMORE, &more, &size); })) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool reply(void* socket, const Request& request, bool admitted) {
+    // After 300, the client tries again. After 400 it would not, even once it is trusted.
+    const std::string_view status = admitted ? "200" : "300";
+    const std::string_view none;
+    const std::array<std::string_view, 6> frames{"1.0", request.id.text(), status, none, none, none};
+    return std::all_of(frames.begin(), frames.end(), [&](const std::string_view& frame) {
+        const int flags = &frame == &frames.back() ? 0 : ZMQ_SNDMORE;
+        return succeeds([&] { return zmq_send(socket, frame.data(), frame.size(), flags); });
+    });
+}
+
+/// Returns the key of the client, or an empty text if it has none.
+std::string keyOf(const Request& request) {
+    constexpr std::size_t keySize = 32;
+    if (request.mechanism.text() != "CURVE" || request.key.size != keySize) {
+        return {};
+    }
+    char text[41];
+    return zmq_z85_encode(text, reinterpret_cast<const std::uint8_t*>(request.key.bytes), keySize);
+}
+
+bool isTrusted(const Request& request) noexcept {
+    try {
+        const std::string key = keyOf(request);
+        const std::shared_ptr<const Credentials> credentials = Credentials::ofProcess();
+        return credentials->trusted.admits(key) || key == credentials->wakeUp.publicKey;
+    } catch (const std::exception&) {
+        return false; // without memory or lock: the client tries again
+    }
+}
+
+void logRefusal(const Request& request, RefusalLog& log) noexcept {
+    try {
+        const std::string address(request.address.text());
+        log.add(address, "Security: Refused the untrusted key " + keyOf(request) + " of " + address);
+    } catch (const std::exception&) {
+        // There is no memory for the line.
+    }
+}
+
+/// Answers requests until the socket fails.
+void serve(void* socket, RefusalLog& log) {
+    for (Request request; receive(socket, request); request = {}) {
+        const bool trusted = isTrusted(request);
+        if (!reply(socket, request, trusted)) {
+            return;
+        }
+        if (!trusted) {
+            logRefusal(request, log);
+        }
+    }
+}
+
+void run(NativeSocket socket, const std::unique_ptr<RefusalLog>& log) {
+    serve(socket.get(), *log);
+    const int error = zmq_errno();
+    socket.reset(); // the termination of the context waits for it
+    if (error != ETERM) {
+        log->add("", std::string("Security: Cannot authenticate clients any more: ") + zmq_strerror(error));
+    }
+}
+
+} // namespace
+
+Authenticator& Authenticator::ofProcess() {
+    static const rk::detail::Immortal<Authenticator> authenticator;
+    return *authenticator;
+}
+
+int Authenticator::start() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (thread.joinable()) {
+        return 0;
+    }
+    NativeSocket socket(getSocket(Protocol::Rep));
+    const int error =
+        socket ? AddressBook::ofProcess().bind(socket.get(), std::string("inproc://") + name) : zmq_errno();
+    if (error != 0) {
+        return error;
+    }
+    // Inside the gate, so that the thread has started before the exit looks for it, or never starts.
+    return ContextGate::ofProcess().pass([&] {
+        auto log = std::make_unique<RefusalLog>();
+        const rk::detail::SignalMask mask(SIG_SETMASK, rk::detail::asynchronousSignals());
+        process = getpid();
+        thread = std::thread(run, std::move(socket), std::move(log));
+        return 0;
+    });
+}
+
+void Authenticator::join() noexcept {
+    if (!thread.joinable() || process != getpid()) {
+        return;
+    }
+    try {
+        thread.join();
+    } catch (const std::exception&) {
+        // The system refuses to wait: the process ends without the thread.
+    }
+}
+
+} // namespace rk::socket::detail
