@@ -60,8 +60,13 @@ std::string optionValue(const Call& call) {
     if (call.data == nullptr) {
         return "none";
     }
-    return std::to_string(call.size == sizeof(int) ? *static_cast<const int*>(call.data)
-                                                   : *static_cast<const std::int64_t*>(call.data));
+    if (call.size == sizeof(int)) {
+        return std::to_string(*static_cast<const int*>(call.data));
+    }
+    if (call.size == sizeof(std::int64_t)) {
+        return std::to_string(*static_cast<const std::int64_t*>(call.data));
+    }
+    return {static_cast<const char*>(call.data), call.size};
 }
 
 std::string lineOf(const Call& call) {
