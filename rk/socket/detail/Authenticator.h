@@ -18,6 +18,10 @@ public:
     /// The domain in ZeroMQ's requests. Sockets need one, or they would admit every client while there is no thread.
     static constexpr const char* domain = "rk-socket";
 
+    /// The domain of a socket's plain endpoints. ZeroMQ asks for their clients too, since a domain cannot be removed from a
+    /// socket that has an encrypted endpoint.
+    static constexpr const char* plainDomain = "rk-socket-plain";
+
     /// The name on inproc at which ZeroMQ asks.
     static constexpr const char* name = "zeromq.zap.01";
 

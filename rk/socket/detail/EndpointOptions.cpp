@@ -81,7 +81,7 @@ void EndpointOptions::setMaxMessageSize(const SocketEndpoint& endpoint, const Ne
 void EndpointOptions::setSecurity(Protocol::Protocol protocol, const SocketEndpoint& endpoint,
                                   const Credentials& credentials) const {
     if (endpoint.transport != Transport::Tcp) {
-        setPlain();
+        setPlain(protocol);
     } else if (binds(protocol)) {
         setServer(credentials.own);
     } else {
@@ -97,7 +97,7 @@ void EndpointOptions::setForWakeUp(const SocketEndpoint& endpoint, const Credent
     if (endpoint.transport == Transport::Tcp) {
         setClient(credentials.own.publicKey, credentials.wakeUp);
     } else {
-        setPlain();
+        setPlain(Protocol::Req);
     }
 }
 
@@ -120,11 +120,13 @@ void EndpointOptions::setClient(const std::string& serverKey, const Security::Ke
     requireNumber(ZMQ_MECHANISM, "ZMQ_MECHANISM", ZMQ_CURVE);
 }
 
-/// Undoes what an encrypted endpoint of the same socket has set.
-void EndpointOptions::setPlain() const {
+/// Undoes what an encrypted endpoint of the same socket may have set.
+void EndpointOptions::setPlain(Protocol::Protocol protocol) const {
     setNumber(ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER", 0);
-    setOption(ZMQ_ZAP_DOMAIN, "ZMQ_ZAP_DOMAIN", nullptr, 0);
-    setNumber(enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN", 0);
+    if (binds(protocol)) {
+        setText(ZMQ_ZAP_DOMAIN, "ZMQ_ZAP_DOMAIN", Authenticator::plainDomain);
+        setNumber(enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN", 0);
+    }
 }
 
 void EndpointOptions::setPeerTimeout(Protocol::Protocol protocol, unsigned int seconds) const {

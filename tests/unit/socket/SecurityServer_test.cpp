@@ -5,6 +5,7 @@
 #include "support/RecordingListener.h"
 #include "support/SecuredProcess.h"
 #include "support/StandIn.h"
+#include "support/SteadyClock.h"
 #include "support/Texts.h"
 
 #include <rk/socket/Security.h>
@@ -14,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <zmq.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -31,10 +33,16 @@ namespace PollResult = socket::PollResult;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
+constexpr int connectionEnds = ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
+                               ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
+
 /// Whom a reply socket serves, and a publish socket.
 class SecurityServer : public testing::Test {
 protected:
-    SecurityServer() { process.trust(process.itself() + SecuredProcess::asClient(client)); }
+    SecurityServer() {
+        process.trust(process.itself() + SecuredProcess::asClient(client));
+        SteadyClock().advance(std::chrono::minutes(1)); // an address has one line a minute
+    }
 
     std::unique_ptr<CurvePeer> connected(int type, const KeyPair& keys) const {
         auto peer = std::make_unique<CurvePeer>(type);
@@ -100,6 +108,174 @@ TEST_F(SecurityServer, RefusesUntrustedClient) {
     peer->send("from a stranger");
     EXPECT_TRUE(waitForRefusal(untrusted));
     expectToServeClient();
+}
+
+TEST_F(SecurityServer, RefusesUntrustedSubscriber) {
+    server.createAndConnect(Protocol::Pub, endpoint, 0);
+    const KeyPair untrusted = generateKeyPair();
+    const auto peer = connected(ZMQ_SUB, untrusted);
+    peer->set(ZMQ_SUBSCRIBE, std::string());
+    EXPECT_TRUE(waitForRefusal(untrusted));
+    const auto friendly = connected(ZMQ_SUB, client);
+    friendly->set(ZMQ_SUBSCRIBE, std::string());
+    while (!friendly->hasInputWithin(10)) {
+        sendText(server, "news");
+    }
+    EXPECT_FALSE(peer->hasInputWithin(0));
+}
+
+TEST_F(SecurityServer, RefusesServersKeyAsClient) {
+    const KeyPair other = generateKeyPair();
+    process.trust(SecuredProcess::asClient(client) + SecuredProcess::asServer(other));
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const auto peer = connected(ZMQ_REQ, other);
+    peer->send("from a server");
+    EXPECT_TRUE(waitForRefusal(other));
+    expectToServeClient();
+}
+
+TEST_F(SecurityServer, RefusesItsOwnKeyUnlessNamed) {
+    process.trust(SecuredProcess::asClient(client) + SecuredProcess::asServer(process.own));
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const auto peer = connected(ZMQ_REQ, process.own);
+    peer->send("from a thief");
+    EXPECT_TRUE(waitForRefusal(process.own));
+    expectToServeClient();
+}
+
+TEST_F(SecurityServer, RefusesPlainClient) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    CurvePeer peer(ZMQ_REQ);
+    CurvePeer::Monitor end(peer, connectionEnds);
+    peer.connect(endpoint).send("in plain");
+    EXPECT_TRUE(end.waitForEvent());
+    expectToServeClient();
+}
+
+TEST_F(SecurityServer, RefusesClientOfAnotherServer) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    CurvePeer peer(ZMQ_REQ);
+    CurvePeer::Monitor end(peer, connectionEnds);
+    peer.trustServer(generateKeyPair().publicKey, client).connect(endpoint).send("for another server");
+    EXPECT_TRUE(end.waitForEvent());
+    expectToServeClient();
+}
+
+TEST_F(SecurityServer, AdmitsClientOnceTrusted) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const KeyPair late = generateKeyPair();
+    const auto peer = connected(ZMQ_REQ, late);
+    peer->send("too early");
+    ASSERT_TRUE(waitForRefusal(late));
+    process.trust(SecuredProcess::asClient(late));
+    expectRequest("too early");
+    EXPECT_EQ("reply to too early", peer->receive());
+}
+
+TEST_F(SecurityServer, AdmitsSubscriberOnceTrusted) {
+    server.createAndConnect(Protocol::Pub, endpoint, 0);
+    const KeyPair late = generateKeyPair();
+    const auto peer = connected(ZMQ_SUB, late);
+    peer->set(ZMQ_SUBSCRIBE, std::string());
+    ASSERT_TRUE(waitForRefusal(late));
+    process.trust(SecuredProcess::asClient(late));
+    while (!peer->hasInputWithin(10)) {
+        sendText(server, "news");
+    }
+    EXPECT_EQ("news", peer->receive());
+}
+
+TEST_F(SecurityServer, KeepsRevokedClientUntilRebuilt) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const auto peer = connected(ZMQ_REQ, client);
+    peer->send("trusted");
+    expectRequest("trusted");
+    EXPECT_EQ("reply to trusted", peer->receive());
+
+    const KeyPair other = generateKeyPair();
+    process.trust(SecuredProcess::asClient(other));
+    peer->send("revoked");
+    expectRequest("revoked");
+    EXPECT_EQ("reply to revoked", peer->receive());
+
+    server.resetConnections();
+    peer->send("disconnected");
+    ASSERT_TRUE(waitForRefusal(client));
+    const auto admitted = connected(ZMQ_REQ, other);
+    admitted->send("admitted");
+    expectRequest("admitted");
+}
+
+TEST_F(SecurityServer, KeepsItsKeysUntilRebuilt) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const KeyPair next = generateKeyPair();
+    process.enable(next, SecuredProcess::asClient(client));
+    expectToServeClient();
+
+    server.resetConnections();
+    CurvePeer peer(ZMQ_REQ);
+    peer.trustServer(next.publicKey, client).connect(endpoint).send("to the next key");
+    expectRequest("to the next key");
+}
+
+TEST_F(SecurityServer, ServesAfterARepair) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const auto peer = connected(ZMQ_REQ, client);
+    peer->set(ZMQ_REQ_RELAXED, 1);
+    peer->send("unanswered");
+    EXPECT_EQ("unanswered", receiveText(server));
+    const auto other = connected(ZMQ_REQ, client);
+    other->send("after the repair");
+    expectRequest("after the repair"); // the receive rebuilds the socket
+    EXPECT_EQ("reply to after the repair", other->receive());
+    EXPECT_EQ(1U, standIn.journal().count("warning: [Socket server] Attempting reset"));
+}
+
+TEST_F(SecurityServer, ServesPlainOnIpcToo) {
+    const SocketEndpoint ipc = freshEndpoint(Transport::Ipc);
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    server.connect(ipc, patienceMs);
+    CurvePeer peer(ZMQ_REQ);
+    peer.connect(ipc).send("in plain");
+    expectRequest("in plain");
+    EXPECT_EQ("reply to in plain", peer.receive());
+    expectToServeClient();
+}
+
+TEST_F(SecurityServer, EncryptsBehindIpc) {
+    server.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Ipc), patienceMs);
+    server.connect(endpoint, patienceMs);
+    CurvePeer peer(ZMQ_REQ);
+    CurvePeer::Monitor end(peer, connectionEnds);
+    peer.connect(endpoint).send("in plain");
+    EXPECT_TRUE(end.waitForEvent());
+    expectToServeClient();
+}
+
+TEST_F(SecurityServer, DisconnectsLargeMessages) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    CurvePeer peer(ZMQ_REQ);
+    CurvePeer::Monitor end(peer, ZMQ_EVENT_DISCONNECTED);
+    peer.trustServer(process.own.publicKey, client).connect(endpoint).send(std::string(16 * 1024 * 1024 + 1, 'x'));
+    EXPECT_TRUE(end.waitForEvent());
+    expectToServeClient();
+}
+
+TEST_F(SecurityServer, ReceivesTheLargestMessage) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const auto peer = connected(ZMQ_REQ, client);
+    peer->send(std::string(16 * 1024 * 1024, 'x'));
+    char byte = 0;
+    EXPECT_EQ(16 * 1024 * 1024, server.receive(&byte, sizeof byte));
+}
+
+TEST_F(SecurityServer, RefusesTheNameOfTheAuthenticator) {
+    const SocketEndpoint authenticator(Transport::Inproc, "zeromq.zap.01", 0);
+    for (const Protocol::Protocol protocol : everyPattern) {
+        Socket intruder("intruder", ClosePolicy::DropPending);
+        EXPECT_EQ("Socket: Cannot use the name of the authenticator on [Socket intruder]",
+                  textThrownBy([&] { intruder.createAndConnect(protocol, authenticator, 0); }));
+    }
 }
 
 } // namespace rk::tests
