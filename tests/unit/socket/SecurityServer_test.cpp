@@ -63,14 +63,14 @@ protected:
         EXPECT_EQ("reply to from the client", peer->receive());
     }
 
-    bool waitForRefusal(const KeyPair& keys) const {
+    bool waitForRefusal(const KeyPair& keys) {
         return standIn.journal().waitFor("warning: Security: Refused the untrusted key " + keys.publicKey +
                                          " of 127.0.0.1");
     }
 
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
     const KeyPair client = generateKeyPair();
-    mutable StandIn standIn;
+    StandIn standIn;
     SecuredProcess process;
     Socket server{"server", ClosePolicy::DropPending};
 };

@@ -44,7 +44,7 @@ INSTANTIATE_TEST_SUITE_P(AtLock, SocketMutexCreate, testing::Range(1, 5));
 
 class SocketMutexConnect : public SocketMutex, public testing::WithParamInterface<int> {};
 
-INSTANTIATE_TEST_SUITE_P(AtLock, SocketMutexConnect, testing::Range(1, 5));
+INSTANTIATE_TEST_SUITE_P(AtLock, SocketMutexConnect, testing::Range(1, 6));
 
 } // namespace
 
@@ -60,9 +60,9 @@ TEST_P(SocketMutexConnect, ThrowsAndCloses) {
 
     EXPECT_EQ(refused, textThrownAtLock(GetParam(), [&] { server.connect(endpoint, 100); }));
 
-    // The locks are the settings', the gate's, both before the bind, the book's, after it, and the record's, after the
-    // options.
-    EXPECT_EQ(GetParam() == 4 ? 1U : 0U, standIn.journal().count(calls::set(ZMQ_RCVTIMEO, 100)));
+    // The locks are the settings', the credentials' and the gate's, all before the bind, the book's, after it, and the
+    // record's, after the options.
+    EXPECT_EQ(GetParam() == 5 ? 1U : 0U, standIn.journal().count(calls::set(ZMQ_RCVTIMEO, 100)));
     EXPECT_EQ(0U, standIn.journal().count("debug: Connected"));
     EXPECT_EQ("zmq_close", standIn.journal().lines().back());
     expectClosed(standIn, server);
@@ -124,7 +124,7 @@ TEST_F(SocketMutex, BindsWhenTheBookIsLocked) {
     server.create(Protocol::Rep);
     standIn.fail("zmq_bind", EADDRINUSE, 1, StandIn::always);
 
-    EXPECT_EQ(refused, textThrownAtLock(3, [&] { server.connect(endpoint, 0); }));
+    EXPECT_EQ(refused, textThrownAtLock(4, [&] { server.connect(endpoint, 0); }));
 
     EXPECT_EQ(2U, standIn.journal().count("zmq_bind"));
 }

@@ -1,0 +1,250 @@
+#include "support/CurvePeer.h"
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/Patterns.h"
+#include "support/RecordingListener.h"
+#include "support/RecordingProxy.h"
+#include "support/SecuredProcess.h"
+#include "support/StandIn.h"
+#include "support/SteadyClock.h"
+#include "support/Texts.h"
+#include "support/messages.pb.h"
+
+#include <rk/socket/Network.h>
+#include <rk/socket/Security.h>
+#include <rk/socket/Socket.h>
+#include <rk/socket/TimeoutException.h>
+#include <rk/socket/utils/Requester.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using socket::TimeoutException;
+using socket::Security::generateKeyPair;
+using socket::Security::KeyPair;
+using socket::utils::Requester;
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+using testing::Not;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Network = socket::Network;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+/// Whom connecting sockets trust.
+class SecurityClient : public testing::Test {
+protected:
+    SecurityClient() {
+        process.trust(SecuredProcess::asServer(server));
+        SteadyClock().advance(std::chrono::minutes(1)); // an address has one line a minute
+    }
+
+    /// Expects that `peer`, bound to the endpoint, receives nothing from a request.
+    void expectSilence(CurvePeer& peer) {
+        Socket client("client", ClosePolicy::DropPending);
+        client.createAndConnect(Protocol::Req, endpoint, 300);
+        sendText(client, "secret");
+        textThrownBy<TimeoutException>([&] { receiveText(client); });
+        EXPECT_FALSE(peer.hasInputWithin(0));
+    }
+
+    std::string refusalOf(const SocketEndpoint& target) const {
+        Socket client("client", ClosePolicy::DropPending);
+        return textIfThrownBy([&] { client.createAndConnect(Protocol::Req, target, 0); });
+    }
+
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    const KeyPair server = generateKeyPair();
+    StandIn standIn;
+    SecuredProcess process;
+};
+
+/// A request to a reply socket of this process, which does not trust this process.
+class SecurityClientRefused : public SecurityClient {
+protected:
+    SecurityClientRefused() {
+        process.trust(SecuredProcess::asServer(process.own));
+        reply.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    }
+
+    bool waitForRefusal() {
+        return standIn.journal().waitFor("warning: Security: Refused the untrusted key " + process.own.publicKey);
+    }
+
+    std::string request(unsigned int attempts) {
+        Text question;
+        question.set_text("question");
+        Text answer;
+        requester.request(question, answer, milliseconds(300), attempts);
+        return answer.text();
+    }
+
+    Socket reply{"server", ClosePolicy::DropPending};
+    Requester requester{"requester", endpoint};
+};
+
+} // namespace
+
+TEST_F(SecurityClient, TalksToTrustedServer) {
+    CurvePeer peer(ZMQ_REP);
+    peer.serveWith(server).bind(endpoint);
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    sendText(client, "question");
+    EXPECT_EQ("question", peer.receive());
+    peer.send("answer");
+    EXPECT_EQ("answer", receiveText(client));
+}
+
+TEST_F(SecurityClient, SubscribesToServersWithTheirKeys) {
+    const SocketEndpoint second = freshEndpoint(Transport::Tcp);
+    const KeyPair other = generateKeyPair();
+    process.trust(SecuredProcess::asServer(server) + other.publicKey +
+                  " tcp://127.0.0.1:" + std::to_string(second.port) + "\n");
+    CurvePeer publisher(ZMQ_PUB);
+    publisher.serveWith(server).bind(endpoint);
+    CurvePeer otherPublisher(ZMQ_PUB);
+    otherPublisher.serveWith(other).bind(second);
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Sub, endpoint, patienceMs);
+    client.connect(second, patienceMs);
+    std::string error;
+    std::string heard;
+    while (heard.find("one") == std::string::npos || heard.find("two") == std::string::npos) {
+        publisher.send("one");
+        otherPublisher.send("two");
+        while (client.poll(10, error) == socket::PollResult::Input) {
+            heard += receiveText(client);
+        }
+    }
+}
+
+TEST_F(SecurityClient, SendsNothingToFalseServer) {
+    CurvePeer peer(ZMQ_REP);
+    peer.serveWith(generateKeyPair()).bind(endpoint);
+    expectSilence(peer);
+}
+
+TEST_F(SecurityClient, SendsNothingToPlainServer) {
+    CurvePeer peer(ZMQ_REP);
+    peer.bind(endpoint);
+    expectSilence(peer);
+}
+
+TEST_F(SecurityClient, SendsNothingInPlain) {
+    const std::string question(100, 'q');
+    const std::string answer(100, 'a');
+    CurvePeer peer(ZMQ_REP);
+    peer.serveWith(server).bind(endpoint);
+    const RecordingProxy proxy(endpoint.port);
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Req, proxy.endpoint(), patienceMs);
+    sendText(client, question);
+    EXPECT_EQ(question, peer.receive());
+    peer.send(answer);
+    EXPECT_EQ(answer, receiveText(client));
+    EXPECT_LT(400U, proxy.bytes().size());
+    EXPECT_THAT(proxy.bytes(), Not(HasSubstr("qqqqqqqq")));
+    EXPECT_THAT(proxy.bytes(), Not(HasSubstr("aaaaaaaa")));
+}
+
+TEST_F(SecurityClient, RefusesServersWithoutKey) {
+    const std::string port = std::to_string(endpoint.port);
+    EXPECT_EQ("Socket: No trusted key for tcp://localhost:" + port + " on [Socket client]",
+              refusalOf({Transport::Tcp, "localhost", endpoint.port}));
+    process.trust(server.publicKey + " tcp://localhost:0" + port + "\n");
+    EXPECT_EQ("", refusalOf({Transport::Tcp, "localhost", endpoint.port}));
+    EXPECT_EQ("Socket: No trusted key for tcp://localhost:1 on [Socket client]",
+              refusalOf({Transport::Tcp, "localhost", 1}));
+}
+
+TEST_F(SecurityClient, PrefersTheKeyForThePort) {
+    process.trust(generateKeyPair().publicKey + " tcp://127.0.0.1:*\n" + server.publicKey +
+                  " tcp://127.0.0.1:" + std::to_string(endpoint.port) + "\n");
+    CurvePeer peer(ZMQ_REP);
+    peer.serveWith(server).bind(endpoint);
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    sendText(client, "question");
+    EXPECT_EQ("question", peer.receive());
+}
+
+TEST_F(SecurityClient, ConnectsInPlainBehindTcp) {
+    const SocketEndpoint ipc = freshEndpoint(Transport::Ipc);
+    CurvePeer peer(ZMQ_PUB);
+    peer.bind(ipc);
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Sub, endpoint, 0);
+    client.connect(ipc, patienceMs);
+    std::string error;
+    while (client.poll(10, error) != socket::PollResult::Input) {
+        peer.send("news");
+    }
+    EXPECT_EQ("news", receiveText(client));
+}
+
+TEST_F(SecurityClient, HearsThePublisherThatReplacesPlain) {
+    Network::setSilenceLimit(1);
+    RecordingListener listener(Protocol::Sub);
+    {
+        CurvePeer plain(ZMQ_PUB);
+        CurvePeer::Monitor refusal(plain, ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL |
+                                              ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL);
+        plain.bind(endpoint);
+        listener.serve(endpoint);
+        ASSERT_TRUE(refusal.waitForEvent());
+    }
+    CurvePeer peer(ZMQ_PUB);
+    peer.serveWith(server).bind(endpoint);
+    Text news;
+    news.set_text("news");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (listener.texts().empty() && std::chrono::steady_clock::now() < deadline) {
+        peer.send(news.SerializeAsString());
+        peer.hasInputWithin(10);
+    }
+    EXPECT_FALSE(listener.texts().empty());
+    std::string error;
+    listener.stop(error);
+    Network::setSilenceLimit(0);
+}
+
+TEST_F(SecurityClientRefused, TimesOutInAFirstSendAfterwards) {
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Req, endpoint, 300);
+    ASSERT_TRUE(waitForRefusal());
+    sendText(client, "question");
+    EXPECT_EQ("Receive error: Resource temporarily unavailable on [Socket client]",
+              textThrownBy<TimeoutException>([&] { receiveText(client); }));
+}
+
+TEST_F(SecurityClientRefused, TimesOutAsARequester) {
+    EXPECT_EQ("[Socket requester]: No reply from " + endpoint.toString(Protocol::Req) +
+                  " within 300 ms, attempts made: 3",
+              textThrownBy<TimeoutException>([&] { request(3); }));
+    std::string error;
+    EXPECT_EQ(socket::PollResult::Timeout, reply.poll(0, error));
+}
+
+TEST_F(SecurityClientRefused, IsServedOnceTrusted) {
+    textThrownBy<TimeoutException>([&] { request(1); });
+    process.trust(process.itself());
+    reply.close();
+    RecordingListener listener(Protocol::Rep);
+    listener.serve(endpoint);
+    EXPECT_EQ("question", request(20));
+}
+
+} // namespace rk::tests
