@@ -51,9 +51,10 @@ std::string lineOf(const Parts&... parts) {
     return line.str();
 }
 
-/// By what a test names the function. A fault can be set for one option: "zmq_setsockopt OPTION".
+/// By what a test names the function. A fault is set for one option: "zmq_setsockopt OPTION", "zmq_getsockopt OPTION".
 std::string keyOf(const Call& call) {
-    return call.function == Function::ZmqSetsockopt ? lineOf(call.name(), " ", call.number) : call.name();
+    const bool hasOption = call.function == Function::ZmqSetsockopt || call.function == Function::ZmqGetsockopt;
+    return hasOption ? lineOf(call.name(), " ", call.number) : call.name();
 }
 
 std::string optionValue(const Call& call) {

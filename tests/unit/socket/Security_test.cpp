@@ -1,20 +1,127 @@
+#include "support/Endpoints.h"
 #include "support/Errors.h"
 #include "support/KeyFiles.h"
+#include "support/SecuredProcess.h"
+#include "support/StandIn.h"
 
+#include <rk/socket/Network.h>
 #include <rk/socket/Security.h>
+#include <rk/socket/Socket.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <zmq.h>
 
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <iostream>
+#include <limits>
+#include <new>
+#include <ostream>
+#include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
+using socket::Socket;
+using socket::SocketEndpoint;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace Network = socket::Network;
+namespace Protocol = socket::Protocol;
 namespace Security = socket::Security;
+namespace Transport = socket::Transport;
+using Lines = std::vector<std::string>;
 using Security::KeyPair;
+
+constexpr int enforceDomain = 93; // ZMQ_ZAP_ENFORCE_DOMAIN, which zmq.h hides
+
+std::string setting(int option, const std::string& value, std::size_t size) {
+    return "zmq_setsockopt " + std::to_string(option) + " = " + value + " (" + std::to_string(size) + " bytes)";
+}
+
+std::string setting(int option, int value) {
+    return setting(option, std::to_string(value), sizeof value);
+}
+
+std::string sizeLimit(std::int64_t bytes) {
+    return setting(ZMQ_MAXMSGSIZE, std::to_string(bytes), sizeof bytes);
+}
+
+/// The options that sockets get for their endpoints.
+class SecurityOptions : public testing::Test {
+protected:
+    ~SecurityOptions() override { Network::setMaxMessageSize(-1); }
+
+    /// The options of an endpoint that a socket connects.
+    Lines optionsOf(Protocol::Protocol protocol, Transport::Transport transport) {
+        Socket socket("part", ClosePolicy::DropPending);
+        socket.create(protocol);
+        standIn.journal().clear();
+        socket.connect(freshEndpoint(transport), 0);
+        Lines lines;
+        for (const std::string& line : standIn.journal().linesWith("zmq_setsockopt")) {
+            if (line.find(setting(ZMQ_LINGER, 0)) != 0 && line.find("zmq_setsockopt 6 ") != 0) {
+                lines.push_back(line);
+            }
+        }
+        return lines;
+    }
+
+    Lines serverOptions(std::int64_t limit) const {
+        return {sizeLimit(limit),
+                setting(ZMQ_CURVE_SECRETKEY, process.own.secretKey, 40),
+                setting(ZMQ_CURVE_SERVER, 1),
+                setting(ZMQ_ZAP_DOMAIN, "rk-socket", 9),
+                setting(enforceDomain, 1),
+                setting(ZMQ_HANDSHAKE_IVL, 5000)};
+    }
+
+    StandIn standIn;
+    SecuredProcess process;
+};
+
+/// What fails in `connect`, and the text that it throws.
+struct Failure {
+    const char* name;
+    Protocol::Protocol protocol;
+    int option;
+    std::string text;
+};
+
+void PrintTo(const Failure& failure, std::ostream* stream) {
+    *stream << failure.name;
+}
+
+class SecurityRefusal : public SecurityOptions, public testing::WithParamInterface<Failure> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, SecurityRefusal,
+    testing::Values(Failure{"SecretKey", Protocol::Rep, ZMQ_CURVE_SECRETKEY, "ZMQ_CURVE_SECRETKEY"},
+                    Failure{"Server", Protocol::Rep, ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER"},
+                    Failure{"Domain", Protocol::Pub, ZMQ_ZAP_DOMAIN, "ZMQ_ZAP_DOMAIN"},
+                    Failure{"Enforce", Protocol::Pub, enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN"},
+                    Failure{"Handshake", Protocol::Pub, ZMQ_HANDSHAKE_IVL, "ZMQ_HANDSHAKE_IVL"},
+                    Failure{"ServerKey", Protocol::Req, ZMQ_CURVE_SERVERKEY, "ZMQ_CURVE_SERVERKEY"},
+                    Failure{"PublicKey", Protocol::Sub, ZMQ_CURVE_PUBLICKEY, "ZMQ_CURVE_PUBLICKEY"}),
+    [](const auto& tested) { return tested.param.name; });
+
+class SecurityLoss : public SecurityRefusal {};
+
+INSTANTIATE_TEST_SUITE_P(Of, SecurityLoss,
+                         testing::Values(Failure{"Server", Protocol::Rep, ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER"},
+                                         Failure{"Enforce", Protocol::Pub, enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN"},
+                                         Failure{"Domain", Protocol::Rep, ZMQ_ZAP_DOMAIN, "ZMQ_ZAP_DOMAIN"},
+                                         Failure{"Mechanism", Protocol::Req, ZMQ_MECHANISM, "ZMQ_MECHANISM"}),
+                         [](const auto& tested) { return tested.param.name; });
 
 } // namespace
 
@@ -36,6 +143,102 @@ TEST(Security, WipesItsSecretKey) {
     keys->secretKey = "short"; // lies in the object itself
     keys->~KeyPair();
     EXPECT_EQ(nullptr, memmem(storage, sizeof storage, "short", 5));
+}
+
+TEST(SecurityDeathTest, IsRefusedAfterPlainTcp) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto enable = [] {
+        Socket socket("plain", ClosePolicy::DropPending);
+        socket.createAndConnect(Protocol::Req, freshEndpoint(Transport::Tcp), 0);
+        std::cerr << textThrownBy<std::logic_error>([] { SecuredProcess(); }) << "\n";
+        std::_Exit(socket.isOpen() ? 0 : 1);
+    };
+    EXPECT_EXIT(enable(), testing::ExitedWithCode(0),
+                "Security: Cannot be enabled after a TCP endpoint was connected in plain");
+}
+
+TEST(SecurityDeathTest, IsEnabledAfterIpcAndInproc) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto enable = [] {
+        Socket socket("plain", ClosePolicy::DropPending);
+        socket.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Ipc), 0);
+        socket.connect(freshEndpoint(Transport::Inproc), 0);
+        SecuredProcess();
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(enable(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(SecurityOptions, EncryptServers) {
+    const std::int64_t limit = 16 * 1024 * 1024 + 33;
+    EXPECT_THAT(optionsOf(Protocol::Rep, Transport::Tcp), ElementsAreArray(serverOptions(limit)));
+    EXPECT_THAT(optionsOf(Protocol::Pub, Transport::Tcp), ElementsAreArray(serverOptions(limit)));
+}
+
+TEST_F(SecurityOptions, EncryptClients) {
+    for (const Protocol::Protocol protocol : {Protocol::Req, Protocol::Sub}) {
+        EXPECT_THAT(optionsOf(protocol, Transport::Tcp),
+                    ElementsAre(setting(ZMQ_CURVE_SERVERKEY, process.own.publicKey, 40),
+                                setting(ZMQ_CURVE_PUBLICKEY, process.own.publicKey, 40),
+                                setting(ZMQ_CURVE_SECRETKEY, process.own.secretKey, 40)));
+    }
+}
+
+TEST_F(SecurityOptions, LeaveOthersPlain) {
+    for (const Transport::Transport transport : {Transport::Ipc, Transport::Inproc}) {
+        EXPECT_THAT(optionsOf(Protocol::Rep, transport),
+                    ElementsAre(sizeLimit(-1), setting(ZMQ_CURVE_SERVER, 0),
+                                setting(ZMQ_ZAP_DOMAIN, "rk-socket-plain", 15), setting(enforceDomain, 0)));
+        EXPECT_THAT(optionsOf(Protocol::Sub, transport), ElementsAre(setting(ZMQ_CURVE_SERVER, 0)));
+    }
+}
+
+TEST_F(SecurityOptions, AddWhatEncryptionAdds) {
+    for (const auto& [size, limit] :
+         {std::pair<std::int64_t, std::int64_t>{5000, 5033},
+          {992, 1025},
+          {991, 1024},
+          {1, 1024},
+          {-1, -1},
+          {std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::max()}}) {
+        Network::setMaxMessageSize(size);
+        EXPECT_EQ(sizeLimit(limit), optionsOf(Protocol::Rep, Transport::Tcp).front());
+    }
+    Network::setMaxMessageSize(5000);
+    EXPECT_EQ(sizeLimit(5000), optionsOf(Protocol::Rep, Transport::Ipc).front());
+}
+
+TEST_P(SecurityRefusal, ClosesTheSocket) {
+    standIn.fail("zmq_setsockopt " + std::to_string(GetParam().option), EINVAL);
+    Socket socket("part", ClosePolicy::DropPending);
+    EXPECT_EQ("Socket: Error setting " + GetParam().text + " Invalid argument on [Socket part]",
+              textThrownBy([&] { socket.createAndConnect(GetParam().protocol, freshEndpoint(Transport::Tcp), 0); }));
+    EXPECT_FALSE(socket.isOpen());
+}
+
+TEST_P(SecurityLoss, ClosesTheSocket) {
+    const std::string function = "zmq_getsockopt " + std::to_string(GetParam().option);
+    for (const bool fails : {false, true}) {
+        Socket socket("part", ClosePolicy::DropPending);
+        socket.create(GetParam().protocol);
+        if (fails) {
+            standIn.fail(function, EINVAL);
+        } else {
+            standIn.answer(function, 0); // without a value
+        }
+        EXPECT_EQ("Socket: ZeroMQ has not kept " + GetParam().text + " on [Socket part]",
+                  textThrownBy([&] { socket.connect(freshEndpoint(Transport::Tcp), 0); }));
+        EXPECT_FALSE(socket.isOpen());
+    }
+}
+
+TEST_F(SecurityOptions, StayWhenEnableFails) {
+    const std::string path = process.files.write("other", KeyPair{"no key", ""});
+    EXPECT_EQ("Security: " + path + ":1: not a key",
+              textThrownBy([&] { Security::enable(path, process.files.pathOf("trusted")); }));
+    EXPECT_EQ("Security: " + path + ":1: not a key",
+              textThrownBy([&] { Security::enable(process.files.pathOf("keys"), path); }));
+    EXPECT_EQ(setting(ZMQ_CURVE_PUBLICKEY, process.own.publicKey, 40), optionsOf(Protocol::Req, Transport::Tcp)[1]);
 }
 
 } // namespace rk::tests
