@@ -48,7 +48,9 @@ public:
         EXPECT_EQ(static_cast<int>(text.size()), zmq_send(handle.get(), text.data(), text.size(), flags));
     }
 
-    /// Receives a message of at most 256 bytes.
+    bool hasMore() { return optionOf(handle.get(), ZMQ_RCVMORE) != 0; }
+
+    /// Receives a frame of at most 256 bytes.
     std::string receive() {
         char buffer[256];
         const int size = zmq_recv(handle.get(), buffer, sizeof buffer, 0);

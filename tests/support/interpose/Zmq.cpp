@@ -112,4 +112,18 @@ int zmq_poll(zmq_pollitem_t* items, int count, long timeout) {
     return static_cast<int>(perform(call, Real(go)));
 }
 
+int zmq_curve_keypair(char* publicKey, char* secretKey) {
+    static auto* const real = next<decltype(zmq_curve_keypair)>("zmq_curve_keypair");
+    Call call{Function::ZmqCurveKeypair, __builtin_return_address(0)};
+    const auto go = [&] { return real(publicKey, secretKey); };
+    return static_cast<int>(perform(call, Real(go)));
+}
+
+int zmq_curve_public(char* publicKey, const char* secretKey) {
+    static auto* const real = next<decltype(zmq_curve_public)>("zmq_curve_public");
+    Call call{Function::ZmqCurvePublic, __builtin_return_address(0)};
+    const auto go = [&] { return real(publicKey, secretKey); };
+    return static_cast<int>(perform(call, Real(go)));
+}
+
 } // extern "C"

@@ -137,6 +137,13 @@ TEST(Security, GeneratesAnotherPairEachTime) {
     EXPECT_NE(Security::generateKeyPair().secretKey, Security::generateKeyPair().secretKey);
 }
 
+TEST(Security, GeneratesNothingWithoutCurve) {
+    StandIn standIn;
+    standIn.fail("zmq_curve_keypair", ENOTSUP);
+    EXPECT_EQ("Security: Cannot generate keys: Operation not supported",
+              textThrownBy([] { Security::generateKeyPair(); }));
+}
+
 TEST(Security, WipesItsSecretKey) {
     alignas(KeyPair) unsigned char storage[sizeof(KeyPair)];
     auto* const keys = new (storage) KeyPair();

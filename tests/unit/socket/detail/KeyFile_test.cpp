@@ -224,6 +224,13 @@ TEST_F(KeyFile, IsRefusedWhenItCannotBeRead) {
     }
 }
 
+TEST_F(KeyFile, IsRefusedWithoutCurve) {
+    files.write("keys", keys);
+    StandIn standIn;
+    standIn.fail("zmq_curve_public", ENOTSUP);
+    EXPECT_EQ("Security: " + path + ":2: the secret key does not belong to the public key", readRefusal(path));
+}
+
 TEST_F(KeyFile, IsReadInPieces) {
     files.write("keys", keys);
     StandIn standIn;

@@ -1,0 +1,321 @@
+#include "support/CurvePeer.h"
+#include "support/Endpoints.h"
+#include "support/Errors.h"
+#include "support/NativeSocket.h"
+#include "support/Patterns.h"
+#include "support/SecuredProcess.h"
+#include "support/StandIn.h"
+#include "support/SteadyClock.h"
+#include "support/Texts.h"
+#include "support/ThreadFault.h"
+
+#include <rk/socket/Security.h>
+#include <rk/socket/Socket.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using socket::Security::generateKeyPair;
+using socket::Security::KeyPair;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Frames = std::vector<std::string>;
+namespace ClosePolicy = socket::ClosePolicy;
+namespace PollResult = socket::PollResult;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+const SocketEndpoint authenticator(Transport::Inproc, "zeromq.zap.01", 0);
+const std::string rcvMore = "zmq_getsockopt " + std::to_string(ZMQ_RCVMORE);
+const std::string refused = "warning: Security: Refused ";
+
+std::string bytesOf(const std::string& key) {
+    std::array<std::uint8_t, 32> bytes{};
+    EXPECT_NE(nullptr, zmq_z85_decode(bytes.data(), key.c_str()));
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+/// Asks the authenticator as 0MQ does.
+class Authenticator : public testing::Test {
+protected:
+    Authenticator() {
+        server.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Tcp), patienceMs);
+        asker.connect(authenticator);
+        SteadyClock().advance(std::chrono::minutes(1)); // an address has one line a minute
+        standIn.journal().clear();
+    }
+
+    Frames ask(const Frames& frames) {
+        for (const std::string& frame : frames) {
+            asker.send(frame, &frame == &frames.back() ? 0 : ZMQ_SNDMORE);
+        }
+        Frames reply;
+        do {
+            reply.push_back(asker.receive());
+        } while (asker.hasMore());
+        return reply;
+    }
+
+    static Frames requestOf(const std::string& clientKey, const std::string& address) {
+        return {"1.0", "id", "rk-socket", address, "", "CURVE", clientKey};
+    }
+
+    /// The status for a client with this key at this address.
+    std::string statusOf(const std::string& clientKey, const std::string& address = "10.0.0.1") {
+        return ask(requestOf(clientKey, address)).at(2);
+    }
+
+    /// What the authenticator has logged, in order, once `count` lines are there.
+    Frames waitForLines(std::size_t count) {
+        EXPECT_TRUE(standIn.journal().waitFor(refused, count));
+        return standIn.journal().linesWith(refused);
+    }
+
+    static std::string lineOf(const KeyPair& keys, const std::string& address) {
+        return refused + "the untrusted key " + keys.publicKey + " of " + address;
+    }
+
+    static Frames refusal(const std::string& id = "id") { return {"1.0", id, "300", "", "", ""}; }
+
+    StandIn standIn;
+    SecuredProcess process;
+    Socket server{"server", ClosePolicy::DropPending};
+    NativeSocket asker{Protocol::Req};
+    const KeyPair untrusted = generateKeyPair();
+    const std::string key = bytesOf(untrusted.publicKey);
+};
+
+/// The same for its lines, once those of former tests are written.
+class RefusalLog : public Authenticator {
+protected:
+    RefusalLog() {
+        for (const std::string address : {"before", "and after a total"}) {
+            statusOf(key, address);
+            EXPECT_TRUE(standIn.journal().waitFor(lineOf(untrusted, address)));
+        }
+        standIn.journal().clear();
+    }
+};
+
+/// Each needs a process whose authenticator has not started. `connect` fails first, and succeeds then.
+template <class Fault>
+[[noreturn]] void startAfter(const Fault& fault) {
+    StandIn standIn;
+    const SecuredProcess process;
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    Socket server("server", ClosePolicy::DropPending);
+    server.create(Protocol::Rep);
+    std::cerr << textThrownBy([&] { fault(standIn, [&] { server.connect(endpoint, 0); }); });
+    server.createAndConnect(Protocol::Rep, endpoint, 0);
+    CurvePeer peer(ZMQ_REQ);
+    peer.trustServer(process.own.publicKey, process.own).connect(endpoint).send("question");
+    std::cerr << ", then " << receiveText(server) << "\n";
+    std::_Exit(0);
+}
+
+/// Connects a trusted client to `server`, and ends the process with 0 if the client is not admitted.
+[[noreturn]] void expectNobody(const SecuredProcess& process, Socket& server, const SocketEndpoint& endpoint) {
+    CurvePeer peer(ZMQ_REQ);
+    CurvePeer::Monitor end(peer, ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
+                                     ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH);
+    peer.trustServer(process.own.publicKey, process.own).connect(endpoint).send("question");
+    std::string error;
+    const bool ended = end.waitForEvent();
+    std::_Exit(ended && server.poll(0, error) == PollResult::Timeout ? 0 : 1);
+}
+
+[[noreturn]] void serveWithoutAuthenticator() {
+    StandIn standIn;
+    const SecuredProcess process;
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    Socket server("server", ClosePolicy::DropPending);
+    standIn.answer("zmq_bind", 0); // of the authenticator's name
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    expectNobody(process, server, endpoint);
+}
+
+[[noreturn]] void serveAfterTheAuthenticator(const std::string& function) {
+    StandIn standIn;
+    const SecuredProcess process;
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    Socket server("server", ClosePolicy::DropPending);
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    standIn.fail(function, ENOTSOCK);
+    NativeSocket asker(Protocol::Req);
+    asker.connect(authenticator);
+    asker.send("request");
+    if (!standIn.journal().waitFor("warning: Security: Cannot authenticate clients any more: Socket operation on "
+                                   "non-socket")) {
+        std::_Exit(2);
+    }
+    expectNobody(process, server, endpoint);
+}
+
+class AuthenticatorDeathTest : public testing::Test {
+protected:
+    AuthenticatorDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+} // namespace
+
+TEST_F(Authenticator, AdmitsTrustedClients) {
+    EXPECT_EQ((Frames{"1.0", "id", "200", "", "", ""}), ask(requestOf(bytesOf(process.own.publicKey), "10.0.0.1")));
+}
+
+TEST_F(Authenticator, RefusesOtherClients) {
+    EXPECT_EQ(refusal(), ask(requestOf(key, "10.0.0.1")));
+    EXPECT_THAT(waitForLines(1), ElementsAre(lineOf(untrusted, "10.0.0.1")));
+}
+
+TEST_F(Authenticator, RefusesWhatIsNoKey) {
+    const std::string trusted = bytesOf(process.own.publicKey);
+    EXPECT_EQ("300", statusOf(""));
+    EXPECT_EQ("300", statusOf(trusted.substr(1)));
+    EXPECT_EQ("300", statusOf(trusted + "x"));
+    EXPECT_EQ("300", statusOf(std::string(300, 'x')));
+}
+
+TEST_F(Authenticator, RefusesOtherMechanisms) {
+    const std::string trusted = bytesOf(process.own.publicKey);
+    EXPECT_EQ(refusal(), ask({"1.0", "id", "rk-socket", "10.0.0.1", "", "PLAIN", trusted}));
+    EXPECT_EQ(refusal(), ask({"1.0", "id", "rk-socket", "10.0.0.1", "", "NULL"}));
+    EXPECT_EQ("200", ask({"1.0", "id", "rk-socket-plain", "localhost", "", "NULL"}).at(2));
+}
+
+TEST_F(Authenticator, RefusesIncompleteRequests) {
+    EXPECT_EQ(refusal(""), ask({""}));
+    EXPECT_EQ(refusal("x"), ask({"1.0", "x"}));
+    EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey)));
+    EXPECT_EQ(refusal(), ask({"1.0", "id", "rk-socket", "10.0.0.1", "", "CURVE"})); // without the last request's key
+}
+
+TEST_F(Authenticator, CutsWhatIsTooMuch) {
+    Frames request = requestOf(bytesOf(process.own.publicKey), "10.0.0.1");
+    request[1] = std::string(300, 'i');
+    request.resize(20, std::string(300, 'x'));
+    EXPECT_EQ((Frames{"1.0", std::string(256, 'i'), "200", "", "", ""}), ask(request));
+}
+
+TEST_F(Authenticator, GoesOnWhenInterrupted) {
+    for (const std::string& function : {std::string("zmq_recv"), std::string("zmq_send"), rcvMore}) {
+        standIn.fail(function, EINTR);
+        EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey))) << function;
+    }
+}
+
+TEST_F(Authenticator, KeepsNobodyWaitingForTheLogger) {
+    std::promise<void> released;
+    standIn.after("warning", [&, once = released.get_future().share()] { once.wait(); });
+    ASSERT_EQ("300", statusOf(key));
+    waitForLines(1);
+    EXPECT_EQ("300", statusOf(key));
+    EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey)));
+    released.set_value();
+}
+
+TEST_F(RefusalLog, HasOneLinePerAddressAndMinute) {
+    const KeyPair other = generateKeyPair();
+    statusOf(key, "10.0.0.1");
+    statusOf(bytesOf(other.publicKey), "10.0.0.1");
+    statusOf(key, "10.0.0.2");
+    EXPECT_THAT(waitForLines(2), ElementsAre(lineOf(untrusted, "10.0.0.1"), lineOf(untrusted, "10.0.0.2")));
+    SteadyClock().advance(std::chrono::seconds(61));
+    statusOf(bytesOf(other.publicKey), "10.0.0.1");
+    EXPECT_EQ(lineOf(other, "10.0.0.1"), waitForLines(3).at(2));
+    EXPECT_EQ(refused + "1 more connections", waitForLines(4).at(3));
+}
+
+TEST_F(RefusalLog, CountsWhatItDoesNotLog) {
+    for (int address = 0; address < 70; ++address) {
+        statusOf(key, std::to_string(address));
+    }
+    EXPECT_EQ(lineOf(untrusted, "61"), waitForLines(62).at(61));
+    SteadyClock().advance(std::chrono::seconds(61));
+    statusOf(key, "70");
+    EXPECT_EQ(lineOf(untrusted, "70"), waitForLines(63).at(62));
+    EXPECT_EQ(refused + "8 more connections", waitForLines(64).at(63));
+    EXPECT_EQ(64U, standIn.journal().count("warning: "));
+}
+
+TEST_F(RefusalLog, CountsWhatASlowLoggerMisses) {
+    std::promise<void> released;
+    standIn.after("warning", [&, once = released.get_future().share()] { once.wait(); });
+    statusOf(key, "the first");
+    waitForLines(1);
+    for (int address = 0; address < 100; ++address) {
+        statusOf(key, std::to_string(address));
+    }
+    released.set_value();
+    EXPECT_EQ(lineOf(untrusted, "60"), waitForLines(62).at(61));
+    SteadyClock().advance(std::chrono::seconds(61));
+    statusOf(key, "the last");
+    EXPECT_EQ(lineOf(untrusted, "the last"), waitForLines(63).at(62));
+    EXPECT_EQ(refused + "39 more connections", waitForLines(64).at(63));
+}
+
+TEST_F(AuthenticatorDeathTest, StartsWhenTheNameIsFree) {
+    const auto start = [] {
+        Socket former("former", ClosePolicy::DropPending);
+        former.createAndConnect(Protocol::Rep, authenticator, 0);
+        startAfter([&](StandIn&, const auto& connect) {
+            try {
+                connect();
+            } catch (...) {
+                former.close();
+                throw;
+            }
+        });
+    };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0),
+                "Socket: Cannot authenticate clients: Address already in use on \\[Socket server\\], then question");
+}
+
+TEST_F(AuthenticatorDeathTest, StartsWhenThereIsASocket) {
+    EXPECT_EXIT(startAfter([](StandIn& standIn, const auto& connect) {
+                    standIn.fail("zmq_socket", EMFILE);
+                    connect();
+                }),
+                testing::ExitedWithCode(0),
+                "Socket: Cannot authenticate clients: Too many open files on \\[Socket server\\], then question");
+}
+
+TEST_F(AuthenticatorDeathTest, StartsWhenThereIsAThread) {
+    EXPECT_EXIT(startAfter([](StandIn&, const auto& connect) {
+                    const ThreadFault fault(EAGAIN);
+                    try {
+                        connect();
+                    } catch (const std::system_error& failure) {
+                        throw std::runtime_error(failure.what());
+                    }
+                }),
+                testing::ExitedWithCode(0), "Resource temporarily unavailable, then question");
+}
+
+TEST_F(AuthenticatorDeathTest, AdmitsNobodyWhenMissing) {
+    EXPECT_EXIT(serveWithoutAuthenticator(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AuthenticatorDeathTest, AdmitsNobodyOnceDead) {
+    EXPECT_EXIT(serveAfterTheAuthenticator("zmq_send"), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(serveAfterTheAuthenticator(rcvMore), testing::ExitedWithCode(0), "");
+}
+
+} // namespace rk::tests
