@@ -1,0 +1,102 @@
+#include "support/CurvePeer.h"
+#include "support/Endpoints.h"
+#include "support/RecordingListener.h"
+#include "support/SecuredProcess.h"
+#include "support/StandIn.h"
+#include "support/messages.pb.h"
+
+#include <rk/socket/Security.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zmq.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <string>
+
+namespace rk::tests {
+
+namespace {
+
+using socket::SocketEndpoint;
+using socket::Security::generateKeyPair;
+using socket::utils::SocketListener;
+using testing::ElementsAre;
+namespace Protocol = socket::Protocol;
+namespace Transport = socket::Transport;
+
+/// A reply listener with an encrypted endpoint, and a stray frame that blocks it in its receive.
+class ListenerSecurity : public testing::Test {
+protected:
+    ListenerSecurity() { stray.set(ZMQ_LINGER, 0); }
+
+    void block() {
+        stray.trustServer(process.own.publicKey, process.own).connect(endpoint).send("x");
+        ASSERT_TRUE(standIn.journal().waitFor("zmq_recv 131072"));
+    }
+
+    void expectStop() {
+        std::string error;
+        auto stop = std::async(std::launch::async, [&] { return listener.SocketListener::stop(error); });
+        const bool inTime = stop.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+        EXPECT_TRUE(inTime);
+        if (!inTime) {
+            std::_Exit(1); // no peer could end the receive either
+        }
+        EXPECT_TRUE(stop.get()) << error;
+    }
+
+    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
+    StandIn standIn;
+    SecuredProcess process;
+    RecordingListener listener{Protocol::Rep};
+    CurvePeer stray{ZMQ_DEALER};
+};
+
+} // namespace
+
+TEST_F(ListenerSecurity, ServesAfterARestart) {
+    listener.serve(endpoint);
+    EXPECT_EQ("first", ask(endpoint, "first"));
+    std::string error;
+    ASSERT_TRUE(listener.stop(error)) << error;
+    ASSERT_TRUE(listener.start(error)) << error;
+    EXPECT_EQ("second", ask(endpoint, "second"));
+    EXPECT_THAT(listener.texts(), ElementsAre("first", "second"));
+}
+
+TEST_F(ListenerSecurity, StopsInAReceive) {
+    listener.serve(endpoint);
+    block();
+    expectStop();
+}
+
+TEST_F(ListenerSecurity, StopsInAReceiveAfterNewKeys) {
+    listener.serve(endpoint);
+    block();
+    process.enable(generateKeyPair(), "");
+    expectStop();
+}
+
+TEST_F(ListenerSecurity, StopsInAReceiveOnIpcToo) {
+    std::string error;
+    ASSERT_TRUE(listener.addListenEndpoint(freshEndpoint(Transport::Ipc).toString(Protocol::Req), error));
+    listener.serve(endpoint);
+    block();
+    standIn.journal().clear();
+    standIn.fail("zmq_connect", EINVAL, 2); // the encrypted one
+    expectStop();
+    EXPECT_EQ(2U, standIn.journal().count("zmq_connect"));
+}
+
+TEST_F(ListenerSecurity, StopsWhenAnOptionFailsAtFirst) {
+    listener.serve(endpoint);
+    block();
+    standIn.fail("zmq_setsockopt " + std::to_string(ZMQ_CURVE_SERVERKEY), EINVAL);
+    expectStop();
+}
+
+} // namespace rk::tests
