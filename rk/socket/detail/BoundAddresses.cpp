@@ -77,7 +77,7 @@ bool BoundAddresses::connect(void* socket) const {
             zmq_setsockopt(socket, ZMQ_IPV6, &on, sizeof on);
         }
         if (address.credentials) {
-            EndpointOptions(socket, "the wake-up call").setForWakeUp(target, *address.credentials);
+            EndpointOptions(socket, "WakeUpCall").setForWakeUp(target, *address.credentials);
         }
         connected = zmq_connect(socket, target.toString(Protocol::Req).c_str()) == 0 || connected;
     }

@@ -16,7 +16,7 @@ constexpr std::string_view anyPort = "*";
 
 /// Takes the next word off `line`.
 std::string takeWord(std::string_view& line) {
-    constexpr std::string_view blanks = " \t";
+    constexpr char blanks[] = {' ', '\t', '\0'};
     line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
     const std::string_view word = line.substr(0, line.find_first_of(blanks));
     line.remove_prefix(word.size());
