@@ -91,7 +91,11 @@ std::string causeOf(const Strike& strike) {
                                                     {ZMQ_TCP_KEEPALIVE_INTVL, " ZMQ_TCP_KEEPALIVE_INTVL"},
                                                     {ZMQ_TCP_KEEPALIVE_CNT, " ZMQ_TCP_KEEPALIVE_CNT"},
                                                     {ZMQ_TCP_MAXRT, " ZMQ_TCP_MAXRT"},
-                                                    {ZMQ_CONNECT_TIMEOUT, " ZMQ_CONNECT_TIMEOUT"}};
+                                                    {ZMQ_CONNECT_TIMEOUT, " ZMQ_CONNECT_TIMEOUT"},
+                                                    {ZMQ_CURVE_SERVER, " ZMQ_CURVE_SERVER"},
+                                                    {ZMQ_CURVE_SERVERKEY, " ZMQ_CURVE_SERVERKEY"},
+                                                    {ZMQ_CURVE_PUBLICKEY, " ZMQ_CURVE_PUBLICKEY"},
+                                                    {ZMQ_CURVE_SECRETKEY, " ZMQ_CURVE_SECRETKEY"}};
     return std::string(entryOf(strike.function).name) +
            (strike.function == Function::ZmqSetsockopt ? options.at(strike.option) : "") +
            (strike.progress.logging  ? " while logging"

@@ -7,6 +7,7 @@ namespace rk::tests {
 // The scenarios, by theme.
 std::vector<Scenario> exchangeScenarios();
 std::vector<Scenario> repairScenarios();
+std::vector<Scenario> securityScenarios();
 std::vector<Scenario> tuningScenarios();
 std::vector<Scenario> valueScenarios();
 std::vector<Scenario> listenerScenarios();

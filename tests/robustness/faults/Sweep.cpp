@@ -80,8 +80,8 @@ struct Tally {
 
 std::vector<Scenario> allScenarios() {
     std::vector<Scenario> all;
-    for (const auto& some :
-         {exchangeScenarios(), repairScenarios(), tuningScenarios(), valueScenarios(), listenerScenarios()}) {
+    for (const auto& some : {exchangeScenarios(), repairScenarios(), securityScenarios(), tuningScenarios(),
+                             valueScenarios(), listenerScenarios()}) {
         all.insert(all.end(), some.begin(), some.end());
     }
     return all;

@@ -1,0 +1,78 @@
+#include "ScenarioList.h"
+#include "Steps.h"
+#include "support/Endpoints.h"
+
+#include <rk/socket/Security.h>
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sys/stat.h>
+
+namespace rk::tests {
+
+namespace {
+
+namespace Protocol = socket::Protocol;
+namespace Security = socket::Security;
+namespace Transport = socket::Transport;
+
+/// The files of a process in a folder, whose path stands in no outcome.
+Step inFolder(const std::string& operation, const std::function<void()>& run) {
+    Step step = call("Security::" + operation, nullptr, run);
+    step.endpoint = temporaryFolder();
+    return step;
+}
+
+Step refused(Step step, const std::string& type, const std::string& text) {
+    step = throwing(std::move(step), text);
+    step.normal.type = type;
+    return step;
+}
+
+/// A client that makes its files, and connects to a server whose key it has, and to one whose key it does not have.
+std::vector<Step> security() {
+    const std::string keyFile = temporaryFolder() + "/keys";
+    const std::string trustFile = temporaryFolder() + "/trusted";
+    const auto endpoint = freshEndpoint(Transport::Tcp);
+    const auto keys = std::make_shared<Security::KeyPair>();
+    const PartyPointer client = party("the one who asks", Protocol::Req);
+    const auto write = [=] {
+        std::remove(keyFile.c_str());
+        Security::writeKeyFile(*keys, keyFile);
+    };
+    const auto enable = [=] {
+        std::ofstream(trustFile) << keys->publicKey << " a client with a long name, and a comment\n"
+                                 << keys->publicKey << " tcp://" << endpoint.address << ":*\n";
+        chmod(trustFile.c_str(), S_IRUSR | S_IWUSR);
+        Security::enable(keyFile, trustFile);
+    };
+    Step other = createAndConnect(client, {Transport::Tcp, "elsewhere", 1}, 0);
+    other = throwing(std::move(other), "Socket: No trusted key for tcp://elsewhere:1 on " + client->header());
+    other.debug.pop_back(); // not connected
+    return {
+        inFolder("generateKeyPair", [=] { *keys = Security::generateKeyPair(); }),
+        refused(inFolder("writeKeyFile", [=] { Security::writeKeyFile({}, "keys"); }), "std::invalid_argument",
+                "Security: Cannot write keys: not a key pair"),
+        inFolder("writeKeyFile", write),
+        refused(inFolder("readKeyFile", [=] { Security::readKeyFile("/dev/null"); }), "std::runtime_error",
+                "Security: Cannot read /dev/null: not a regular file"),
+        inFolder("readKeyFile", [=] { require(Security::readKeyFile(keyFile).secretKey == keys->secretKey, "key"); }),
+        inFolder("enable", enable),
+        inFolder("enable", enable),
+        construct(client),
+        createAndConnect(client, endpoint, 0),
+        close(client),
+        createAndConnect(client, freshEndpoint(Transport::Ipc), 0),
+        close(client),
+        other,
+        destroy(client)};
+}
+
+} // namespace
+
+std::vector<Scenario> securityScenarios() {
+    return {{"security", security, false}};
+}
+
+} // namespace rk::tests
