@@ -46,7 +46,8 @@ std::string scenarioName(const testing::TestParamInfo<std::string>& scenario) {
 INSTANTIATE_TEST_SUITE_P(Of, Exit,
                          testing::Values("one-socket", "listeners-running", "threads-blocked", "static-listener",
                                          "exit-from-another-thread", "late-create", "first-sockets-at-once",
-                                         "inproc-names-meet", "sockets-being-made"),
+                                         "inproc-names-meet", "sockets-being-made", "authenticator-running",
+                                         "encrypted-in-a-child"),
                          scenarioName);
 
 } // namespace
@@ -85,6 +86,23 @@ TEST(ExitOfAProcess, RefusesALateSocket) {
     ASSERT_EQ(5U, result.errorLines.size());
     EXPECT_EQ("Socket: Failed creating socket [Socket late] of type 4: Context was terminated on [Socket late]",
               result.errorLines.back());
+}
+
+TEST(ExitOfAProcess, EndsWhileTheLoggerIsBlocked) {
+    const auto begin = std::chrono::steady_clock::now();
+    const ChildResult result = exitAfter("logger-blocked");
+
+    EXPECT_TRUE(result.ended);
+    EXPECT_EQ(0, result.status);
+    EXPECT_THAT(linesOfContext(result), theFourLines);
+    EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - begin);
+}
+
+TEST(ExitOfAProcess, EndsInAForkedChild) {
+    const ChildResult result = exitAfter("forked");
+
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ(8U, linesOfContext(result).size());
 }
 
 TEST(ExitOfAProcess, EndsWithALostSubscriber) {

@@ -1,6 +1,7 @@
 // A process that ends in the way its argument names, for Exit_test.cpp to watch.
 
 #include "support/Endpoints.h"
+#include "support/SecuredProcess.h"
 #include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
 
@@ -8,6 +9,7 @@
 #include <rk/socket/SocketContext.h>
 #include <rk/socket/ZmqContextTerminationException.h>
 #include <rk/socket/utils/SocketListener.h>
+#include <rk/utils/Log.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -23,6 +25,7 @@
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -39,6 +42,7 @@ using namespace rk::socket;
 
 const SocketEndpoint endpoint(Transport::Inproc, "exit", 0);
 constexpr int none = -1; ///< no descriptor, no port
+std::atomic<bool> blocksWarnings{false};
 
 class SilentListener : public utils::SocketListener {
 public:
@@ -230,6 +234,69 @@ void exitWhileInprocNamesMeet() {
     }
 }
 
+void encrypt() {
+    const rk::tests::SecuredProcess process;
+}
+
+/// A server whose authenticator runs, and a client that it refuses.
+void leaveAnAuthenticatorRunning() {
+    encrypt();
+    static SilentListener* const listener = std::make_unique<SilentListener>(Protocol::Rep, "encrypted").release();
+    const SocketEndpoint address = rk::tests::freshEndpoint(Transport::Tcp);
+    std::string error;
+    if (!listener->addListenEndpoint(address.toString(Protocol::Req), error) || !listener->start(error)) {
+        std::cerr << error << "\n";
+        std::_Exit(3);
+    }
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Req, address, 0);
+    client.send("question");
+}
+
+/// Holds the first warning of the library until the process is gone, as a blocked standard error does.
+std::promise<void>& warned() {
+    static auto* const instance = std::make_unique<std::promise<void>>().release();
+    return *instance;
+}
+
+void exitWhileTheLoggerIsBlocked() {
+    blocksWarnings = true;
+    leaveAnAuthenticatorRunning();
+    const rk::tests::ZmqHandle asker(getSocket(Protocol::Req));
+    const int linger = 0;
+    zmq_setsockopt(asker.get(), ZMQ_LINGER, &linger, sizeof linger);
+    zmq_connect(asker.get(), "inproc://zeromq.zap.01");
+    zmq_send(asker.get(), "no key", 6, 0);
+    warned().get_future().wait();
+}
+
+/// The parent has an authenticator, and a child that exits.
+void forkBesideAnAuthenticator() {
+    leaveAnAuthenticatorRunning();
+    const pid_t child = fork();
+    if (child == 0) {
+        std::exit(0);
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || status != 0) {
+        std::_Exit(4);
+    }
+}
+
+/// Keys are read before a fork, sockets are made after it.
+void encryptInAChild() {
+    encrypt();
+    const pid_t child = fork();
+    if (child == 0) {
+        leaveAnAuthenticatorRunning();
+        std::exit(0);
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || status != 0) {
+        std::_Exit(4);
+    }
+}
+
 int portOf(int descriptor) {
     sockaddr_in address{};
     socklen_t size = sizeof address;
@@ -301,6 +368,15 @@ void loseASubscriber(ClosePolicy::ClosePolicy policy) {
 
 } // namespace
 
+/// Instead of the library's.
+void rk::utils::logWarning(const std::string& text) {
+    if (blocksWarnings) {
+        warned().set_value();
+        std::promise<void>().get_future().wait();
+    }
+    std::cerr << text << "\n";
+}
+
 int close(int descriptor) {
     static auto* const real = reinterpret_cast<decltype(&close)>(dlsym(RTLD_NEXT, "close"));
     lostConnection().beforeClose(descriptor);
@@ -321,6 +397,10 @@ int main(int argumentCount, char** arguments) {
         {"inproc-names-meet", exitWhileInprocNamesMeet},
         {"sockets-being-made", leaveSocketsBeingMade},
         {"first-sockets-at-once", createFromFourThreadsAtOnce},
+        {"authenticator-running", leaveAnAuthenticatorRunning},
+        {"logger-blocked", exitWhileTheLoggerIsBlocked},
+        {"forked", forkBesideAnAuthenticator},
+        {"encrypted-in-a-child", encryptInAChild},
         {"lost-subscriber", [] { loseASubscriber(ClosePolicy::DropPending); }},
         {"lost-subscriber-lingering", [] { loseASubscriber(ClosePolicy::LingerTwoSeconds); }},
     };
