@@ -1,13 +1,12 @@
 #include "support/CurvePeer.h"
 #include "support/Endpoints.h"
 #include "support/Errors.h"
-#include "support/Patterns.h"
 #include "support/RecordingListener.h"
 #include "support/RecordingProxy.h"
 #include "support/SecuredProcess.h"
 #include "support/StandIn.h"
 #include "support/SteadyClock.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/messages.pb.h"
 
 #include <rk/socket/Network.h>

@@ -1,12 +1,11 @@
 #include "support/CurvePeer.h"
 #include "support/Endpoints.h"
 #include "support/Errors.h"
-#include "support/Patterns.h"
 #include "support/RecordingListener.h"
 #include "support/SecuredProcess.h"
 #include "support/StandIn.h"
 #include "support/SteadyClock.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 
 #include <rk/socket/Security.h>
 #include <rk/socket/Socket.h>

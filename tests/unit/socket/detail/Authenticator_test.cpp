@@ -2,11 +2,10 @@
 #include "support/Endpoints.h"
 #include "support/Errors.h"
 #include "support/NativeSocket.h"
-#include "support/Patterns.h"
 #include "support/SecuredProcess.h"
 #include "support/StandIn.h"
 #include "support/SteadyClock.h"
-#include "support/Texts.h"
+#include "support/Test.h"
 #include "support/ThreadFault.h"
 
 #include <rk/socket/Security.h>
