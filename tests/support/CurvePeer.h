@@ -81,7 +81,8 @@ public:
 
         bool waitForEvent() {
             char frame[256];
-            return zmq_recv(pair.get(), frame, sizeof frame, 0) > 0 && zmq_recv(pair.get(), frame, sizeof frame, 0) >= 0;
+            return zmq_recv(pair.get(), frame, sizeof frame, 0) > 0 &&
+                   zmq_recv(pair.get(), frame, sizeof frame, 0) >= 0;
         }
 
     private:

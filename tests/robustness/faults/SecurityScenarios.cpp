@@ -50,6 +50,9 @@ std::vector<Step> security() {
     Step other = createAndConnect(client, {Transport::Tcp, "elsewhere", 1}, 0);
     other = throwing(std::move(other), "Socket: No trusted key for tcp://elsewhere:1 on " + client->header());
     other.debug.pop_back(); // not connected
+    Step reserved = createAndConnect(client, {Transport::Inproc, "zeromq.zap.01", 0}, 0);
+    reserved = throwing(std::move(reserved), "Socket: Cannot use the name of the authenticator on " + client->header());
+    reserved.debug.clear();
     return {
         inFolder("generateKeyPair", [=] { *keys = Security::generateKeyPair(); }),
         refused(inFolder("writeKeyFile", [=] { Security::writeKeyFile({}, "keys"); }), "std::invalid_argument",
