@@ -70,7 +70,7 @@ bool receive(void* socket, Frame& frame) {
 
 /// Receives all frames. What is too long is cut, and what is too much is dropped.
 bool receive(void* socket, Request& request) {
-    Frame surplus;
+    Frame surplus{};
     int more = 1;
     std::size_t size = sizeof more;
     for (std::size_t field = 0; more != 0; ++field) {

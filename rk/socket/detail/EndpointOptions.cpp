@@ -21,7 +21,7 @@ constexpr int enforceDomain = 93;
 constexpr int handshakeMilliseconds = 5000; // a refused client tries again after this time
 
 /// The largest message from a peer that may not have authenticated itself yet, while no limit is set.
-constexpr std::int64_t defaultMessageSize = 16 * 1024 * 1024;
+constexpr std::int64_t defaultMessageSize = 16777216; // 16 MiB
 
 /// The limit for encrypted frames, which also holds for those of the handshake.
 std::int64_t encryptedSize(std::int64_t messageSize) {

@@ -11,7 +11,7 @@ namespace rk::socket::detail {
 
 namespace {
 
-constexpr off_t largestFile = 16 * 1024 * 1024;
+constexpr off_t largestFile = 16777216; // 16 MiB
 
 [[noreturn]] void refuse(const std::string& path, const char* reason) {
     throw std::runtime_error("Security: Cannot read " + path + ": " + reason);
