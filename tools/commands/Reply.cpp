@@ -31,7 +31,7 @@ public:
           context(surroundings.stop),
           wire(context, Pattern::Reply, options.socket.endpoints.front(), options.socket, surroundings.stop,
                complaints),
-          inbox({&wire}, options.inbox, surroundings.stop, complaints),
+          inbox({&wire}, sinks, options.inbox, surroundings.stop, complaints),
           pacer(options.socket.rate, surroundings.stop) {
         sinks.push_back(makePrintingSink(codec, output, complaints));
         wire.open();
@@ -46,7 +46,7 @@ public:
 private:
     ExitStatus serveAll() {
         for (std::uint64_t answered = 0; !options.count || answered < *options.count; ++answered) {
-            const auto event = inbox.next("request", Inbox::Clock::now(), sinks);
+            const auto event = inbox.next("request");
             if (event == Inbox::Event::Stop || event == Inbox::Event::Timeout) {
                 return event == Inbox::Event::Stop ? ExitStatus::Done : ExitStatus::TimedOut;
             }
@@ -57,13 +57,12 @@ private:
 
     /// The reply goes out before anything can fail that has to do with printing what it answers.
     void serve(Inbox::Event event) {
-        const Received request = inbox.message();
         const bool isWhole = event == Inbox::Event::Message;
-        const Parts reply = isWhole ? answer->to(request.parts) : Parts{""};
+        const Parts reply = isWhole ? answer->to(inbox.parts()) : Parts{""};
         wire.send(reply, Inbox::Clock::time_point::max());
         pacer.pauseAfter(reply.back().size());
         if (isWhole) {
-            handOn(request, sinks);
+            inbox.handOn();
         }
         output.flush();
     }
@@ -75,9 +74,9 @@ private:
     std::unique_ptr<Answer> answer;
     Context context;
     Wire wire;
+    MessageSinks sinks;
     Inbox inbox;
     Pacer pacer;
-    MessageSinks sinks;
 };
 
 class Reply : public Command {
@@ -107,6 +106,7 @@ public:
 
     ExitStatus run(const Surroundings& surroundings) override {
         options.socket.maxSize = options.inbox.maxSize;
+        options.inbox.timed = options.envelope.needsTime();
         return Replies(options, surroundings).run();
     }
     bool isEndless() const override { return !options.count; }

@@ -36,7 +36,7 @@ public:
           context(surroundings.stop),
           wire(context, Pattern::Request, options.socket.endpoints.front(), options.socket, surroundings.stop,
                surroundings.complaints),
-          inbox({&wire}, options.inbox, surroundings.stop, surroundings.complaints),
+          inbox({&wire}, sinks, options.inbox, surroundings.stop, surroundings.complaints),
           pacer(options.socket.rate, surroundings.stop) {
         sinks.push_back(makePrintingSink(codec, output, surroundings.complaints));
         wire.open();
@@ -63,7 +63,7 @@ private:
         const auto deadline = options.inbox.timeout ? start + *options.inbox.timeout : Clock::time_point::max();
         const bool handedOver = wire.send(message, deadline);
         ++sent;
-        const auto event = inbox.next("reply", start, sinks);
+        const auto event = inbox.next("reply", start);
         if (event == Inbox::Event::Message || event == Inbox::Event::TooLong) {
             take(start, event);
             pacer.pauseAfter(message.back().size());
@@ -77,7 +77,7 @@ private:
     void take(Clock::time_point start, Inbox::Event event) {
         roundTrips.add(Clock::now() - start);
         if (event == Inbox::Event::Message) {
-            handOn(inbox.message(), sinks);
+            inbox.handOn();
         }
         if (!options.repetition.count) {
             output.flush();
@@ -111,9 +111,9 @@ private:
     Outgoing outgoing;
     Context context;
     Wire wire;
+    MessageSinks sinks;
     Inbox inbox;
     Pacer pacer;
-    MessageSinks sinks;
     RoundTrips roundTrips;
     std::uint64_t sent = 0;
     std::uint64_t unfinished = 0;
@@ -151,6 +151,7 @@ public:
 
     ExitStatus run(const Surroundings& surroundings) override {
         options.socket.maxSize = options.inbox.maxSize;
+        options.inbox.timed = options.envelope.needsTime();
         return Requests(options, surroundings).run();
     }
     bool isEndless() const override { return options.repetition.isEndless(); }

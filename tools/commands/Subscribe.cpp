@@ -28,7 +28,7 @@ public:
           output(surroundings.stop),
           context(surroundings.stop),
           wires(open(pattern, surroundings)),
-          inbox(pointersTo(wires), options.inbox, surroundings.stop, surroundings.complaints) {
+          inbox(pointersTo(wires), sinks, options.inbox, surroundings.stop, surroundings.complaints) {
         addSinks(surroundings);
     }
 
@@ -81,16 +81,13 @@ private:
     }
 
     ExitStatus takeAll() {
-        auto lastArrival = Clock::now();
         for (std::uint64_t taken = 0; !options.count || taken < *options.count; ++taken) {
-            const auto event = inbox.next("message", lastArrival, sinks);
+            const auto event = inbox.next("message");
             if (event == Inbox::Event::Stop || event == Inbox::Event::Timeout) {
                 return event == Inbox::Event::Stop ? ExitStatus::Done : ExitStatus::TimedOut;
             }
-            const Received message = inbox.message();
-            lastArrival = message.arrival;
             if (event == Inbox::Event::Message) {
-                handOn(message, sinks);
+                inbox.handOn();
             }
         }
         return ExitStatus::Done;
@@ -101,8 +98,8 @@ private:
     Context context;
     std::unique_ptr<MessageCodec> codec;
     Wires wires;
-    Inbox inbox;
     MessageSinks sinks;
+    Inbox inbox;
 };
 
 /// `sub` and `pull`.
@@ -136,6 +133,7 @@ public:
 
     ExitStatus run(const Surroundings& surroundings) override {
         options.socket.maxSize = options.inbox.maxSize;
+        options.inbox.timed = options.stats || options.record || options.envelope.needsTime();
         return Subscription(options, pattern, surroundings).run();
     }
     bool isEndless() const override { return !options.count; }

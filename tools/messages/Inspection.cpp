@@ -2,96 +2,167 @@
 
 #include "messages/Protobuf.h"
 #include "messages/Text.h"
+#include "messages/WireFormat.h"
 
-#include <google/protobuf/unknown_field_set.h>
+#include <optional>
+#include <utility>
 
 namespace rk::tools {
 
 namespace {
 
+using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
-using google::protobuf::Message;
-using google::protobuf::Reflection;
-using google::protobuf::UnknownField;
+using google::protobuf::io::CodedInputStream;
 
-bool isUnknownValue(const UnknownField& unknown, const FieldDescriptor& field) {
-    return field.type() == FieldDescriptor::TYPE_ENUM && unknown.type() == UnknownField::TYPE_VARINT;
+WireType encodingOf(const FieldDescriptor& field) {
+    switch (field.type()) {
+    case FieldDescriptor::TYPE_DOUBLE:
+    case FieldDescriptor::TYPE_FIXED64:
+    case FieldDescriptor::TYPE_SFIXED64:
+        return Fixed64;
+    case FieldDescriptor::TYPE_FLOAT:
+    case FieldDescriptor::TYPE_FIXED32:
+    case FieldDescriptor::TYPE_SFIXED32:
+        return Fixed32;
+    case FieldDescriptor::TYPE_STRING:
+    case FieldDescriptor::TYPE_BYTES:
+    case FieldDescriptor::TYPE_MESSAGE:
+        return LengthDelimited;
+    case FieldDescriptor::TYPE_GROUP:
+        return StartGroup;
+    default:
+        return Varint;
+    }
 }
 
 class Inspector {
 public:
+    explicit Inspector(std::string_view block) : stream(streamOf(block)) {}
+
     Inspection result;
 
-    void inspect(Message& message) {
-        const Reflection& reflection = *message.GetReflection();
-        inspectUnknown(reflection.GetUnknownFields(message), *message.GetDescriptor());
-        std::vector<const FieldDescriptor*> fields;
-        reflection.ListFields(message, &fields);
-        for (const FieldDescriptor* field : fields) {
-            if (field->cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE) {
-                inspectMessages(message, *field);
-            } else if (field->type() == FieldDescriptor::TYPE_STRING) {
-                inspectStrings(message, *field);
+    /// The fields up to the end of the stream, or of its limit, or of the group that begins with `start`. False if they
+    /// are not well-formed. `type` is null in an unknown group.
+    bool inspectFields(const Descriptor* type, std::uint32_t start = 0) {
+        std::uint32_t tag = 0;
+        ++depth;
+        while ((tag = stream.ReadTag()) != 0 && wireTypeOf(tag) != EndGroup) {
+            if (fieldNumberOf(tag) == 0 || depth > deepestNesting || !inspectField(type, tag)) {
+                return false;
             }
         }
+        --depth;
+        return start == 0 ? tag == 0 && stream.ConsumedEntireMessage() : tag == withWireType(start, EndGroup);
     }
 
 private:
-    void inspectUnknown(const google::protobuf::UnknownFieldSet& unknown, const google::protobuf::Descriptor& type) {
-        for (int index = 0; index < unknown.field_count(); ++index) {
-            const int number = unknown.field(index).number();
-            const FieldDescriptor* const field = type.FindFieldByNumber(number);
-            if (field == nullptr) {
-                result.unknownFields[fullNameOf(&type)].insert(number);
-            } else if (isUnknownValue(unknown.field(index), *field)) {
-                const auto value = static_cast<std::int64_t>(unknown.field(index).varint());
-                result.mismatches.insert(std::to_string(value) + " is no value of " + fullNameOf(field) +
-                                         ": is the schema up to date?");
-            } else {
-                result.mismatches.insert(fullNameOf(field) + " is not encoded as " + field->type_name() +
-                                         ": is it the right type?");
+    bool inspectField(const Descriptor* type, std::uint32_t tag) {
+        const FieldDescriptor* const field = fieldOf(type, fieldNumberOf(tag));
+        if (field == nullptr) {
+            if (type != nullptr) {
+                result.unknownFields[fullNameOf(type)].insert(fieldNumberOf(tag));
             }
+            return skip(tag);
+        }
+        const WireType expected = encodingOf(*field);
+        if (wireTypeOf(tag) == expected) {
+            return inspectValue(*field, tag);
+        }
+        if (wireTypeOf(tag) == LengthDelimited && field->is_packable()) {
+            return within([&] { return inspectPacked(*field, expected); });
+        }
+        result.mismatches.insert(fullNameOf(field) + " is not encoded as " + field->type_name() +
+                                 ": is it the right type?");
+        return skip(tag);
+    }
+
+    bool skip(std::uint32_t tag) {
+        return wireTypeOf(tag) == StartGroup ? inspectFields(nullptr, tag) : skipValue(stream, wireTypeOf(tag));
+    }
+
+    /// Reads a length, and inspects so many bytes.
+    template <class Inspect>
+    bool within(const Inspect& inspectAll) {
+        const auto bytes = lengthDelimited();
+        if (!bytes) {
+            return false;
+        }
+        const auto limit = stream.PushLimit(static_cast<int>(bytes->size()));
+        const bool isWellFormed = inspectAll();
+        stream.PopLimit(limit);
+        return isWellFormed;
+    }
+
+    /// Reads a length, and returns the bytes behind it, which are not read yet. Nothing if there are fewer.
+    std::optional<std::string_view> lengthDelimited() {
+        int size = 0;
+        const void* bytes = nullptr;
+        int available = 0;
+        if (!stream.ReadVarintSizeAsInt(&size)) {
+            return std::nullopt;
+        }
+        stream.GetDirectBufferPointerInline(&bytes, &available);
+        if (size > available) {
+            return std::nullopt;
+        }
+        return std::string_view(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
+    }
+
+    bool inspectPacked(const FieldDescriptor& field, WireType expected) {
+        while (stream.BytesUntilLimit() > 0) {
+            if (!(field.enum_type() != nullptr ? inspectEnumeration(field) : skipValue(stream, expected))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool inspectValue(const FieldDescriptor& field, std::uint32_t tag) {
+        switch (field.type()) {
+        case FieldDescriptor::TYPE_MESSAGE:
+            return within([&] { return inspectFields(field.message_type()); });
+        case FieldDescriptor::TYPE_GROUP:
+            return inspectFields(field.message_type(), tag);
+        case FieldDescriptor::TYPE_STRING:
+            return inspectString(field);
+        case FieldDescriptor::TYPE_ENUM:
+            return inspectEnumeration(field);
+        default:
+            return skipValue(stream, wireTypeOf(tag));
         }
     }
 
-    void inspectMessages(Message& message, const FieldDescriptor& field) {
-        const Reflection& reflection = *message.GetReflection();
-        if (!field.is_repeated()) {
-            inspect(*reflection.MutableMessage(&message, &field));
-            return;
-        }
-        for (int index = 0; index < reflection.FieldSize(message, &field); ++index) {
-            inspect(*reflection.MutableRepeatedMessage(&message, &field, index));
-        }
-    }
-
-    void inspectStrings(Message& message, const FieldDescriptor& field) {
-        const Reflection& reflection = *message.GetReflection();
-        std::string copy;
-        const int size = field.is_repeated() ? reflection.FieldSize(message, &field) : 1;
-        for (int index = 0; index < size; ++index) {
-            const std::string& text = field.is_repeated()
-                                          ? reflection.GetRepeatedStringReference(message, &field, index, &copy)
-                                          : reflection.GetStringReference(message, &field, &copy);
-            if (isUtf8(text)) {
-                continue;
-            }
+    bool inspectString(const FieldDescriptor& field) {
+        const auto bytes = lengthDelimited();
+        if (bytes && !isUtf8(*bytes)) {
             result.notUtf8.insert(fullNameOf(&field));
-            if (field.is_repeated()) {
-                reflection.SetRepeatedString(&message, &field, index, printable(text));
-            } else {
-                reflection.SetString(&message, &field, printable(text));
-            }
         }
+        return bytes && stream.Skip(static_cast<int>(bytes->size()));
     }
+
+    bool inspectEnumeration(const FieldDescriptor& field) {
+        std::uint64_t number = 0;
+        if (!stream.ReadVarint64(&number)) {
+            return false;
+        }
+        if (field.enum_type()->FindValueByNumber(static_cast<int>(number)) == nullptr) {
+            result.mismatches.insert(std::to_string(static_cast<std::int64_t>(number)) + " is no value of " +
+                                     fullNameOf(&field) + ": is the schema up to date?");
+        }
+        return true;
+    }
+
+    CodedInputStream stream;
+    int depth = -1;
 };
 
 } // namespace
 
-Inspection inspect(Message& message) {
-    Inspector inspector;
-    inspector.inspect(message);
-    return inspector.result;
+Inspection inspect(std::string_view block, const Descriptor& type) {
+    Inspector inspector(block);
+    inspector.result.isWellFormed = inspector.inspectFields(&type);
+    return std::move(inspector.result);
 }
 
 } // namespace rk::tools

@@ -1,12 +1,15 @@
 #include "messages/JsonTypes.h"
 
 #include "messages/Protobuf.h"
+#include "messages/Text.h"
 #include "messages/WireFormat.h"
 
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/type.pb.h>
 #include <google/protobuf/util/type_resolver_util.h>
 
+#include <algorithm>
+#include <map>
 #include <set>
 #include <utility>
 #include <vector>
@@ -38,16 +41,15 @@ public:
                                                                          &descriptors)) {}
 
     Status ResolveMessageType(const std::string& url, google::protobuf::Type* type) override {
+        const auto known = types.find(url);
+        if (known != types.end()) {
+            *type = known->second;
+            return Status();
+        }
         const Status status = plain->ResolveMessageType(url, type);
-        const Descriptor* const descriptor = pool.FindMessageTypeByName(url.substr(url.rfind('/') + 1));
-        if (!status.ok() || descriptor == nullptr) {
-            return status;
-        }
-        for (auto& field : *type->mutable_fields()) {
-            presentGroup(field, descriptor->FindFieldByNumber(field.number()));
-        }
-        for (const FieldDescriptor* extension : extensionsOf(*descriptor)) {
-            addExtension(*type->add_fields(), *extension);
+        if (status.ok()) {
+            present(*type, *pool.FindMessageTypeByName(url.substr(url.rfind('/') + 1)));
+            types[url] = *type;
         }
         return status;
     }
@@ -57,6 +59,15 @@ public:
     }
 
 private:
+    void present(google::protobuf::Type& type, const Descriptor& descriptor) const {
+        for (auto& field : *type.mutable_fields()) {
+            presentGroup(field, descriptor.FindFieldByNumber(field.number()));
+        }
+        for (const FieldDescriptor* extension : extensionsOf(descriptor)) {
+            addExtension(*type.add_fields(), *extension);
+        }
+    }
+
     void presentGroup(google::protobuf::Field& field, const FieldDescriptor* descriptor) const {
         if (descriptor->type() == FieldDescriptor::TYPE_GROUP) {
             field.set_kind(google::protobuf::Field::TYPE_MESSAGE);
@@ -84,20 +95,13 @@ private:
     std::string urlPrefix;
     const DescriptorPool& pool;
     std::unique_ptr<TypeResolver> plain;
+    std::map<std::string, google::protobuf::Type> types; ///< by URL; protobuf resolves them for each conversion
 };
 
 enum class Wanted {
     Groups,
     Messages
 };
-
-const FieldDescriptor* fieldOf(const Descriptor* type, int number) {
-    if (type == nullptr) {
-        return nullptr;
-    }
-    const FieldDescriptor* const field = type->FindFieldByNumber(number);
-    return field != nullptr ? field : type->file()->pool()->FindExtensionByNumber(type, number);
-}
 
 std::string converted(CodedInputStream& stream, const Descriptor* type, Wanted wanted);
 
@@ -129,6 +133,9 @@ void convertField(CodedInputStream& stream, CodedOutputStream& output, std::uint
         if (inner != nullptr) {
             CodedInputStream part = streamOf(contents);
             contents = converted(part, inner, wanted);
+        } else if (wanted == Wanted::Messages && field != nullptr && field->type() == FieldDescriptor::TYPE_STRING &&
+                   !isUtf8(contents)) {
+            contents = printable(contents);
         }
         append(output, tag, contents,
                wanted == Wanted::Groups && inner != nullptr && field->type() == FieldDescriptor::TYPE_GROUP);
@@ -158,7 +165,7 @@ std::string converted(CodedInputStream& stream, const Descriptor* type, Wanted w
     return bytes;
 }
 
-bool findGroup(const Descriptor& type, std::set<const Descriptor*>& seen) {
+bool find(const Descriptor& type, bool (*isWanted)(const FieldDescriptor&), std::set<const Descriptor*>& seen) {
     if (!seen.insert(&type).second) {
         return false;
     }
@@ -166,13 +173,9 @@ bool findGroup(const Descriptor& type, std::set<const Descriptor*>& seen) {
     for (int index = 0; index < type.field_count(); ++index) {
         fields.push_back(type.field(index));
     }
-    for (const FieldDescriptor* field : fields) {
-        if (field->type() == FieldDescriptor::TYPE_GROUP ||
-            (field->message_type() != nullptr && findGroup(*field->message_type(), seen))) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(fields.begin(), fields.end(), [&](const FieldDescriptor* field) {
+        return isWanted(*field) || (field->message_type() != nullptr && find(*field->message_type(), isWanted, seen));
+    });
 }
 
 } // namespace
@@ -183,10 +186,15 @@ std::unique_ptr<TypeResolver> newJsonTypeResolver(const std::string& urlPrefix, 
 
 bool mayContainGroups(const Descriptor& type) {
     std::set<const Descriptor*> seen;
-    return findGroup(type, seen);
+    return find(type, [](const FieldDescriptor& field) { return field.type() == FieldDescriptor::TYPE_GROUP; }, seen);
 }
 
-std::string groupsToMessages(std::string_view block, const Descriptor& type) {
+bool mayNeedFields(const Descriptor& type) {
+    std::set<const Descriptor*> seen;
+    return find(type, [](const FieldDescriptor& field) { return field.is_required(); }, seen);
+}
+
+std::string presentable(std::string_view block, const Descriptor& type) {
     CodedInputStream stream = streamOf(block);
     return converted(stream, &type, Wanted::Messages);
 }

@@ -20,8 +20,11 @@ std::unique_ptr<google::protobuf::util::TypeResolver> newJsonTypeResolver(const 
 /// Whether messages of this type can contain groups, at any depth.
 bool mayContainGroups(const google::protobuf::Descriptor& type);
 
-/// Turns the groups in a well-formed `block` into messages.
-std::string groupsToMessages(std::string_view block, const google::protobuf::Descriptor& type);
+/// Whether messages of this type can have required fields, at any depth.
+bool mayNeedFields(const google::protobuf::Descriptor& type);
+
+/// Turns the groups in a well-formed `block` into messages, and escapes the strings that are not UTF-8.
+std::string presentable(std::string_view block, const google::protobuf::Descriptor& type);
 
 /// Turns messages in a well-formed `block` into groups, where the type has groups.
 std::string messagesToGroups(std::string_view block, const google::protobuf::Descriptor& type);

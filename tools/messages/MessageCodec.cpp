@@ -69,14 +69,6 @@ void escapeTabs(std::string& text, std::size_t start) {
     }
 }
 
-std::size_t sizeOf(const std::vector<std::string_view>& parts) {
-    std::size_t size = 0;
-    for (const std::string_view part : parts) {
-        size += part.size();
-    }
-    return size;
-}
-
 } // namespace
 
 MessageCodec::MessageCodec(const CodecSettings& settings, const EnvelopeSettings& envelopeSettings,
@@ -85,6 +77,7 @@ MessageCodec::MessageCodec(const CodecSettings& settings, const EnvelopeSettings
     : envelope(envelopeSettings),
       withSchema(settings.hasSchema()),
       endsLines(withSchema || settings.format != Format::Raw),
+      isBare(!withSchema && !envelope.parts && !envelope.needsTime()),
       codec(makeCodec(settings, sent, received, complaints)),
       plain(makeRawCodec(settings)) {
     checkLayout();
@@ -143,7 +136,11 @@ std::string MessageCodec::forCommand(const std::vector<std::string_view>& parts)
     return json + "\n";
 }
 
-void MessageCodec::decode(const MessageView& message, std::string& text) {
+void MessageCodec::decode(const Received& message, std::string& text) {
+    if (isBare) {
+        appendLines(message.parts, text);
+        return;
+    }
     const std::size_t before = text.size();
     try {
         checkChosen(message.parts.size());
@@ -167,15 +164,16 @@ void MessageCodec::decode(const MessageView& message, std::string& text) {
 
 /// Each part in a line, or of a message with a schema the part that has it.
 void MessageCodec::appendLines(const std::vector<std::string_view>& parts, std::string& text) {
-    const char* const end = endsLines ? "\n" : "";
     if (withSchema) {
         codec->decode(chosenPart(parts), text);
-        text += end;
+        text += '\n';
         return;
     }
     for (const std::string_view part : parts) {
         codec->decode(part, text);
-        text += end;
+        if (endsLines) {
+            text += '\n';
+        }
     }
 }
 
@@ -192,9 +190,9 @@ void MessageCodec::appendJoined(const std::vector<std::string_view>& parts, std:
     text += endsLines ? "\n" : "";
 }
 
-void MessageCodec::appendJson(const MessageView& message, std::string& text) {
+void MessageCodec::appendJson(const Received& message, std::string& text) {
     text += "{\"time\":\"" + timestamp(message.arrival) + "\",\"endpoint\":" + quoted(message.endpoint) +
-            ",\"sequence\":" + std::to_string(message.number) + ",\"size\":" + std::to_string(sizeOf(message.parts)) +
+            ",\"sequence\":" + std::to_string(message.number) + ",\"size\":" + std::to_string(message.size) +
             ",\"parts\":[";
     for (std::size_t place = 0; place < message.parts.size(); ++place) {
         const std::string_view part = message.parts[place];
@@ -210,7 +208,7 @@ void MessageCodec::appendJson(const MessageView& message, std::string& text) {
     text += "]}\n";
 }
 
-void MessageCodec::appendLayout(const MessageView& message, std::string& text) {
+void MessageCodec::appendLayout(const Received& message, std::string& text) {
     const std::string& layout = *envelope.layout;
     std::size_t place = 0;
     while (place < layout.size()) {
@@ -226,7 +224,7 @@ void MessageCodec::appendLayout(const MessageView& message, std::string& text) {
     text += "\n";
 }
 
-void MessageCodec::appendField(std::string_view name, const MessageView& message, std::string& text) {
+void MessageCodec::appendField(std::string_view name, const Received& message, std::string& text) {
     if (name == "time") {
         text += timestamp(message.arrival);
     } else if (name == "endpoint") {
@@ -234,7 +232,7 @@ void MessageCodec::appendField(std::string_view name, const MessageView& message
     } else if (name == "sequence") {
         text += std::to_string(message.number);
     } else if (name == "size") {
-        text += std::to_string(sizeOf(message.parts));
+        text += std::to_string(message.size);
     } else if (name == "parts") {
         text += std::to_string(message.parts.size());
     } else if (name == "hex") {

@@ -20,14 +20,17 @@ struct EnvelopeSettings {
     bool json = false;
     bool timestamps = false;
     std::optional<std::string> layout; ///< with {placeholders}
+
+    bool needsTime() const { return timestamps || json || layout; }
 };
 
-/// A received message, and what is known of it.
-struct MessageView {
+/// A received message. It is there until the next one is received.
+struct Received {
+    std::uint64_t number; ///< beginning at 1
     const std::vector<std::string_view>& parts;
-    std::uint64_t number;
+    std::size_t size; ///< of all parts
     const std::string& endpoint;
-    std::chrono::steady_clock::time_point arrival;
+    std::chrono::steady_clock::time_point arrival; ///< where it is needed
 };
 
 /// Turns texts into messages, and messages into texts.
@@ -42,7 +45,7 @@ public:
     std::vector<std::string> encode(const std::string& text);
 
     /// Appends a message, with the end of its line. Throws CodecError, and appends nothing then.
-    void decode(const MessageView& message, std::string& text);
+    void decode(const Received& message, std::string& text);
 
     bool hasSchema() const { return withSchema; }
     bool keepsParts() const { return envelope.parts || envelope.separator; }
@@ -59,14 +62,15 @@ private:
     Codec& codecOf(std::size_t part, std::size_t parts) const;
     void appendLines(const std::vector<std::string_view>& parts, std::string& text);
     void appendJoined(const std::vector<std::string_view>& parts, std::string& text);
-    void appendJson(const MessageView& message, std::string& text);
-    void appendLayout(const MessageView& message, std::string& text);
-    void appendField(std::string_view name, const MessageView& message, std::string& text);
+    void appendJson(const Received& message, std::string& text);
+    void appendLayout(const Received& message, std::string& text);
+    void appendField(std::string_view name, const Received& message, std::string& text);
     void checkLayout() const;
 
     EnvelopeSettings envelope;
     bool withSchema;
     bool endsLines;
+    bool isBare; ///< nothing but the parts is written, and nothing can be wrong with them
     std::unique_ptr<Codec> codec; ///< of the chosen part
     std::unique_ptr<Codec> plain; ///< of the others, if there is a schema
 };

@@ -12,8 +12,6 @@ using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 using google::protobuf::io::CodedInputStream;
 
-constexpr int deepest = 100; // as protobuf has it
-
 /// The length of the field that begins `bytes`, with all of a group; 0 if it is not whole. Whether its contents make
 /// sense is for the parser to say.
 std::size_t lengthOfField(std::string_view bytes) {
@@ -64,7 +62,7 @@ std::size_t decode(std::string_view block, Message& message, int depth) {
         return good;
     }
     const auto* const field = message.GetDescriptor()->FindFieldByNumber(fieldNumberOf(tag));
-    Message* const inner = depth < deepest ? messageOf(field, message) : nullptr;
+    Message* const inner = depth < deepestNesting ? messageOf(field, message) : nullptr;
     if (inner == nullptr) {
         return good;
     }

@@ -22,6 +22,15 @@ std::string fullNameOf(const Descriptor* descriptor) {
     return std::string(descriptor->full_name());
 }
 
+/// The field or extension of that number. Null if there is none, or if `type` is null.
+inline const google::protobuf::FieldDescriptor* fieldOf(const google::protobuf::Descriptor* type, int number) {
+    if (type == nullptr) {
+        return nullptr;
+    }
+    const auto* const field = type->FindFieldByNumber(number);
+    return field != nullptr ? field : type->file()->pool()->FindExtensionByNumber(type, number);
+}
+
 /// Receives what is wrong with a schema.
 class SchemaErrors : public google::protobuf::compiler::MultiFileErrorCollector {
 public:

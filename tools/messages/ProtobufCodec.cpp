@@ -70,14 +70,19 @@ public:
           receivedMessage(received ? schema.newMessage(schema.type(*received)) : nullptr),
           sendsGroups(sentMessage && mayContainGroups(*sentMessage->GetDescriptor())),
           receivesGroups(receivedMessage && mayContainGroups(*receivedMessage->GetDescriptor())),
-          allFields(settings.allFields) {}
+          receivesRequired(receivedMessage && mayNeedFields(*receivedMessage->GetDescriptor())),
+          sentUrl(sentMessage ? urlOf(*sentMessage) : ""),
+          receivedUrl(receivedMessage ? urlOf(*receivedMessage) : "") {
+        options.preserve_proto_field_names = true;
+        printAllFields(options, settings.allFields);
+    }
 
     std::string encode(const std::string& text) override {
         if (!isUtf8(text)) {
             throw CodecError("not UTF-8, which JSON has to be");
         }
         std::string block;
-        const auto status = util::JsonToBinaryString(resolver.get(), urlOf(*sentMessage), text, &block);
+        const auto status = util::JsonToBinaryString(resolver.get(), sentUrl, text, &block);
         if (!status.ok()) {
             throw CodecError("not a " + typeOf(*sentMessage) + " in JSON: " + inOneLine(std::string(status.message())));
         }
@@ -85,6 +90,23 @@ public:
     }
 
     void decode(std::string_view block, std::string& text) override {
+        bytes.assign(block);
+        const Inspection inspection = inspect(block, *receivedMessage->GetDescriptor());
+        if (!inspection.isWellFormed || !inspection.notUtf8.empty() || receivesRequired) {
+            decodeWhole(block);
+        }
+        remarkOn(inspection);
+        if (!inspection.notUtf8.empty()) {
+            throw CodecError("not UTF-8, which JSON has to be: " + listed(inspection.notUtf8) +
+                             "; decoded, with these bytes escaped: " +
+                             toJson(presentable(block, *receivedMessage->GetDescriptor())));
+        }
+        text += toJson(bytes);
+    }
+
+private:
+    /// Throws CodecError, with what could be decoded, if the block is not a whole message.
+    void decodeWhole(std::string_view block) {
         if (!receivedMessage->ParsePartialFromArray(block.data(), static_cast<int>(block.size()))) {
             receivedMessage->Clear();
             const std::size_t place = decodePart(block, *receivedMessage);
@@ -96,26 +118,17 @@ public:
                              missingFields(*receivedMessage) +
                              "; decoded: " + toJson(receivedMessage->SerializePartialAsString()));
         }
-        const Inspection inspection = inspect(*receivedMessage);
-        remarkOn(inspection);
-        if (!inspection.notUtf8.empty()) {
-            throw CodecError(
-                "not UTF-8, which JSON has to be: " + listed(inspection.notUtf8) +
-                "; decoded, with these bytes escaped: " + toJson(receivedMessage->SerializePartialAsString()));
-        }
-        text += toJson(std::string(block));
     }
 
-private:
     /// For a block of the type that is received.
-    std::string toJson(const std::string& block) const {
-        util::JsonPrintOptions options;
-        options.preserve_proto_field_names = true;
-        printAllFields(options, allFields);
-        std::string json;
-        const auto status = util::BinaryToJsonString(
-            resolver.get(), urlOf(*receivedMessage),
-            receivesGroups ? groupsToMessages(block, *receivedMessage->GetDescriptor()) : block, &json, options);
+    const std::string& toJson(const std::string& block) {
+        json.clear();
+        std::string presented;
+        if (receivesGroups) {
+            presented = presentable(block, *receivedMessage->GetDescriptor());
+        }
+        const auto status = util::BinaryToJsonString(resolver.get(), receivedUrl, receivesGroups ? presented : block,
+                                                     &json, options);
         if (!status.ok()) {
             throw CodecError("no JSON for this " + typeOf(*receivedMessage) + ": " +
                              inOneLine(std::string(status.message())));
@@ -155,8 +168,13 @@ private:
     std::unique_ptr<Message> receivedMessage;
     bool sendsGroups;
     bool receivesGroups;
-    bool allFields;
+    bool receivesRequired;
+    std::string sentUrl;
+    std::string receivedUrl;
+    util::JsonPrintOptions options;
     std::set<std::string> remarked;
+    std::string bytes; ///< of the block, and its JSON; kept for their memory
+    std::string json;
 };
 
 } // namespace

@@ -7,6 +7,8 @@
 
 namespace rk::tools {
 
+constexpr int deepestNesting = 100; // as protobuf has it
+
 /// The last three bits of a tag: how the value behind it is encoded.
 enum WireType : std::uint32_t {
     Varint = 0,

@@ -2,7 +2,7 @@
 
 #include <zmq.h>
 
-#include <deque>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -26,7 +26,7 @@ public:
     std::size_t size() const { return total; }
 
 private:
-    std::deque<zmq_msg_t> messages; // a message must not move
+    std::vector<std::unique_ptr<zmq_msg_t>> messages; // a message must not move
     std::vector<std::string_view> views;
     std::size_t total = 0;
 };

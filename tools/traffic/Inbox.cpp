@@ -22,21 +22,23 @@ constexpr milliseconds connectPatience{500};
 
 } // namespace
 
-Inbox::Inbox(std::vector<Wire*> wiresToRead, const InboxSettings& settings, const StopSignals& stopSignals,
-             Complaints& complaintsToUse)
+Inbox::Inbox(std::vector<Wire*> wiresToRead, const MessageSinks& sinksToServe, const InboxSettings& settings,
+             const StopSignals& stopSignals, Complaints& complaintsToUse)
     : wires(std::move(wiresToRead)),
+      sinks(sinksToServe),
       items(wires.size() + 1),
       stop(stopSignals),
       complaints(complaintsToUse),
       capacity(settings.maxSize),
+      timed(settings.timed),
       timeout(settings.timeout) {}
 
-Inbox::Event Inbox::next(const char* thing, Clock::time_point start, const MessageSinks& sinks) {
+Inbox::Event Inbox::next(const char* thing, std::optional<Clock::time_point> start) {
     if (stop.requested()) {
         return Event::Stop;
     }
     while (!take()) {
-        if (!await(start, sinks)) {
+        if (!await(start)) {
             if (stop.requested()) {
                 return Event::Stop;
             }
@@ -44,7 +46,9 @@ Inbox::Event Inbox::next(const char* thing, Clock::time_point start, const Messa
             return Event::Timeout;
         }
     }
-    arrival = Clock::now();
+    if (timed) {
+        arrival = Clock::now();
+    }
     ++received;
     if (frames.size() > capacity) {
         complaints.add("message " + std::to_string(received) + ", " + std::to_string(frames.size()) +
@@ -54,8 +58,11 @@ Inbox::Event Inbox::next(const char* thing, Clock::time_point start, const Messa
     return Event::Message;
 }
 
-Received Inbox::message() const {
-    return {received, frames.parts(), frames.size(), wires[turn]->endpoint(), arrival};
+void Inbox::handOn() const {
+    const Received message{received, frames.parts(), frames.size(), wires[turn]->endpoint(), arrival};
+    for (const auto& sink : sinks) {
+        sink->take(message);
+    }
 }
 
 bool Inbox::take() {
@@ -69,12 +76,12 @@ bool Inbox::take() {
 }
 
 /// Waits for input. False when the time is over, or when told to stop.
-bool Inbox::await(Clock::time_point start, const MessageSinks& sinks) {
+bool Inbox::await(std::optional<Clock::time_point> start) {
     const bool gathers = std::any_of(sinks.begin(), sinks.end(), [](const auto& sink) { return sink->keepsBack(); });
     if (gathers && poll(Clock::now() + gathering)) {
         return true;
     }
-    const auto deadline = timeout ? start + *timeout : Clock::time_point::max();
+    const auto deadline = timeout ? start.value_or(Clock::now()) + *timeout : Clock::time_point::max();
     do {
         auto due = std::min(deadline, Clock::now() + checkInterval);
         for (const auto& sink : sinks) {

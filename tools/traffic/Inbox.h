@@ -22,6 +22,7 @@ class Wire;
 struct InboxSettings {
     std::size_t maxSize = 64UL * 1024 * 1024; ///< of a message, in bytes
     std::optional<std::chrono::nanoseconds> timeout;
+    bool timed = true; ///< whether the time of arrival is needed; reading the clock takes as long as a short message
 };
 
 /// Takes messages out of sockets, without ever being deaf to a request to stop.
@@ -36,29 +37,35 @@ public:
         Stop
     };
 
-    /// The sockets are open, and outlive the inbox.
-    Inbox(std::vector<Wire*> wires, const InboxSettings& settings, const StopSignals& stop, Complaints& complaints);
+    /// The sockets are open. They and the sinks outlive the inbox.
+    Inbox(std::vector<Wire*> wires, const MessageSinks& sinks, const InboxSettings& settings, const StopSignals& stop,
+          Complaints& complaints);
 
-    /// Waits for the next message, and lets the sinks pause in the meantime. The timeout begins at `start`. When it is
-    /// over, reports that there was no `thing`. Throws std::runtime_error.
-    Event next(const char* thing, Clock::time_point start, const MessageSinks& sinks);
+    /// Waits for the next message, and lets the sinks pause in the meantime. The timeout begins at `start`, or else when
+    /// there is nothing left to take. When it is over, reports that there was no `thing`. Throws std::runtime_error.
+    Event next(const char* thing, std::optional<Clock::time_point> start = std::nullopt);
 
     /// The message of the last event.
-    Received message() const;
+    const std::vector<std::string_view>& parts() const { return frames.parts(); }
+
+    /// Gives the message to each sink.
+    void handOn() const;
 
 private:
     bool take();
-    bool await(Clock::time_point start, const MessageSinks& sinks);
+    bool await(std::optional<Clock::time_point> start);
     bool poll(Clock::time_point deadline);
     void lookAfter(Wire& wire, Clock::time_point now);
     void lookAfterConnections();
     void reportTimeout(const char* thing);
 
     std::vector<Wire*> wires;
+    const MessageSinks& sinks;
     std::vector<zmq_pollitem_t> items;
     const StopSignals& stop;
     Complaints& complaints;
     std::size_t capacity;
+    bool timed;
     std::optional<std::chrono::nanoseconds> timeout;
     Frames frames;
     std::size_t turn = 0; ///< the socket that the last message came from

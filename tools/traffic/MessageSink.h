@@ -1,28 +1,18 @@
 #pragma once
 
+#include "messages/MessageCodec.h"
+
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace rk::tools {
 
 class Complaints;
-class MessageCodec;
 class Output;
 class StopSignals;
-
-/// A received message. It is there until the next one is received.
-struct Received {
-    std::uint64_t number; ///< beginning at 1
-    const std::vector<std::string_view>& parts;
-    std::size_t size; ///< of all parts
-    const std::string& endpoint;
-    std::chrono::steady_clock::time_point arrival;
-};
 
 /// What becomes of received messages.
 class MessageSink {
@@ -47,13 +37,6 @@ public:
 };
 
 using MessageSinks = std::vector<std::unique_ptr<MessageSink>>;
-
-/// Gives each sink the message.
-inline void handOn(const Received& message, const MessageSinks& sinks) {
-    for (const auto& sink : sinks) {
-        sink->take(message);
-    }
-}
 
 /// Prints messages. One that cannot be decoded is reported, and the next one awaited.
 std::unique_ptr<MessageSink> makePrintingSink(MessageCodec& codec, Output& output, Complaints& complaints);

@@ -1,5 +1,4 @@
 #include "display/Complaints.h"
-#include "messages/MessageCodec.h"
 #include "system/Output.h"
 #include "traffic/MessageSink.h"
 
@@ -14,7 +13,7 @@ public:
 
     void take(const Received& message) override {
         try {
-            codec.decode({message.parts, message.number, message.endpoint, message.arrival}, output.pending());
+            codec.decode(message, output.pending());
             output.flushWhenFull();
         } catch (const CodecError& error) {
             output.flush();
