@@ -28,7 +28,7 @@ protected:
         addEnvelope(command, envelope);
         addSchema(command, codec, envelope, "messages");
         addReplyType(command, codec);
-        addCount(command, count, "how many");
+        addCount(command, repetition, "how many");
         addTime(command, "--delay", delay, "how long before");
         inbox.timeout = std::chrono::seconds(5);
         addInbox(command, inbox, "how long");
@@ -43,7 +43,7 @@ protected:
     SocketSettings socket;
     CodecSettings codec;
     EnvelopeSettings envelope;
-    std::optional<std::uint64_t> count;
+    Repetition repetition;
     std::chrono::nanoseconds delay = std::chrono::milliseconds(500);
     InboxSettings inbox;
 };
@@ -61,7 +61,7 @@ TEST_F(Options, KeepDefaultsWhenNotGiven) {
     EXPECT_EQ(Format::Text, codec.format);
     EXPECT_EQ(std::nullopt, codec.type);
     EXPECT_THAT(codec.protoFiles, IsEmpty());
-    EXPECT_EQ(std::nullopt, count);
+    EXPECT_EQ(std::nullopt, repetition.count);
     EXPECT_EQ(std::chrono::seconds(5), inbox.timeout);
     EXPECT_EQ(std::chrono::milliseconds(500), delay);
     EXPECT_EQ(67108864U, inbox.maxSize);
@@ -77,7 +77,7 @@ TEST_F(Options, TakeTheValuesGiven) {
     EXPECT_EQ(true, socket.binds);
     EXPECT_TRUE(codec.hex);
     EXPECT_EQ(Format::Hex, codec.format);
-    EXPECT_EQ(3U, count);
+    EXPECT_EQ(3U, repetition.count);
     EXPECT_EQ(std::chrono::seconds(2), inbox.timeout);
     EXPECT_EQ(std::chrono::milliseconds(10), delay);
     EXPECT_EQ(1024U, inbox.maxSize);

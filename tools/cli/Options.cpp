@@ -256,8 +256,8 @@ void addReplyType(CLI::App& command, CodecSettings& settings) {
         ->needs(command.get_option("--type"));
 }
 
-void addCount(CLI::App& command, std::optional<std::uint64_t>& count, const std::string& description) {
-    addValue<std::uint64_t>(command, "-n,--count", "N", count, description, timeGroup)
+void addCount(CLI::App& command, Repetition& repetition, const std::string& description) {
+    addValue<std::uint64_t>(command, "-n,--count", "N", repetition.count, description + "; 0: no end", timeGroup)
         ->transform(wholeNumber(0, std::numeric_limits<std::uint64_t>::max()));
 }
 

@@ -5,7 +5,7 @@
 #include "messages/Codec.h"
 #include "messages/MessageCodec.h"
 #include "traffic/Inbox.h"
-#include "traffic/MessageSource.h"
+#include "traffic/Outgoing.h"
 #include "traffic/Wire.h"
 
 #include <chrono>
@@ -71,7 +71,8 @@ void addSchema(CLI::App& command, CodecSettings& settings, EnvelopeSettings& env
 void addSchemaFiles(CLI::App& command, CodecSettings& settings);
 void addReplyType(CLI::App& command, CodecSettings& settings);
 
-void addCount(CLI::App& command, std::optional<std::uint64_t>& count, const std::string& description);
+/// --count.
+void addCount(CLI::App& command, Repetition& repetition, const std::string& description);
 void addTime(CLI::App& command, const std::string& name, std::chrono::nanoseconds& time,
              const std::string& description);
 

@@ -182,8 +182,8 @@ public:
         addHex(command, options.codec);
         addEnvelope(command, options.envelope);
         addSchema(command, options.codec, options.envelope, "messages");
-        addCount(command, options.repetition.count,
-                 "send N messages, beginning again at the first when there are no more; 0: for ever");
+        addCount(command, options.repetition,
+                 "send N messages, beginning again at the first when there are no more");
         addTime(command, "-i,--interval", options.repetition.interval, "wait TIME between messages");
         if (pattern == Pattern::Publish) {
             addSubscribers(command);

@@ -5,6 +5,7 @@
 #include "traffic/Answer.h"
 #include "traffic/Context.h"
 #include "traffic/Inbox.h"
+#include "traffic/Outgoing.h"
 #include "traffic/Pacer.h"
 
 namespace rk::tools {
@@ -16,7 +17,7 @@ struct ReplyOptions {
     CodecSettings codec;
     EnvelopeSettings envelope;
     AnswerSettings answer;
-    std::optional<std::uint64_t> count;
+    Repetition repetition;
     InboxSettings inbox;
 };
 
@@ -45,7 +46,7 @@ public:
 
 private:
     ExitStatus serveAll() {
-        for (std::uint64_t answered = 0; !options.count || answered < *options.count; ++answered) {
+        for (std::uint64_t answered = 0; options.repetition.wantsMore(answered); ++answered) {
             const auto event = inbox.next("request");
             if (event == Inbox::Event::Stop || event == Inbox::Event::Timeout) {
                 return event == Inbox::Event::Stop ? ExitStatus::Done : ExitStatus::TimedOut;
@@ -89,7 +90,7 @@ public:
         addSchema(command, options.codec, options.envelope, "requests");
         addReplyType(command, options.codec);
         addAnswer(command);
-        addCount(command, options.count, "end after N requests");
+        addCount(command, options.repetition, "end after N requests");
         addInbox(command, options.inbox, "end, with status 3, when no request has come for TIME");
         addRate(command, options.socket);
         addSocket(command, options.socket, "incoming");
@@ -109,7 +110,7 @@ public:
         options.inbox.timed = options.envelope.needsTime();
         return Replies(options, surroundings).run();
     }
-    bool isEndless() const override { return !options.count; }
+    bool isEndless() const override { return !options.repetition.count || options.repetition.isEndless(); }
 
 private:
     void addAnswer(CLI::App& command) {

@@ -129,9 +129,9 @@ public:
         addEnvelope(command, options.envelope);
         addSchema(command, options.codec, options.envelope, "requests");
         addReplyType(command, options.codec);
-        addCount(command, options.repetition.count,
+        addCount(command, options.repetition,
                  "send N requests, beginning again at the first when there are no more, and show how the round-trip "
-                 "times are distributed; 0: for ever");
+                 "times are distributed");
         options.inbox.timeout = std::chrono::seconds(5);
         addInbox(command, options.inbox, "wait TIME for each reply; status 3 if one did not come");
         addTime(command, "-i,--interval", options.repetition.interval, "wait TIME between requests");

@@ -3,6 +3,7 @@
 #include "system/Output.h"
 #include "traffic/Context.h"
 #include "traffic/Inbox.h"
+#include "traffic/Outgoing.h"
 
 namespace rk::tools {
 
@@ -16,7 +17,7 @@ struct SubscribeOptions {
     EnvelopeSettings envelope;
     bool stats = false;
     std::optional<std::string> record;
-    std::optional<std::uint64_t> count;
+    Repetition repetition;
     InboxSettings inbox;
     std::chrono::nanoseconds interval = std::chrono::seconds(1);
 };
@@ -69,7 +70,7 @@ private:
     void addSinks(const Surroundings& surroundings) {
         if (options.record) {
             sinks.push_back(
-                makeRecordingSink(*options.record, options.count, surroundings.complaints, surroundings.stop));
+                makeRecordingSink(*options.record, options.repetition.count, surroundings.complaints, surroundings.stop));
         }
         if (options.stats) {
             sinks.push_back(makeStatisticsSink(output, surroundings.complaints, options.interval,
@@ -81,7 +82,7 @@ private:
     }
 
     ExitStatus takeAll() {
-        for (std::uint64_t taken = 0; !options.count || taken < *options.count; ++taken) {
+        for (std::uint64_t taken = 0; options.repetition.wantsMore(taken); ++taken) {
             const auto event = inbox.next("message");
             if (event == Inbox::Event::Stop || event == Inbox::Event::Timeout) {
                 return event == Inbox::Event::Stop ? ExitStatus::Done : ExitStatus::TimedOut;
@@ -123,7 +124,7 @@ public:
         command.get_option("--separator")->needs(command.get_option("--parts"));
         addSchema(command, options.codec, options.envelope, "messages");
         addStatisticsAndRecording(command);
-        addCount(command, options.count, "end after N messages");
+        addCount(command, options.repetition, "end after N messages");
         addInbox(command, options.inbox, "end, with status 3, when no message has come for TIME");
         addTime(command, "-i,--interval", options.interval, "TIME between lines of --stats");
         command.get_option("--interval")->needs(command.get_option("--stats"));
@@ -136,7 +137,7 @@ public:
         options.inbox.timed = options.stats || options.record || options.envelope.needsTime();
         return Subscription(options, pattern, surroundings).run();
     }
-    bool isEndless() const override { return !options.count; }
+    bool isEndless() const override { return !options.repetition.count || options.repetition.isEndless(); }
 
 private:
     static std::vector<Example> examplesOfSub() {

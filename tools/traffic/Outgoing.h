@@ -14,9 +14,9 @@ class MessageCodec;
 class Complaints;
 class StopSignals;
 
-/// How many messages are sent, and how fast.
+/// How many messages are sent or received, and how fast they are sent.
 struct Repetition {
-    std::optional<std::uint64_t> count; ///< 0 means without end; nothing means each message once
+    std::optional<std::uint64_t> count; ///< 0 means no end; nothing means each message once
     std::chrono::nanoseconds interval{0};
 
     bool isEndless() const { return count && *count == 0; }
