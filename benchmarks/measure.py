@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the measuring program and writes what it measured as one JSON file.
 
-usage: measure.py full|quick BUILD_DIRECTORY OUTPUT
+usage: measure.py full|quick BUILD_DIRECTORY OUTPUT [SECTION]     measures one section again, and keeps the others
 """
 
 import collections
@@ -180,14 +180,18 @@ def layout(value, indent=""):
 
 
 def main():
-    mode, directory, output = sys.argv[1:]
+    mode, directory, output, *sections = sys.argv[1:]
     begin = time.time()
-    result = dict(mode=mode, date=time.strftime("%Y-%m-%d", time.gmtime(begin)), machine=machine())
+    if sections:
+        result = json.load(open(output, encoding="utf-8"))
+    else:
+        result = dict(mode=mode, date=time.strftime("%Y-%m-%d", time.gmtime(begin)), machine=machine())
     for name, measure in dict(cost=measure_cost, comparison=measure_comparison, growth=measure_growth,
                               repair=measure_repair, cap=measure_cap, tool=measure_tool).items():
-        print(f"{time.time() - begin:4.0f} s: {name}", file=sys.stderr, flush=True)
-        result[name] = measure(directory, MODES[mode])
-    result["minutes"] = rounded((time.time() - begin) / 60)
+        if not sections or name in sections:
+            print(f"{time.time() - begin:4.0f} s: {name}", file=sys.stderr, flush=True)
+            result[name] = measure(directory, MODES[mode])
+    result.setdefault("minutes", rounded((time.time() - begin) / 60))
     with open(output, "w", encoding="utf-8") as file:
         file.write(layout(result) + "\n")
 

@@ -42,6 +42,7 @@ public:
                 ->group("General");
             command->set_help_flag("-h,--help", "show this help")->group("General");
         }
+        options.get_subcommand("probe")->alias("check");
         options.set_help_all_flag("--help-all", "show this help, and that of every command");
     }
 

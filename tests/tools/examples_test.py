@@ -2,7 +2,7 @@
 
 The peers are told apart by port: on 5555 somebody publishes telemetry.Reading, on 5556 somebody answers telemetry.Command,
 on 5558 somebody echoes; whoever publishes or pushes on 5557 is listened to, and whoever answers on 5559 is asked. On 5560
-somebody collects, or is given something to collect, and on 5561 somebody hands out.
+somebody collects, or is given something to collect, and on 5561 somebody hands out. On 5562 somebody publishes encrypted.
 """
 
 import concurrent.futures
@@ -37,7 +37,7 @@ def examples_of_document():
 class Examples(ToolTest):
     def setUp(self):
         super().setUp()
-        self.ports = {port: free_port() for port in range(5555, 5562)}
+        self.ports = {port: free_port() for port in range(5555, 5563)}
         self.over = threading.Event()
         shutil.copy(os.path.join(SOURCES, "examples/telemetry/telemetry.proto"), self.folder)
         self.write_file("request.bin", bytes(range(256)))
@@ -47,8 +47,18 @@ class Examples(ToolTest):
     def endpoint(self, port):
         return "tcp://127.0.0.1:%d" % self.ports[port]
 
-    def publish_readings(self):
-        publisher = self.publisher("tcp://*:%d" % self.ports[5555])
+    def make_keys(self):
+        """The files of the tool, and the keys of the encrypted server."""
+        public, secret = zmq.curve_keypair()
+        self.run_tool("keygen", self.path("my.key"))
+        self.write_file("trusted-keys", public + b" tcp://localhost:%d\n" % self.ports[5562])
+        return secret
+
+    def publish_readings(self, port=5555, secret=None):
+        publisher = self.peer(zmq.XPUB)
+        if secret:
+            publisher.curve_secretkey, publisher.curve_server = secret, True
+        publisher.bind("tcp://*:%d" % self.ports[port])
 
         def loop():
             number = 0
@@ -67,7 +77,9 @@ class Examples(ToolTest):
 
     def run_example(self, command):
         tool = re.search(r"rk-socket (\w+)", command).group(1)
-        if tool in ("sub", "probe"):
+        if "--key" in command or tool == "pubkey":
+            self.publish_readings(5562, self.make_keys())
+        elif tool in ("sub", "probe"):
             self.publish_readings()
         elif tool == "req":
             self.serve("tcp://*:%d" % self.ports[5556], self.answer_command)
@@ -131,7 +143,7 @@ def add_test(name, command):
     setattr(Examples, "test_" + name, lambda self: self.run_example(command))
 
 
-for name in ("sub", "pub", "req", "rep", "push", "pull", "probe", "types"):
+for name in ("sub", "pub", "req", "rep", "push", "pull", "probe", "types", "keygen", "pubkey"):
     examples = examples_of_help(name)
     assert examples, name
     for index, example in enumerate(examples, 1):

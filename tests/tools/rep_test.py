@@ -1,5 +1,6 @@
 """rk-socket rep, against foreign clients."""
 
+import signal
 import unittest
 
 from harness import SCHEMAS, ToolTest, free_port, generated
@@ -23,6 +24,17 @@ class Replies(ToolTest):
         requests = [b"one", b"", b"\x00\xff"]
 
         self.assertEqual((requests, (0, b"one\n\n\\x00\\xFF\n", "")), self.ask(requests, "--echo"))
+
+    def test_a_count_of_0_has_no_end(self):
+        endpoint = self.fresh_endpoint()
+        rep = self.start("rep", endpoint, "--count", "0", "--echo")
+        client = self.client(endpoint)
+        for request in (b"one", b"two"):
+            client.send(request)
+            self.assertEqual(request, client.recv())
+        rep.signal(signal.SIGINT)
+
+        self.assertEqual((0, b"one\ntwo\n", ""), rep.end())
 
     def test_answers_with_a_fixed_text(self):
         self.assertEqual(([b"[yes, sir]"] * 2, (0, b"a\nb\n", "")), self.ask([b"a", b"b"], "--reply", "[yes, sir]"))

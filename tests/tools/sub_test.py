@@ -211,6 +211,14 @@ class Ending(ToolTest):
             sub.signal(number)
             self.assertEqual((128 + number, b"", ""), sub.end())
 
+    def test_a_count_of_0_has_no_end(self):
+        sub, publisher = self.subscribed("--count", "0")
+        publisher.send(b"second")
+        self.assertEqual(b"second", sub.read_line())
+        sub.signal(signal.SIGINT)
+
+        self.assertEqual((0, b"", ""), sub.end())
+
     def test_a_dead_endpoint_ends_with_status_3_when_the_time_is_over(self):
         status, output, errors = self.run_tool("sub", "tcp://127.0.0.1:1", "--timeout", "20ms")
 

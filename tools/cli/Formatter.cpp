@@ -113,7 +113,12 @@ std::string Formatter::make_help(const CLI::App* command, std::string /*name*/, 
 }
 
 void addExamples(CLI::App& command, const std::vector<Example>& examples) {
-    std::string text = "TIME is a number and us, ms, s (also without a unit) or min.\n";
+    std::string text;
+    const auto options =
+        command.get_options([](const CLI::Option* option) { return option->get_type_name() == "TIME"; });
+    if (!options.empty()) {
+        text += "TIME is a number and us, ms, s (also without a unit) or min.\n";
+    }
     if (command.get_option_no_throw("--max-size") != nullptr) {
         text += "SIZE is a number of bytes, or a number and KiB, MiB, GiB, kB, MB or GB.\n";
     }

@@ -105,6 +105,18 @@ void addEndpoints(CLI::App& command, SocketSettings& settings, const std::string
     command.add_option("ENDPOINT", settings.endpoints, description)->check(endpoint())->required();
 }
 
+void addKeys(CLI::App& command, KeyFiles& files) {
+    auto* const key = addText(command, "--key", "FILE", files.own,
+                              "encrypt TCP with the key pair in FILE, which rk-socket keygen makes", networkGroup);
+    auto* const trust =
+        addText(command, "--trust", "FILE", files.trusted,
+                "talk only to peers whose keys are in FILE; a line is a key and a client's name, or a key "
+                "and a server's endpoint",
+                networkGroup);
+    key->needs(trust);
+    trust->needs(key);
+}
+
 void addNetwork(CLI::App& command, SocketSettings& settings) {
     addValue<std::string>(command, "--listen-on", "HOST", settings.listenOn,
                           "on TCP, listen on this address or interface alone, for instance localhost", networkGroup)
@@ -125,6 +137,7 @@ void addNetwork(CLI::App& command, SocketSettings& settings) {
         ->type_name("TIME")
         ->group(networkGroup);
     addFlag(command, "--ipv6", settings.ipv6, "use IPv6, too", networkGroup);
+    addKeys(command, settings.keys);
 }
 
 void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue) {

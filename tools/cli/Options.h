@@ -44,6 +44,9 @@ CLI::Option* addFlag(CLI::App& command, const std::string& name, bool& target, c
 /// Lets the user give only one of the options `first` and `others`.
 void exclude(CLI::App& command, const std::string& first, const std::vector<std::string>& others);
 
+/// --key and --trust.
+void addKeys(CLI::App& command, KeyFiles& files);
+
 void addEndpoint(CLI::App& command, SocketSettings& settings, const std::string& description);
 void addEndpoints(CLI::App& command, SocketSettings& settings, const std::string& description);
 

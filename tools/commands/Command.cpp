@@ -4,7 +4,8 @@ namespace rk::tools {
 
 using Creator = std::unique_ptr<Command>(CLI::App&);
 
-Creator createProbe, createPublish, createPull, createPush, createReply, createRequest, createSubscribe,
+Creator createKeygen, createProbe, createPubkey, createPublish, createPull, createPush, createReply, createRequest,
+    createSubscribe,
     createTypes; // each in the file of its command
 
 const std::vector<CommandEntry>& allCommands() {
@@ -15,8 +16,10 @@ const std::vector<CommandEntry>& allCommands() {
         {"rep", "Print requests and answer them", createReply},
         {"push", "Hand each message to one of several receivers", createPush},
         {"pull", "Print what is handed out", createPull},
-        {"probe", "Tell what listens at an endpoint", createProbe},
+        {"probe", "Tell what listens at an endpoint (also: check)", createProbe},
         {"types", "List the types of a schema", createTypes},
+        {"keygen", "Make a key pair, and print the lines that its peers need", createKeygen},
+        {"pubkey", "Print the public key of a key pair", createPubkey},
     };
     return entries;
 }

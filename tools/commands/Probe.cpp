@@ -14,15 +14,19 @@ public:
     explicit Probing(CLI::App& command) {
         addEndpoints(command, socket, "tcp://HOST:PORT or ipc://PATH, where somebody should listen");
         addTime(command, "-t,--timeout", timeout, "the longest wait for each step: connection, greeting, description");
-        addExamples(command, {{"Does a ZeroMQ socket listen there, and of which type?",
-                               "rk-socket probe tcp://localhost:5555"}});
+        addKeys(command, files);
+        addExamples(command,
+                    {{"Does a ZeroMQ socket listen there, and of which type?", "rk-socket probe tcp://localhost:5555"},
+                     {"Does it have the right key, and does it trust mine?",
+                      "rk-socket check tcp://localhost:5562 --key my.key --trust trusted-keys"}});
     }
 
     ExitStatus run(const Surroundings& surroundings) override {
         Output output(surroundings.stop);
+        const std::optional<Keys> keys = files.own ? std::make_optional<Keys>(files) : std::nullopt;
         for (const std::string& endpoint : socket.endpoints) {
             const auto limit = std::chrono::ceil<std::chrono::milliseconds>(timeout);
-            const Findings findings = probe(endpoint, limit, surroundings.stop);
+            const Findings findings = probe(endpoint, keys ? &*keys : nullptr, limit, surroundings.stop);
             if (findings.trouble) {
                 output.flush();
                 surroundings.complaints.add(endpoint + ": " + *findings.trouble);
@@ -36,6 +40,7 @@ public:
 
 private:
     SocketSettings socket;
+    KeyFiles files;
     std::chrono::nanoseconds timeout = std::chrono::seconds(2);
 };
 

@@ -52,7 +52,7 @@ public:
         : options(optionsToUse),
           stop(surroundings.stop),
           complaints(surroundings.complaints),
-          context(stop),
+          context(options.socket.keys, stop),
           wire(context, pattern, options.socket.endpoints.front(), options.socket, stop, complaints),
           pacer(options.socket.rate, stop),
           live(isLive()) {}
@@ -182,8 +182,7 @@ public:
         addHex(command, options.codec);
         addEnvelope(command, options.envelope);
         addSchema(command, options.codec, options.envelope, "messages");
-        addCount(command, options.repetition,
-                 "send N messages, beginning again at the first when there are no more");
+        addCount(command, options.repetition, "send N messages, beginning again at the first when there are no more");
         addTime(command, "-i,--interval", options.repetition.interval, "wait TIME between messages");
         if (pattern == Pattern::Publish) {
             addSubscribers(command);

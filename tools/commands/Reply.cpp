@@ -29,7 +29,7 @@ public:
           output(surroundings.stop),
           codec(options.codec, options.envelope, options.codec.typeOfReplies(), options.codec.type, complaints),
           answer(makeAnswer(options.answer, codec, complaints, surroundings.stop)),
-          context(surroundings.stop),
+          context(options.socket.keys, surroundings.stop),
           wire(context, Pattern::Reply, options.socket.endpoints.front(), options.socket, surroundings.stop,
                complaints),
           inbox({&wire}, sinks, options.inbox, surroundings.stop, complaints),

@@ -33,7 +33,7 @@ public:
           codec(options.codec, options.envelope, options.codec.type, options.codec.typeOfReplies(),
                 surroundings.complaints),
           outgoing(options.source, options.repetition, codec, surroundings.complaints, surroundings.stop),
-          context(surroundings.stop),
+          context(options.socket.keys, surroundings.stop),
           wire(context, Pattern::Request, options.socket.endpoints.front(), options.socket, surroundings.stop,
                surroundings.complaints),
           inbox({&wire}, sinks, options.inbox, surroundings.stop, surroundings.complaints),

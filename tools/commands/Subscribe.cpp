@@ -27,7 +27,7 @@ public:
     Subscription(const SubscribeOptions& optionsToUse, Pattern pattern, const Surroundings& surroundings)
         : options(optionsToUse),
           output(surroundings.stop),
-          context(surroundings.stop),
+          context(options.socket.keys, surroundings.stop),
           wires(open(pattern, surroundings)),
           inbox(pointersTo(wires), sinks, options.inbox, surroundings.stop, surroundings.complaints) {
         addSinks(surroundings);
@@ -69,8 +69,8 @@ private:
 
     void addSinks(const Surroundings& surroundings) {
         if (options.record) {
-            sinks.push_back(
-                makeRecordingSink(*options.record, options.repetition.count, surroundings.complaints, surroundings.stop));
+            sinks.push_back(makeRecordingSink(*options.record, options.repetition.count, surroundings.complaints,
+                                              surroundings.stop));
         }
         if (options.stats) {
             sinks.push_back(makeStatisticsSink(output, surroundings.complaints, options.interval,

@@ -16,7 +16,7 @@ _rk_socket() {
     local current=${COMP_WORDS[COMP_CWORD]} words=""
     local general="-v --verbose -h --help" schema="--proto --descriptor-set -I --proto-path"
     local common="$general $schema --type --proto-part --separator -n --count --bind --connect --fifo"
-    common+=" --listen-on --max-message-size --peer-timeout --ipv6"
+    common+=" --listen-on --max-message-size --peer-timeout --ipv6 --key --trust"
     local received="--format --all-fields --parts --json --timestamps --template --max-size -t --timeout"
     local sent="--file --lines --whole --hex -i --interval --rate --close-policy"
     local replayed="--replay --speed --max-size --live"
@@ -25,7 +25,7 @@ _rk_socket() {
     --format) words="text hex hexdump raw" ;;
     --close-policy) words="drop linger wait" ;;
     --type | --reply-type) words=$(_rk_socket_types) ;;
-    --file | --proto | --descriptor-set | --record | --replay | --reply-file)
+    --file | --proto | --descriptor-set | --record | --replay | --reply-file | --key | --trust)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
@@ -41,7 +41,7 @@ _rk_socket() {
     --reply | --command | --separator | --template | --topic) return ;;
     *)
         case $COMP_CWORD,$current,${COMP_WORDS[1]} in
-        1,*) words="sub pub req rep push pull probe types --help --help-all --version" ;;
+        1,*) words="sub pub req rep push pull probe check types keygen pubkey --help --help-all --version" ;;
         *,-*,sub) words="$common $received --topic --stats --record -i --interval" ;;
         *,-*,pull) words="$common $received --stats --record -i --interval" ;;
         *,-*,pub) words="$common $sent $replayed --delay --wait" ;;
@@ -51,7 +51,13 @@ _rk_socket() {
             words="$common $received --reply --reply-file --echo --command --command-timeout --command-output --hex"
             words+=" --reply-type --rate --close-policy"
             ;;
-        *,-*,probe) words="$general -t --timeout" ;;
+        *,-*,probe | *,-*,check) words="$general -t --timeout --key --trust" ;;
+        *,-*,keygen | *,-*,pubkey) words=$general ;;
+        *,*,keygen | *,*,pubkey)
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+            return
+            ;;
         *,-*,types) words="$general $schema --type" ;;
         esac
         ;;

@@ -9,7 +9,7 @@ Frames::~Frames() {
     std::for_each(messages.begin(), messages.end(), [](const auto& message) { zmq_msg_close(message.get()); });
 }
 
-bool Frames::receiveFrom(void* socket) {
+bool Frames::receiveFrom(void* socket, int flags) {
     views.clear();
     total = 0;
     bool more = true;
@@ -19,7 +19,7 @@ bool Frames::receiveFrom(void* socket) {
         }
         zmq_msg_t* const message = messages[views.size()].get();
         // ZeroMQ hands a message over only when all of it is there.
-        const int size = zmq_msg_recv(message, socket, ZMQ_DONTWAIT);
+        const int size = zmq_msg_recv(message, socket, flags);
         if (size < 0) {
             return false;
         }

@@ -16,8 +16,8 @@ public:
     Frames(const Frames&) = delete;
     Frames& operator=(const Frames&) = delete;
 
-    /// Takes the next message out of `socket` without waiting. False, with `errno` set, if there is none.
-    bool receiveFrom(void* socket);
+    /// Takes the next message out of `socket`, by default without waiting. False, with `errno` set, if there is none.
+    bool receiveFrom(void* socket, int flags = ZMQ_DONTWAIT);
 
     /// At least one. They are valid until the next message is received.
     const std::vector<std::string_view>& parts() const { return views; }

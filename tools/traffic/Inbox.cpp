@@ -3,7 +3,6 @@
 #include "display/Complaints.h"
 #include "display/Numbers.h"
 #include "system/StopSignals.h"
-#include "traffic/Probe.h"
 #include "traffic/Wire.h"
 
 #include <algorithm>
@@ -111,6 +110,7 @@ bool Inbox::poll(Clock::time_point deadline) {
 void Inbox::lookAfterConnections() {
     const auto now = Clock::now();
     for (Wire* const wire : wires) {
+        wire->reportRefusals();
         if (wire->connection() != nullptr) {
             lookAfter(*wire, now);
         }
@@ -121,7 +121,7 @@ void Inbox::lookAfter(Wire& wire, Clock::time_point now) {
     Connection& connection = *wire.connection();
     connection.update();
     if (!connection.wasMade() && now - begin >= connectPatience && diagnosed.insert(wire.endpoint()).second) {
-        if (const auto trouble = troubleAt(wire.endpoint(), wire.pattern(), stop)) {
+        if (const auto trouble = wire.trouble()) {
             complaints.remark(wire.endpoint() + ": " + *trouble);
         }
     }

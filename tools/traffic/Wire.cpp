@@ -5,6 +5,7 @@
 #include "traffic/Context.h"
 #include "traffic/Endpoint.h"
 #include "traffic/Frames.h"
+#include "traffic/Probe.h"
 
 #include <rk/utils/Log.h>
 
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <limits>
 #include <netdb.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -32,6 +34,10 @@ constexpr int sendSlice = 100; // milliseconds, between looks at the deadline
 // What is longer than this and longer than wanted is refused by ZeroMQ before memory is allocated, which costs the
 // connection. What is not is received and left out.
 constexpr std::size_t leastLimit = 1024UL * 1024;
+
+// ZeroMQ counts what encryption adds, and applies the limit to the handshake.
+constexpr std::int64_t leastEncrypted = 512;
+constexpr std::int64_t addedByEncryption = 33;
 
 struct Role {
     int type;
@@ -67,7 +73,7 @@ int lingerOf(ClosePolicies::ClosePolicy policy) {
 
 } // namespace
 
-Wire::Wire(const Context& zmqContext, Pattern pattern, const std::string& endpoint, const SocketSettings& settingsToUse,
+Wire::Wire(Context& zmqContext, Pattern pattern, const std::string& endpoint, const SocketSettings& settingsToUse,
            const StopSignals& stopSignals, const Complaints& complaintsToUse)
     : context(zmqContext),
       role(pattern),
@@ -111,7 +117,12 @@ void Wire::create(Subscriptions wanted) {
         refuse("Socket: Failed creating socket: ");
     }
     const std::int64_t limit = static_cast<std::int64_t>(std::max(settings.maxSize, leastLimit));
-    const std::int64_t given = binds() ? settings.maxMessageSize.value_or(limit) : limit;
+    std::int64_t given = binds() ? settings.maxMessageSize.value_or(limit) : limit;
+    if (context.keys() != nullptr) {
+        given =
+            std::max(std::min(given, std::numeric_limits<std::int64_t>::max() - addedByEncryption) + addedByEncryption,
+                     leastEncrypted);
+    }
     zmq_setsockopt(socket, ZMQ_MAXMSGSIZE, &given, sizeof given);
     setNetwork();
     set(ZMQ_SNDTIMEO, sendSlice);
@@ -143,6 +154,7 @@ void Wire::attach() {
     } else {
         peer = std::make_unique<Connection>(context, socket);
     }
+    context.secure(socket, target, binds());
     const int result = binds() ? zmq_bind(socket, place.c_str()) : zmq_connect(socket, place.c_str());
     if (result != 0) {
         refuse("Socket: Failed connecting/binding socket: ");
@@ -212,6 +224,7 @@ void Wire::close(ClosePolicy policy) {
     if (socket == nullptr) {
         return;
     }
+    reportRefusals();
     const int linger = lingerOf(policy);
     zmq_setsockopt(socket, ZMQ_LINGER, &linger, sizeof linger);
     if (peer) {
@@ -281,6 +294,14 @@ bool Wire::receive(Frames& frames) {
     return false;
 }
 
+std::optional<std::string> Wire::trouble() const {
+    return binds() ? std::nullopt : troubleAt(address, role, context.keys(), stop);
+}
+
+void Wire::reportRefusals() const {
+    context.reportRefusals(complaints);
+}
+
 void Wire::takeSubscriptions() {
     if (!counts) {
         return;
@@ -296,7 +317,8 @@ bool Wire::awaitSubscriptions(std::uint64_t number) {
     while (subscriptions < number && !stop.requested()) {
         std::array<zmq_pollitem_t, 2> items = {
             {{socket, 0, ZMQ_POLLIN, 0}, {nullptr, stop.descriptor(), ZMQ_POLLIN, 0}}};
-        zmq_poll(items.data(), static_cast<int>(items.size()), -1);
+        zmq_poll(items.data(), static_cast<int>(items.size()), 250);
+        reportRefusals();
         takeSubscriptions();
     }
     return !stop.requested();

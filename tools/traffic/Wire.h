@@ -1,6 +1,7 @@
 #pragma once
 
 #include "traffic/Connection.h"
+#include "traffic/Keys.h"
 #include "traffic/Pattern.h"
 
 #include <rk/socket/ClosePolicy.h>
@@ -32,6 +33,7 @@ struct SocketSettings {
     std::optional<std::int64_t> maxMessageSize;      ///< of a peer that connects, in bytes
     std::optional<std::chrono::seconds> peerTimeout; ///< after which a machine has vanished
     bool ipv6 = false;
+    KeyFiles keys;
     std::optional<unsigned int> rate; ///< in Mbit/s
     std::optional<int> fifo;
     std::optional<rk::socket::ClosePolicy::ClosePolicy> closePolicy; ///< without it, as the subcommand does
@@ -48,7 +50,7 @@ public:
         Counted
     };
 
-    Wire(const Context& context, Pattern pattern, const std::string& endpoint, const SocketSettings& settings,
+    Wire(Context& context, Pattern pattern, const std::string& endpoint, const SocketSettings& settings,
          const StopSignals& stop, const Complaints& complaints);
     ~Wire();
     Wire(const Wire&) = delete;
@@ -86,6 +88,12 @@ public:
     /// Null if this side binds.
     Connection* connection() const { return peer.get(); }
 
+    /// Why the other side and this one cannot talk, for people. Nothing if they can, or if this side binds.
+    std::optional<std::string> trouble() const;
+
+    /// Remarks on clients that have been refused.
+    void reportRefusals() const;
+
 private:
     void create(Subscriptions subscriptions);
     void attach();
@@ -98,7 +106,7 @@ private:
     void set(int option, int value);
     void refuse(const std::string& action) const;
 
-    const Context& context;
+    Context& context;
     Pattern role;
     std::string address;
     rk::socket::SocketEndpoint target;
