@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <map>
+#include <new>
 
 namespace rk::tools {
 
@@ -104,6 +105,9 @@ int run(int argc, const char* const* argv) {
     } catch (const Misuse& misuse) {
         complaints.add(misuse.what());
         return static_cast<int>(ExitStatus::Usage);
+    } catch (const std::bad_alloc&) {
+        complaints.add("out of memory");
+        return static_cast<int>(ExitStatus::Failed);
     } catch (const std::exception& failure) {
         complaints.add(failure.what());
         return static_cast<int>(ExitStatus::Failed);

@@ -21,7 +21,7 @@ protected:
         command.formatter(std::make_shared<Formatter>());
         addEndpoints(command, socket, "where");
         addRate(command, socket);
-        addSocket(command, socket, "outgoing");
+        addSocket(command, socket, "outgoing", true);
         addClosePolicy(command, socket, "drop");
         addHex(command, codec);
         addFormat(command, codec, "messages");

@@ -149,7 +149,8 @@ class Refusing(ToolTest):
                           ["sub", endpoint, "--format", "xml"], ["sub", endpoint, "--stats", "--format", "hex"],
                           ["pub", endpoint, "a", "--file", "b"], ["pub", endpoint, "a", "--replay", "b"],
                           ["pub", endpoint, "--listen-on", "lo:5555"], ["pub", endpoint, "--listen-on", ""],
-                          ["sub", endpoint, "--listen-on", "a/b"], ["rep", endpoint, "--max-message-size", "0"],
+                          ["sub", endpoint, "--listen-on", "a/b"], ["sub", endpoint, "--listen-on", "lo"],
+                          ["pub", endpoint, "--connect", "--max-message-size", "1"], ["rep", endpoint, "--max-message-size", "0"],
                           ["req", endpoint, "--peer-timeout", "32768s"],
                           ["pub", endpoint, "--rate", "0"], ["pub", endpoint, "--fifo", "-1"], ["rep", endpoint],
                           ["rep", endpoint, "--echo", "--reply", "x"], ["sub", endpoint, "--interval", "1s"],
@@ -177,7 +178,8 @@ class Refusing(ToolTest):
     def test_names_what_is_wrong_in_plain_words(self):
         for arguments, reason in ((["sub", "nowhere"], "'nowhere' is no endpoint: tcp://HOST:PORT or ipc://PATH"),
                                   (["sub", "tcp://a:1", "--max-size", "3GiB"], "'3GiB' is no size: a number of bytes up to "),
-                                  (["sub", "tcp://a:1", "--count", "-1"], "'-1' is no whole number from 0 to ")):
+                                  (["sub", "tcp://a:1", "--count", "-1"], "'-1' is no whole number from 0 to "),
+                                  (["sub", "tcp://a:1", "--peer-timeout", "0"], "'0' is no duration from 1 to 32767 s: ")):
             self.assertIn(reason, self.run_tool(*arguments)[2])
 
     def test_takes_a_template_with_unknown_fields_for_a_mistake(self):

@@ -194,6 +194,12 @@ class Memory(ToolTest):
                 pub = self.start("pub", self.fresh_endpoint(), "--delay", "0", *arguments, stdin=file, **limit)
                 self.assertEqual((1, b"", "rk-socket: %s: %s\n" % (name, reason)), pub.end())
 
+    def test_a_message_of_parts_without_end_is_refused(self):
+        path = self.write_file("recording", b"rk-socket recording 1\n" + struct.pack("<QI", 0, 0x80000000) * 1000)
+
+        self.assertEqual((1, b"", "rk-socket: %s: damaged: message 1, at byte 118, has 96 bytes, more than --max-size 90\n" % path),
+                         self.run_tool("pub", self.fresh_endpoint(), "--delay", "0", "--replay", path, "--max-size", "90"))
+
     def test_a_length_beyond_the_end_of_a_recording_is_refused(self):
         path = self.write_file("recording", b"rk-socket recording 1\n" + struct.pack("<QI", 0, 1000) + b"abc")
 

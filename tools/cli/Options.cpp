@@ -123,8 +123,7 @@ void addNetwork(CLI::App& command, SocketSettings& settings) {
         ->check(host());
     addValue<std::int64_t>(command, "--max-message-size", "SIZE", settings.maxMessageSize,
                            "when listening, disconnect a peer that sends a longer message", networkGroup)
-        ->transform(size(std::numeric_limits<std::int64_t>::max()))
-        ->check(CLI::PositiveNumber);
+        ->transform(size(std::numeric_limits<std::int64_t>::max()));
     command
         .add_option_function<double>(
             "--peer-timeout",
@@ -132,15 +131,14 @@ void addNetwork(CLI::App& command, SocketSettings& settings) {
                 settings.peerTimeout = std::chrono::seconds(static_cast<std::int64_t>(std::ceil(seconds)));
             },
             "notice within TIME, in whole seconds, that a peer's machine has vanished")
-        ->transform(duration())
-        ->check(CLI::Range(1.0, 32767.0))
+        ->transform(duration(1.0, 32767.0))
         ->type_name("TIME")
         ->group(networkGroup);
     addFlag(command, "--ipv6", settings.ipv6, "use IPv6, too", networkGroup);
     addKeys(command, settings.keys);
 }
 
-void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue) {
+void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue, bool listens) {
     const auto direction = [&](const std::string& name, bool binds, const std::string& description) {
         return command.add_flag_callback(
                           name, [&settings, binds] { settings.binds = binds; }, description)
@@ -153,6 +151,13 @@ void addSocket(CLI::App& command, SocketSettings& settings, const std::string& q
                   socketGroup)
         ->transform(wholeNumber(0, std::numeric_limits<int>::max()));
     addNetwork(command, settings);
+    for (const char* const option : {"--listen-on", "--max-message-size"}) {
+        if (listens) {
+            exclude(command, option, {"--connect"});
+        } else {
+            command.get_option(option)->needs(command.get_option("--bind"));
+        }
+    }
 }
 
 void addClosePolicy(CLI::App& command, SocketSettings& settings, const std::string& usual) {

@@ -50,8 +50,9 @@ void addKeys(CLI::App& command, KeyFiles& files);
 void addEndpoint(CLI::App& command, SocketSettings& settings, const std::string& description);
 void addEndpoints(CLI::App& command, SocketSettings& settings, const std::string& description);
 
-/// --bind, --connect and --fifo. `queue` names the queue that matters.
-void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue);
+/// --bind, --connect, --fifo and the options of the network. `queue` names the queue that matters, and `listens` tells
+/// what the command does without the first two.
+void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue, bool listens);
 
 /// `usual` describes what the command does without the option.
 void addClosePolicy(CLI::App& command, SocketSettings& settings, const std::string& usual);

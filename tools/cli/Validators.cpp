@@ -12,7 +12,6 @@ namespace rk::tools {
 
 namespace {
 
-constexpr double longestSeconds = 1e9;
 const std::map<std::string, double> secondsByUnit = {{"us", 1e-6}, {"ms", 1e-3}, {"s", 1.0}, {"min", 60.0}};
 
 using Rewrite = std::function<std::string(const std::string&)>;
@@ -81,11 +80,13 @@ CLI::Validator number(double least, double most) {
                      "number from " + CLI::detail::to_string(least) + " to " + CLI::detail::to_string(most));
 }
 
-CLI::Validator duration() {
+CLI::Validator duration(double least, double most) {
+    const std::string range =
+        least > 0.0 ? " from " + CLI::detail::to_string(least) + " to " + CLI::detail::to_string(most) + " s" : "";
     return rewriting(
         [units = CLI::AsNumberWithUnit(secondsByUnit, CLI::AsNumberWithUnit::CASE_SENSITIVE),
-         range = CLI::Range(0.0, longestSeconds)](const std::string& text) { return inBaseUnit(text, units, range); },
-        "duration: a number and us, ms, s (also without a unit) or min");
+         limits = CLI::Range(least, most)](const std::string& text) { return inBaseUnit(text, units, limits); },
+        "duration" + range + ": a number and us, ms, s (also without a unit) or min");
 }
 
 CLI::Validator size(std::uint64_t most) {

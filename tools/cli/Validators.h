@@ -21,8 +21,8 @@ CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most);
 /// A number, with or without a fraction.
 CLI::Validator number(double least, double most);
 
-/// "500ms", "2s", "1.5min", "20us" or, in seconds, "2"; for the parser a number of seconds.
-CLI::Validator duration();
+/// "500ms", "2s", "1.5min", "20us" or, in seconds, "2"; for the parser a number of seconds from `least` to `most`.
+CLI::Validator duration(double least = 0.0, double most = 1e9);
 
 /// "100", "64KiB", "2 GB"; for the parser a number of bytes.
 CLI::Validator size(std::uint64_t most);

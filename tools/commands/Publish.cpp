@@ -191,7 +191,7 @@ public:
         addFlag(command, "--live", options.live,
                 "drop messages for peers whose queue is full, instead of waiting for room", socketGroup);
         addRate(command, options.socket);
-        addSocket(command, options.socket, "outgoing");
+        addSocket(command, options.socket, "outgoing", true);
         addClosePolicy(command, options.socket, "wait, but linger for what is live or ended by a signal");
         addExamples(command, pattern == Pattern::Publish ? examplesOfPub() : examplesOfPush());
     }

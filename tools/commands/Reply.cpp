@@ -93,7 +93,7 @@ public:
         addCount(command, options.repetition, "end after N requests");
         addInbox(command, options.inbox, "end, with status 3, when no request has come for TIME");
         addRate(command, options.socket);
-        addSocket(command, options.socket, "incoming");
+        addSocket(command, options.socket, "incoming", true);
         addClosePolicy(command, options.socket, "linger");
         addExamples(command,
                     {{"Answer with the request, until Ctrl-C", "rk-socket rep 'tcp://*:5559' --echo"},

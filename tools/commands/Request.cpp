@@ -136,7 +136,7 @@ public:
         addInbox(command, options.inbox, "wait TIME for each reply; status 3 if one did not come");
         addTime(command, "-i,--interval", options.repetition.interval, "wait TIME between requests");
         addRate(command, options.socket);
-        addSocket(command, options.socket, "outgoing");
+        addSocket(command, options.socket, "outgoing", false);
         addClosePolicy(command, options.socket, "drop");
         addExamples(command,
                     {{"Ask once, and see how long it takes", "rk-socket req tcp://localhost:5558 'are you there?'"},

@@ -128,7 +128,7 @@ public:
         addInbox(command, options.inbox, "end, with status 3, when no message has come for TIME");
         addTime(command, "-i,--interval", options.interval, "TIME between lines of --stats");
         command.get_option("--interval")->needs(command.get_option("--stats"));
-        addSocket(command, options.socket, "incoming");
+        addSocket(command, options.socket, "incoming", false);
         addExamples(command, pattern == Pattern::Subscribe ? examplesOfSub() : examplesOfPull());
     }
 

@@ -3,6 +3,7 @@
 #include "recording/Recording.h"
 #include "system/StopSignals.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace rk::tools {
@@ -25,7 +26,8 @@ std::optional<RecordingReader::Entry> RecordingReader::next() {
     std::size_t size = 0;
     bool more = true;
     while (more) {
-        auto block = nextBlock(size);
+        // A part without bytes takes memory, too.
+        auto block = nextBlock(std::max(size, recording::headSize * entry.parts.size()));
         if (!block) {
             return std::nullopt;
         }

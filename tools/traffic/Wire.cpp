@@ -96,12 +96,12 @@ std::string Wire::debugString() const {
 }
 
 void Wire::refuse(const std::string& action) const {
-    throw std::runtime_error(action + zmq_strerror(zmq_errno()) + " on " + debugString());
+    throw std::runtime_error("cannot " + action + " " + address + ": " + zmq_strerror(zmq_errno()));
 }
 
 void Wire::set(int option, int value) {
     if (zmq_setsockopt(socket, option, &value, sizeof value) != 0) {
-        refuse("Socket: Failed setting option " + std::to_string(option) + ": ");
+        refuse("set option " + std::to_string(option) + " of");
     }
 }
 
@@ -114,7 +114,7 @@ void Wire::create(Subscriptions wanted) {
     counts = wanted == Subscriptions::Counted;
     socket = zmq_socket(context.native(), counts ? ZMQ_XPUB : roleOf(role).type);
     if (socket == nullptr) {
-        refuse("Socket: Failed creating socket: ");
+        refuse("make a socket for");
     }
     const std::int64_t limit = static_cast<std::int64_t>(std::max(settings.maxSize, leastLimit));
     std::int64_t given = binds() ? settings.maxMessageSize.value_or(limit) : limit;
@@ -157,7 +157,7 @@ void Wire::attach() {
     context.secure(socket, target, binds());
     const int result = binds() ? zmq_bind(socket, place.c_str()) : zmq_connect(socket, place.c_str());
     if (result != 0) {
-        refuse("Socket: Failed connecting/binding socket: ");
+        refuse(binds() ? "listen on" : "connect to");
     }
     struct stat status = {};
     if (binds() && target.transport == Ipc && ::stat(target.address.c_str(), &status) == 0) {
@@ -275,7 +275,7 @@ bool Wire::sendParts(const Parts& message, int flags, Connection::Clock::time_po
         if (zmq_send(socket, part.data(), part.size(), flags | more) >= 0) {
             ++sent;
         } else if (zmq_errno() != EAGAIN && zmq_errno() != EINTR) {
-            refuse("Send error: ");
+            refuse("send to");
         } else if (stop.requested() || Connection::Clock::now() >= deadline) {
             return false;
         }
@@ -289,7 +289,7 @@ bool Wire::receive(Frames& frames) {
     }
     // A request socket that owes a request, or a reply socket that owes a reply, has nothing to receive.
     if (zmq_errno() != EAGAIN && zmq_errno() != EINTR && zmq_errno() != EFSM) {
-        refuse("Receive error: ");
+        refuse("receive from");
     }
     return false;
 }
