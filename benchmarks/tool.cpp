@@ -2,9 +2,6 @@
 #include "Measuring.h"
 #include "messages.pb.h"
 
-#include <google/protobuf/util/json_util.h>
-#include <google/protobuf/util/type_resolver.h>
-#include <google/protobuf/util/type_resolver_util.h>
 #include <zmq.h>
 
 #include <array>
@@ -25,38 +22,8 @@ namespace rk::benchmarks {
 
 namespace {
 
-namespace json = google::protobuf::util;
-
 constexpr std::size_t blockSize = 64;
 constexpr const char* type = "rk.benchmarks.Reading";
-
-/// The program by hand: receives blocks and prints them as they are, or as protobuf's JSON.
-void printByHand(const std::string& url, unsigned long count, bool asJson) {
-    void* const context = zmq_ctx_new();
-    void* const socket = zmq_socket(context, ZMQ_SUB);
-    zmq_setsockopt(socket, ZMQ_SUBSCRIBE, "", 0);
-    require(zmq_connect(socket, url.c_str()) == 0, "zmq_connect");
-    const std::unique_ptr<json::TypeResolver> resolver(
-        json::NewTypeResolverForDescriptorPool("type", google::protobuf::DescriptorPool::generated_pool()));
-    std::array<char, 4096> buffer{};
-    for (unsigned long done = 0; done < count; ++done) {
-        const int size = zmq_recv(socket, buffer.data(), buffer.size(), 0);
-        require(size >= 0, "zmq_recv");
-        if (!asJson) {
-            std::fwrite(buffer.data(), 1, static_cast<std::size_t>(size), stdout);
-            continue;
-        }
-        std::string text;
-        const std::string block(buffer.data(), static_cast<std::size_t>(size));
-        const auto status = json::BinaryToJsonString(resolver.get(), std::string("type/") + type, block, &text);
-        require(status.ok(), "BinaryToJsonString");
-        text += '\n';
-        std::fwrite(text.data(), 1, text.size(), stdout);
-    }
-    std::fflush(stdout);
-    zmq_close(socket);
-    zmq_ctx_term(context);
-}
 
 /// Starts a program whose output is thrown away.
 pid_t start(std::vector<std::string> arguments) {
@@ -125,16 +92,15 @@ std::string protobufBlock() {
 }
 
 void measureAll(const std::string& tool, unsigned int rounds, unsigned long count) {
-    const std::string self = "/proc/self/exe";
     const std::string raw(blockSize, 'x');
     const std::string number = std::to_string(count);
     const unsigned long fewer = count / 10;
     const std::string fewerNumber = std::to_string(fewer);
     const std::vector<Reader> readers = {
-        {"raw by hand", {self, "print"}, {number}, raw, count},
+        {"raw by hand", {RK_BENCHMARK_PRINTER}, {number}, raw, count},
         {"raw with the tool", {tool, "sub"}, {"--count", number, "--format", "raw"}, raw, count},
         {"text with the tool", {tool, "sub"}, {"--count", number}, raw, count},
-        {"JSON by hand", {self, "print"}, {fewerNumber, "--json"}, protobufBlock(), fewer},
+        {"JSON by hand", {RK_BENCHMARK_PRINTER}, {fewerNumber, "--json"}, protobufBlock(), fewer},
         {"JSON with the tool",
          {tool, "sub"},
          {"--count", fewerNumber, "--proto", RK_BENCHMARK_SCHEMA, "--type", type},
@@ -154,7 +120,6 @@ void addTool(CLI::App& program) {
         std::string path;
         unsigned int rounds = 0;
         unsigned long count = 0;
-        bool asJson = false;
     };
     const auto options = std::make_shared<Options>();
     CLI::App* const command = program.add_subcommand(
@@ -163,11 +128,6 @@ void addTool(CLI::App& program) {
     command->add_option("ROUNDS", options->rounds)->required();
     command->add_option("COUNT", options->count, "messages, a tenth as many for JSON")->required();
     command->callback([options] { measureAll(options->path, options->rounds, options->count); });
-    CLI::App* const print = program.add_subcommand("print", "The short program")->group("");
-    print->add_option("URL", options->path)->required();
-    print->add_option("COUNT", options->count)->required();
-    print->add_flag("--json", options->asJson);
-    print->callback([options] { printByHand(options->path, options->count, options->asJson); });
 }
 
 } // namespace rk::benchmarks
