@@ -12,7 +12,7 @@ namespace {
 class Probing : public Command {
 public:
     explicit Probing(CLI::App& command) {
-        addEndpoints(command, socket, "tcp://HOST:PORT or ipc://PATH, where somebody should listen");
+        addEndpoints(command, socket, "tcp://HOST:PORT or ipc://PATH, which may have a listener");
         addTime(command, "-t,--timeout", timeout, "the longest wait for each step: connection, greeting, description");
         addKeys(command, files);
         addExamples(command,

@@ -18,7 +18,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A connection on which nobody is waited for longer than the limit.
+/// A connection to an endpoint, with a time limit for each step.
 class Line {
 public:
     Line(std::chrono::milliseconds limitOfStep, const StopSignals& stopSignals)
