@@ -17,7 +17,7 @@ import time
 
 MODES = {
     # Arguments of the subcommands, how often each point of a curve is measured, the greatest number of each curve.
-    "full": dict(compare=["3", "11", "25"], repair=["2000", "40"], cap=["1", "70"], tool=["11", "500000"], repeats=5,
+    "full": dict(compare=["3", "11", "25"], repair=["2000", "40"], cap=["1", "70"], tool=["61", "500000"], repeats=5,
                  endpoints=10000, sockets=1000, subscribers=100, size=1 << 28, listeners=50),
     "quick": dict(compare=["1", "16", "2"], repair=["100", "5"], cap=["0.1", "0.2"], tool=["2", "50000"], repeats=1,
                   endpoints=1000, sockets=300, subscribers=30, size=1 << 24, listeners=10),

@@ -108,8 +108,10 @@ std::string examplesOf(const CLI::App* program) {
 
 std::string Formatter::make_help(const CLI::App* command, std::string /*name*/, CLI::AppFormatMode mode) const {
     const bool whole = mode == CLI::AppFormatMode::All;
+    const std::string footer = command->get_footer();
     return command->get_description() + "\nUsage: " + usageOf(command) + "\n" + optionsOf(command, true) +
-           commandsOf(command, whole) + "\n" + command->get_footer() + (whole ? examplesOf(command) : "");
+           commandsOf(command, whole) + (footer.rfind(examplesTitle, 0) == 0 ? "" : "\n") + footer +
+           (whole ? examplesOf(command) : "");
 }
 
 void addExamples(CLI::App& command, const std::vector<Example>& examples) {
