@@ -4,6 +4,7 @@
 
 #include <rk/socket/Security.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <functional>

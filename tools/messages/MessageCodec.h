@@ -70,7 +70,7 @@ private:
     EnvelopeSettings envelope;
     bool withSchema;
     bool endsLines;
-    bool isBare; ///< nothing but the parts is written, and nothing can be wrong with them
+    bool isBare;                  ///< nothing but the parts is written, and nothing can be wrong with them
     std::unique_ptr<Codec> codec; ///< of the chosen part
     std::unique_ptr<Codec> plain; ///< of the others, if there is a schema
 };

@@ -127,8 +127,8 @@ private:
         if (receivesGroups) {
             presented = presentable(block, *receivedMessage->GetDescriptor());
         }
-        const auto status = util::BinaryToJsonString(resolver.get(), receivedUrl, receivesGroups ? presented : block,
-                                                     &json, options);
+        const auto status =
+            util::BinaryToJsonString(resolver.get(), receivedUrl, receivesGroups ? presented : block, &json, options);
         if (!status.ok()) {
             throw CodecError("no JSON for this " + typeOf(*receivedMessage) + ": " +
                              inOneLine(std::string(status.message())));

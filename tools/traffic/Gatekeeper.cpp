@@ -6,9 +6,10 @@
 #include <zmq.h>
 
 #include <array>
-#include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace rk::tools {
