@@ -39,123 +39,119 @@ class SocketListener;
 
 /// A messaging socket of one pattern: publish, subscribe, request or reply.
 ///
-/// The story of a socket: it is built closed; `create` opens it for a pattern; `connect` binds it (publish, reply) or
-/// connects it (subscribe, request) to an endpoint, any number of times; messages are sent and received; `close`, or
-/// the destructor, ends it. A socket remembers its endpoints, so that it can be rebuilt: when 0MQ refuses a request
-/// that is sent before the last one was answered, or a receive before the last request was answered, the socket is
-/// rebuilt, connected again, and the call made once more. See `resetConnections` for what a rebuild loses.
+/// Construct it, open it with `createAndConnect`, then send and receive messages. Call `connect` for each further
+/// endpoint. `Pub` and `Rep` sockets bind, `Sub` and `Req` sockets connect. `close` or the destructor closes it.
 ///
-/// Threads: a socket is used by one thread at a time, and takes no lock to send, receive or poll. Different sockets are
-/// independent of each other. Do not use one on both sides of a `fork`.
+/// Repair: a `Req` that sends before it has received the reply to its last request is rebuilt, and so is a `Rep` that
+/// receives before it has replied. The socket remembers its endpoints for this purpose. It logs a warning, connects
+/// again and retries the call once. See `resetConnections` for what a rebuild loses.
 ///
-/// Failures are thrown as `std::runtime_error`. Texts that end with the 0MQ error are written here as E, which stands
-/// for the text of the 0MQ error + " on " + `debugString()`. "The socket is closed" below means that it is as it was
-/// built, and that every endpoint is forgotten; but when it was a mutex that could not be locked, these are forgotten
-/// by the next `close` or `create`. Where there is no memory, any operation may throw `std::bad_alloc`; of those that
-/// open the socket, it is then closed.
+/// Threads: one thread at a time uses a socket. Sending, receiving and polling take no lock. Different sockets are
+/// independent of each other. Do not use a socket on both sides of a `fork`.
 ///
-/// Process exit waits for every open socket. Threads that are blocked in one get `ZmqContextTerminationException`, and
-/// must close it. A `Socket` that is a static object, or one on the stack of a thread that calls `exit`, keeps the
+/// Failures: "the socket is closed" means that it is as constructed, without endpoints. If the failure was a lock, the
+/// next `close` or `create` forgets the endpoints. Any operation may throw `std::bad_alloc`. If it opens the socket,
+/// the socket is then closed. The guide "Troubleshooting by error message" explains each message.
+///
+/// Process exit: it waits for every open socket. Threads that are blocked in one get a `ZmqContextTerminationException`
+/// and must close it. A `Socket` that is a static object, or on the stack of a thread that calls `exit`, prevents the
 /// process from ending.
 class RK_SOCKET_EXPORT Socket : public rk::utils::MessageFormatter {
 public:
-    /// Builds the object, closed. `name` stands in every text about this socket; `closePolicy` chooses how long
-    /// messages that are not yet sent are kept after a close.
+    /// Constructs a closed socket.
+    /// \param name appears in every message about this socket
+    /// \param closePolicy how long unsent messages are kept after the socket is closed
     Socket(const std::string& name, ClosePolicy::ClosePolicy closePolicy);
 
-    /// Closes the socket. Ends the process when a mutex cannot be locked.
+    /// Closes the socket. Ends the process if a lock fails.
     ~Socket();
 
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
 
-    /// Closes whatever is open and opens a new native socket of the given pattern, which is connected nowhere. The
-    /// settings of statistics and capping stay; the queue size starts again at 0MQ's default. Does not block.
+    /// Opens a new native socket of the pattern, without endpoints. Closes the old one, if any.
     ///
-    /// \throws std::runtime_error "Socket: Failed creating socket " + `debugString()` + " of type " + number + ": " +
-    ///         E, where E is "Invalid argument" for a value that is no pattern, "Too many open files" when 0MQ's
-    ///         1,023 sockets or the process's descriptors are used up, "Context was terminated" once the process's exit
-    ///         has begun, "Bad address", for good, if 0MQ could not be started
-    /// \throws std::system_error when a mutex cannot be locked
-    ///         After these, the socket is closed.
+    /// Does not block. On failure the socket is closed. Statistics and rate limit keep their settings. The queue size
+    /// returns to that of `Network::setQueueSize`.
+    ///
+    /// \throws std::runtime_error if the pattern is unknown, sockets or file descriptors are used up, process exit has
+    ///         begun, or ZeroMQ could not start, which is permanent
+    /// \throws std::system_error if a lock fails
     void create(Protocol::Protocol protocol);
 
-    /// Closes the native socket, if any, and forgets every endpoint. Allowed at any time, any number of times. Does not
-    /// block: 0MQ goes on in the background, for as long as the close policy lets it.
-    /// \throws std::system_error when the mutex cannot be locked; the native socket is then closed
+    /// Closes the native socket, if any, and forgets every endpoint. May be called at any time.
+    ///
+    /// Does not block: ZeroMQ sends queued messages in the background, as long as the close policy allows.
+    /// \throws std::system_error if a lock fails. The native socket is closed even then.
     void close();
 
-    /// "[Socket " + name + "]".
+    /// Returns "[Socket " + name + "]".
     std::string debugString() const;
 
-    /// Returns whether the socket has been created, and neither closed since nor left closed by a failure. Does not
-    /// block.
+    /// Returns whether the socket is open: created, and not closed since by a call or a failure. Does not block.
     bool isOpen() const noexcept { return zmqSocket != nullptr; }
 
-    /// Returns the endpoint to which the socket was bound or connected last, or `SocketEndpoint()` if it has none. TCP
-    /// port 0 and the IPC path "*" let the system choose: the endpoint then holds its choice, and a rebuild chooses
-    /// again. Any thread may call it. It blocks only while another thread records a connection.
-    /// \throws std::system_error when the mutex cannot be locked
+    /// Returns the endpoint to which the socket was last bound or connected, or `SocketEndpoint()` if it has none.
+    ///
+    /// For TCP port 0 and the IPC path "*" it holds the port or path that the system chose. A rebuild chooses another.
+    /// Any thread may call it. It blocks only while another thread records a connection.
+    /// \throws std::system_error if a lock fails
     SocketEndpoint lastEndpoint() const;
 
-    /// Binds (`Pub`, `Rep`) or connects (`Sub`, `Req`) the open socket to one more endpoint; one that the socket
-    /// already has is passed over without a log line, and its `receiveTimeout` with it. A `Sub` socket subscribes to
-    /// everything, and its close policy becomes `DropPending`. The socket file of an IPC endpoint that is bound gets
-    /// mode 0777. Logs a debug line before and after.
+    /// Binds (`Pub`, `Rep`) or connects (`Sub`, `Req`) to one more endpoint. An endpoint that the socket already has is
+    /// ignored, and so is its receive timeout.
     ///
-    /// Connecting does not wait for the other side. On inproc, one of 0MQ's 1,023 sockets is used up for good when a
-    /// socket connects to a name and is closed before anybody has bound that name.
+    /// Returns at once, without waiting for the peer, with two exceptions. Binding an address that this process has
+    /// released waits up to two seconds for ZeroMQ to free it, and at least 50 ms. Resolving a host name to listen on
+    /// (see `Network::listenOn`) takes as long as the system needs. On failure the socket is closed, unless it was not
+    /// open to begin with.
     ///
-    /// Binding does not block, unless 0MQ is still releasing an address that this process has itself given up: that is
-    /// waited for, until two seconds after, or for 50 ms. An address that somebody else holds is refused at once, if
-    /// this process has not given it up before; but 0MQ takes over an IPC path from whoever holds it.
+    /// A `Sub` subscribes to everything, and its close policy becomes `DropPending`. A bound IPC socket file gets mode
+    /// 0777, and binding takes the path over from another socket. On inproc, bind first. Logs a debug line before and
+    /// after.
     ///
-    /// \param endpoint where to; on TCP, `Pub` and `Rep` listen on all interfaces, or where `Network::listenOn` says
-    /// \param receiveTimeout how long `receive` waits for a message, in milliseconds, for the whole socket; 0 leaves it
-    ///        as it is, at first without limit, and so is 4294967295; other values above 2147483647 are refused by 0MQ
-    /// \throws std::runtime_error "Socket: Cannot connect a NULL socket"; nothing has changed
-    /// \throws std::runtime_error "Socket: Socket type not handled"
-    /// \throws std::runtime_error "Socket: Failed connecting/binding socket: " + E
-    /// \throws std::runtime_error "Socket: Cannot listen on " + host + ": " + reason + " on " + `debugString()`
-    /// \throws std::runtime_error "Socket: Error setting " + option + " " + E, for an option that `Network` needs
-    /// \throws std::runtime_error "Socket: Error setting ZMQ_RCVTIMEO " + E
-    /// \throws std::runtime_error "Socket: Error setting ZMQ_SUBSCRIBE " + E
-    /// \throws std::system_error when a mutex cannot be locked
-    ///         After all but the first of these, the socket is closed.
+    /// \param endpoint where to bind or connect. On TCP, `Pub` and `Rep` listen on all interfaces or where
+    ///        `Network::listenOn` says.
+    /// \param receiveTimeout how long `receive` waits, in milliseconds, for all endpoints. 0 keeps the current timeout,
+    ///        which is initially infinite. 4294967295 makes it infinite. Other values above 2147483647 are rejected.
+    /// \throws std::runtime_error if the socket is not open, the host to listen on is not one of this machine, or
+    ///         ZeroMQ rejects the address or an option
+    /// \throws std::system_error if a lock fails
     void connect(const SocketEndpoint& endpoint, unsigned int receiveTimeout);
 
-    /// `create`, then `connect`, with the exceptions of both.
+    /// Calls `create`, then `connect`. Throws what they throw, and leaves the socket closed on failure.
     void createAndConnect(Protocol::Protocol protocol, const SocketEndpoint& endpoint, unsigned int receiveTimeout);
 
-    /// Replaces the native socket by a fresh one of the same pattern, connected to the same endpoints in the same
-    /// order. Does nothing on a closed socket. Blocks as `connect` does, hardly more than two seconds in all. When the
-    /// socket cannot be rebuilt, logs `debugString()` + ": Error resetting socket: " + reason at error level; the
-    /// socket is then closed.
+    /// Replaces the native socket by a new one with the same pattern and the same endpoints, in the same order. Does
+    /// nothing on a closed socket.
     ///
-    /// Requests that wait in a reply socket are dropped, and so is what a close policy does not keep; a request that is
-    /// sent again may be served twice. Peers on TCP and IPC connect again by themselves, peers on inproc do not. The
-    /// queue size starts again at 0MQ's default. The replaced native socket counts among 0MQ's 1,023 until what it has
-    /// to send is delivered or its close policy gives it up, so a rebuild needs one free socket. Against a dead server,
-    /// either use `DropPending`, or do not send a request again but receive again. On inproc, the replaced socket stays
-    /// in use until the process ends if no socket has bound the name yet, and 0MQ aborts the process at its exit when
-    /// there are more than about 500 of these.
+    /// Blocks as `connect` does, about two seconds at most in all. Needs one free ZeroMQ socket. On failure it logs an
+    /// error, and the socket is closed.
+    ///
+    /// A rebuild has these effects:
+    /// - Requests that are queued in a `Rep` are dropped. Unsent messages are kept only as the close policy says.
+    /// - A request that is then sent again may be served twice.
+    /// - Peers on TCP and IPC reconnect by themselves, peers on inproc do not.
+    /// - The queue size returns to that of `Network::setQueueSize`.
+    /// - The old native socket counts as open until its messages are delivered or dropped. See the guide "Resource
+    ///   limits" before you retry against a server that is down, or on inproc.
     void resetConnections() noexcept;
 
-    /// Sends the `size` bytes at `data` as one message; they are copied, and `size` may be 0. A `Req` socket blocks,
-    /// without limit, while it is connected nowhere. The others do not block: `Pub` drops the message for a subscriber
-    /// whose queue is full, `Rep` the reply to a client that is gone or whose queue is full. Then pauses as
-    /// `setTargetBitRate` asks.
+    /// Sends the `size` bytes at `data` as one message. Copies them. `size` may be 0.
     ///
-    /// A `Req` socket that has not received the reply to its last request is rebuilt, with a warning logged, and sends
-    /// this request on the fresh connection.
+    /// A `Req` without a connection blocks without limit. Nothing else blocks: a `Pub` drops the message for a
+    /// subscriber whose queue is full, a `Rep` drops the reply to a client that has disconnected or whose queue is
+    /// full. Then pauses as `setTargetBitRate` says. On failure the socket is unchanged, or closed if it could not be
+    /// rebuilt.
     ///
-    /// \throws std::runtime_error "Socket: Cannot send on a NULL socket"
-    /// \throws ZmqContextTerminationException "Context terminated in send() for socket " + `debugString()`
-    /// \throws std::runtime_error "Send error: " + E, for instance when a `Rep` socket owes nobody a reply, or a signal
-    ///         interrupts the call. The socket is as before, or closed if it could not be rebuilt.
+    /// A `Req` that has not received the reply to its last request is rebuilt first, and a warning logged.
+    ///
+    /// \throws std::runtime_error if the socket is closed, a `Rep` has no request to reply to, the pattern cannot send,
+    ///         or a signal interrupts the call
+    /// \throws ZmqContextTerminationException once process exit has begun
     void send(void* data, unsigned long size);
 
-    /// Sends constant bytes: what `const T*` points to, where `T` is `void` or trivially copyable.
+    /// Sends constant bytes: those at a `const T*`, where `T` is `void` or trivially copyable.
     template <class T,
               std::enable_if_t<std::conjunction_v<std::is_const<T>, std::negation<std::is_volatile<T>>,
                                                   std::disjunction<std::is_void<T>, std::is_trivially_copyable<T>>>,
@@ -167,111 +163,107 @@ public:
     /// Sends the characters of a string as one message, without a terminating zero.
     void send(std::string_view message) { send(message.data(), message.size()); }
 
-    /// Refused, because a null pointer is no string.
+    /// Deleted, because a null pointer is not a string.
     void send(std::nullptr_t) = delete;
 
-    /// Refused, because a buffer needs a size: it may hold no terminating zero.
+    /// Deleted, because a buffer needs a size: it may have no terminating zero.
     template <std::size_t N>
     void send(char (&)[N]) = delete;
 
-    /// Serialises `message` and sends it as `send` does, with its exceptions.
-    /// \throws std::runtime_error "Socket: Cannot send NULL message"
-    /// \throws std::runtime_error `debugString()` + ": Cannot send message: not initialized: " + "[" + field + "]" for
-    ///         every required field that is missing
-    /// \throws std::runtime_error `debugString()` + ": Cannot send message: " + size + " bytes serialized, at most
-    ///         2147483647 possible"
-    /// \throws std::runtime_error `debugString()` + ": Cannot send message: changed while being serialized", when it is
-    ///         seen that another thread has written to the message, which none may. Where protobuf is built to check
-    ///         for that itself, it throws `google::protobuf::FatalException` before; since release 22 it ends the
-    ///         process. After these, nothing has been sent.
+    /// Serialises `message` and sends it. Blocks and throws as `send` does. No other thread may write to the message
+    /// during the call.
+    ///
+    /// \throws std::runtime_error if `message` is null, lacks a required field, takes more than 2147483647 bytes, or
+    ///         was changed by another thread. Nothing has been sent then.
+    /// \throws google::protobuf::FatalException if protobuf itself detects such a change. Since protobuf 22 it ends the
+    ///         process instead.
     void sendProtoBuf(google::protobuf::Message* message);
 
-    /// Serialises `message` and sends it, as above.
+    /// Serialises `message` and sends it, like the overload for a pointer.
     void sendProtoBuf(const google::protobuf::Message& message) {
         sendProtoBuf(const_cast<google::protobuf::Message*>(std::addressof(message)));
     }
 
-    /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes. A longer message is cut
-    /// to `size` bytes, and its full length returned, or 2147483647 if it is longer than that. Blocks until a message is
-    /// there, at most for the receive timeout of `connect`; a rebuild before blocks as `resetConnections` does.
+    /// Receives one message into the `size` bytes at `buffer` and returns its length in bytes.
     ///
-    /// A `Rep` socket that has not replied to its last request is rebuilt, with a warning logged; that request is
-    /// abandoned, and a new one waited for.
+    /// Truncates a longer message to `size` bytes and returns its full length, or 2147483647 if that is smaller. Of a
+    /// multipart message, which only other ZeroMQ programs send, each call returns one part. A `Rep` can reply after
+    /// the last.
     ///
-    /// The library sends messages of one part. Of a message of several, which only other 0MQ programs send, each call
-    /// returns one part; a `Rep` socket can reply once it has received the last.
+    /// Blocks until a message arrives, at most for the receive timeout of `connect`, and for a rebuild as
+    /// `resetConnections` does. On failure the socket is unchanged, or closed if it could not be rebuilt.
     ///
-    /// \throws std::runtime_error "Socket: Cannot receive on a NULL socket"
-    /// \throws ZmqContextTerminationException "Context terminated in recv() for socket " + `debugString()`
-    /// \throws TimeoutException "Receive error: " + E: "Resource temporarily unavailable" when the time ran out
-    /// \throws std::runtime_error "Receive error: " + E, for other reasons: a `Req` socket has sent no request, or a
-    ///         signal interrupts the call. The socket is as before, or closed if it could not be rebuilt.
+    /// A `Rep` that has not replied to its last request drops it, is rebuilt with a warning logged, and waits for a new
+    /// one.
+    ///
+    /// \throws TimeoutException if the receive timeout expires
+    /// \throws std::runtime_error if the socket is closed, a `Req` has sent no request, the pattern cannot receive, or
+    ///         a signal interrupts the call
+    /// \throws ZmqContextTerminationException once process exit has begun
     int receive(void* buffer, unsigned long size);
 
-    /// Receives one message as `receive` does, with its exceptions, and parses it into `message`. The socket keeps a
-    /// receive buffer, which grows to the largest `size` ever asked for and is used whole.
-    /// \param message what to parse into; after a failed parse it may hold parts
-    /// \param size the least size of the receive buffer, in bytes; from 2147483648 on every message is refused, and so
-    ///        are all that follow, as the buffer never shrinks
-    /// \throws std::runtime_error "Socket: Cannot receive on a NULL message"
-    /// \throws std::runtime_error `debugString()` + ": Wrong receive buffer size", when `size` is 0
-    /// \throws std::runtime_error `debugString()` + ": Receive buffer size too small: Required: " + length +
-    ///         ", Actual: " + size of the receive buffer
-    /// \throws std::runtime_error `debugString()` + ": Failed deserializing message"
-    ///         After the last two, the message is consumed; a `Rep` socket then owes its reply like after any request.
+    /// Receives one message and parses it into `message`. Blocks and throws as `receive` does.
+    ///
+    /// The socket keeps its receive buffer, which grows to the largest `size` and never shrinks. A message that does
+    /// not fit or parse is consumed, and a `Rep` then owes its reply as after any request.
+    ///
+    /// \param message the result. It may be partly filled after a failed parse.
+    /// \param size the minimum size of the receive buffer, in bytes. From 2147483648 on, this and every later message
+    ///        is rejected.
+    /// \throws std::runtime_error if `message` is null, `size` is 0, or the message is larger than the buffer or does
+    ///         not parse
     void receiveProtoBuf(google::protobuf::Message* message, unsigned int size);
 
-    /// Receives one message and parses it into `message`, as above.
+    /// Receives one message and parses it into `message`, like the overload for a pointer.
     void receiveProtoBuf(google::protobuf::Message& message, unsigned int size) {
         receiveProtoBuf(std::addressof(message), size);
     }
 
-    /// Waits until a message can be read, at most `timeout` milliseconds; 0 returns at once. A `Rep` socket that owes a
-    /// reply has no input until it has sent the reply, or `receive` has given it up.
-    /// \param timeout milliseconds
-    /// \param error replaced by the reason when the result is `Failure` (also when a signal interrupts the call), else
-    ///        untouched
-    /// \throws std::runtime_error "Socket: Cannot poll a NULL socket"
-    /// \throws ZmqContextTerminationException "Context terminated in poll() for socket " + `debugString()`
+    /// Waits until a message can be received. A `Rep` that owes a reply has no input until it sends the reply, or
+    /// `receive` drops the request.
+    ///
+    /// Blocks for at most `timeout`. The socket is unchanged.
+    /// \param timeout in milliseconds. 0 returns at once.
+    /// \param error the reason if the result is `Failure`, for example because of a signal. Otherwise untouched.
+    /// \throws std::runtime_error if the socket is closed
+    /// \throws ZmqContextTerminationException once process exit has begun
     PollResult::PollResult poll(unsigned int timeout, std::string& error);
 
-    /// Discards every message that a `Sub` socket has already received; does nothing for other patterns or on a closed
-    /// socket. Does not wait, but goes on as long as messages are there. A poll that fails, for instance by a signal,
-    /// ends it without a word.
-    /// \throws ZmqContextTerminationException as `poll`, or "Context terminated in recv() for socket " +
-    ///         `debugString()`
-    /// \throws std::runtime_error "Receive error in flushIncomingMessages: " + E
+    /// Discards every message that a `Sub` has already received. Does nothing for other patterns or on a closed socket.
+    ///
+    /// Does not wait, but continues as long as messages are available. A failed poll, for example because of a signal,
+    /// ends it without an error.
+    /// \throws std::runtime_error if an available message cannot be received
+    /// \throws ZmqContextTerminationException once process exit has begun
     void flushIncomingMessages();
 
-    /// Sets the length of 0MQ's queue, in messages for each peer: of the outgoing queue of `Pub` and `Req`, of the
-    /// incoming queue of `Sub` and `Rep`; 0 means no limit. Does nothing on a closed socket. A failure, for instance by
-    /// a negative size, is logged at error level, behind `formatMessage`'s header: "Failed setting emission buffer
-    /// size: " or "Failed setting reception buffer size: ", + E. Nothing is thrown.
+    /// Sets the length of ZeroMQ's queue for each peer: the outgoing queue of `Pub` and `Req`, the incoming queue of
+    /// `Sub` and `Rep`. Does nothing on a closed socket. A failure is only logged, as an error.
     ///
-    /// With the size of a message, which `Network::setMaxMessageSize` limits, it bounds the memory that peers can make this process fill.
-    /// The outgoing queue of a `Rep` keeps its 1,000 replies for each peer.
-    ///
-    /// Call it between `create` and `connect`: the size holds for connections made later, and libzmq 4.3.4 may crash if
-    /// it is changed while a peer disconnects.
+    /// Call it between `create` and `connect`: it applies to later connections, and libzmq 4.3.4 may crash if the size
+    /// changes while a peer disconnects. `create` and each rebuild reset it. The other queue of the socket keeps the
+    /// size of `Network::setQueueSize`.
+    /// \param size in messages. 0 means no limit. Negative sizes fail.
     void setInternalFifoSize(int size);
 
-    /// Switches the statistics on or off, and starts their period anew. While they are on, every 50 blocks that are
-    /// sent, even in vain, or received log a debug line behind `formatMessage`'s header: "Rate is " + megabytes +
-    /// " Mbytes/s = " + megabits + " Mbits/s, " + blocks + " Blocks/s". A mega is 1,048,576 here. The bytes of a period
-    /// are counted modulo 2^32, and its time is that of the wall clock.
+    /// Switches statistics on or off, and starts a new period.
+    ///
+    /// While they are on, every 50 blocks log their rate as a debug line. A block is a message that was received or
+    /// passed to `send`, even if the send failed. See the guide "Diagnosing a live system".
     void activateStatistics(bool active);
 
-    /// Caps the rate at which blocks are sent, by pausing in `send` after a block that was sent too early. The first
-    /// capped send never pauses. No pause is longer than its block takes at this rate, also when the wall clock is set
-    /// back. A signal ends a pause early.
-    /// \param rate megabits (1,048,576 bits) per second; 0 for no cap
+    /// Limits the rate at which messages are sent. `send` pauses after a message that was sent too early.
+    ///
+    /// The first limited send never pauses. No pause is longer than its message takes at this rate, even if the wall
+    /// clock is set back. A signal ends a pause early.
+    /// \param rate megabits (1,048,576 bits) per second. 0 switches the limit off.
     void setTargetBitRate(unsigned int rate);
 
-    /// Counts one block of `size` bytes, whether statistics are on or not. Called by `send` and `receive`.
+    /// Counts one block of `size` bytes, even if statistics are off. `send` and `receive` call it.
     void addBlockToStatistics(unsigned int size) noexcept;
 
-    /// Pauses until a block of `size` bytes, sent just now, is due to have passed at the target bit rate, as
-    /// `setTargetBitRate` says; not at all when there is none. Called by `send`.
+    /// Pauses until a block of `size` bytes that was just sent is due, as `setTargetBitRate` says. Does not pause
+    /// without a limit. `send` calls it.
     void handleBitRateCapping(unsigned int size);
 
 private:
@@ -279,8 +271,8 @@ private:
     friend class utils::Requester;
     friend class utils::SocketListener;
 
-    /// The endpoints of the socket, in the order of the calls to `connect`, each with its receive timeout. An index of
-    /// them finds the thousandth as fast as the first.
+    /// The endpoints of the socket, in the order of the calls to `connect`, each with its receive timeout. Lookup takes
+    /// constant time.
     class RK_SOCKET_NO_EXPORT Connections {
     public:
         bool contains(const SocketEndpoint& target) const;
@@ -295,8 +287,8 @@ private:
         std::unordered_set<std::string> keys;
     };
 
-    /// Counts blocks, and logs their rate at the end of each period. A period begins with the first block after the
-    /// last period, or after `activate`.
+    /// Counts blocks and logs their rate at the end of each period. A period begins with the first block after the
+    /// previous period or after `activate`.
     class RK_SOCKET_NO_EXPORT Statistics {
     public:
         void activate(bool active);
@@ -315,7 +307,7 @@ private:
         double startTime = 0.0;
     };
 
-    /// Spaces blocks so that they keep to a bit rate. The time of the last block outlives changes of the rate.
+    /// Spaces blocks to keep a bit rate. Remembers the time of the last block when the rate changes.
     class RK_SOCKET_NO_EXPORT RateCap {
     public:
         void set(unsigned int rate) { targetBitRate = rate; }
@@ -352,7 +344,7 @@ private:
     std::string receiveTimeoutText = "undef";
     std::string header;
     mutable std::mutex connectionMutex;
-    std::unique_ptr<detail::BoundAddresses> boundAddresses; ///< of a listener's socket; `connectionMutex` guards them
+    std::unique_ptr<detail::BoundAddresses> boundAddresses; ///< of a listener's socket, guarded by `connectionMutex`
     Statistics statistics;
     RateCap rateCap;
     std::unique_ptr<char[]> receiveBuffer;
