@@ -7,8 +7,8 @@ namespace rk::detail {
 
 /// Holds an object that is never destroyed.
 ///
-/// A static `Immortal` serves static destructors and threads that run until the process is gone. The object lies in
-/// static storage, because sockets must be closable when the heap is exhausted.
+/// Static destructors and threads can use a static `Immortal` until the process ends. The object is in static storage,
+/// because sockets must be closable when the heap is exhausted.
 template <class T>
 class Immortal {
 public:

@@ -3,10 +3,10 @@
 #include <string>
 
 /// \file
-/// Where the log lines go while the application has not replaced the logging calls: spdlog.
+/// Writes the log lines to spdlog, unless the application replaces the logging functions.
 ///
-/// Lines are written until the process is gone, when spdlog's registry of loggers may have been destroyed. Just before
-/// that, the backend takes the logger that is registered, and keeps it.
+/// Lines are written until the process ends, when spdlog's registry of loggers may have been destroyed. Just before
+/// that, the backend takes the registered logger and keeps it.
 
 namespace rk::detail {
 
@@ -16,7 +16,7 @@ enum class Level {
     Error
 };
 
-/// Makes the registry of loggers outlive every static object that is constructed from now on.
+/// Makes the registry of loggers outlive every static object that is constructed later.
 void prepareForExit();
 
 /// Writes one line. Drops it on failure. Keeps `errno`.

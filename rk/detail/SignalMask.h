@@ -6,7 +6,7 @@
 
 namespace rk::detail {
 
-/// Every signal except those that a fault of the running code raises: the thread that it raises them on handles them.
+/// Returns every signal except the synchronous ones, which a fault raises on the thread that runs the faulty code.
 inline sigset_t asynchronousSignals() {
     sigset_t signals;
     sigfillset(&signals);
@@ -16,7 +16,7 @@ inline sigset_t asynchronousSignals() {
     return signals;
 }
 
-/// Changes the signal mask of the calling thread, and restores it on scope exit.
+/// Changes the signal mask of the calling thread and restores it on scope exit.
 class SignalMask {
 public:
     SignalMask(int how, const sigset_t& signals) { pthread_sigmask(how, &signals, &previous); }

@@ -1,14 +1,14 @@
 #pragma once
 
-/// What becomes of messages that are not yet sent when a socket is closed.
+/// How long unsent messages are kept after their socket is closed.
 namespace rk::socket::ClosePolicy {
 
-/// Chooses the linger time that `Socket::connect` sets. A subscribe socket always ends with `DropPending`; a value that
-/// is none of these is taken for `WaitForDelivery`.
+/// Pass one of these to the constructor of `Socket`. `Socket::connect` applies it. A subscribe socket always uses
+/// `DropPending`. Unknown values mean `WaitForDelivery`.
 enum ClosePolicy : int {
-    DropPending = 0,      ///< dropped at once
-    LingerTwoSeconds = 1, ///< kept for up to two seconds; the process's exit waits at most that long for them
-    WaitForDelivery = 2   ///< kept until delivered; the process's exit waits for them without limit
+    DropPending = 0,      ///< drops them at once
+    LingerTwoSeconds = 1, ///< keeps them for up to two seconds. Process exit waits at most that long.
+    WaitForDelivery = 2   ///< keeps them until delivered. Process exit waits without limit.
 };
 
 } // namespace rk::socket::ClosePolicy

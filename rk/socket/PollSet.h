@@ -13,12 +13,15 @@ class Socket;
 
 /// Waits for input on several sockets and file descriptors in one thread.
 ///
-/// One thread at a time uses a set, and the sockets in it belong to the same thread. The set refers to its sockets and
-/// descriptors and does not own them: remove a socket before it is destroyed, and a descriptor before it is closed. A
-/// socket that is rebuilt, or created again, stays in the set.
+/// Add sockets and descriptors, each with a handler, then call `wait` in a loop.
 ///
-/// A handler may add and remove anything, itself included. It should read what is there and return: the next handler
-/// waits for it. What it leaves unread calls it again at the next `wait`.
+/// A handler reads the available input and returns, because the other handlers wait for it. If it leaves input unread,
+/// the next `wait` calls it again. A handler may add and remove anything, including itself.
+///
+/// The set does not own its sockets and descriptors. Remove a socket before it is destroyed, and a descriptor before it
+/// is closed. A socket that is rebuilt, or created again, stays in the set.
+///
+/// Threads: one thread at a time uses a set and the sockets in it.
 class RK_SOCKET_EXPORT PollSet {
 public:
     PollSet();
@@ -30,12 +33,12 @@ public:
     /// \throws std::invalid_argument if the handler is empty
     void add(Socket& socket, std::function<void()> handler);
 
-    /// Adds a file descriptor, or replaces its handler. The handler is called when the descriptor can be read, when its
-    /// other end hangs up, and when it is closed or broken.
+    /// Adds a file descriptor, or replaces its handler. The handler is called when the descriptor can be read, its
+    /// other end hangs up, or it is closed or broken.
     /// \throws std::invalid_argument if the handler is empty or the descriptor is negative
     void add(int descriptor, std::function<void()> handler);
 
-    /// Refused, because a condition is no descriptor.
+    /// Deleted, because a condition is not a descriptor.
     void add(bool, std::function<void()>) = delete;
 
     /// Removes a socket. Does nothing if it is not in the set.
@@ -44,15 +47,15 @@ public:
     /// Removes a descriptor. Does nothing if it is not in the set.
     void remove(int descriptor) noexcept;
 
-    /// Waits until something in the set is ready, then calls the handler of each thing that is, once. Returns how many
-    /// handlers it has called: 0 if the time runs out, or a signal arrives first.
+    /// Waits for input, then calls the handler of each socket and descriptor that has input, once. Returns the number
+    /// of handlers called: 0 if the timeout expires or a signal arrives first.
     ///
-    /// Before each handler it asks again whether there is still input, because an earlier handler may have read it. An
-    /// exception of a handler leaves `wait`. The handlers behind it are called by the next `wait`.
+    /// Before each handler it checks again for input, because an earlier handler may have read it. `wait` passes on an
+    /// exception of a handler. The next `wait` calls the handlers that were still due.
     ///
     /// \param timeout 0 returns at once, a negative time waits without limit
     /// \throws std::runtime_error if a socket in the set is closed, or ZeroMQ cannot poll
-    /// \throws ZmqContextTerminationException once the process exits
+    /// \throws ZmqContextTerminationException once process exit has begun
     unsigned int wait(std::chrono::milliseconds timeout);
 
 private:

@@ -4,26 +4,28 @@
 
 #include <string>
 
-/// The messaging pattern of a socket, and its conversions. None of them throws or blocks; any thread may call them.
+/// The messaging pattern of a socket, and its conversions.
+///
+/// No function throws or blocks. Any thread may call them.
 namespace rk::socket::Protocol {
 
-/// Publish and reply sockets bind, subscribe and request sockets connect.
+/// Pass one of these to `Socket::create`.
 enum Protocol : int {
-    Undef = 0, ///< no socket, or not known
-    Pub = 1,   ///< publisher; binds
-    Sub = 2,   ///< subscriber; connects
-    Rep = 3,   ///< replier; binds
-    Req = 4    ///< requester; connects
+    Undef = 0, ///< no pattern
+    Pub = 1,   ///< publishes, and binds
+    Sub = 2,   ///< subscribes, and connects
+    Rep = 3,   ///< replies, and binds
+    Req = 4    ///< requests, and connects
 };
 
-/// "pub", "sub", "rep" or "req"; "undef" for every other value.
+/// Returns "pub", "sub", "rep" or "req", or "undef" for every other value.
 RK_SOCKET_EXPORT std::string ToString(Protocol protocol);
 
-/// The pattern whose text is exactly `text`, else `Undef`.
+/// Returns the pattern whose name is exactly `text`, or `Undef`.
 RK_SOCKET_EXPORT Protocol FromString(const std::string& text);
 
-/// The 0MQ socket type of the pattern; -1, which 0MQ refuses, for every value that is no pattern. 0MQ numbers request
-/// and reply the other way round.
+/// Returns ZeroMQ's socket type for the pattern, or -1, which ZeroMQ rejects, for every other value. ZeroMQ numbers
+/// request and reply in the opposite order.
 RK_SOCKET_EXPORT int ToNativeProtocol(Protocol protocol);
 
 } // namespace rk::socket::Protocol

@@ -9,28 +9,28 @@
 
 namespace rk::socket {
 
-/// Owns a 0MQ context and hands out native sockets of it.
+/// Owns a ZeroMQ context and creates native sockets in it.
 ///
-/// The process has one, behind `getSocket`; applications have no reason to make another. Its destructor runs at process
-/// exit and waits until every socket of the context is closed, so a `Socket` must not be a static object: one that is
-/// still open then keeps the process from ending.
+/// `getSocket` uses the one context of the process. Applications do not need another. Its destructor runs at process
+/// exit and waits until every socket of the context is closed. Do not make a `Socket` a static object: if it is still
+/// open then, the process does not end.
 class RK_SOCKET_EXPORT SocketContext : public rk::utils::MessageFormatter {
 public:
-    /// Creates the 0MQ context. A failure is not reported here: every later `createSocket` returns null.
+    /// Creates the ZeroMQ context. A failure is not reported here. Every later `createSocket` then returns null.
     SocketContext();
 
-    /// Terminates the 0MQ context and logs each step at debug level: "Terminating 0MQ context", "Terminating 0MQ
-    /// context Done", "Destroying 0MQ context", "Destroying 0MQ context Done". Blocks until every socket of the context
-    /// is closed and its linger time is over; meanwhile blocking calls on these sockets in other threads fail with
-    /// `ETERM`. Takes no lock. Failures of 0MQ are ignored.
+    /// Terminates the ZeroMQ context. Logs four debug lines. Ignores failures of ZeroMQ.
+    ///
+    /// Blocks until every socket of the context is closed and its linger time is over. Calls on these sockets in other
+    /// threads fail with `ETERM`. Takes no lock.
     ~SocketContext();
 
     SocketContext(const SocketContext&) = delete;
     SocketContext& operator=(const SocketContext&) = delete;
 
-    /// A new native socket of the pattern, or null, with the reason left in `zmq_errno`. The caller closes it with
-    /// `zmq_close`. Any number of threads may call it at once; it does not block beyond the other callers.
-    /// \throws std::system_error when the mutex cannot be locked
+    /// Returns a new native socket of the pattern, or null with the reason in `zmq_errno`. The caller closes it with
+    /// `zmq_close`. Any thread may call it. It blocks only for other callers.
+    /// \throws std::system_error if the lock fails
     void* createSocket(Protocol::Protocol protocol);
 
 private:
@@ -38,12 +38,16 @@ private:
     void* context;
 };
 
-/// A new native socket from the one context of the process, which the first call creates and the process's exit
-/// terminates; or null, with the reason left in `zmq_errno`: `EINVAL` for a value that is no pattern, `EMFILE` when
-/// 0MQ's sockets or the process's file descriptors are used up (the first socket takes six, each other one), `ETERM`
-/// once the exit has begun, `EFAULT`, for good, if 0MQ could not be started. The caller closes it with `zmq_close`. Any
-/// number of threads may call it at once; it does not block beyond the other callers.
-/// \throws std::system_error when a mutex cannot be locked
+/// Returns a new native socket in the context of the process, or null with the reason in `zmq_errno`. The first call
+/// creates the context, and process exit terminates it. The caller closes the socket with `zmq_close`.
+///
+/// Any thread may call it. It blocks only for other callers. After a failure, `zmq_errno` is one of:
+/// - `EINVAL`: the pattern is unknown
+/// - `EMFILE`: the process has no ZeroMQ sockets or file descriptors left
+/// - `ETERM`: process exit has begun
+/// - `EFAULT`: ZeroMQ could not start, which is permanent
+///
+/// \throws std::system_error if a lock fails
 RK_SOCKET_EXPORT void* getSocket(Protocol::Protocol protocol);
 
 } // namespace rk::socket

@@ -10,46 +10,44 @@
 
 namespace rk::socket {
 
-/// Where a socket binds or connects: a value made of a transport, an address and, for TCP, a port.
+/// Where a socket binds or connects: a transport, an address and, for TCP, a port.
 ///
-/// It parses the texts that applications pass in, "tcp://" host ":" port, "ipc://" path or "inproc://" name, and prints
-/// the text that 0MQ wants, which for TCP depends on whether the socket binds or connects. Nothing blocks. As with any
-/// value, one object may be read by several threads at once.
+/// Parse one with `FromString`, from "tcp://" host ":" port, "ipc://" path or "inproc://" name, and pass it to
+/// `Socket::connect`. It is a value: several threads may read one object at once. No operation blocks.
 class RK_SOCKET_EXPORT SocketEndpoint : public rk::utils::IMessageFormatter {
 public:
-    /// The endpoint that leads nowhere: `Undef`, no address, port 0. It prints as "Invalid 0".
+    /// Constructs an endpoint without transport, address and port. Its string form is "Invalid 0".
     SocketEndpoint() = default;
 
-    /// Takes the three values as they are, without any check.
+    /// Constructs an endpoint from the three values. Does not check them.
     SocketEndpoint(Transport::Transport transport, const std::string& address, unsigned short port);
 
-    /// Parses `text`. Prefixes are compared exactly; addresses are taken as written, without any check.
+    /// Parses an endpoint. Prefixes are case-sensitive. The address is not checked.
     ///
-    /// The address of a TCP endpoint ends at the last colon, and may be empty or hold colons. What follows is read as
-    /// `strtol` reads a decimal number, and cut to its low 16 bits: "tcp://h:" has port 0, "tcp://h:70000" port 4464.
+    /// The address of a TCP endpoint ends at the last colon. It may be empty or contain colons. The port is parsed as
+    /// `strtol` does and cut to its low 16 bits: "tcp://h:" has port 0, "tcp://h:70000" has port 4464.
     ///
-    /// \throws std::runtime_error "Failed deserializing " + text + ": cannot extract transport" when the text begins
-    ///         with none of the three prefixes, or nothing follows the prefix
-    /// \throws std::runtime_error "Failed deserializing " + text + ": cannot extract port" when what follows "tcp://"
-    ///         has no colon
+    /// \throws std::runtime_error if `text` begins with none of the three prefixes, nothing follows the prefix, or a
+    ///         TCP endpoint has no colon after the host
     static SocketEndpoint FromString(const std::string& text);
 
-    /// The 0MQ text for a socket of the given pattern. For TCP, `Pub` and `Rep` get "tcp://*:" + port: they listen on
-    /// all interfaces, whatever the address; every other pattern gets "tcp://" + address + ":" + port. An unknown
-    /// transport gives "Invalid " + its number.
+    /// Returns the string form for a socket of the given pattern.
+    ///
+    /// For TCP this is "tcp://*:" + port for `Pub` and `Rep`, whatever the address, and "tcp://" + address + ":" + port
+    /// for every other pattern. For an unknown transport it is "Invalid " + its number.
     std::string toString(Protocol::Protocol protocol) const;
 
-    /// Same transport and address and, for TCP alone, same port.
+    /// Returns whether transport, address and, for TCP only, port are equal.
     bool operator==(const SocketEndpoint& other) const;
-    /// The opposite.
+    /// Returns the opposite of `==`.
     bool operator!=(const SocketEndpoint& other) const;
 
-    /// "SocketEndpoint " + `toString(Protocol::Undef)`.
+    /// Returns "SocketEndpoint " + `toString(Protocol::Undef)`.
     std::string messageHeader() const override;
 
-    Transport::Transport transport = Transport::Undef; ///< decides what the other two mean
-    std::string address;     ///< host as written for TCP, path for IPC, name for in-process endpoints
-    unsigned short port = 0; ///< TCP port; 0 for the other transports
+    Transport::Transport transport = Transport::Undef; ///< decides the meaning of the other two
+    std::string address;                               ///< host for TCP, path for IPC, name for inproc
+    unsigned short port = 0;                           ///< TCP port, 0 for the other transports
 };
 
 } // namespace rk::socket

@@ -9,8 +9,8 @@ namespace rk::socket {
 
 /// The receive timeout expired before a message arrived.
 ///
-/// Thrown by `Socket::receive` and `Socket::receiveProtoBuf`. The socket is as before the call: receive again to wait
-/// longer.
+/// `Socket::receive`, `Socket::receiveProtoBuf` and `utils::Requester::request` throw it. A `Socket` is unchanged: call
+/// `receive` again to wait longer.
 class RK_SOCKET_EXPORT TimeoutException : public std::runtime_error {
 public:
     /// `message` is what `what()` returns.

@@ -7,25 +7,24 @@
 
 namespace rk::utils {
 
-/// What an object that writes messages calls itself.
+/// Prefixes messages with a header that identifies the object.
 ///
-/// The text of `messageHeader` stands in front of every message that `formatMessage` makes. The destructor is
-/// protected: no object is destroyed through a pointer to this interface. Any thread may call both operations, as far
-/// as the derived class allows it.
+/// Derive from it and return the header in `messageHeader`. The destructor is protected: do not destroy an object
+/// through a pointer to this interface. Any thread may call both operations, unless the derived class restricts it.
 class RK_SOCKET_EXPORT IMessageFormatter {
 public:
     IMessageFormatter() = default;
 
-    /// The text that identifies the object.
+    /// Returns the header.
     virtual std::string messageHeader() const = 0;
 
-    /// `message` behind the header: "header: message". Throws nothing of its own.
+    /// Returns header + ": " + `message`. Throws only what `messageHeader` throws.
     std::string formatMessage(const std::string& message) const;
 
 protected:
-    /// Copied as part of a derived object.
+    /// Copies as part of a derived object.
     IMessageFormatter(const IMessageFormatter&) = default;
-    /// Assigned as part of a derived object.
+    /// Assigns as part of a derived object.
     IMessageFormatter& operator=(const IMessageFormatter&) = default;
     ~IMessageFormatter() = default;
 };

@@ -5,25 +5,25 @@
 #include <string>
 
 /// \file
-/// The three calls that write a log line, one for each level.
+/// The three functions with which the library logs.
 ///
-/// The lines go to the spdlog logger named "rk" if the application has registered one, else to standard error with time
-/// stamp and level. An application that logs in its own way defines these three functions itself, in its executable:
-/// the library then calls those. They must not throw, and must leave `errno` as they found it.
+/// By default a line goes to the spdlog logger named "rk" if the application has registered one. Otherwise it goes to
+/// standard error, with time stamp and level. To log elsewhere, define these three functions in the executable: the
+/// library then calls yours. They must not throw, and must preserve `errno`.
 ///
-/// Any thread may call them at any time, also while static objects are destroyed at process exit, but for one case:
-/// where the application uses spdlog too, the library's first line must not come after spdlog's own end. They throw
-/// nothing and keep `errno`. They block only as long as the logger at hand takes to write a line.
+/// The functions throw nothing and preserve `errno`. They block as long as the logger takes to write a line. Any thread
+/// may call them at any time, even while static objects are destroyed at process exit. One exception: if the
+/// application also uses spdlog, the library's first line must not come after spdlog has shut down.
 
 namespace rk::utils {
 
-/// Progress of connections, of the shutdown, and throughput.
+/// Logs progress: connections, process exit, statistics.
 RK_SOCKET_EXPORT void logDebug(const std::string& text);
 
-/// Something was repaired.
+/// Logs a repair.
 RK_SOCKET_EXPORT void logWarning(const std::string& text);
 
-/// A failure that can be thrown to nobody.
+/// Logs an error with no caller to throw it to.
 RK_SOCKET_EXPORT void logError(const std::string& text);
 
 } // namespace rk::utils

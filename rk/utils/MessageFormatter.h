@@ -7,13 +7,13 @@
 
 namespace rk::utils {
 
-/// A message formatter whose header is a name, given once: "[name]".
+/// A message formatter with a fixed header, "[name]".
 class RK_SOCKET_EXPORT MessageFormatter : public IMessageFormatter {
 public:
-    /// Keeps a copy of `name`.
+    /// Copies `name`.
     explicit MessageFormatter(const std::string& name);
 
-    /// "[" + name + "]".
+    /// Returns "[" + name + "]".
     std::string messageHeader() const override;
 
 private:

@@ -14,27 +14,28 @@ namespace rk::socket::utils {
 
 /// A reply listener that answers each `Request` with the `Reply` that a function fills in.
 ///
-/// Add endpoints, then call `start`. The functions run on the listener's thread, one request at a time, under the rules
-/// of `SocketListener::handleMessage`. Everything that a lambda captures by reference must outlive the replier.
+/// Construct it with the function, add endpoints, then call `start`. The functions run on the listener's thread, one
+/// request at a time, by the rules of `SocketListener`. Everything that a lambda captures by reference must outlive the
+/// replier.
 ///
-/// Each handled request gets exactly one reply. When the handler throws a `std::exception`, or its reply cannot be
-/// serialised, the error handler makes the reply instead, and the requests of other clients stay queued. Without an
-/// error handler, or when that fails too, the request is abandoned: see `SocketListener`.
+/// Each handled request gets exactly one reply. If the handler throws a `std::exception`, or its reply cannot be
+/// serialised, the error handler fills in the reply instead, and the requests of other clients stay queued. Without an
+/// error handler, or if it fails too, the client gets no reply and the socket is rebuilt: see `SocketListener`.
 ///
 /// A client may repeat a request whose reply was late or lost. The handler should therefore be idempotent.
 ///
-/// `Request` and `Reply` are message types that protoc has generated. Include their header.
+/// `Request` and `Reply` are message classes that protoc has generated. Include their header.
 template <class Request, class Reply>
 class Replier final : public SocketListener {
 public:
     /// Fills in the reply to a request.
     using Handler = std::function<void(const Request& request, Reply& reply)>;
-    /// Fills in the reply to a request whose handler has failed.
+    /// Fills in the reply to a request after the handler has failed.
     using ErrorHandler = std::function<void(const Request& request, const std::exception& failure, Reply& reply)>;
 
     /// \param socketName the name of the replier's socket
-    /// \param requestHandler what fills in the reply to each request
-    /// \param failureHandler what fills in the reply when that fails; it gets an empty reply
+    /// \param requestHandler the function that fills in the reply to each request
+    /// \param failureHandler the function that fills in the reply if the first fails. It gets an empty reply.
     /// \throws std::invalid_argument if `requestHandler` is empty
     Replier(const std::string& socketName, Handler requestHandler, ErrorHandler failureHandler = nullptr)
         : SocketListener(Protocol::Rep, socketName),
@@ -43,14 +44,14 @@ public:
         requireHandler(static_cast<bool>(handler));
     }
 
-    /// Stops the replier, as `stop` does.
+    /// Stops the replier as `stop` does.
     ~Replier() override {
         std::string ignored;
         stop(ignored);
     }
 
-    /// Starts the replier as `SocketListener::start` does, but returns false, with the reason in `error`, when an
-    /// endpoint cannot be connected.
+    /// Starts the replier as `SocketListener::start` does, but fails if an endpoint cannot be connected. Returns false
+    /// then, with the reason in `error`.
     bool start(std::string& error) override { return startOnAll(error); }
 
     using SocketListener::setMessageBufferSize;

@@ -31,110 +31,115 @@ namespace rk::socket::utils {
 
 /// Serves a subscribe or reply socket on a thread of its own.
 ///
-/// An application derives from it, says what an empty message is and how a received one is handled, lists the endpoints
-/// and calls `start`. The thread waits for input, one second at a time, receives a message of at most 128 KiB, and
-/// hands it to the derived class, until `stop` is called. Whatever fails on the thread is logged at error level, with
-/// `makeErrorString` in front; only a rebuild logs as `Socket::resetConnections` does. A message that cannot be
-/// received, or a handler that throws, does not end the service; a failing poll, a rebuild that fails, a handler that
-/// closes the socket, a `createMessage` that throws and the end of the process do, and the socket is then closed.
+/// `Subscriber` and `Replier` are easier to use. For more control, derive from this class:
+/// 1. `createMessage` returns an empty message, and `handleMessage` handles a received one.
+/// 2. The destructor of the derived class calls `stop`, so that no handler runs on a partly destroyed object.
+/// 3. The application calls `addListenEndpoint` for each endpoint, then `start`.
 ///
-/// A reply listener answers through the socket that its handler is given. When a handler returns or throws without
-/// having replied, or a request was too long or did not parse, the request is abandoned: the socket is rebuilt, with a
-/// warning logged, so that requests that come later are served. The client of that request gets no reply, nor do those
-/// whose requests wait meanwhile, and clients on inproc have to connect again: see `Socket::resetConnections`.
+/// The thread polls for one second at a time, receives messages of at most 128 KiB (see `setMessageBufferSize`) and
+/// calls `handleMessage` with each, until `stop` is called.
 ///
-/// Threads: `start`, `stop`, `addListenEndpoint` and the destructor are called from one controlling thread at a time,
-/// and never from the handlers: that ends the process. `createMessage` and `handleMessage` run on the listener's
-/// thread. A derived class stops the listener in its own destructor, so that no handler runs on an object that is half
-/// gone. An exception that is not a `std::exception` ends the process. A handler must not call `exit`, which would wait
-/// for the handler's own socket for ever.
+/// A reply listener replies through the socket that `handleMessage` gets. If the handler returns or throws without
+/// having replied, or the request is too long or does not parse, the socket is rebuilt and a warning logged. Neither
+/// the client of this request nor clients with queued requests get a reply, and clients on inproc have to connect
+/// again. See `Socket::resetConnections`.
+///
+/// Failures on the thread are logged as errors, with the prefix of `makeErrorString`. A rebuild logs as
+/// `Socket::resetConnections` does. A failed receive or a handler that throws does not end the thread. It ends, and
+/// closes the socket, if a poll or a rebuild fails, a handler closes the socket, `createMessage` throws, or the process
+/// exits.
+///
+/// Threads: one thread at a time calls `start`, `stop`, `addListenEndpoint` and the destructor. A handler that calls
+/// one of them ends the process. `createMessage` and `handleMessage` run on the listener's thread. An exception that is
+/// not a `std::exception` ends the process. A handler must not call `exit`, which would wait forever for its socket.
 ///
 /// Signals: the thread blocks every signal except SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP and SIGSYS, so that crash
-/// handlers run for a fault in a handler. `handleMessage` runs with SIGPROF unblocked, so that profilers see it. A
-/// handler's call of ZeroMQ can then fail with "Interrupted system call". Threads and processes that a handler starts
-/// inherit the mask.
+/// handlers run for a fault in a handler. SIGPROF is unblocked in `handleMessage`, so that profilers see it. It can
+/// interrupt a send in the handler, which then throws. Threads and processes that a handler starts inherit the mask.
 ///
-/// The operations return whether they succeeded. If not, `error` is the reason, behind `makeErrorString`'s header;
-/// these texts are not logged.
+/// Results: operations with an `error` return whether they succeeded. If not, `error` is the reason with the prefix of
+/// `makeErrorString`. It is not logged.
 class RK_SOCKET_EXPORT SocketListener : public rk::utils::MessageFormatter {
 public:
-    /// `protocol` is `Sub` or `Rep`, which `start` checks; `name` is the name of the listener's socket.
+    /// Constructs a listener without endpoints.
+    /// \param protocol `Sub` or `Rep`, which `start` checks
+    /// \param name the name of the listener's socket
     SocketListener(Protocol::Protocol protocol, const std::string& name);
 
-    /// Stops the listener, as `stop` does.
+    /// Stops the listener as `stop` does.
     virtual ~SocketListener();
 
     SocketListener(const SocketListener&) = delete;
     SocketListener& operator=(const SocketListener&) = delete;
 
-    /// Ends the thread, waits for it and closes its socket. Returns true also when nothing was running. Clears `error`
+    /// Ends the thread, waits for it and closes its socket. Returns true, even if nothing was running. Clears `error`
     /// first.
     ///
-    /// Blocks at most for the rest of one poll (a second), of the handler at work and of the rebuild that may follow
-    /// (two seconds). A peer's frame without ZeroMQ's delimiter blocks the thread in a receive. `stop` then wakes the
-    /// thread with a request to one of its addresses, which no handler sees. While the process has no socket or
-    /// descriptor left for that, `stop` tries again every 50 milliseconds.
+    /// Blocks for the rest of a poll (at most one second), of a running handler, and of a rebuild that may follow (at
+    /// most two seconds). A peer's request without ZeroMQ's delimiter blocks the thread in a receive. `stop` then wakes
+    /// it, and retries every 50 milliseconds while the process has no socket or descriptor left for that.
     ///
     /// A thread that cannot be joined ends the process.
     virtual bool stop(std::string& error);
 
-    /// Opens a socket, connects it to every endpoint listed and starts the thread; blocks as `Socket::connect` does.
-    /// Clears `error` first.
+    /// Opens a socket, connects it to every endpoint and starts the thread. Clears `error` first.
     ///
-    /// An endpoint that cannot be connected does not fail `start`: it is logged at error level, behind
-    /// `formatMessage`'s header: "Failed connecting endpoint " + endpoint + ": " + reason; but the socket is then
-    /// closed, and the thread ends at its first poll.
+    /// Blocks as `Socket::connect` does. Fails if the thread already runs, the protocol is neither `Sub` nor `Rep`, or
+    /// no socket can be created. A thread that has ended by itself counts as running until `stop` is called.
     ///
-    /// Fails with "Failed starting thread: another thread is already running" (also when the thread has ended by
-    /// itself: call `stop` first), "Only Sub and Rep protocols are supported", or "Failed creating socket: " + reason.
-    /// \throws std::system_error when no thread can be made; the listener is then stopped
+    /// If an endpoint cannot be connected, `start` returns true and logs an error. The socket is then closed, and the
+    /// thread ends at its first poll. `startOnAll` fails instead.
+    /// \throws std::system_error if no thread can be created. The listener is then stopped.
     virtual bool start(std::string& error);
 
-    /// A new, empty message of the type that this listener expects. Called for every message before it is read. Must
-    /// not be null: the message would stay unread, and be reported over and over.
+    /// Returns a new, empty message of the expected type. Called before each message is received. Must not return null:
+    /// the message would stay unread, and an error would be logged again and again.
     virtual std::shared_ptr<google::protobuf::Message> createMessage() = 0;
 
-    /// Handles `message`, which `createMessage` made and which is filled now. A reply listener sends its reply through
-    /// `socket`. It may keep `message` no longer than the call, and must not keep `socket`.
+    /// Handles a received message. A reply listener sends exactly one reply through `socket`.
+    /// \param message the filled message of `createMessage`. Do not keep it after the call.
+    /// \param socket the listener's socket. Do not keep it after the call, nor use it in a subscribe listener.
     virtual void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) = 0;
 
-    /// Adds an endpoint, as text (see `SocketEndpoint::FromString`). A running listener is stopped and started again,
-    /// on all endpoints, blocking as both do, and the result is that of `start`; otherwise `error` is left alone on
-    /// success. Fails with "Invalid endpoint: " + reason; nothing has changed then.
+    /// Adds an endpoint, in the string form of `SocketEndpoint::FromString`. Stops a running listener and starts it
+    /// again on all endpoints.
+    ///
+    /// On a running listener it blocks as `stop` and `start` do and returns the result of `start`. Otherwise it fails
+    /// only if the endpoint does not parse, and success leaves `error` untouched. An endpoint that does not parse
+    /// changes nothing.
     bool addListenEndpoint(const std::string& endpoint, std::string& error);
 
-    /// Does nothing and returns true, with `error` cleared: endpoints can only be added.
+    /// Does nothing, because endpoints can only be added. Clears `error` and returns true.
     bool removeListenEndpoint(const std::string& endpoint, std::string& error);
 
-    /// Returns whether the listener's thread serves every endpoint: false before `start`, after `stop`, if an endpoint
-    /// could not be connected, and once the thread has ended by itself. Does not block. Any thread may call it.
+    /// Returns whether the thread runs and serves every endpoint. Returns false before `start`, after `stop`, if an
+    /// endpoint could not be connected, and once the thread has ended by itself. Does not block. Any thread may call
+    /// it.
     bool isServing() const;
 
-    /// Returns the last endpoint of the running listener's socket, with the port that the system chose for port 0, or
-    /// `SocketEndpoint()` if the listener does not run. See `Socket::lastEndpoint`.
-    /// \throws std::system_error when a mutex cannot be locked
+    /// Returns `Socket::lastEndpoint` of the running listener's socket, with the port that the system chose for port 0.
+    /// Returns `SocketEndpoint()` if the listener does not run.
+    /// \throws std::system_error if a lock fails
     SocketEndpoint lastEndpoint() const;
 
-    /// "[Socket Listener " + protocol + "] " + `message`.
+    /// Returns "[Socket Listener " + protocol + "] " + `message`.
     std::string makeErrorString(const std::string& message) const;
 
-    /// The body of the listener's thread. Not for applications.
+    /// Runs the listener's thread. Not for applications.
     void threadFunction(std::shared_ptr<Socket> socket);
 
 protected:
-    /// Starts the listener as `start` does, but fails when an endpoint cannot be connected: nothing is logged then, and
-    /// nothing runs. Call it from an override of `start`.
-    ///
-    /// Fails with "Failed connecting endpoint " + endpoint + ": " + reason, or as `start` does.
-    /// \throws std::system_error when no thread can be made; the listener is then stopped
+    /// Starts the listener as `start` does, but fails if an endpoint cannot be connected. Nothing runs then, and
+    /// nothing is logged. Call it from an override of `start`.
+    /// \throws std::system_error if no thread can be created. The listener is then stopped.
     bool startOnAll(std::string& error);
 
-    /// Sets the largest size of a message that the listener receives, at first 131072 bytes. Call it before `start`.
+    /// Sets the size of the largest message that the listener receives. The default is 131072. Call it before `start`.
     /// \param bytes 1 to 2147483647
-    /// \throws std::invalid_argument for any other size; nothing has changed then
+    /// \throws std::invalid_argument for any other size. Nothing has changed then.
     void setMessageBufferSize(std::uint32_t bytes);
 
-    /// Refuses a listener without a handler.
+    /// Checks that the listener has a handler.
     /// \throws std::invalid_argument if `hasHandler` is false
     void requireHandler(bool hasHandler) const;
 

@@ -10,12 +10,13 @@
 
 namespace rk::socket::utils {
 
-/// A subscribe listener that hands each received `Message` to a function.
+/// A subscribe listener that calls a function with each received `Message`.
 ///
-/// Add endpoints, then call `start`. The function runs on the listener's thread, one message at a time, under the rules
-/// of `SocketListener::handleMessage`. Everything that a lambda captures by reference must outlive the subscriber.
+/// Construct it with the function, add endpoints, then call `start`. The function runs on the listener's thread, one
+/// message at a time, by the rules of `SocketListener`. Everything that a lambda captures by reference must outlive the
+/// subscriber.
 ///
-/// `Message` is a message type that protoc has generated. Include its header.
+/// `Message` is a message class that protoc has generated. Include its header.
 template <class Message>
 class Subscriber final : public SocketListener {
 public:
@@ -23,21 +24,21 @@ public:
     using Handler = std::function<void(const Message& message)>;
 
     /// \param socketName the name of the subscriber's socket
-    /// \param messageHandler what is called with each message
+    /// \param messageHandler the function to call with each message
     /// \throws std::invalid_argument if `messageHandler` is empty
     Subscriber(const std::string& socketName, Handler messageHandler)
         : SocketListener(Protocol::Sub, socketName), handler(std::move(messageHandler)) {
         requireHandler(static_cast<bool>(handler));
     }
 
-    /// Stops the subscriber, as `stop` does.
+    /// Stops the subscriber as `stop` does.
     ~Subscriber() override {
         std::string ignored;
         stop(ignored);
     }
 
-    /// Starts the subscriber as `SocketListener::start` does, but returns false, with the reason in `error`, when an
-    /// endpoint cannot be connected.
+    /// Starts the subscriber as `SocketListener::start` does, but fails if an endpoint cannot be connected. Returns
+    /// false then, with the reason in `error`.
     bool start(std::string& error) override { return startOnAll(error); }
 
     using SocketListener::setMessageBufferSize;
