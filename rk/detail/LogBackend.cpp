@@ -25,7 +25,7 @@ Logger makeStandardErrorLogger() {
 
 class Backend {
 public:
-    /// Returns the backend of the process, which writes lines until the process is gone.
+    /// Returns the backend of the process. It is never destroyed, because lines are written until the process ends.
     static Backend& instance() {
         static const Immortal<Backend> backend;
         return *backend;
@@ -50,7 +50,7 @@ private:
     const Logger ownLogger = makeStandardErrorLogger();
 };
 
-/// Constructed after spdlog's registry, hence destroyed before it.
+/// Constructed after spdlog's registry, so it is destroyed before it.
 class RegistryWatch {
 public:
     RegistryWatch() { spdlog::get(loggerName); }
@@ -84,7 +84,7 @@ void writeLine(Level level, const std::string& text) noexcept {
         prepareForExit();
         Backend::instance().logger()->log(toSpdlog(level), spdlog::string_view_t(text));
     } catch (...) {
-        // Best effort: a log line that fails cannot be logged.
+        // Best effort: a failure to log cannot be logged.
     }
 }
 

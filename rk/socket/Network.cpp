@@ -14,9 +14,9 @@ namespace {
 
 using detail::NetworkSettings;
 
-constexpr unsigned int longestPeerTimeout = 32767; // of the system's keepalive options
+constexpr unsigned int longestPeerTimeout = 32767; // limit of the system's keepalive options
 constexpr int mostSockets = 65535;                 // ZeroMQ's ZMQ_SOCKET_LIMIT
-// The longest command of ZeroMQ's handshake has 38 bytes, and the limit holds for it, too.
+// The limit also applies to ZeroMQ's handshake, whose longest command has 38 bytes.
 constexpr std::int64_t leastMessageSize = 64;
 
 struct ProcessSettings {
@@ -26,7 +26,7 @@ struct ProcessSettings {
     bool hasContext = false;
 };
 
-/// Never destroyed, because sockets are rebuilt until the process is gone.
+/// Never destroyed, because sockets are rebuilt until the process ends.
 ProcessSettings& ofProcess() {
     static const rk::detail::Immortal<ProcessSettings> settings;
     return *settings;

@@ -16,9 +16,9 @@ namespace rk::socket {
 
 namespace {
 
-/// Returns the number of items that are ready, 0 after a signal.
+/// Returns the number of items that are ready, or 0 after a signal.
 int poll(zmq_pollitem_t* items, std::size_t count, long milliseconds) {
-    // ZeroMQ sleeps through signals when it has nothing to poll.
+    // With nothing to poll, ZeroMQ's sleep ignores signals.
     const int ready = count == 0 ? ::poll(nullptr, 0, static_cast<int>(milliseconds))
                                  : zmq_poll(items, static_cast<int>(count), milliseconds);
     if (ready >= 0) {
@@ -48,7 +48,8 @@ struct PollSet::Item {
     int descriptor; ///< 0 for a socket
     std::function<void()> handler;
 
-    /// Reads the native socket, which a rebuild replaces. Polled without one, ZeroMQ would poll descriptor 0.
+    /// Reads the native socket each time, because a rebuild replaces it. For a null socket ZeroMQ would poll descriptor
+    /// 0.
     zmq_pollitem_t toPoll() const {
         if (socket == nullptr) {
             return {nullptr, descriptor, ZMQ_POLLIN, 0};
@@ -108,8 +109,8 @@ void PollSet::remove(const Socket* socket, int descriptor) noexcept {
     }
 }
 
-/// Moves an item behind all others, so that one whose handler throws keeps nothing from being called. Returns false if
-/// it has been removed.
+/// Moves an item to the end, so that the next `wait` calls the others first if its handler throws. Returns false if the
+/// item has been removed.
 bool PollSet::takeTurn(const std::shared_ptr<const Item>& item) {
     const auto found = std::find(items.begin(), items.end(), item);
     if (found == items.end()) {
@@ -120,7 +121,7 @@ bool PollSet::takeTurn(const std::shared_ptr<const Item>& item) {
 }
 
 unsigned int PollSet::wait(std::chrono::milliseconds timeout) {
-    const Items polled = items; // keeps a handler that removes itself
+    const Items polled = items; // keeps a handler alive that removes itself
     std::vector<zmq_pollitem_t> native;
     for (const auto& item : polled) {
         native.push_back(item->toPoll());

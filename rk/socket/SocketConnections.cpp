@@ -4,7 +4,7 @@ namespace rk::socket {
 
 namespace {
 
-/// The same string for equal endpoints, and for no others.
+/// Returns the same string for equal endpoints, and different strings for others.
 std::string keyOf(const SocketEndpoint& endpoint) {
     const std::string key = std::to_string(endpoint.transport) + " " + endpoint.address;
     return endpoint.transport == Transport::Tcp ? key + ":" + std::to_string(endpoint.port) : key;

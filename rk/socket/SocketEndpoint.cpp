@@ -13,7 +13,7 @@ constexpr std::string_view inprocPrefix = "inproc://";
 constexpr std::string_view ipcPrefix = "ipc://";
 constexpr std::string_view tcpPrefix = "tcp://";
 
-/// Whether `text` begins with `prefix` and goes on behind it.
+/// Returns whether `text` begins with `prefix` and is longer.
 bool leadsWith(const std::string& text, std::string_view prefix) {
     return text.size() > prefix.size() && text.compare(0, prefix.size(), prefix) == 0;
 }

@@ -17,7 +17,7 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// ZeroMQ needs up to 5 ms to release an address, 155 ms under valgrind. The rest is for a machine under load.
+// ZeroMQ needs up to 5 ms to release an address, 155 ms under valgrind. The rest is a margin for a busy machine.
 constexpr seconds releaseTime{2};
 constexpr milliseconds leastPatience{50};
 constexpr microseconds firstPause{100};
@@ -57,7 +57,7 @@ void AddressBook::close(void* socket) noexcept {
     try {
         releaseAddressesOf(socket);
     } catch (...) {
-        // The lock failed: the next bind of these addresses does not wait for them.
+        // The lock failed. The next bind of these addresses does not wait for them.
     }
     zmq_close(socket);
 }
@@ -80,7 +80,7 @@ void AddressBook::enter(Entries& entry, Index::node_type indexed, Holders::node_
     forgetExpired();
 }
 
-/// Releases before the close, so that no other thread finds the address in use and no release to wait for.
+/// Releases before the close. Otherwise another thread could find the address in use and no release to wait for.
 void AddressBook::releaseAddressesOf(void* socket) {
     const std::lock_guard<std::mutex> lock(mutex);
     const auto [first, last] = holders.equal_range(socket);
@@ -94,7 +94,7 @@ void AddressBook::releaseAddressesOf(void* socket) {
     forgetExpired();
 }
 
-/// Drops at most two entries: more than a call adds, and few enough to stall no call.
+/// Drops at most two entries: more than a call adds, and few enough not to stall it.
 void AddressBook::forgetExpired() {
     const Clock::time_point limit = Clock::now() - releaseTime;
     for (int dropped = 0; dropped < 2 && !released.empty() && released.front().releasedAt < limit; ++dropped) {

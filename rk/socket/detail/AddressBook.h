@@ -11,24 +11,25 @@ namespace rk::socket::detail {
 
 /// Lets this process bind an address again that it has just released.
 ///
-/// ZeroMQ closes a socket in the background. For some milliseconds after `zmq_close` the addresses of the socket are
-/// still in use, and a bind of one of them fails. Every socket of the library therefore binds and closes through the
-/// book of the process. The book knows which native socket holds which address, and when an address was released, so
-/// that a bind waits for an address that ZeroMQ is about to free, and fails at once when another process holds it.
+/// ZeroMQ closes a socket in the background. For some milliseconds after `zmq_close` its addresses are still in use,
+/// and a bind fails. Every socket of the library therefore binds and closes through the book of the process. The book
+/// records which native socket holds which address, and when an address was released. A bind waits for an address that
+/// ZeroMQ is about to free, and fails at once if another process holds it.
 ///
-/// Each address that was ever bound is one entry, either in `held` or in `released`. The index leads to the latest entry
-/// of an address: on ipc a second socket can take over an address that the first still holds. Entries leave the book
-/// seconds after their release, a few with each call, so that it stays small and no call has much to clean up.
+/// Invariants: each address that was bound is one entry, either in `held` or in `released`. The index refers to the
+/// latest entry of an address, because on ipc a second socket can take over an address that the first still holds. Each
+/// call removes a few entries that were released seconds ago, so the book stays small and no call takes long.
 ///
-/// Any thread may call the operations. The mutex is never held across a call to ZeroMQ.
+/// Any thread may call the operations. The mutex is never held during a call to ZeroMQ.
 class AddressBook {
 public:
     /// Returns the book of the process. It is never destroyed, because static destructors close sockets.
     static AddressBook& ofProcess();
 
-    /// Binds `socket` to `address`. While the address is one that this process has released and no socket of it has
-    /// bound since, retries with short pauses: until two seconds after the release, and for at least 50 ms in case the
-    /// process was stopped meanwhile. Returns 0, or the error number of the last attempt.
+    /// Binds `socket` to `address`. Returns 0 or the error number of the last attempt.
+    ///
+    /// If this process has released the address and not bound it since, retries with short pauses until two seconds
+    /// after the release. Retries for at least 50 ms, because the process may have been suspended.
     /// \throws std::system_error if a lock fails
     int bind(void* socket, const std::string& address);
 
@@ -54,7 +55,7 @@ private:
 
     std::mutex mutex;
     Entries held;
-    Entries released; ///< in the order of their release
+    Entries released; ///< in order of release
     Index index;
     Holders holders;
 };

@@ -7,20 +7,20 @@
 
 namespace rk::socket::detail {
 
-/// Refuses work on the context of the process once its termination has begun.
+/// Rejects calls on the context of the process once its termination has begun.
 ///
-/// ZeroMQ's termination reads the pending inproc connections without their lock, so a bind or connect of an inproc name
-/// at that moment can hang the exit. A socket that is made after the termination uses released memory. The gate admits
+/// ZeroMQ's termination reads the pending inproc connections without their lock, so a concurrent bind or connect of an
+/// inproc name can hang the exit. A socket that is created after the termination uses freed memory. The gate admits
 /// these calls one at a time, and none after it is shut.
 ///
-/// Any thread may call the operations. The data path does not pass the gate.
+/// Any thread may call the operations. The data path does not use the gate.
 class ContextGate {
 public:
-    /// Returns the gate of the process. It is never destroyed, because sockets are used until the process is gone.
+    /// Returns the gate of the process. It is never destroyed, because sockets are used until the process ends.
     static ContextGate& ofProcess();
 
-    /// Runs `call`, which returns 0 or an error number, while no other call is inside. Returns its result, or `ETERM`
-    /// without running it once the gate is shut.
+    /// Runs `call`, which returns 0 or an error number, while no other call is inside. Returns its result. Once the
+    /// gate is shut, returns `ETERM` without running it.
     /// \throws std::system_error if the lock fails
     template <class Call>
     int pass(const Call& call) {
@@ -28,7 +28,7 @@ public:
         return isShut ? ETERM : call();
     }
 
-    /// Waits for the call inside, if any, and refuses all others from now on.
+    /// Waits for the call inside, if any, and rejects all later ones.
     void shut();
 
     /// Calls `zmq_bind`, inside the gate if `address` is an inproc name. Returns 0 or the error number.

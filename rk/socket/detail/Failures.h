@@ -7,14 +7,14 @@ namespace google::protobuf {
 class Message;
 }
 
-// `gnu::cold` and `gnu::noinline` mark failure paths, to keep their code out of the hot path. `header` is the socket's.
+// `gnu::cold` and `gnu::noinline` keep the code of failure paths out of the hot path. `header` names the socket.
 namespace rk::socket::detail {
 
-/// Returns the reason of a failed call of ZeroMQ, followed by the socket.
+/// Returns the reason of a failed ZeroMQ call, followed by the socket.
 std::string failureText(int error, const std::string& header);
 
-/// Throws what a failed send, receive or poll comes to. Reads the error number of the failed call, so it comes before
-/// anything that may change it.
+/// Throws the exception for a failed send, receive or poll. Call it before anything can change the error number of the
+/// failed call.
 [[noreturn, gnu::cold, gnu::noinline]] void throwTransferFailure(const char* operation, const char* prefix,
                                                                  const std::string& header);
 

@@ -30,7 +30,7 @@ const in6_addr& ipv6(const sockaddr& address) {
     return reinterpret_cast<const sockaddr_in6&>(address).sin6_addr;
 }
 
-/// Adds `address`, unless it is of another family or link-local, which needs a zone.
+/// Adds `address`, unless it is of another family, or link-local, because that needs a zone.
 void add(Addresses& addresses, const sockaddr& address, bool withIpv6) {
     char text[INET6_ADDRSTRLEN] = "";
     std::string added;
@@ -46,7 +46,7 @@ void add(Addresses& addresses, const sockaddr& address, bool withIpv6) {
     }
 }
 
-/// The addresses of the interface. Without an exception, empty if there is no such interface.
+/// Returns the addresses of the interface, or an empty list if there is no such interface. Throws if it has no address.
 Addresses addressesOfInterface(const std::string& name, bool withIpv6) {
     ifaddrs* first = nullptr;
     if (getifaddrs(&first) != 0) {

@@ -6,7 +6,7 @@
 
 namespace rk::socket::detail {
 
-/// The settings that `Network` has made. No call to ZeroMQ is made for one that is absent.
+/// The settings of `Network`. An absent setting causes no call to ZeroMQ.
 struct NetworkSettings {
     std::string listenHost = "*"; ///< empty for the host of each endpoint
     std::optional<unsigned int> peerTimeout;
@@ -19,7 +19,7 @@ struct NetworkSettings {
     /// \throws std::system_error if the lock fails
     static NetworkSettings ofProcess();
 
-    /// Returns the limit of sockets for a new context, if one is set. From now on, it cannot change.
+    /// Returns the limit of sockets for a new context, if one is set. It cannot change afterwards.
     /// \throws std::system_error if the lock fails
     static std::optional<int> takeMaxSockets();
 };

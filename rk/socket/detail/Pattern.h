@@ -4,12 +4,12 @@
 
 namespace rk::socket::detail {
 
-/// Whether sockets of this pattern bind their endpoints.
+/// Returns whether sockets of this pattern bind their endpoints.
 inline bool binds(Protocol::Protocol protocol) {
     return protocol == Protocol::Pub || protocol == Protocol::Rep;
 }
 
-/// Whether sockets of this pattern connect to their endpoints.
+/// Returns whether sockets of this pattern connect to their endpoints.
 inline bool connects(Protocol::Protocol protocol) {
     return protocol == Protocol::Sub || protocol == Protocol::Req;
 }

@@ -4,21 +4,21 @@
 
 namespace rk::socket::detail {
 
-/// Decides when a listener that receives nothing connects again: after the limit, and then with pauses that double up
-/// to 30 seconds, or to the limit if that is longer.
+/// Decides when a listener that receives nothing reconnects: after the limit, then with pauses that double up to 30
+/// seconds, or to the limit if it is longer.
 class SilenceWatch {
 public:
-    /// A `limit` of 0 seconds never ends.
+    /// 0 seconds means no limit.
     explicit SilenceWatch(unsigned int limitSeconds) : limit(limitSeconds), pause(limitSeconds) {}
 
-    /// Notes that something was received.
+    /// Notes that a message was received.
     void end() {
         silent = 0;
         pause = limit;
         attempts = 0;
     }
 
-    /// Counts one more second of silence. Returns whether it is time to connect again.
+    /// Counts one more second of silence. Returns whether it is time to reconnect.
     bool goesOnTooLong() {
         if (limit == 0 || ++silent < pause) {
             return false;
@@ -30,7 +30,7 @@ public:
         return true;
     }
 
-    /// Whether the attempt is the first since something was received.
+    /// Returns whether the attempt is the first since a message was received.
     bool isFirstAttempt() const { return attempts == 1; }
 
     unsigned int limitSeconds() const { return limit; }
@@ -40,7 +40,7 @@ private:
 
     unsigned int limit;
     unsigned int pause;
-    unsigned int silent = 0; ///< seconds since something was received, or since the last attempt
+    unsigned int silent = 0; ///< seconds since the last message or the last attempt
     unsigned int attempts = 0;
 };
 

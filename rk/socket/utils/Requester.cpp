@@ -17,7 +17,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// A message of any size.
+/// Holds a message of any size.
 class NativeMessage {
 public:
     NativeMessage() { zmq_msg_init(&message); }
@@ -49,10 +49,10 @@ class Requester::Deadline {
 public:
     explicit Deadline(milliseconds patience) : timeout(patience) {}
 
-    /// Waits for an event of `native`. Returns false once the time is over. A poll that fails, for instance by a signal,
-    /// ends the wait early: the caller tries its call again, and that tells what is wrong.
+    /// Waits for an event of `native`. Returns false once the time is over. A failed poll, for example because of a
+    /// signal, ends the wait early: the caller retries its call, which reports the error.
     bool await(void* native, short event) const {
-        // Subtracted in milliseconds, where the longest timeout does not overflow.
+        // Subtract in milliseconds, in which the longest timeout does not overflow.
         const milliseconds left = timeout - std::chrono::floor<milliseconds>(Clock::now() - begin);
         if (left <= milliseconds::zero()) {
             return false;
@@ -62,8 +62,8 @@ public:
         return true;
     }
 
-    /// Repeats `call`, which does not block and returns a negative number on failure, until it succeeds. Returns false
-    /// if it does not in time.
+    /// Repeats the non-blocking `call`, which returns a negative number on failure, until it succeeds. Returns false if
+    /// the time runs out first.
     template <class Call>
     bool allows(const Call& call, void* native, short event, const char* operation, const char* prefix,
                 const std::string& header) const {
@@ -107,8 +107,8 @@ void Requester::request(const google::protobuf::Message& request, google::protob
                            std::to_string(timeout.count()) + " ms, attempts made: " + std::to_string(attempts));
 }
 
-/// Returns false if the time runs out. The socket stays open only if it is ready for the next request: one that owes a
-/// receive would refuse it.
+/// Returns false if the time runs out. The socket stays open only if it is ready for the next request. A socket that
+/// still expects a reply would reject it.
 bool Requester::attempt(const std::string& request, google::protobuf::Message& reply, milliseconds timeout) {
     try {
         open();
@@ -128,14 +128,14 @@ void Requester::open() {
         return;
     }
     socket.create(Protocol::Req);
-    // A new connection alone does not keep a server's second reply to one request from being taken for the next.
+    // A new connection is not enough: a server's second reply to one request would pass as the reply to the next.
     const int on = 1;
     if (zmq_setsockopt(socket.zmqSocket, ZMQ_REQ_CORRELATE, &on, sizeof on) < 0) {
         const int error = zmq_errno();
         throw std::runtime_error("Socket: Error setting ZMQ_REQ_CORRELATE " +
                                  detail::failureText(error, socket.debugString()));
     }
-    // A signal would interrupt the connect, which fails then.
+    // A signal would make the connect fail.
     const rk::detail::SignalMask mask(SIG_BLOCK, rk::detail::asynchronousSignals());
     socket.connect(server, 0);
 }

@@ -22,7 +22,7 @@ namespace rk::socket::utils {
 
 namespace {
 
-/// How often `stop` looks whether the thread is still in the same receive. A message that waits is received sooner.
+/// How often `stop` checks whether the thread is still in the same receive. A queued message is received sooner.
 constexpr std::chrono::milliseconds lookInterval{50};
 
 sigset_t profilingSignal() {
@@ -32,7 +32,7 @@ sigset_t profilingSignal() {
     return signals;
 }
 
-/// Makes a count of steps odd while it lives. Only one thread counts.
+/// Makes a counter odd during its lifetime. Only one thread counts.
 class InStep {
 public:
     explicit InStep(std::atomic<std::uint32_t>& counted) : steps(counted) { count(); }
@@ -46,12 +46,12 @@ private:
     std::atomic<std::uint32_t>& steps;
 };
 
-/// A socket whose record cannot be locked has closed its native socket all the same.
+/// Closes the native socket even if the lock fails.
 void closeQuietly(Socket& socket) noexcept {
     try {
         socket.close();
     } catch (const std::exception&) {
-        // There is nothing left to be done.
+        // There is nothing left to do.
     }
 }
 
@@ -112,7 +112,7 @@ bool SocketListener::startOnAll(std::string& error) {
     return true;
 }
 
-/// Creates the socket of a listener that does not run. Returns null, with the reason in `error`, on failure.
+/// Creates the socket of a listener that is not running. On failure returns null, with the reason in `error`.
 std::shared_ptr<Socket> SocketListener::open(std::string& error) const {
     error.clear();
     if (thread) {
@@ -134,7 +134,7 @@ std::shared_ptr<Socket> SocketListener::open(std::string& error) const {
     return socket;
 }
 
-/// Returns the failures. The first closes the socket, so that every later endpoint fails, too.
+/// Returns the failures. The first closes the socket, so every later endpoint fails too.
 std::list<std::string> SocketListener::connectAll(Socket& socket) const {
     std::list<std::string> failures;
     for (const SocketEndpoint& endpoint : endpoints) {
@@ -149,11 +149,11 @@ std::list<std::string> SocketListener::connectAll(Socket& socket) const {
 }
 
 void SocketListener::startThread(const std::shared_ptr<Socket>& socket) {
-    // In this order: a promise that is dropped while it has a future stores an exception there, which needs memory.
+    // In this order: a promise that is destroyed while it has a future stores an exception there, which allocates.
     threadEnded = std::future<void>();
     threadEnd = std::promise<void>();
     threadEnded = threadEnd.get_future();
-    // Asynchronous signals are for the application's threads: one that interrupted a poll would end the listener.
+    // Leave asynchronous signals to the application's threads: a signal that interrupts a poll would end the listener.
     const rk::detail::SignalMask mask(SIG_SETMASK, rk::detail::asynchronousSignals());
     serving = socket->isOpen();
     try {
@@ -205,11 +205,11 @@ bool SocketListener::stop(std::string& error) {
     return joined;
 }
 
-/// Waits until the thread has ended, and wakes it if it stays in a receive. A frame without ZeroMQ's delimiter makes a
-/// poll report input, but the receive discards it and blocks until the next request.
+/// Waits until the thread has ended, and wakes it if it is blocked in a receive. For a request without ZeroMQ's
+/// delimiter the poll reports input, but the receive discards it and blocks until the next request.
 void SocketListener::awaitEnd() {
     if (thread->get_id() == std::this_thread::get_id()) {
-        return; // the join refuses to wait for the calling thread
+        return; // a thread cannot join itself
     }
     detail::WakeUpCall call;
     std::uint32_t before = receiveSteps;
@@ -222,13 +222,13 @@ void SocketListener::awaitEnd() {
     }
 }
 
-/// Best effort: the next look tries again.
+/// Best effort: the next check retries.
 void SocketListener::wake(detail::WakeUpCall& call) {
     try {
         const std::shared_ptr<Socket> socket(threadSocket);
         call.send(*socket->boundAddresses, socket->connectionMutex);
     } catch (const std::exception&) {
-        // A lock or memory may be available again at the next look.
+        // A lock or memory may be available again at the next check.
     }
 }
 
@@ -255,7 +255,7 @@ void SocketListener::threadFunction(std::shared_ptr<Socket> socket) {
     }
 }
 
-/// Nothing may leave the thread, whatever fails on it.
+/// Does not throw, because no exception may leave the thread.
 void SocketListener::logFailure(const char* what, const char* reason, const char* consequence) const noexcept {
     rk::detail::logIfPossible(rk::utils::logError,
                               [&] { return makeErrorString(std::string(what) + reason + consequence); });
@@ -281,8 +281,8 @@ void SocketListener::serveUntilStopped(const std::shared_ptr<Socket>& socket) {
     }
 }
 
-/// Nothing is queued that a new connection would lose, since a poll has just found nothing. Best effort: the next attempt
-/// also connects what has failed in this one.
+/// Loses no queued message, because a poll has just found none. Best effort: the next attempt also connects endpoints
+/// that fail in this one.
 void SocketListener::endSilence(Socket& socket, const detail::SilenceWatch& silence) {
     try {
         if (silence.isFirstAttempt()) {
@@ -295,7 +295,7 @@ void SocketListener::endSilence(Socket& socket, const detail::SilenceWatch& sile
     }
 }
 
-/// Receives and handles the message that waits. False when the socket cannot be polled any more.
+/// Receives and handles one message. Returns false if the socket cannot be polled any more.
 bool SocketListener::serve(const std::shared_ptr<Socket>& socket) {
     const std::shared_ptr<google::protobuf::Message> message = createMessage();
     try {

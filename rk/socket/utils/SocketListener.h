@@ -29,7 +29,7 @@ class WakeUpCall;
 
 namespace rk::socket::utils {
 
-/// Serves a subscribe or reply socket on a thread of its own.
+/// Serves a subscribe or reply socket on its own thread.
 ///
 /// `Subscriber` and `Replier` are easier to use. For more control, derive from this class:
 /// 1. `createMessage` returns an empty message, and `handleMessage` handles a received one.
@@ -49,9 +49,10 @@ namespace rk::socket::utils {
 /// closes the socket, if a poll or a rebuild fails, a handler closes the socket, `createMessage` throws, or the process
 /// exits.
 ///
-/// Threads: one thread at a time calls `start`, `stop`, `addListenEndpoint` and the destructor. A handler that calls
-/// one of them ends the process. `createMessage` and `handleMessage` run on the listener's thread. An exception that is
-/// not a `std::exception` ends the process. A handler must not call `exit`, which would wait forever for its socket.
+/// Threads: one thread at a time calls `start`, `stop`, `addListenEndpoint` and the destructor. Handlers must not call
+/// them: `stop` in a handler ends the process. `createMessage` and `handleMessage` run on the listener's thread. An
+/// exception that is not a `std::exception` ends the process. A handler must not call `exit`, which would wait forever
+/// for its socket.
 ///
 /// Signals: the thread blocks every signal except SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP and SIGSYS, so that crash
 /// handlers run for a fault in a handler. SIGPROF is unblocked in `handleMessage`, so that profilers see it. It can
