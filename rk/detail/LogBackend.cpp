@@ -50,7 +50,7 @@ private:
     const Logger ownLogger = makeStandardErrorLogger();
 };
 
-/// Constructed after spdlog's registry, so it is destroyed before it.
+/// Constructed after spdlog's registry, and therefore destroyed before it.
 class RegistryWatch {
 public:
     RegistryWatch() { spdlog::get(loggerName); }

@@ -8,7 +8,7 @@
 
 namespace rk::tests {
 
-/// A listener that does nothing with what it receives, and leaves it to the base class to stop it.
+/// A listener that ignores its messages, and relies on the base class to stop it.
 class BareListener : public socket::utils::SocketListener {
 public:
     BareListener() : SocketListener(socket::Protocol::Rep, "bare") {}

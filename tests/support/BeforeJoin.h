@@ -4,8 +4,7 @@
 
 namespace rk::tests {
 
-/// Runs `action` when the calling thread joins another one, or waits for a listener's, before it waits. Once, and only
-/// while this lives.
+/// Runs `action` once, during its lifetime, before the calling thread joins another one or waits for a listener's.
 class BeforeJoin {
 public:
     explicit BeforeJoin(std::function<void()> action);
@@ -14,7 +13,7 @@ public:
     BeforeJoin& operator=(const BeforeJoin&) = delete;
 };
 
-/// The next join by the calling thread waits as ever, and then fails with the given error number; only while this lives.
+/// Makes the next join by the calling thread fail with the given error number after it has waited, during its lifetime.
 class JoinFault {
 public:
     explicit JoinFault(int error);

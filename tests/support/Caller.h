@@ -5,7 +5,7 @@
 
 namespace rk::tests {
 
-/// Whether a return address is in the library: the function that stands in for another has been called by it.
+/// Returns whether a return address is in the library, so that the library has called the intercepted function.
 inline bool isInLibrary(const void* returnAddress) {
     Dl_info caller{};
     return dladdr(returnAddress, &caller) != 0 && std::strstr(caller.dli_fname, "librk-socket") != nullptr;

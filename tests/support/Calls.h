@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-/// The lines that the journal shows for the calls of a socket.
+/// The journal's lines for the calls of a socket.
 namespace rk::tests::calls {
 
 using Lines = std::vector<std::string>;
@@ -71,7 +71,7 @@ inline Lines connect(const std::string& name, socket::Protocol::Protocol pattern
     return lines;
 }
 
-/// Without the repeated attempts at an address that is still being released.
+/// Removes the retries of a bind at an address that ZeroMQ is still releasing.
 inline Lines once(Lines lines) {
     lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
     return lines;

@@ -8,12 +8,12 @@ namespace rk::tests {
 
 /// How a child process ended, and what it wrote to standard error.
 struct ChildResult {
-    bool ended = false; ///< by itself, before the time ran out
+    bool ended = false; ///< by itself, in time
     int status = -1;    ///< its exit status, or minus the signal that killed it
     std::vector<std::string> errorLines;
 };
 
-/// Runs a program and waits for it. Kills it when it has not ended in time.
+/// Runs a program and waits for it. Kills it if it does not end in time.
 ChildResult runChild(const std::vector<std::string>& command, std::chrono::seconds patience = std::chrono::seconds(30));
 
 } // namespace rk::tests

@@ -10,7 +10,7 @@
 
 namespace rk::tests {
 
-/// Shows that `socket` is closed, of no pattern, and has no endpoint recorded. Leaves it closed, and the journal empty.
+/// Checks that `socket` is closed and has neither pattern nor endpoints. Leaves it closed, and the journal empty.
 inline void expectClosed(StandIn& standIn, socket::Socket& socket) {
     std::string error;
     EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { socket.poll(0, error); }));

@@ -6,14 +6,14 @@
 
 namespace rk::tests {
 
-/// A TCP port that nobody holds, outside the range from which the system gives ports to clients; no other process of
-/// the tests gets it while this one runs.
+/// Returns a free TCP port, outside the system's range of ephemeral ports. No other test process gets it while this one
+/// runs.
 unsigned short freePort();
 
-/// A folder of this process for socket files, removed at its exit.
+/// Returns this process's folder for socket files, which is removed at exit.
 const std::string& temporaryFolder();
 
-/// An endpoint of the given transport that nobody has used yet.
+/// Returns an unused endpoint of the given transport.
 socket::SocketEndpoint freshEndpoint(socket::Transport::Transport transport);
 
 } // namespace rk::tests

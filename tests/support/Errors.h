@@ -6,8 +6,8 @@
 
 namespace rk::tests {
 
-/// The text of the `Exception` that `action` throws, or an empty one when it throws nothing. An exception of another type,
-/// also of a derived one, goes on as a `std::logic_error`: a failed test, or a finding.
+/// Returns the message of the `Exception` that `action` throws, or an empty string if it throws nothing. Throws
+/// `std::logic_error` if the exception has another type, even a derived one: a failed test, or a finding.
 template <class Exception = std::runtime_error, class Action>
 std::string textIfThrownBy(const Action& action) {
     try {
@@ -21,7 +21,7 @@ std::string textIfThrownBy(const Action& action) {
     return {};
 }
 
-/// As above, and a `std::logic_error` when `action` throws nothing.
+/// Does the same, but throws `std::logic_error` if `action` throws nothing.
 template <class Exception = std::runtime_error, class Action>
 std::string textThrownBy(const Action& action) {
     std::string text = textIfThrownBy<Exception>(action);

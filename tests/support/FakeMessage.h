@@ -11,8 +11,8 @@
 
 namespace rk::tests {
 
-/// A message that serialises another number of bytes than it measures, and counts how often it is asked for either.
-/// The size that it remembers to have measured last may be a third number, as if somebody else had measured meanwhile.
+/// A message that serialises another number of bytes than it measures, and counts its calls of both. The cached size
+/// may be a third number, as if another thread had measured in between.
 class FakeMessage final : public google::protobuf::Message {
 public:
     FakeMessage(std::size_t measuredSize, std::size_t serializedSize)
@@ -38,7 +38,7 @@ public:
     int GetCachedSize() const override { return cached.Get(); }
     google::protobuf::Metadata GetMetadata() const override { return Text::default_instance().GetMetadata(); }
 #else
-    /// That of `Text`, but for where the remembered size lies.
+    /// Returns the class data of `Text`, with the offset of this class's cached size.
     const google::protobuf::internal::ClassData* GetClassData() const override {
         static const google::protobuf::internal::ClassDataFull data = [this] {
             google::protobuf::internal::ClassDataFull own = Text_class_data_;

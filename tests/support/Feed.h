@@ -8,9 +8,10 @@
 
 namespace rk::tests {
 
-/// A publish and a subscribe socket of this process, joined: what the one has sent, the other can receive at once.
+/// A connected pair of a publish and a subscribe socket. The subscriber can receive each message right after it was
+/// sent.
 ///
-/// Each can be told the length of its queue before it is connected.
+/// The constructor can set the length of each queue before it connects.
 class Feed {
 public:
     static constexpr int defaultQueue = -1;
@@ -21,7 +22,7 @@ public:
         join();
     }
 
-    /// Lets the publisher take note of the subscription: asked for its events, 0MQ first does what peers have told it.
+    /// Makes the publisher process the subscription: when asked for its events, ZeroMQ first handles commands of peers.
     void join() {
         std::string ignored;
         publisher.poll(0, ignored);

@@ -4,7 +4,7 @@
 
 namespace rk::tests {
 
-/// The one `Type` of the process, made without `operator new`, which needs some of them, and never destroyed.
+/// The only `Type` of the process, never destroyed. Constructed without `operator new`, which uses some of them.
 template <class Type>
 Type& immortal() {
     alignas(Type) static unsigned char memory[sizeof(Type)];

@@ -7,8 +7,8 @@
 
 namespace rk::tests {
 
-/// Runs `action`, which blocks, in a thread and interrupts it with signals until it ends. No system call of the thread
-/// is started again.
+/// Runs the blocking `action` in a thread and interrupts it with signals until it ends. The system does not restart the
+/// calls of the thread.
 template <class Action>
 void interrupt(const Action& action) {
     struct sigaction handler = {};

@@ -9,10 +9,10 @@
 
 namespace rk::tests {
 
-/// What the library did, in order: a line for each call that it made and each line that it logged.
+/// Records the library's calls and log lines, in order, one line each.
 ///
-/// A call reads "zmq_bind tcp://*:5555", a log line "debug: Connected [Socket cmd]". StandIn.cpp says how each call is
-/// written. Safe for any thread.
+/// A call reads "zmq_bind tcp://*:5555", a log line "debug: Connected [Socket cmd]". StandIn.cpp defines the form of
+/// each call. Any thread may use it.
 class Journal {
 public:
     using Matcher = std::function<bool(const std::string&)>;
@@ -22,11 +22,11 @@ public:
 
     std::vector<std::string> lines() const;
 
-    /// The lines that begin with `prefix`, in order.
+    /// Returns the lines that begin with `prefix`, in order.
     std::vector<std::string> linesWith(const std::string& prefix) const;
     std::size_t count(const std::string& prefix) const;
 
-    /// Waits until `times` lines begin with `prefix`. False when the time ran out.
+    /// Waits until `times` lines begin with `prefix`. Returns false if the time runs out.
     bool waitFor(const std::string& prefix, std::size_t times = 1,
                  std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
 

@@ -2,8 +2,8 @@
 
 namespace rk::tests {
 
-/// While it lives, one of the calling thread's next locks of a mutex by the library fails with the given error number:
-/// the `nth`.
+/// Makes the `nth` next lock of a mutex by the library on the calling thread fail with the given error number, during
+/// its lifetime.
 class MutexFault {
 public:
     explicit MutexFault(int error, int nth = 1);

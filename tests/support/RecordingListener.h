@@ -14,7 +14,8 @@
 
 namespace rk::tests {
 
-/// A listener that notes the texts that it is sent, and does with them what the test says; at first it sends them back.
+/// A listener that records the strings that it receives, and then calls the test's handler. The default is `echo` for
+/// `Rep`, `ignore` otherwise.
 class RecordingListener : public socket::utils::SocketListener {
 public:
     using Maker = std::function<std::shared_ptr<google::protobuf::Message>()>;
@@ -23,13 +24,13 @@ public:
     explicit RecordingListener(Protocol::Protocol pattern);
     ~RecordingListener() override;
 
-    /// Stops without waiting for the end of the poll that lasts.
+    /// Stops without waiting for the end of the current poll.
     bool stop(std::string& error) override;
 
     std::shared_ptr<google::protobuf::Message> createMessage() override;
     void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) override;
 
-    /// Adds the endpoint and starts; a failed test if that fails.
+    /// Adds the endpoint and starts. If this fails, so does the test.
     void serve(const SocketEndpoint& endpoint);
 
     void setMaker(Maker maker);
@@ -37,7 +38,7 @@ public:
 
     std::vector<std::string> texts() const;
 
-    /// Waits until `count` messages have been handed to the handler.
+    /// Waits until the handler has been called `count` times.
     bool waitForTexts(std::size_t count) const;
 
 private:
@@ -48,19 +49,19 @@ private:
     std::vector<std::string> received;
 };
 
-/// Sends the message back.
+/// Replies with the message itself.
 void echo(Text& text, const std::shared_ptr<Socket>& socket);
 
-/// Sends the message back once `event` has a value.
+/// Returns a handler that replies with the message itself once `event` has a value.
 RecordingListener::Handler echoAfter(std::promise<void>& event);
 
 /// Never replies.
 void ignore(Text& text, const std::shared_ptr<Socket>& socket);
 
-/// A new client's request, and the reply to it.
+/// Sends a request from a new client and returns the reply.
 std::string ask(const SocketEndpoint& endpoint, const std::string& question);
 
-/// A listener with its endpoint.
+/// A listener and its endpoint.
 class ListenerTest : public testing::Test {
 protected:
     explicit ListenerTest(Transport::Transport transport = Transport::Inproc,

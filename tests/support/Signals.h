@@ -17,21 +17,21 @@ inline std::vector<int> signalsIn(const sigset_t& set) {
     return signals;
 }
 
-/// The signals that the calling thread blocks.
+/// Returns the signals that the calling thread blocks.
 inline std::vector<int> blockedSignals() {
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     return signalsIn(mask);
 }
 
-/// The signals that wait for the calling thread, or for any of the process, to unblock them.
+/// Returns the signals that are pending for the calling thread or for the process.
 inline std::vector<int> pendingSignals() {
     sigset_t pending;
     sigpending(&pending);
     return signalsIn(pending);
 }
 
-/// Blocks signals on the calling thread for as long as it lives.
+/// Blocks signals on the calling thread during its lifetime.
 class BlockedSignals {
 public:
     explicit BlockedSignals(const sigset_t& signals) { pthread_sigmask(SIG_BLOCK, &signals, &former); }
@@ -43,7 +43,7 @@ private:
     sigset_t former{};
 };
 
-/// Takes a signal by doing nothing, and lets no system call start again, for as long as it lives.
+/// Handles a signal by doing nothing, without restarting system calls, during its lifetime.
 class SignalTaker {
 public:
     explicit SignalTaker(int signalNumber) : number(signalNumber) {
@@ -52,7 +52,7 @@ public:
         sigaction(number, &taker, &former);
     }
     ~SignalTaker() {
-        // Ignoring discards those that are still pending in any thread.
+        // Ignoring a signal discards it where it is still pending.
         std::signal(number, SIG_IGN);
         sigaction(number, &former, nullptr);
     }

@@ -9,13 +9,13 @@
 
 namespace rk::tests {
 
-/// Stands between the library and the functions that it calls: 0MQ's, the platform's and the three logging calls.
+/// Intercepts the functions that the library calls: ZeroMQ's, the platform's and the three logging functions.
 ///
-/// The test executable defines these functions itself. A call that comes from the library is written into the journal,
-/// fails if the test has asked for it, and otherwise goes on to the real function; a call from anywhere else goes there
-/// at once. Log lines are written into the journal alone.
+/// A test constructs one StandIn. It starts with an empty journal and no faults, and leaves no faults behind.
 ///
-/// A test makes one StandIn, which starts with an empty journal and no faults, and leaves none behind.
+/// The test executable defines these functions itself. It records each call by the library in the journal. The call
+/// then fails if the test has asked for it, and otherwise reaches the real function. Calls from elsewhere reach the
+/// real function directly. Log lines are only recorded.
 class StandIn {
 public:
     static constexpr int always = std::numeric_limits<int>::max();
@@ -27,26 +27,25 @@ public:
 
     Journal& journal();
 
-    /// Makes the `nth` of the library's calls of `function` from now on, and the `times` - 1 that follow, fail with the
-    /// given error number instead of reaching the real function. Null handles and -1 are the failing results.
+    /// Makes the `nth` next call of `function` by the library, and the `times` - 1 after it, fail with the given error
+    /// number. They return null or -1 and do not reach the real function.
     void fail(const std::string& function, int error, int nth = 1, int times = 1);
 
-    /// What a function answers: a number, or a handle.
+    /// The result of a function: a number or a handle.
     using Answer = std::variant<int, void*>;
 
-    /// Makes the library's next call of `function` return `result` and nothing else; the real function is not called.
+    /// Makes the library's next call of `function` return `result`, without calling the real function.
     void answer(const std::string& function, Answer result);
 
-    /// Runs `action` after each of the library's calls of `function`, before the library sees the result; for the
-    /// logging calls `function` is "debug", "warning" or "error". An empty action ends this.
+    /// Runs `action` after each call of `function` by the library, before the library gets the result. For the logging
+    /// functions `function` is "debug", "warning" or "error". An empty action switches this off.
     void after(const std::string& function, std::function<void()> action);
 
-    /// Replaces the clock that `gettimeofday` reads by one that the test sets, and lets `usleep` advance it by the
-    /// pause instead of waiting.
+    /// Replaces the clock of `gettimeofday` by a clock that the test sets. `usleep` advances it instead of waiting.
     void setClock(double seconds);
 };
 
-/// While it lives, no poll of the library waits: where nothing is ready, it ends as if its time had run out.
+/// Keeps the library's polls from waiting during its lifetime: if nothing is ready, they time out at once.
 class PollsRunOut {
 public:
     PollsRunOut();

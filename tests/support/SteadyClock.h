@@ -5,7 +5,7 @@
 
 namespace rk::tests {
 
-/// While it lives, the library's steady clock stands still, and its pauses advance it instead of waiting.
+/// Stops the library's steady clock during its lifetime. The library's pauses advance it instead of waiting.
 class SteadyClock {
 public:
     SteadyClock();
@@ -15,7 +15,7 @@ public:
 
     void advance(std::chrono::nanoseconds time);
 
-    /// The library's pauses, in order, since this was made or asked for them last.
+    /// Returns the library's pauses, in order, since construction or the last call.
     std::vector<std::chrono::nanoseconds> takePauses();
 };
 

@@ -8,7 +8,7 @@
 
 namespace rk::tests {
 
-/// A new folder, which is removed with all that lies in it.
+/// A new folder, removed with its contents on scope exit.
 class TemporaryFolder {
 public:
     TemporaryFolder() {

@@ -6,8 +6,8 @@
 
 namespace rk::tests {
 
-/// For `std::set_terminate`: exits with status 7. Unlike an abort, that records what has been covered. Leaves the context
-/// to the system, because its end would wait for open sockets.
+/// Exits with status 7, for `std::set_terminate`. Unlike an abort, this records coverage. Leaves the context to the
+/// system, because its termination would wait for open sockets.
 [[noreturn]] inline void exitWithSeven() {
     static auto* const standIn = new StandIn; // outlives the static objects
     standIn->answer("zmq_term", 0);

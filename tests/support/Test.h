@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-/// What most tests include: the names that they use, parameters, and messages that are texts.
+/// Common includes of tests: names, parameters, and messages made of strings.
 namespace rk::tests {
 
 using namespace socket;
@@ -39,7 +39,7 @@ inline std::string nameOfPattern(const testing::TestParamInfo<Protocol::Protocol
     return Protocol::ToString(tested.param);
 }
 
-/// A connected socket.
+/// Returns a connected socket.
 class Peer : public Socket {
 public:
     Peer(const std::string& title, Protocol::Protocol pattern, const SocketEndpoint& address,

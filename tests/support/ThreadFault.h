@@ -2,7 +2,8 @@
 
 namespace rk::tests {
 
-/// While it lives, this process can make no thread: `pthread_create` fails with the given error number.
+/// Makes `pthread_create` fail with the given error number during its lifetime, so that the process can start no
+/// thread.
 class ThreadFault {
 public:
     explicit ThreadFault(int error);

@@ -11,15 +11,15 @@
 
 namespace rk::tests {
 
-/// Closes a native 0MQ socket.
+/// Closes a native ZeroMQ socket.
 struct ZmqClose {
     void operator()(void* socket) const { zmq_close(socket); }
 };
 
-/// A native 0MQ socket that the test owns.
+/// A native ZeroMQ socket that the test owns.
 using ZmqHandle = std::unique_ptr<void, ZmqClose>;
 
-/// A 0MQ context of the test's own, beside the library's. Its end waits until every socket of it is closed.
+/// A second ZeroMQ context, for the test. Its destructor waits until every socket in it is closed.
 class ZmqContext {
 public:
     ZmqContext() : handle(zmq_ctx_new()) {}
@@ -27,7 +27,7 @@ public:
     ZmqContext(const ZmqContext&) = delete;
     ZmqContext& operator=(const ZmqContext&) = delete;
 
-    /// For the library to close.
+    /// Returns a socket that the library closes.
     void* handleOf(int type) { return zmq_socket(handle, type); }
 
     ZmqHandle socket(int type) { return ZmqHandle(handleOf(type)); }
@@ -36,7 +36,7 @@ private:
     void* const handle;
 };
 
-/// Creates the library's context, so that no journal that begins later shows its creation.
+/// Creates the library's context, so that later journals do not show its creation.
 class ContextOfTheProcess {
 public:
     ContextOfTheProcess() {
@@ -48,7 +48,7 @@ public:
     }
 };
 
-/// The value of an option that is a number.
+/// Returns the value of a numeric option.
 inline int optionOf(void* socket, int option) {
     int value = 0;
     std::size_t size = sizeof value;

@@ -4,7 +4,7 @@
 
 namespace rk::tests {
 
-/// The interfaces that the library was given last. A test may change them before the library sees them.
+/// The interfaces that the library has received last. A test may change them before the library reads them.
 ifaddrs* latestInterfaces();
 
 } // namespace rk::tests
