@@ -101,10 +101,9 @@ public:
     /// Binds (`Pub`, `Rep`) or connects (`Sub`, `Req`) to one more endpoint. An endpoint that the socket already has is
     /// ignored, and so is its receive timeout.
     ///
-    /// Returns at once, without waiting for the peer, with two exceptions. Binding an address that this process has
-    /// released waits up to two seconds for ZeroMQ to free it, and at least 50 ms. Resolving a host name to listen on
-    /// (see `Network::listenOn`) takes as long as the system needs. On failure the socket is closed, unless it was not
-    /// open to begin with.
+    /// Does not wait for the peer, but for two other things. If this process has released the address, binding retries
+    /// until two seconds after the release, and for at least 50 ms. A host name to listen on (see `Network::listenOn`)
+    /// is resolved. On failure the socket is closed, unless it was not open to begin with.
     ///
     /// A `Sub` subscribes to everything, and its close policy becomes `DropPending`. A bound IPC socket file gets mode
     /// 0777, and binding takes the path over from another socket. On inproc, bind first. Logs a debug line before and

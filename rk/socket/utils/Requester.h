@@ -25,8 +25,9 @@ namespace rk::socket::utils {
 /// reply socket returns. A server without such a socket must return all frames up to the empty one.
 class RK_SOCKET_EXPORT Requester {
 public:
-    /// Stores the endpoint of the server. Does not connect yet.
+    /// Constructs a requester without a connection.
     /// \param name the name of the requester's socket
+    /// \param server the endpoint of the server
     Requester(const std::string& name, const SocketEndpoint& server);
 
     /// Closes the connection.
