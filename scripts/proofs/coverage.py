@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The tests execute every line of rk/, take every branch, and show that every condition decides by itself (MC/DC).
+"""The tests execute every line of rk/, take every branch, and show that each condition decides independently (MC/DC).
 
 Builds everything with clang 19. Nothing can be excluded."""
 

@@ -1,15 +1,15 @@
 #!/usr/bin/env python3
-"""The tests find each of the small mistakes that it makes in the library, one at a time.
+"""The tests notice small mistakes that this script makes in the library, one at a time.
 
-They find one by failing, crashing or hanging. Mistakes that no test can find, because the library behaves the same with
-them, stand in tests/robustness/mutation/equivalent.txt, with the reason, and are not tried.
+They notice a mistake by failing, crashing or hanging. Mistakes that do not change the library's behaviour are listed
+with the reason in tests/robustness/mutation/equivalent.txt, and are not tried.
 
 usage: scripts/prove mutate [--part N/M] [--seconds S] [--file PART-OF-NAME] [--write]
 
-The tests that execute the line are run, those first that execute little else. What has been found is remembered in
-build/mutation, so that a run that was ended goes on where it was; what went unnoticed is tried again when the tests
-have changed. Remove the folder to try everything anew. --part and --seconds try some of the mistakes only; --write puts
-the figures into docs/proof.md. Fails if a mistake goes unnoticed."""
+Only tests that execute the changed line are run, tests that execute little else first. Results are stored in
+build/mutation, so that an interrupted run resumes there. Unnoticed mistakes are tried again when the tests have changed.
+Remove the folder to try everything again. --part and --seconds try only some of the mistakes. --write puts the figures
+into docs/proof.md. Fails if a mistake is not noticed."""
 
 import argparse
 import collections
