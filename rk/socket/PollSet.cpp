@@ -48,8 +48,8 @@ struct PollSet::Item {
     int descriptor; ///< 0 for a socket
     std::function<void()> handler;
 
-    /// Reads the native socket each time, because a rebuild replaces it. For a null socket ZeroMQ would poll descriptor
-    /// 0.
+    /// Reads the native socket each time, because a rebuild replaces it. For a null socket,
+    /// ZeroMQ would poll descriptor 0.
     zmq_pollitem_t toPoll() const {
         if (socket == nullptr) {
             return {nullptr, descriptor, ZMQ_POLLIN, 0};
