@@ -22,7 +22,7 @@ struct ProcessSecurity {
 };
 
 /// Never destroyed, because sockets are rebuilt until the process is gone.
-ProcessSecurity& ofProcess() {
+ProcessSecurity& processSecurity() {
     static const rk::detail::Immortal<ProcessSecurity> security;
     return *security;
 }
@@ -30,13 +30,13 @@ ProcessSecurity& ofProcess() {
 } // namespace
 
 std::shared_ptr<const Credentials> detail::Credentials::ofProcess() {
-    ProcessSecurity& process = socket::ofProcess();
+    ProcessSecurity& process = processSecurity();
     const std::lock_guard<std::mutex> lock(process.mutex);
     return process.credentials;
 }
 
 std::shared_ptr<const Credentials> detail::Credentials::forEndpoint(const SocketEndpoint& endpoint) {
-    ProcessSecurity& process = socket::ofProcess();
+    ProcessSecurity& process = processSecurity();
     const std::lock_guard<std::mutex> lock(process.mutex);
     if (endpoint.transport == Transport::Tcp && !process.credentials) {
         process.hasPlainTcp = true;
@@ -72,7 +72,7 @@ Security::KeyPair Security::readKeyFile(const std::string& path) {
 void Security::enable(const std::string& keyFile, const std::string& trustedKeysFile) {
     const auto next = std::make_shared<Credentials>(
         Credentials{readKeyFile(keyFile), detail::TrustedKeys(trustedKeysFile), generateKeyPair()});
-    ProcessSecurity& process = ofProcess();
+    ProcessSecurity& process = processSecurity();
     const std::lock_guard<std::mutex> lock(process.mutex);
     if (process.hasPlainTcp) {
         throw std::logic_error("Security: Cannot be enabled after a TCP endpoint was connected in plain");

@@ -50,8 +50,8 @@ RK_SOCKET_EXPORT KeyPair readKeyFile(const std::string& path);
 /// "tcp://host:port" or "tcp://host:*". A line that begins with "#" is a comment, and so is what follows the name.
 /// \param keyFile the key pair of this process, as `writeKeyFile` writes it
 /// \param trustedKeysFile belongs to the effective user or to root, and cannot be written by other users
-/// 	hrows std::logic_error if a TCP endpoint was already connected or bound in plain
-/// 	hrows std::runtime_error if a file cannot be read, or has a wrong line
+/// \throws std::logic_error if a TCP endpoint was already connected or bound in plain
+/// \throws std::runtime_error if a file cannot be read, or has a wrong line
 RK_SOCKET_EXPORT void enable(const std::string& keyFile, const std::string& trustedKeysFile);
 
 } // namespace rk::socket::Security

@@ -46,9 +46,9 @@ struct Request {
     Frame key{};
 };
 
-constexpr Frame Request::* const fields[] = {&Request::version, &Request::id,       &Request::domain,
-                                             &Request::address, &Request::identity, &Request::mechanism,
-                                             &Request::key};
+constexpr Frame Request::* const requestFrames[] = {&Request::version, &Request::id,       &Request::domain,
+                                                    &Request::address, &Request::identity, &Request::mechanism,
+                                                    &Request::key};
 
 /// Repeats `call` while it is interrupted. Returns false if it fails in another way.
 template <class Call>
@@ -74,7 +74,7 @@ bool receive(void* socket, Request& request) {
     int more = 1;
     std::size_t size = sizeof more;
     for (std::size_t field = 0; more != 0; ++field) {
-        Frame& frame = field < std::size(fields) ? request.*fields[field] : surplus;
+        Frame& frame = field < std::size(requestFrames) ? request.*requestFrames[field] : surplus;
         if (!receive(socket, frame) || !succeeds([&] { return zmq_getsockopt(socket, ZMQ_RCVMORE, &more, &size); })) {
             return false;
         }

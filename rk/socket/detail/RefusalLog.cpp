@@ -22,14 +22,14 @@ constexpr std::chrono::milliseconds patienceAtEnd{100};
 constexpr std::size_t mostLines = 64;
 constexpr std::size_t mostAddresses = 64;
 
-struct Line {
-    std::string address;
-    std::string text;
-};
-
 } // namespace
 
 struct RefusalLog::Shared {
+    struct Line {
+        std::string address;
+        std::string text;
+    };
+
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<Line> lines;
@@ -40,6 +40,8 @@ struct RefusalLog::Shared {
 
 /// What the thread does. It holds no lock while it logs.
 class RefusalLog::Writer {
+    using Line = Shared::Line;
+
 public:
     explicit Writer(std::shared_ptr<Shared> sharedState) : shared(std::move(sharedState)) {}
 
