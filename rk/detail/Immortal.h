@@ -19,7 +19,7 @@ public:
     T& operator*() const { return *object; }
 
 private:
-    alignas(T) std::byte storage[sizeof(T)];
+    alignas(T) std::byte storage[sizeof(T)]{};
     T* object;
 };
 

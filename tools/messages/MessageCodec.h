@@ -26,9 +26,9 @@ struct EnvelopeSettings {
 
 /// A received message. It is there until the next one is received.
 struct Received {
-    std::uint64_t number; ///< beginning at 1
+    std::uint64_t number = 0; ///< beginning at 1
     const std::vector<std::string_view>& parts;
-    std::size_t size; ///< of all parts
+    std::size_t size = 0; ///< of all parts
     const std::string& endpoint;
     std::chrono::steady_clock::time_point arrival; ///< where it is needed
 };

@@ -5,14 +5,11 @@
 #include <stdexcept>
 #include <string_view>
 
-#ifndef ZMQ_ZAP_ENFORCE_DOMAIN
-#define ZMQ_ZAP_ENFORCE_DOMAIN 93 // zmq.h hides it as a draft
-#endif
-
 namespace rk::tools {
 
 namespace {
 
+constexpr int enforceDomain = 93;    // ZMQ_ZAP_ENFORCE_DOMAIN, which zmq.h hides as a draft
 constexpr int handshakeLimit = 5000; // milliseconds
 
 void set(void* socket, int option, std::string_view value) {
@@ -45,7 +42,7 @@ void Keys::encryptListener(void* socket) const {
     set(socket, ZMQ_CURVE_SECRETKEY, pair.secretKey);
     // Without both, ZeroMQ admits every client when there is no gatekeeper.
     set(socket, ZMQ_ZAP_DOMAIN, "rk-socket");
-    set(socket, ZMQ_ZAP_ENFORCE_DOMAIN, 1);
+    set(socket, enforceDomain, 1);
     set(socket, ZMQ_HANDSHAKE_IVL, handshakeLimit);
 }
 

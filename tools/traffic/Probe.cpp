@@ -9,6 +9,7 @@
 #include <zmq.h>
 
 #include <array>
+#include <cstring>
 #include <map>
 #include <set>
 #include <string_view>
@@ -90,7 +91,8 @@ std::string greet(Line& line, Findings& findings) {
     if (rest.size() < greetingSize - signatureSize) {
         throw Trouble("a ZeroMQ socket of a version before 3.0, or one that is stuck, listens there");
     }
-    const std::string mechanism = rest.substr(mechanismPlace - signatureSize, mechanismSize).c_str();
+    const char* const name = rest.data() + (mechanismPlace - signatureSize);
+    const std::string mechanism(name, strnlen(name, mechanismSize));
     findings.description =
         "ZMTP " + std::to_string(rest[0]) + "." + std::to_string(rest[1]) + ", mechanism " + printable(mechanism);
     return mechanism;
@@ -124,15 +126,17 @@ void authenticate(const Line& line, const SocketEndpoint& endpoint, const std::s
         throw Trouble("the other side does not encrypt, its security is of the kind " + printable(mechanism));
     }
     auto outcome = Handshake::Refused;
-    for (auto candidate = candidates.begin(); outcome == Handshake::Refused && candidate != candidates.end();
-         ++candidate) {
+    for (const Candidate& candidate : candidates) {
         Line server = line.another();
         server.connectTo(endpoint);
-        outcome = shakeHands(server, endpoint, keys, candidate->type);
+        outcome = shakeHands(server, endpoint, keys, candidate.type);
         if (outcome == Handshake::Done) {
-            findings.socketType = candidate->peer;
-            findings.description += std::string(", keys trusted by both sides, ") + candidate->description;
+            findings.socketType = candidate.peer;
+            findings.description += std::string(", keys trusted by both sides, ") + candidate.description;
             return;
+        }
+        if (outcome != Handshake::Refused) {
+            break;
         }
     }
     if (outcome == Handshake::WrongKey) {

@@ -116,7 +116,7 @@ void Wire::create(Subscriptions wanted) {
     if (socket == nullptr) {
         refuse("make a socket for");
     }
-    const std::int64_t limit = static_cast<std::int64_t>(std::max(settings.maxSize, leastLimit));
+    const auto limit = static_cast<std::int64_t>(std::max(settings.maxSize, leastLimit));
     std::int64_t given = binds() ? settings.maxMessageSize.value_or(limit) : limit;
     if (context.keys() != nullptr) {
         given =
