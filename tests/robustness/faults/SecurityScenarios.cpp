@@ -69,6 +69,7 @@ std::vector<Step> security() {
         createAndConnect(client, freshEndpoint(Transport::Ipc), 0),
         close(client),
         other,
+        reserved,
         destroy(client)};
 }
 

@@ -189,7 +189,7 @@ private:
     /// The error is a part of the path, of which the call that fails is the end.
     std::size_t pathOfStrike(const Fault& fault) const {
         const SeenCall* const end = report.calls.cbegin() + report.callCount;
-        const SeenCall* const found = std::find_if(std::as_const(report).calls.begin(), end, [&](const SeenCall& call) {
+        const SeenCall* const found = std::find_if(report.calls.cbegin(), end, [&](const SeenCall& call) {
             return call.site == fault.site && call.nth == fault.nth;
         });
         return found == end ? 0 : (found->path ^ static_cast<std::size_t>(fault.error)) * 31;
