@@ -191,9 +191,9 @@ void MessageCodec::appendJoined(const std::vector<std::string_view>& parts, std:
 }
 
 void MessageCodec::appendJson(const Received& message, std::string& text) {
-    text += "{\"time\":\"" + timestamp(message.arrival) + "\",\"endpoint\":" + quoted(message.endpoint) +
-            ",\"sequence\":" + std::to_string(message.number) + ",\"size\":" + std::to_string(message.size) +
-            ",\"parts\":[";
+    text += R"({"time":")" + timestamp(message.arrival) + R"(","endpoint":)" + quoted(message.endpoint) +
+            R"(,"sequence":)" + std::to_string(message.number) + R"(,"size":)" + std::to_string(message.size) +
+            R"(,"parts":[)";
     for (std::size_t place = 0; place < message.parts.size(); ++place) {
         const std::string_view part = message.parts[place];
         text += place == 0 ? "" : ",";
@@ -202,7 +202,7 @@ void MessageCodec::appendJson(const Received& message, std::string& text) {
         } else if (isUtf8(part)) {
             text += quoted(part);
         } else {
-            text += "{\"hex\":\"" + toHex(part) + "\"}";
+            text += R"({"hex":")" + toHex(part) + R"("})";
         }
     }
     text += "]}\n";

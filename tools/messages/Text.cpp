@@ -168,7 +168,7 @@ std::string hexdump(std::string_view bytes) {
             const bool shown = index < line.size() && byteAt(line, index) >= 0x20 && byteAt(line, index) < 0x7F;
             characters += index >= line.size() ? "" : shown ? std::string(1, line[index]) : ".";
         }
-        text += (start == 0 ? "" : "\n") + std::string(place.data()) + digits + "  " + characters;
+        text.append(start == 0 ? "" : "\n").append(place.data()).append(digits).append("  ").append(characters);
     }
     return text;
 }

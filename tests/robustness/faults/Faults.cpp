@@ -83,7 +83,7 @@ std::optional<int> Faults::due(int site, Function function, int option) {
     const int nth = ++counts[site];
     Operation& operation = current();
     operation.path = extended(operation.path, site);
-    seen.push_back({site, nth, function, !operation.strikes.empty(), strikes > 0, operation.path});
+    seen.push_back({site, nth, function, option, !operation.strikes.empty(), strikes > 0, operation.path});
     const std::optional<int> error = dueLocked(site, nth, function);
     if (error) {
         ++strikes;

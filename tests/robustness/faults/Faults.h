@@ -40,6 +40,7 @@ struct SeenCall {
     int site;
     int nth;
     Function function;
+    int option; ///< of `zmq_setsockopt`
     bool inStruckOperation;
     bool afterStrike;
     std::size_t path; ///< of its operation, up to this call

@@ -128,14 +128,19 @@ bool runChild(const Scenario& scenario, const std::vector<Fault>& faults, Report
 }
 
 std::vector<Job> jobsOf(const Scenario& scenario, const Report& report) {
-    std::map<int, int> last;
+    // Whether options share a site depends on what the compiler inlines.
+    using SiteAndOption = std::pair<int, int>;
+    std::map<SiteAndOption, int> last;
     for (std::size_t index = 0; index < report.callCount; ++index) {
-        last[report.calls[index].site] = report.calls[index].nth;
+        const SeenCall& call = report.calls[index];
+        last[{call.site, call.option}] = call.nth;
     }
+    std::map<SiteAndOption, int> counts;
     std::vector<Job> jobs;
     for (std::size_t index = 0; index < report.callCount; ++index) {
         const SeenCall& call = report.calls[index];
-        if (call.nth > firstCalls && call.nth != last[call.site]) {
+        const SiteAndOption kind{call.site, call.option};
+        if (++counts[kind] > firstCalls && call.nth != last[kind]) {
             continue;
         }
         const auto& errors = entryOf(call.function).errors;
