@@ -19,8 +19,8 @@ namespace rk::socket::Security {
 struct KeyPair {
     RK_SOCKET_EXPORT ~KeyPair();
 
-    std::string publicKey;
-    std::string secretKey;
+    std::string publicKey; ///< of 40 characters
+    std::string secretKey; ///< of 40 characters
 };
 
 /// Returns a new key pair from the system's random numbers.
