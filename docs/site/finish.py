@@ -35,7 +35,7 @@ def is_reference(page):
     name = page.name.removesuffix(".html")
     if name.endswith("-members"):
         return False
-    return name.startswith("class") and name != "classes" or re.match(r"namespacerk_1_1(\w+_1_1)[A-Z]", name) is not None
+    return re.match("class|struct", name) and name != "classes" or re.match(r"namespacerk_1_1(\w+_1_1)[A-Z]", name) is not None
 
 
 def read_menu():
