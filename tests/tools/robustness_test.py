@@ -219,6 +219,7 @@ class Commands(ToolTest):
         return replies, rep.end()
 
     def test_one_that_hangs_is_killed_and_the_next_request_served(self):
+        # The sleep is the command that hangs. The tool kills it.
         self.assertEqual(([b"", b"a"], (1, b"hang\na\n", "rk-socket: the command was killed, and the request answered with an "
                                                          "empty block: it took longer than 100 ms\n")),
                          self.ask('read x; [ "$x" != hang ] || sleep 1000; printf "$x"', "--command-timeout", "100ms"))
@@ -229,6 +230,7 @@ class Commands(ToolTest):
                          self.ask('read x; [ "$x" != hang ] || yes; printf "$x"', "--command-output", "1000"))
 
     def test_processes_in_its_background_do_not_delay_the_reply(self):
+        # The sleep is the process in the background. The test kills it.
         pid = self.path("pid")
         command = "printf before; sleep 1000 2>/dev/null & echo $! > " + pid
         replies, (status, output, _) = self.ask(command, requests=(b"a",))

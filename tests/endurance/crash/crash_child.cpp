@@ -224,7 +224,7 @@ public:
             send(before);
             break;
         case 4:
-            std::this_thread::sleep_for(pause); // the slowness that clients have to cope with
+            std::this_thread::sleep_for(pause); // a slow server is what is tested: longer than its clients wait
             send(request);
             break;
         case 5:

@@ -35,7 +35,7 @@ void work(Lane& lane, const std::atomic<bool>& stopped) {
     try {
         while (!stopped) {
             lane.step();
-            std::this_thread::sleep_for(lane.pause); // sets the load, and waits for nothing
+            std::this_thread::sleep_for(lane.pause); // the rate is what is set here: no event follows
         }
     } catch (const std::exception& failure) {
         lane.breach(failure.what());

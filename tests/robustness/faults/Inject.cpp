@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <limits>
+#include <poll.h>
 #include <sys/eventfd.h>
 
 namespace rk::tests {
@@ -18,6 +19,12 @@ namespace {
 
 /// Readable once a thread of the library is waited for: no poll of the library waits any more.
 int pollsEnd() {
+    static const int descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    return descriptor;
+}
+
+/// Readable after the library has begun to receive, or to connect.
+int callsBegun() {
     static const int descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     return descriptor;
 }
@@ -70,6 +77,7 @@ std::intptr_t poll(Call& call, const Real& real) {
 
 std::intptr_t receive(Call& call, const Real& real) {
     ++receives;
+    eventfd_write(callsBegun(), 1);
     const std::intptr_t result = nothingComes(call.object) ? -1 : real();
     Faults::operation().progress.received = Faults::operation().progress.received || result >= 0;
     return result;
@@ -111,6 +119,7 @@ std::optional<int> due(int site, Function function, int option = 0) {
 
 void prepareInjection() {
     pollsEnd();
+    callsBegun();
 }
 
 unsigned int receivesBegun() {
@@ -125,6 +134,14 @@ unsigned int connectsBegun() {
     return connects;
 }
 
+void awaitCall() {
+    constexpr int limit = 50; // milliseconds
+    pollfd call{callsBegun(), POLLIN, 0};
+    ::poll(&call, 1, limit);
+    eventfd_t taken = 0;
+    eventfd_read(callsBegun(), &taken);
+}
+
 std::intptr_t perform(Call& call, const Real& real) {
     const int site = Sites::instance().of(call.caller);
     if (site == Sites::elsewhere) {
@@ -135,6 +152,7 @@ std::intptr_t perform(Call& call, const Real& real) {
     }
     if (call.function == Function::ZmqConnect) {
         ++connects;
+        eventfd_write(callsBegun(), 1);
     }
     const std::intptr_t result =
         failOrGoOn(call, real, Faults::instance().due(site, call.function, static_cast<int>(call.number)));

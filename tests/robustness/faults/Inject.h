@@ -14,4 +14,7 @@ void hurryPolls();
 /// How often it has connected.
 unsigned int connectsBegun();
 
+/// Waits until it begins to receive or to connect, for 50 ms at most.
+void awaitCall();
+
 } // namespace rk::tests

@@ -12,7 +12,6 @@
 #include <chrono>
 #include <future>
 #include <stdexcept>
-#include <thread>
 
 namespace rk::tests {
 
@@ -237,7 +236,7 @@ Step sendStray(const Service& service) {
         const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
         const Clock::time_point excuse = Clock::now() + std::chrono::milliseconds(50);
         while (receivesBegun() == before && Clock::now() < (isExcused() ? excuse : deadline)) {
-            std::this_thread::yield();
+            awaitCall();
         }
         const int none = 0;
         zmq_setsockopt(dealer, ZMQ_LINGER, &none, sizeof none);
@@ -275,7 +274,7 @@ std::vector<Step> stopWhileBlocked() {
             stopBlocked(service), destroyListener(service)};
 }
 
-/// Waits until the listener has connected again. One that meets a fault need not, and then no event tells.
+/// Waits until the listener has connected again. One that meets a fault need not, so that the wait has a limit.
 Step awaitReconnection() {
     return call("ask", nullptr, [] {
         using Clock = std::chrono::steady_clock;
@@ -283,7 +282,7 @@ Step awaitReconnection() {
         const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
         const Clock::time_point excuse = Clock::now() + std::chrono::milliseconds(60);
         while (connectsBegun() == before && Clock::now() < (isExcused() ? excuse : deadline)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            awaitCall();
         }
     });
 }

@@ -212,9 +212,9 @@ private:
     /// A message of the attempt before may reach the next one. One that comes again and again ends at the watchdog.
     bool isLeftover(const Observed& seen) const { return hasRecovered && seen.outcome.type == wrongResult; }
 
-    /// Pauses, because ZeroMQ closes in the background what every attempt opens, and has no event for the end of it.
     std::size_t restart() {
         const Unwatched unwatched;
+        // ZeroMQ closes in the background what every attempt opens, and has no event for the end of it.
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
         if (isOneOf(step->operation, {"start", "startOnAll"})) {
             std::find_if(steps.begin(), steps.end(), [](const Step& each) { return each.endsThread; })->run();

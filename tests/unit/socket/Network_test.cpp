@@ -389,7 +389,7 @@ TEST_F(NetworkSettings, KeepAFullSubscriber) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(7);
     while (std::chrono::steady_clock::now() < end) {
         publisher.send(frame.data(), frame.size());
-        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the load, longer than the time set
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the rate of a load that must outlast the time set
     }
     EXPECT_EQ(before, connectionsTo(endpoint.port));
     frame.back() = 'y';
