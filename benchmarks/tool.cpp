@@ -16,7 +16,7 @@
 #include <unistd.h>
 
 // How long the command-line tool takes to print messages, beside the shortest program that does the same by hand. The
-// readers take turns. Each runs in a process of its own, and writes to /dev/null.
+// readers take turns. Each runs in its own process and writes to /dev/null.
 
 namespace rk::benchmarks {
 
