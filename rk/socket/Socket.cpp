@@ -270,18 +270,24 @@ void Socket::rebuild() {
 }
 
 /// Makes new connections of a subscribe socket, without a new native socket that the process may not have. ZeroMQ connects
-/// a second time only what it has disconnected. Those of inproc have no network to lose, and use up a socket.
+/// a second time only what it has disconnected. Those of inproc have no network to lose, and use up a socket. Best effort:
+/// the next call includes endpoints that fail in this one.
 void Socket::reconnect() {
-    for (const auto& [target, receiveTimeout] : connections) {
-        if (target.transport != Transport::Inproc) {
-            zmq_disconnect(zmqSocket, target.toString(protocol).c_str());
+    const auto forEachRemote = [this](const auto& action) {
+        for (const auto& [target, receiveTimeout] : connections) {
+            try {
+                if (target.transport != Transport::Inproc) {
+                    action(target);
+                }
+            } catch (const std::exception&) {
+                // One whose key is not trusted any more must not keep the others disconnected.
+            }
         }
-    }
-    for (const auto& [target, receiveTimeout] : connections) {
-        if (target.transport != Transport::Inproc) {
-            detail::Attachment(protocol, target, header).connect(zmqSocket);
-        }
-    }
+    };
+    forEachRemote(
+        [this](const SocketEndpoint& target) { zmq_disconnect(zmqSocket, target.toString(protocol).c_str()); });
+    forEachRemote(
+        [this](const SocketEndpoint& target) { detail::Attachment(protocol, target, header).connect(zmqSocket); });
 }
 
 /// Replaces the native socket, which refuses a call that is out of turn: a request socket to send before its reply has

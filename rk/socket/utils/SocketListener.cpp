@@ -281,18 +281,15 @@ void SocketListener::serveUntilStopped(const std::shared_ptr<Socket>& socket) {
     }
 }
 
-/// Loses no queued message, because a poll has just found none. Best effort: the next attempt also connects endpoints
-/// that fail in this one.
+/// Loses no queued message, because a poll has just found none.
 void SocketListener::endSilence(Socket& socket, const detail::SilenceWatch& silence) {
-    try {
-        if (silence.isFirstAttempt()) {
-            rk::utils::logWarning(formatMessage("Nothing received for " + std::to_string(silence.limitSeconds()) +
-                                                " s. Connecting again until something is."));
-        }
-        socket.reconnect();
-    } catch (const std::exception&) {
-        // A lock or memory may be available again at the next attempt.
+    if (silence.isFirstAttempt()) {
+        rk::detail::logIfPossible(rk::utils::logWarning, [&] {
+            return formatMessage("Nothing received for " + std::to_string(silence.limitSeconds()) +
+                                 " s. Connecting again until something is.");
+        });
     }
+    socket.reconnect();
 }
 
 /// Receives and handles one message. Returns false if the socket cannot be polled any more.

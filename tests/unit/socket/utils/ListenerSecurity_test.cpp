@@ -5,6 +5,7 @@
 #include "support/StandIn.h"
 #include "support/messages.pb.h"
 
+#include <rk/socket/Network.h>
 #include <rk/socket/Security.h>
 
 #include <gmock/gmock.h>
@@ -25,6 +26,7 @@ using socket::SocketEndpoint;
 using socket::Security::generateKeyPair;
 using socket::utils::SocketListener;
 using testing::ElementsAre;
+namespace Network = socket::Network;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
@@ -90,6 +92,22 @@ TEST_F(ListenerSecurity, StopsInAReceiveOnIpcToo) {
     standIn.fail("zmq_connect", EINVAL, 2); // the encrypted one
     expectStop();
     EXPECT_EQ(2U, standIn.journal().count("zmq_connect"));
+}
+
+TEST_F(ListenerSecurity, ReconnectsBesideARevokedServer) {
+    Network::setSilenceLimit(1);
+    const SocketEndpoint revoked = freshEndpoint(Transport::Tcp);
+    RecordingListener subscriber(Protocol::Sub);
+    std::string error;
+    ASSERT_TRUE(subscriber.addListenEndpoint(revoked.toString(Protocol::Sub), error));
+    subscriber.serve(endpoint);
+    process.trust(process.own.publicKey + " " + endpoint.toString(Protocol::Sub) + "\n");
+    {
+        const PollsRunOut runOut;
+        EXPECT_TRUE(standIn.journal().waitFor("zmq_connect " + endpoint.toString(Protocol::Sub), 2));
+    }
+    subscriber.stop(error);
+    Network::setSilenceLimit(0);
 }
 
 TEST_F(ListenerSecurity, StopsWhenAnOptionFailsAtFirst) {
