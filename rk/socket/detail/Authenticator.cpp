@@ -93,47 +93,42 @@ bool reply(void* socket, const Request& request, bool admitted) {
     });
 }
 
+struct PrintedKey {
+    char text[41] = "";
+};
+
 /// Returns the key of the client, or an empty text if it has none.
-std::string keyOf(const Request& request) {
+PrintedKey keyOf(const Request& request) {
     constexpr std::size_t keySize = 32;
-    if (request.mechanism.text() != "CURVE" || request.key.size != keySize) {
-        return {};
+    PrintedKey key;
+    if (request.mechanism.text() == "CURVE" && request.key.size == keySize) {
+        zmq_z85_encode(key.text, reinterpret_cast<const std::uint8_t*>(request.key.bytes), keySize);
     }
-    char text[41];
-    return zmq_z85_encode(text, reinterpret_cast<const std::uint8_t*>(request.key.bytes), keySize);
+    return key;
 }
 
-bool isTrusted(const Request& request) noexcept {
+bool isTrusted(const Request& request, std::string_view key) noexcept {
     if (request.mechanism.text() == "NULL") {
         return request.domain.text() == Authenticator::plainDomain;
     }
     try {
-        const std::string key = keyOf(request);
         const std::shared_ptr<const Credentials> credentials = Credentials::ofProcess();
         return credentials->trusted.admits(key) || key == credentials->wakeUp.publicKey;
     } catch (const std::exception&) {
-        return false; // without memory or lock: the client tries again
-    }
-}
-
-void logRefusal(const Request& request, RefusalLog& log) noexcept {
-    try {
-        const std::string address(request.address.text());
-        log.add(address, "Security: Refused the untrusted key " + keyOf(request) + " of " + address);
-    } catch (const std::exception&) {
-        // There is no memory for the line.
+        return false; // without the lock: the client tries again
     }
 }
 
 /// Answers requests until the socket fails.
 void serve(void* socket, RefusalLog& log) {
     for (Request request; receive(socket, request); request = {}) {
-        const bool trusted = isTrusted(request);
+        const PrintedKey key = keyOf(request);
+        const bool trusted = isTrusted(request, key.text);
         if (!reply(socket, request, trusted)) {
             return;
         }
         if (!trusted) {
-            logRefusal(request, log);
+            log.add(request.address.text(), key.text);
         }
     }
 }
@@ -143,7 +138,7 @@ void run(NativeSocket socket, const std::unique_ptr<RefusalLog>& log) {
     const int error = zmq_errno();
     socket.reset(); // the termination of the context waits for it
     if (error != ETERM) {
-        log->add("", std::string("Security: Cannot authenticate clients any more: ") + zmq_strerror(error));
+        log->addEnd(error);
     }
 }
 
@@ -167,22 +162,17 @@ int Authenticator::start() {
     }
     // Inside the gate, so that the thread has started before the exit looks for it, or never starts.
     return ContextGate::ofProcess().pass([&] {
-        auto log = std::make_unique<RefusalLog>();
         const rk::detail::SignalMask mask(SIG_SETMASK, rk::detail::asynchronousSignals());
-        process = getpid();
+        auto log = std::make_unique<RefusalLog>();
         thread = std::thread(run, std::move(socket), std::move(log));
+        process = getpid();
         return 0;
     });
 }
 
 void Authenticator::join() noexcept {
-    if (!thread.joinable() || process != getpid()) {
-        return;
-    }
-    try {
+    if (process == getpid()) {
         thread.join();
-    } catch (const std::exception&) {
-        // The system refuses to wait: the process ends without the thread.
     }
 }
 

@@ -1,15 +1,17 @@
-#include <rk/detail/SignalMask.h>
 #include <rk/socket/detail/RefusalLog.h>
 #include <rk/utils/Log.h>
 
+#include <zmq.h>
+
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <exception>
 #include <future>
 #include <map>
 #include <mutex>
+#include <string>
 #include <utility>
-#include <vector>
 
 namespace rk::socket::detail {
 
@@ -27,83 +29,91 @@ constexpr std::size_t mostAddresses = 64;
 struct RefusalLog::Shared {
     struct Line {
         std::string address;
-        std::string text;
+        std::string key;
     };
 
     std::mutex mutex;
     std::condition_variable changed;
-    std::vector<Line> lines;
+    std::deque<Line> lines;
     unsigned long dropped = 0;
+    int failure = 0; ///< the error that has ended the authentication, unless it is the process that ends
     bool ending = false;
     std::promise<void> ended;
 };
 
 /// What the thread does. It holds no lock while it logs.
 class RefusalLog::Writer {
-    using Line = Shared::Line;
-
 public:
     explicit Writer(std::shared_ptr<Shared> sharedState) : shared(std::move(sharedState)) {}
 
     void run() {
-        while (!ending) {
+        while (!done) {
             try {
                 writeNext();
             } catch (const std::exception&) {
-                // There is no memory for these lines.
+                // There is no memory for this line.
             }
         }
         shared->ended.set_value();
     }
 
 private:
+    /// Waits for a line and logs or counts it. Writes the last one at the end.
     void writeNext() {
-        for (const Line& line : take()) {
-            write(line);
+        std::unique_lock<std::mutex> lock(shared->mutex);
+        shared->changed.wait(lock, [this] { return shared->ending || !shared->lines.empty(); });
+        done = shared->lines.empty();
+        if (done) {
+            const int failure = shared->failure;
+            lock.unlock();
+            writeLast(failure);
+            return;
         }
-        const Clock::time_point now = Clock::now();
-        if (count > 0 && (ending || now - countedSince >= period)) {
+        const Shared::Line line = std::move(shared->lines.front());
+        shared->lines.pop_front();
+        const unsigned long dropped = std::exchange(shared->dropped, 0);
+        lock.unlock();
+        write(line, dropped, Clock::now());
+    }
+
+    static void writeLast(int failure) {
+        if (failure != 0) {
+            rk::utils::logWarning(std::string("Security: Cannot authenticate clients any more: ") +
+                                  zmq_strerror(failure));
+        }
+    }
+
+    void write(const Shared::Line& line, unsigned long dropped, Clock::time_point now) {
+        if (count == 0) {
+            countedSince = now;
+        }
+        count += dropped;
+        if (isDue(line.address, now)) {
+            rk::utils::logWarning("Security: Refused the untrusted key " + line.key + " of " + line.address);
+        } else {
+            ++count;
+        }
+        if (now - countedSince >= period) {
             rk::utils::logWarning("Security: Refused " + std::to_string(std::exchange(count, 0)) + " more connections");
         }
     }
 
-    /// Waits for lines, or for the end.
-    std::vector<Line> take() {
-        std::unique_lock<std::mutex> lock(shared->mutex);
-        shared->changed.wait(lock, [this] { return shared->ending || !shared->lines.empty(); });
-        ending = shared->ending;
-        add(std::exchange(shared->dropped, 0));
-        return std::exchange(shared->lines, {});
-    }
-
-    void write(const Line& line) {
-        const Clock::time_point now = Clock::now();
+    /// Whether the address has a line now. Notes that it had one.
+    bool isDue(const std::string& address, Clock::time_point now) {
         for (auto entry = logged.begin(); entry != logged.end();) {
             entry = now - entry->second < period ? std::next(entry) : logged.erase(entry);
         }
-        if (logged.size() < mostAddresses && logged.emplace(line.address, now).second) {
-            rk::utils::logWarning(line.text);
-        } else {
-            add(1);
-        }
-    }
-
-    void add(unsigned long refusals) {
-        if (count == 0) {
-            countedSince = Clock::now();
-        }
-        count += refusals;
+        return logged.size() < mostAddresses && logged.emplace(address, now).second;
     }
 
     const std::shared_ptr<Shared> shared;
-    bool ending = false;
+    bool done = false;
     std::map<std::string, Clock::time_point> logged; ///< when each address had its line
     unsigned long count = 0;                         ///< of refusals without a line
     Clock::time_point countedSince;
 };
 
 RefusalLog::RefusalLog() : shared(std::make_shared<Shared>()) {
-    const rk::detail::SignalMask mask(SIG_SETMASK, rk::detail::asynchronousSignals());
     thread = std::thread([writer = Writer(shared)]() mutable { writer.run(); });
 }
 
@@ -112,18 +122,24 @@ RefusalLog::~RefusalLog() {
     if (shared->ended.get_future().wait_for(patienceAtEnd) == std::future_status::ready) {
         thread.join();
     } else {
+        // The process is about to destroy what the application's logger uses.
+        tell([this] { shared->lines.clear(); });
         thread.detach();
     }
 }
 
-void RefusalLog::add(const std::string& address, const std::string& text) noexcept {
+void RefusalLog::add(std::string_view address, std::string_view key) noexcept {
     tell([&] {
         if (shared->lines.size() < mostLines) {
-            shared->lines.push_back({address, text});
+            shared->lines.push_back({std::string(address), std::string(key)});
         } else {
             ++shared->dropped;
         }
     });
+}
+
+void RefusalLog::addEnd(int error) noexcept {
+    tell([&] { shared->failure = error; });
 }
 
 /// Best effort: without memory or lock, a line is lost, or the thread stays behind.

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <memory>
-#include <string>
+#include <string_view>
 #include <thread>
 
 namespace rk::socket::detail {
@@ -13,19 +13,23 @@ namespace rk::socket::detail {
 /// minute. Memory is bounded: lines that wait for a slow logger, and those of many addresses, are counted as well.
 class RefusalLog {
 public:
-    /// Starts the thread.
+    /// Starts the thread, with the signal mask of the caller.
     /// \throws std::system_error if the system has none
     RefusalLog();
 
-    /// Ends the thread after the lines that wait. A thread that is still in a logging call after 100 ms stays behind.
+    /// Ends the thread after the lines that wait. A thread that is not done after 100 ms stays behind in its logging call,
+    /// and drops the other lines.
     ~RefusalLog();
 
     RefusalLog(const RefusalLog&) = delete;
     RefusalLog& operator=(const RefusalLog&) = delete;
 
-    /// Hands over a line about a client at `address`. Does not wait for the logger. A line is dropped if there is no memory
-    /// for it.
-    void add(const std::string& address, const std::string& text) noexcept;
+    /// Logs that a client at `address` was refused, which has `key`. Does not wait for the logger. Drops the line if there
+    /// is no memory for it.
+    void add(std::string_view address, std::string_view key) noexcept;
+
+    /// Logs last that the error of ZeroMQ has ended the authentication.
+    void addEnd(int error) noexcept;
 
 private:
     struct Shared;

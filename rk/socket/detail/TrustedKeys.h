@@ -2,6 +2,7 @@
 
 #include <rk/socket/SocketEndpoint.h>
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -22,7 +23,7 @@ public:
     explicit TrustedKeys(const std::string& path);
 
     /// Whether a client with this key is admitted.
-    bool admits(const std::string& key) const { return clients.count(key) > 0; }
+    bool admits(std::string_view key) const { return clients.count(key) > 0; }
 
     /// Returns the key that the server at a TCP endpoint must have, or an empty text if there is none. A key for the port
     /// overrides one for all ports of the host. Hosts are compared as they are written.
@@ -32,7 +33,7 @@ private:
     void add(std::string_view line, const Lines& lines);
     void addServer(const std::string& key, const std::string& endpoint, const Lines& lines);
 
-    std::set<std::string> clients;
+    std::set<std::string, std::less<>> clients;
     std::map<std::string, std::string> servers; ///< by host and port, or host and "*"
 };
 

@@ -98,6 +98,14 @@ TEST(ExitOfAProcess, EndsWhileTheLoggerIsBlocked) {
     EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - begin);
 }
 
+TEST(ExitOfAProcess, DropsLinesOfASlowLogger) {
+    const ChildResult result = exitAfter("logger-slow");
+
+    EXPECT_EQ(0, result.status);
+    EXPECT_THAT(result.errorLines, testing::Contains("Security: Refused the untrusted key  of 10.0.0.1"));
+    EXPECT_THAT(result.errorLines, testing::Not(testing::Contains(EndsWith("of 10.0.0.2"))));
+}
+
 TEST(ExitOfAProcess, EndsInAForkedChild) {
     const ChildResult result = exitAfter("forked");
 

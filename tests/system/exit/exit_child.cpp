@@ -15,9 +15,11 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <iostream>
+#include <iterator>
 #include <list>
 #include <map>
 #include <memory>
@@ -253,21 +255,62 @@ void leaveAnAuthenticatorRunning() {
     client.send("question");
 }
 
-/// Holds the first warning of the library until the process is gone, as a blocked standard error does.
+/// What the first warning of the library does, and waits for. Never destroyed, like what follows.
 std::promise<void>& warned() {
     static auto* const instance = std::make_unique<std::promise<void>>().release();
     return *instance;
 }
 
+std::promise<void>& released() {
+    static auto* const instance = std::make_unique<std::promise<void>>().release();
+    return *instance;
+}
+
+/// Asks the authenticator for a client without a key, as ZeroMQ does, and waits for the reply.
+void askFor(const std::string& address, void* asker) {
+    for (const std::string& frame : {std::string("1.0"), std::string("id"), std::string("domain")}) {
+        zmq_send(asker, frame.data(), frame.size(), ZMQ_SNDMORE);
+    }
+    zmq_send(asker, address.data(), address.size(), 0);
+    do {
+        zmq_recv(asker, nullptr, 0, 0);
+    } while (rk::tests::optionOf(asker, ZMQ_RCVMORE) != 0);
+}
+
+/// The first of three refusals is being logged, as it is while standard error is blocked.
 void exitWhileTheLoggerIsBlocked() {
     blocksWarnings = true;
     leaveAnAuthenticatorRunning();
     const rk::tests::ZmqHandle asker(getSocket(Protocol::Req));
-    const int linger = 0;
-    zmq_setsockopt(asker.get(), ZMQ_LINGER, &linger, sizeof linger);
     zmq_connect(asker.get(), "inproc://zeromq.zap.01");
-    zmq_send(asker.get(), "no key", 6, 0);
+    for (const char* const address : {"10.0.0.1", "10.0.0.2", "10.0.0.3"}) {
+        askFor(address, asker.get());
+    }
     warned().get_future().wait();
+}
+
+/// How many threads the process has.
+std::ptrdiff_t threads() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator());
+}
+
+/// Lets the first warning end after the context has, and waits for the end of the library's threads.
+class SlowLogger {
+public:
+    ~SlowLogger() {
+        released().set_value();
+        while (threads() > threadsBefore) {
+            std::this_thread::yield();
+        }
+    }
+
+private:
+    const std::ptrdiff_t threadsBefore = threads();
+};
+
+void exitWhileTheLoggerIsSlow() {
+    static const SlowLogger logger; // made before the context, hence destroyed after it
+    exitWhileTheLoggerIsBlocked();
 }
 
 /// The parent has an authenticator, and a child that exits.
@@ -370,9 +413,9 @@ void loseASubscriber(ClosePolicy::ClosePolicy policy) {
 
 /// Instead of the library's.
 void rk::utils::logWarning(const std::string& text) {
-    if (blocksWarnings) {
+    if (blocksWarnings.exchange(false)) {
         warned().set_value();
-        std::promise<void>().get_future().wait();
+        released().get_future().wait();
     }
     std::cerr << text << "\n";
 }
@@ -399,6 +442,7 @@ int main(int argumentCount, char** arguments) {
         {"first-sockets-at-once", createFromFourThreadsAtOnce},
         {"authenticator-running", leaveAnAuthenticatorRunning},
         {"logger-blocked", exitWhileTheLoggerIsBlocked},
+        {"logger-slow", exitWhileTheLoggerIsSlow},
         {"forked", forkBesideAnAuthenticator},
         {"encrypted-in-a-child", encryptInAChild},
         {"lost-subscriber", [] { loseASubscriber(ClosePolicy::DropPending); }},
