@@ -1,10 +1,12 @@
 #include "SteadyClock.h"
 
 #include "Caller.h"
+#include "Immortal.h"
 #include "interpose/Interpose.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <ctime>
 #include <mutex>
 #include <optional>
@@ -21,6 +23,12 @@ std::mutex mutex;
 std::optional<nanoseconds> clockOfTheTest;
 nanoseconds ahead{0}; // of the system's, by what tests have advanced it: it never goes back
 std::vector<nanoseconds> pauses;
+unsigned int readings = 0;
+
+/// Never destroyed: the library reads the clock until the process is gone.
+std::condition_variable& read() {
+    return immortal<std::condition_variable>();
+}
 
 nanoseconds clockOfTheSystem() {
     timespec now{};
@@ -33,6 +41,7 @@ nanoseconds clockOfTheSystem() {
 SteadyClock::SteadyClock() {
     const std::lock_guard<std::mutex> lock(mutex);
     clockOfTheTest = clockOfTheSystem() + ahead;
+    readings = 0;
 }
 
 SteadyClock::~SteadyClock() {
@@ -45,6 +54,11 @@ SteadyClock::~SteadyClock() {
 void SteadyClock::advance(nanoseconds time) {
     const std::lock_guard<std::mutex> lock(mutex);
     *clockOfTheTest += time;
+}
+
+void SteadyClock::awaitReadings(unsigned int count) const {
+    std::unique_lock<std::mutex> lock(mutex);
+    read().wait(lock, [=] { return readings >= count; });
 }
 
 std::vector<nanoseconds> SteadyClock::takePauses() {
@@ -60,6 +74,8 @@ std::int64_t steadyClock(std::int64_t now, const void* caller) noexcept {
     if (!clockOfTheTest) {
         return now + ahead.count();
     }
+    ++readings;
+    read().notify_all();
     errno = EINTR; // which no function promises to leave alone
     return clockOfTheTest->count();
 }

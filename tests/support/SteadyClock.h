@@ -15,6 +15,9 @@ public:
 
     void advance(std::chrono::nanoseconds time);
 
+    /// Waits until the library has read the clock `count` times since construction.
+    void awaitReadings(unsigned int count) const;
+
     /// Returns the library's pauses, in order, since construction or the last call.
     std::vector<std::chrono::nanoseconds> takePauses();
 };

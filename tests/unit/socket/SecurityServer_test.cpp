@@ -188,6 +188,19 @@ TEST_F(SecurityServer, RefusesPlainClient) {
     expectToServeClient();
 }
 
+TEST_F(SecurityServer, RefusesOlderProtocols) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const std::string signature = std::string("\xff") + std::string(8, '\0') + "\x7f";
+    const std::string firstVersion("\x01\x00\x01\x01\x06\x00hello", 11);
+    const std::string secondVersion("\x01\x03\x00\x00\x01\x00\x00\x05hello", 13);
+    for (const std::string& bytes : {firstVersion, signature + '\0' + firstVersion, signature + secondVersion}) {
+        const TcpConnection connection(endpoint.port);
+        connection.send(bytes);
+        EXPECT_TRUE(connection.waitForEnd());
+    }
+    expectToServeClient();
+}
+
 TEST_F(SecurityServer, RefusesClientOfAnotherServer) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
     CurvePeer peer(ZMQ_REQ);

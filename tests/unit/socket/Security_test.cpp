@@ -158,9 +158,9 @@ TEST(SecurityDeathTest, IsRefusedAfterPlainTcp) {
         Socket socket("plain", ClosePolicy::DropPending);
         socket.createAndConnect(Protocol::Req, freshEndpoint(Transport::Tcp), 0);
         std::cerr << textThrownBy<std::logic_error>([] { SecuredProcess(); }) << "\n";
-        std::_Exit(socket.isOpen() ? 0 : 1);
+        return socket.isOpen();
     };
-    EXPECT_EXIT(enable(), testing::ExitedWithCode(0),
+    EXPECT_EXIT(std::exit(enable() ? 0 : 1), testing::ExitedWithCode(0),
                 "Security: Cannot be enabled after a TCP endpoint was connected in plain");
 }
 
@@ -171,9 +171,8 @@ TEST(SecurityDeathTest, IsEnabledAfterIpcAndInproc) {
         socket.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Ipc), 0);
         socket.connect(freshEndpoint(Transport::Inproc), 0);
         SecuredProcess();
-        std::_Exit(0);
     };
-    EXPECT_EXIT(enable(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT((enable(), std::exit(0)), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(SecurityOptions, EncryptServers) {

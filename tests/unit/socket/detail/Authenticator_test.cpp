@@ -1,6 +1,7 @@
 #include "support/CurvePeer.h"
 #include "support/Endpoints.h"
 #include "support/Errors.h"
+#include "support/MutexFault.h"
 #include "support/NativeSocket.h"
 #include "support/SecuredProcess.h"
 #include "support/StandIn.h"
@@ -22,6 +23,9 @@
 #include <cstdlib>
 #include <future>
 #include <iostream>
+#include <list>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -102,7 +106,7 @@ protected:
     const std::string key = bytesOf(untrusted.publicKey);
 };
 
-/// The same for its lines, once those of former tests are written.
+/// The same for its lines, once those of former tests are written. Time stands still.
 class RefusalLog : public Authenticator {
 protected:
     RefusalLog() {
@@ -111,12 +115,25 @@ protected:
             EXPECT_TRUE(standIn.journal().waitFor(lineOf(untrusted, address)));
         }
         standIn.journal().clear();
+        clock.emplace();
     }
+
+    void refuse(const KeyPair& keys, const std::string& address) {
+        EXPECT_EQ("300", statusOf(bytesOf(keys.publicKey), address));
+    }
+
+    /// Waits until `count` refusals are logged or counted, which reads the clock once. Lets a minute pass then.
+    void passAMinuteAfter(unsigned int count) {
+        clock->awaitReadings(count);
+        clock->advance(std::chrono::seconds(61));
+    }
+
+    std::optional<SteadyClock> clock;
 };
 
 /// Each needs a process whose authenticator has not started. `connect` fails first, and succeeds then.
 template <class Fault>
-[[noreturn]] void startAfter(const Fault& fault) {
+void startAfter(const Fault& fault) {
     StandIn standIn;
     const SecuredProcess process;
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
@@ -127,31 +144,29 @@ template <class Fault>
     CurvePeer peer(ZMQ_REQ);
     peer.trustServer(process.own.publicKey, process.own).connect(endpoint).send("question");
     std::cerr << ", then " << receiveText(server) << "\n";
-    std::_Exit(0);
 }
 
-/// Connects a trusted client to `server`, and ends the process with 0 if the client is not admitted.
-[[noreturn]] void expectNobody(const SecuredProcess& process, Socket& server, const SocketEndpoint& endpoint) {
+/// Whether a trusted client is not admitted to `server`.
+bool admitsNobody(const SecuredProcess& process, Socket& server, const SocketEndpoint& endpoint) {
     CurvePeer peer(ZMQ_REQ);
     CurvePeer::Monitor end(peer, ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
                                      ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH);
     peer.trustServer(process.own.publicKey, process.own).connect(endpoint).send("question");
     std::string error;
-    const bool ended = end.waitForEvent();
-    std::_Exit(ended && server.poll(0, error) == PollResult::Timeout ? 0 : 1);
+    return end.waitForEvent() && server.poll(0, error) == PollResult::Timeout;
 }
 
-[[noreturn]] void serveWithoutAuthenticator() {
+bool admitsNobodyWithoutAuthenticator() {
     StandIn standIn;
     const SecuredProcess process;
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
     Socket server("server", ClosePolicy::DropPending);
     standIn.answer("zmq_bind", 0); // of the authenticator's name
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    expectNobody(process, server, endpoint);
+    return admitsNobody(process, server, endpoint);
 }
 
-[[noreturn]] void serveAfterTheAuthenticator(const std::string& function) {
+bool admitsNobodyAfterAFailureOf(const std::string& function) {
     StandIn standIn;
     const SecuredProcess process;
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
@@ -161,11 +176,9 @@ template <class Fault>
     NativeSocket asker(Protocol::Req);
     asker.connect(authenticator);
     asker.send("request");
-    if (!standIn.journal().waitFor("warning: Security: Cannot authenticate clients any more: Socket operation on "
-                                   "non-socket")) {
-        std::_Exit(2);
-    }
-    expectNobody(process, server, endpoint);
+    return standIn.journal().waitFor("warning: Security: Cannot authenticate clients any more: Socket operation on "
+                                     "non-socket") &&
+           admitsNobody(process, server, endpoint);
 }
 
 class AuthenticatorDeathTest : public testing::Test {
@@ -230,25 +243,33 @@ TEST_F(Authenticator, KeepsNobodyWaitingForTheLogger) {
     released.set_value();
 }
 
+TEST_F(Authenticator, RefusesWithoutALock) {
+    std::list<MutexFault> faults;
+    standIn.after(rcvMore, [&] { faults.emplace_back(EINVAL); });
+    EXPECT_EQ("300", statusOf(bytesOf(process.own.publicKey)));
+    standIn.after(rcvMore, nullptr);
+    EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey)));
+}
+
 TEST_F(RefusalLog, HasOneLinePerAddressAndMinute) {
     const KeyPair other = generateKeyPair();
-    statusOf(key, "10.0.0.1");
-    statusOf(bytesOf(other.publicKey), "10.0.0.1");
-    statusOf(key, "10.0.0.2");
+    refuse(untrusted, "10.0.0.1");
+    refuse(other, "10.0.0.1");
+    refuse(untrusted, "10.0.0.2");
     EXPECT_THAT(waitForLines(2), ElementsAre(lineOf(untrusted, "10.0.0.1"), lineOf(untrusted, "10.0.0.2")));
-    SteadyClock().advance(std::chrono::seconds(61));
-    statusOf(bytesOf(other.publicKey), "10.0.0.1");
+    passAMinuteAfter(3);
+    refuse(other, "10.0.0.1");
     EXPECT_EQ(lineOf(other, "10.0.0.1"), waitForLines(3).at(2));
     EXPECT_EQ(refused + "1 more connections", waitForLines(4).at(3));
 }
 
 TEST_F(RefusalLog, CountsWhatItDoesNotLog) {
     for (int address = 0; address < 70; ++address) {
-        statusOf(key, std::to_string(address));
+        refuse(untrusted, std::to_string(address));
     }
+    passAMinuteAfter(70);
     EXPECT_EQ(lineOf(untrusted, "61"), waitForLines(62).at(61));
-    SteadyClock().advance(std::chrono::seconds(61));
-    statusOf(key, "70");
+    refuse(untrusted, "70");
     EXPECT_EQ(lineOf(untrusted, "70"), waitForLines(63).at(62));
     EXPECT_EQ(refused + "8 more connections", waitForLines(64).at(63));
     EXPECT_EQ(64U, standIn.journal().count("warning: "));
@@ -257,17 +278,36 @@ TEST_F(RefusalLog, CountsWhatItDoesNotLog) {
 TEST_F(RefusalLog, CountsWhatASlowLoggerMisses) {
     std::promise<void> released;
     standIn.after("warning", [&, once = released.get_future().share()] { once.wait(); });
-    statusOf(key, "the first");
+    refuse(untrusted, "the first");
     waitForLines(1);
     for (int address = 0; address < 100; ++address) {
-        statusOf(key, std::to_string(address));
+        refuse(untrusted, std::to_string(address));
     }
+    EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey))); // after the last refusal was handed over
     released.set_value();
+    passAMinuteAfter(65); // one and those that waited
     EXPECT_EQ(lineOf(untrusted, "60"), waitForLines(62).at(61));
-    SteadyClock().advance(std::chrono::seconds(61));
-    statusOf(key, "the last");
+    refuse(untrusted, "the last");
     EXPECT_EQ(lineOf(untrusted, "the last"), waitForLines(63).at(62));
     EXPECT_EQ(refused + "39 more connections", waitForLines(64).at(63));
+}
+
+TEST_F(RefusalLog, GoesOnWhenTheLoggerThrows) {
+    standIn.after("warning", [] { throw std::runtime_error("no logger"); });
+    refuse(untrusted, "10.0.0.1");
+    waitForLines(1);
+    standIn.after("warning", nullptr);
+    refuse(untrusted, "10.0.0.2");
+    EXPECT_EQ(lineOf(untrusted, "10.0.0.2"), waitForLines(2).at(1));
+}
+
+TEST_F(RefusalLog, LosesALineWithoutALock) {
+    std::list<MutexFault> faults;
+    standIn.after(rcvMore, [&] { faults.emplace_back(EINVAL, 2); });
+    refuse(untrusted, "10.0.0.1");
+    standIn.after(rcvMore, nullptr);
+    refuse(untrusted, "10.0.0.2");
+    EXPECT_THAT(waitForLines(1), ElementsAre(lineOf(untrusted, "10.0.0.2")));
 }
 
 TEST_F(AuthenticatorDeathTest, StartsWhenTheNameIsFree) {
@@ -283,38 +323,42 @@ TEST_F(AuthenticatorDeathTest, StartsWhenTheNameIsFree) {
             }
         });
     };
-    EXPECT_EXIT(start(), testing::ExitedWithCode(0),
+    EXPECT_EXIT((start(), std::exit(0)), testing::ExitedWithCode(0),
                 "Socket: Cannot authenticate clients: Address already in use on \\[Socket server\\], then question");
 }
 
 TEST_F(AuthenticatorDeathTest, StartsWhenThereIsASocket) {
-    EXPECT_EXIT(startAfter([](StandIn& standIn, const auto& connect) {
-                    standIn.fail("zmq_socket", EMFILE);
-                    connect();
-                }),
-                testing::ExitedWithCode(0),
+    const auto start = [] {
+        startAfter([](StandIn& standIn, const auto& connect) {
+            standIn.fail("zmq_socket", EMFILE);
+            connect();
+        });
+    };
+    EXPECT_EXIT((start(), std::exit(0)), testing::ExitedWithCode(0),
                 "Socket: Cannot authenticate clients: Too many open files on \\[Socket server\\], then question");
 }
 
 TEST_F(AuthenticatorDeathTest, StartsWhenThereIsAThread) {
-    EXPECT_EXIT(startAfter([](StandIn&, const auto& connect) {
-                    const ThreadFault fault(EAGAIN);
-                    try {
-                        connect();
-                    } catch (const std::system_error& failure) {
-                        throw std::runtime_error(failure.what());
-                    }
-                }),
-                testing::ExitedWithCode(0), "Resource temporarily unavailable, then question");
+    const auto start = [] {
+        startAfter([](StandIn&, const auto& connect) {
+            const ThreadFault fault(EAGAIN);
+            try {
+                connect();
+            } catch (const std::system_error& failure) {
+                throw std::runtime_error(failure.what());
+            }
+        });
+    };
+    EXPECT_EXIT((start(), std::exit(0)), testing::ExitedWithCode(0), "Resource temporarily unavailable, then question");
 }
 
 TEST_F(AuthenticatorDeathTest, AdmitsNobodyWhenMissing) {
-    EXPECT_EXIT(serveWithoutAuthenticator(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(std::exit(admitsNobodyWithoutAuthenticator() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(AuthenticatorDeathTest, AdmitsNobodyOnceDead) {
-    EXPECT_EXIT(serveAfterTheAuthenticator("zmq_send"), testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(serveAfterTheAuthenticator(rcvMore), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(std::exit(admitsNobodyAfterAFailureOf("zmq_send") ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(std::exit(admitsNobodyAfterAFailureOf(rcvMore) ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 } // namespace rk::tests

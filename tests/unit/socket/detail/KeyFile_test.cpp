@@ -200,6 +200,14 @@ TEST_F(KeyFile, IsRefusedWhenItBelongsToAnotherUser) {
     EXPECT_EQ("Security: Cannot read " + path + ": it belongs to another user", readRefusal(path));
 }
 
+TEST_F(KeyFile, MayBelongToRoot) {
+    constexpr uid_t nobody = 65534;
+    const bool isRoot = geteuid() == 0;
+    ASSERT_TRUE(!isRoot || seteuid(nobody) == 0);
+    EXPECT_EQ("Security: Cannot read /etc/passwd: other users can access it", readRefusal("/etc/passwd"));
+    ASSERT_TRUE(!isRoot || seteuid(0) == 0);
+}
+
 TEST_F(KeyFile, IsRefusedWhenItIsNoFile) {
     ASSERT_EQ(0, mkfifo(path.c_str(), S_IRUSR | S_IWUSR));
     EXPECT_EQ("Security: Cannot read " + path + ": not a regular file", readRefusal(path));
