@@ -99,6 +99,14 @@ protected:
         EXPECT_EQ("reply to from the client", peer->receive());
     }
 
+    void expectToServeNoPlainClient() {
+        CurvePeer peer(ZMQ_REQ);
+        CurvePeer::Monitor end(peer, connectionEnds);
+        peer.connect(endpoint).send("in plain");
+        EXPECT_TRUE(end.waitForEvent());
+        expectToServeClient();
+    }
+
     bool waitForRefusal(const KeyPair& keys) {
         return standIn.journal().waitFor("warning: Security: Refused the untrusted key " + keys.publicKey +
                                          " of 127.0.0.1");
@@ -181,11 +189,7 @@ TEST_F(SecurityServer, RefusesItsOwnKeyUnlessNamed) {
 
 TEST_F(SecurityServer, RefusesPlainClient) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    CurvePeer peer(ZMQ_REQ);
-    CurvePeer::Monitor end(peer, connectionEnds);
-    peer.connect(endpoint).send("in plain");
-    EXPECT_TRUE(end.waitForEvent());
-    expectToServeClient();
+    expectToServeNoPlainClient();
 }
 
 TEST_F(SecurityServer, RefusesOlderProtocols) {
@@ -319,7 +323,7 @@ TEST_F(SecurityServer, ServesAfterARepair) {
     EXPECT_EQ(1U, standIn.journal().count("warning: [Socket server] Attempting reset"));
 }
 
-TEST_F(SecurityServer, ServesPlainOnIpcToo) {
+TEST_F(SecurityServer, ServesPlainOnIpcAlone) {
     const SocketEndpoint ipc = freshEndpoint(Transport::Ipc);
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
     server.connect(ipc, patienceMs);
@@ -327,17 +331,13 @@ TEST_F(SecurityServer, ServesPlainOnIpcToo) {
     peer.connect(ipc).send("in plain");
     expectRequest("in plain");
     EXPECT_EQ("reply to in plain", peer.receive());
-    expectToServeClient();
+    expectToServeNoPlainClient();
 }
 
 TEST_F(SecurityServer, EncryptsBehindIpc) {
     server.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Ipc), patienceMs);
     server.connect(endpoint, patienceMs);
-    CurvePeer peer(ZMQ_REQ);
-    CurvePeer::Monitor end(peer, connectionEnds);
-    peer.connect(endpoint).send("in plain");
-    EXPECT_TRUE(end.waitForEvent());
-    expectToServeClient();
+    expectToServeNoPlainClient();
 }
 
 TEST_F(SecurityServer, DisconnectsLargeMessages) {

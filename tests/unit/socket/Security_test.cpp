@@ -59,8 +59,6 @@ std::string sizeLimit(std::int64_t bytes) {
 /// The options that sockets get for their endpoints.
 class SecurityOptions : public testing::Test {
 protected:
-    ~SecurityOptions() override { Network::setMaxMessageSize(-1); }
-
     /// The options of an endpoint that a socket connects.
     Lines optionsOf(Protocol::Protocol protocol, Transport::Transport transport) {
         Socket socket("part", ClosePolicy::DropPending);
@@ -87,6 +85,25 @@ protected:
 
     StandIn standIn;
     SecuredProcess process;
+};
+
+/// The same in a process of its own, because the limit that no one has set cannot be restored.
+class SecurityOptionsDeathTest : public SecurityOptions {
+protected:
+    void addToEachLimit() {
+        constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+        for (const auto& [size, limit] : {std::pair<std::int64_t, std::int64_t>{5000, 5033},
+                                          {992, 1025},
+                                          {991, 1024},
+                                          {1, 1024},
+                                          {-1, -1},
+                                          {largest, largest}}) {
+            Network::setMaxMessageSize(size);
+            EXPECT_EQ(sizeLimit(limit), optionsOf(Protocol::Rep, Transport::Tcp).front());
+        }
+        Network::setMaxMessageSize(5000);
+        EXPECT_EQ(sizeLimit(5000), optionsOf(Protocol::Rep, Transport::Ipc).front());
+    }
 };
 
 /// What fails in `connect`, and the text that it throws.
@@ -199,19 +216,9 @@ TEST_F(SecurityOptions, LeaveOthersPlain) {
     }
 }
 
-TEST_F(SecurityOptions, AddWhatEncryptionAdds) {
-    for (const auto& [size, limit] :
-         {std::pair<std::int64_t, std::int64_t>{5000, 5033},
-          {992, 1025},
-          {991, 1024},
-          {1, 1024},
-          {-1, -1},
-          {std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::max()}}) {
-        Network::setMaxMessageSize(size);
-        EXPECT_EQ(sizeLimit(limit), optionsOf(Protocol::Rep, Transport::Tcp).front());
-    }
-    Network::setMaxMessageSize(5000);
-    EXPECT_EQ(sizeLimit(5000), optionsOf(Protocol::Rep, Transport::Ipc).front());
+TEST_F(SecurityOptionsDeathTest, AddWhatEncryptionAdds) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT((addToEachLimit(), std::exit(HasFailure() ? 1 : 0)), testing::ExitedWithCode(0), "");
 }
 
 TEST_P(SecurityRefusal, ClosesTheSocket) {
