@@ -82,11 +82,11 @@ protected:
         return standIn.journal().waitFor("warning: Security: Refused the untrusted key " + process.own.publicKey);
     }
 
-    std::string request(unsigned int attempts) {
+    std::string request(milliseconds timeout, unsigned int attempts) {
         Text question;
         question.set_text("question");
         Text answer;
-        requester.request(question, answer, milliseconds(300), attempts);
+        requester.request(question, answer, timeout, attempts);
         return answer.text();
     }
 
@@ -232,18 +232,18 @@ TEST_F(SecurityClientRefused, TimesOutInAFirstSendAfterwards) {
 TEST_F(SecurityClientRefused, TimesOutAsARequester) {
     EXPECT_EQ("[Socket requester]: No reply from " + endpoint.toString(Protocol::Req) +
                   " within 300 ms, attempts made: 3",
-              textThrownBy<TimeoutException>([&] { request(3); }));
+              textThrownBy<TimeoutException>([&] { request(milliseconds(300), 3); }));
     std::string error;
     EXPECT_EQ(socket::PollResult::Timeout, reply.poll(0, error));
 }
 
 TEST_F(SecurityClientRefused, IsServedOnceTrusted) {
-    textThrownBy<TimeoutException>([&] { request(1); });
+    textThrownBy<TimeoutException>([&] { request(milliseconds(300), 1); });
     process.trust(process.itself());
     reply.close();
     RecordingListener listener(Protocol::Rep);
     listener.serve(endpoint);
-    EXPECT_EQ("question", request(20));
+    EXPECT_EQ("question", request(milliseconds(patienceMs), 1));
 }
 
 } // namespace rk::tests

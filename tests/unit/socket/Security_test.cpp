@@ -18,6 +18,7 @@
 #include <cstring>
 #include <iostream>
 #include <limits>
+#include <memory>
 #include <new>
 #include <ostream>
 #include <stdexcept>
@@ -162,11 +163,12 @@ TEST(Security, GeneratesNothingWithoutCurve) {
 }
 
 TEST(Security, WipesItsSecretKey) {
-    alignas(KeyPair) unsigned char storage[sizeof(KeyPair)];
-    auto* const keys = new (storage) KeyPair();
+    // Zeros of calloc, because the compiler removes others in front of the constructor.
+    const std::unique_ptr<void, decltype(&std::free)> storage(std::calloc(1, sizeof(KeyPair)), &std::free);
+    auto* const keys = new (storage.get()) KeyPair();
     keys->secretKey = "short"; // lies in the object itself
     keys->~KeyPair();
-    EXPECT_EQ(nullptr, memmem(storage, sizeof storage, "short", 5));
+    EXPECT_EQ(nullptr, memmem(storage.get(), sizeof(KeyPair), "short", 5));
 }
 
 TEST(SecurityDeathTest, IsRefusedAfterPlainTcp) {
