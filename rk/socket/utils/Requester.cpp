@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <optional>
 #include <stdexcept>
 
 namespace rk::socket::utils {
@@ -62,21 +63,23 @@ public:
         return true;
     }
 
-    /// Repeats the non-blocking `call`, which returns a negative number on failure, until it succeeds. Returns false if
-    /// the time runs out first.
+    /// Retries the non-blocking `call`, which returns a negative number on failure, until it succeeds. Returns its
+    /// result, or nothing if the time runs out first.
     template <class Call>
-    bool allows(const Call& call, void* native, short event, const char* operation, const char* prefix,
-                const std::string& header) const {
-        while (call() < 0) {
+    std::optional<int> retry(const Call& call, void* native, short event, const char* operation, const char* prefix,
+                             const std::string& header) const {
+        int result = call();
+        while (result < 0) {
             const int error = zmq_errno();
             if (error != EAGAIN && error != EINTR) {
                 detail::throwTransferFailure(operation, prefix, header);
             }
             if (!await(native, event)) {
-                return false;
+                return std::nullopt;
             }
+            result = call();
         }
-        return true;
+        return result;
     }
 
 private:
@@ -144,16 +147,16 @@ bool Requester::exchange(const std::string& request, google::protobuf::Message& 
     void* const native = socket.zmqSocket;
     const std::string header = socket.debugString();
     const auto send = [&] { return zmq_send(native, request.data(), request.size(), ZMQ_DONTWAIT); };
-    if (!deadline.allows(send, native, ZMQ_POLLOUT, "send()", "Send error: ", header)) {
+    if (!deadline.retry(send, native, ZMQ_POLLOUT, "send()", "Send error: ", header)) {
         return false;
     }
     NativeMessage message;
-    int size = 0;
-    const auto receive = [&] { return size = zmq_msg_recv(message.get(), native, ZMQ_DONTWAIT); };
-    if (!deadline.allows(receive, native, ZMQ_POLLIN, "recv()", "Receive error: ", header)) {
+    const auto receive = [&] { return zmq_msg_recv(message.get(), native, ZMQ_DONTWAIT); };
+    const std::optional<int> size = deadline.retry(receive, native, ZMQ_POLLIN, "recv()", "Receive error: ", header);
+    if (!size) {
         return false;
     }
-    if (zmq_msg_more(message.get()) != 0 || !reply.ParseFromArray(zmq_msg_data(message.get()), size)) {
+    if (zmq_msg_more(message.get()) != 0 || !reply.ParseFromArray(zmq_msg_data(message.get()), *size)) {
         detail::refuseUnparsed(header);
     }
     return true;

@@ -2,6 +2,7 @@
 #include "support/FakeMessage.h"
 #include "support/Interruption.h"
 #include "support/NativeSocket.h"
+#include "support/Signals.h"
 #include "support/Test.h"
 #include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
@@ -299,6 +300,29 @@ TEST_F(Requester, RetriesInterruptedCalls) {
 
     EXPECT_EQ("one", ask(requester, "one"));
     serving.get();
+}
+
+TEST_F(Requester, WaitsUntilItCanSend) {
+    auto serving = this->serving([&] { server.send(server.receive(), "one"); });
+    standIn.fail("zmq_send", EAGAIN);
+
+    EXPECT_EQ("one", ask(requester, "one"));
+    serving.get();
+    EXPECT_EQ(1U, standIn.journal().count("zmq_poll 1 items, events 2, "));
+}
+
+TEST_F(Requester, HoldsSignalsBackWhileConnecting) {
+    sigset_t fault;
+    sigemptyset(&fault);
+    sigaddset(&fault, SIGTRAP);
+    const BlockedSignals blocked(fault);
+    std::vector<int> duringConnect;
+    standIn.after("zmq_connect", [&] { duringConnect = blockedSignals(); });
+
+    EXPECT_THROW(ask(requester, "one", milliseconds(1)), TimeoutException);
+
+    EXPECT_THAT(duringConnect, testing::IsSupersetOf({SIGINT, SIGTERM, SIGALRM, SIGTRAP}));
+    EXPECT_THAT(blockedSignals(), ElementsAre(SIGTRAP));
 }
 
 TEST_F(Requester, TakesTheLongestTimeout) {
