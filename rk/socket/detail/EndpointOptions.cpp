@@ -133,11 +133,9 @@ void EndpointOptions::setPeerTimeout(Protocol::Protocol protocol, unsigned int s
     constexpr int systemDefault = -1;
     constexpr int longestAttempt = 5; // so that a machine is found soon after it is back
     const int total = seconds == 0 ? 0 : std::max(2, static_cast<int>(seconds));
-    if (total == 0) {
-        setNumber(ZMQ_TCP_KEEPALIVE, "ZMQ_TCP_KEEPALIVE", systemDefault);
-    } else {
+    setNumber(ZMQ_TCP_KEEPALIVE, "ZMQ_TCP_KEEPALIVE", total == 0 ? systemDefault : 1);
+    if (total > 0) {
         const Keepalive keepalive(total);
-        setNumber(ZMQ_TCP_KEEPALIVE, "ZMQ_TCP_KEEPALIVE", 1);
         setNumber(ZMQ_TCP_KEEPALIVE_IDLE, "ZMQ_TCP_KEEPALIVE_IDLE", keepalive.idle);
         setNumber(ZMQ_TCP_KEEPALIVE_INTVL, "ZMQ_TCP_KEEPALIVE_INTVL", keepalive.interval);
         setNumber(ZMQ_TCP_KEEPALIVE_CNT, "ZMQ_TCP_KEEPALIVE_CNT", keepalive.probes);

@@ -219,6 +219,18 @@ void exhaust(int limit) {
     std::exit(1);
 }
 
+/// Ends the process with 0 if the limit can still be set after a first socket that a failed lock has prevented.
+void limitAfterFailedLock() {
+    Socket socket("one", ClosePolicy::DropPending);
+    try {
+        const MutexFault fault(EAGAIN, 2);
+        socket.create(Protocol::Pub);
+    } catch (const std::system_error&) {
+        exhaust(20);
+    }
+    std::exit(3);
+}
+
 } // namespace
 
 TEST_P(NetworkOf, SetsOptionsBeforeTheEndpoint) {
@@ -433,6 +445,11 @@ TEST(NetworkDeathTest, RepairsBeyondZmqsLimit) {
 TEST(NetworkDeathTest, LimitsSockets) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(exhaust(20), testing::ExitedWithCode(0), "");
+}
+
+TEST(NetworkDeathTest, LimitsSocketsAfterAFailedLock) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(limitAfterFailedLock(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace rk::tests
