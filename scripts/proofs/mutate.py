@@ -4,12 +4,14 @@
 They notice a mistake by failing, crashing or hanging. Mistakes that do not change the library's behaviour are listed
 with the reason in tests/robustness/mutation/equivalent.txt, and are not tried.
 
-usage: scripts/prove mutate [--part N/M] [--seconds S] [--file PART-OF-NAME] [--write]
+usage: scripts/prove mutate [--part N/M] [--seconds S] [--file PART-OF-NAME]... [--write]
 
 Only tests that execute the changed line are run, tests that execute little else first. Results are stored in
 build/mutation, so that an interrupted run resumes there. Unnoticed mistakes are tried again when the tests have changed.
-Remove the folder to try everything again. --part and --seconds try only some of the mistakes. --write puts the figures
-into docs/proof.md. Fails if a mistake is not noticed."""
+Remove the folder to try everything again. --part and --seconds try only some of the mistakes, --file only those of some
+files, in the order given. --write puts the figures into docs/proof.md. Fails if a mistake is not noticed.
+
+The sources may be edited during a run, but build/coverage must not be rebuilt."""
 
 import argparse
 import collections
@@ -20,6 +22,7 @@ import json
 import os
 import pathlib
 import re
+import select
 import shlex
 import shutil
 import signal
@@ -35,12 +38,11 @@ from mutants import Source  # noqa: E402
 build = root / "build/coverage"  # its tests say which lines they execute
 work = root / "build/mutation"
 library = "librk-socket.so.1"
-executables = ["address_book_tests", "allocation_tests", "docs_tests", "exit_tests", "log_tests", "network_tests",
-               "repair_tests", "socket_tests"]
-quick = dict(os.environ, RK_TEST_ROUNDS="20")
+quick = dict(os.environ, RK_TEST_ROUNDS="20", LLVM_PROFILE_FILE=os.devnull)
 most_specific = 20  # tests that are tried before all others
 long = 1.0  # seconds; tests that take longer are tried after all others
 at_once = 4  # most tests wait for something most of the time
+patience = 6  # seconds that a test may take beyond four times what it takes without a mistake
 instrumentation = re.compile(r"-fprofile-\S+|-fcoverage-\S+|-W\w\S*|-MD|-M[TF] \S+|^ccache ")
 
 
@@ -48,39 +50,44 @@ def run(command, **options):
     return subprocess.run(command, check=True, cwd=build, text=True, stdout=subprocess.PIPE, **options).stdout
 
 
-def digest_of(*folders):
+def files_in(folder, pattern="*"):
+    return [file for file in sorted((root / folder).rglob(pattern)) if file.is_file() and "mutation" not in file.parts]
+
+
+def digest_of(files):
     digest = hashlib.sha256()
-    for folder in folders:
-        for file in sorted((root / folder).rglob("*")):
-            if file.is_file() and "mutation" not in file.parts:
-                digest.update(file.read_bytes())
+    for file in files:
+        digest.update(pathlib.Path(file).read_bytes())
     return digest.hexdigest()[:16]
 
 
 # What the tests execute
 
+def is_of_googletest(command):
+    return any(part.startswith("--gtest_filter=") for part in command)
+
+
 class Tests:
     """The tests, with the lines of the library that each executes, and the seconds that it takes."""
 
     def __init__(self):
-        kept = work / "tests.json"
-        known = json.loads(kept.read_text()) if kept.exists() else {}
-        state = digest_of("rk", "tests")
-        if known.get("state") != state:
-            known = {"state": state, "tests": self.learn()}
-            kept.write_text(json.dumps(known))
-        self.tests = known["tests"]
-
-    @staticmethod
-    def learn():
         listed = json.loads(run(["ctest", "--show-only=json-v1"]))["tests"]
-        commands = [test["command"] for test in listed
-                    if "command" in test and pathlib.Path(test["command"][0]).name in executables]
+        commands = [test["command"] for test in listed if is_of_googletest(test.get("command", []))]
+        self.sources = digest_of(files_in("rk"))
+        self.executables = {program: digest_of([program]) for program in {command[0] for command in commands}}
         shutil.rmtree(work / "profiles", ignore_errors=True)  # of a run that was ended
-        with concurrent.futures.ThreadPoolExecutor(2) as pool:
-            learnt = list(pool.map(Tests.learn_one, range(len(commands)), commands))
-        shutil.rmtree(work / "profiles", ignore_errors=True)
-        return learnt
+        with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
+            self.tests = list(pool.map(self.known, range(len(commands)), commands))
+
+    def known(self, number, command):
+        """What the test executes, learnt again when the library or its program have changed."""
+        key = hashlib.sha256(repr((self.sources, self.executables[command[0]], command)).encode())
+        kept = work / "tests" / key.hexdigest()[:16]
+        if not kept.exists():
+            learnt = json.dumps(self.learn_one(number, command))
+            kept.parent.mkdir(exist_ok=True)
+            kept.write_text(learnt)
+        return json.loads(kept.read_text())
 
     @staticmethod
     def learn_one(number, command):
@@ -96,7 +103,8 @@ class Tests:
         lines = collections.defaultdict(list)
         if profiles:
             run(["llvm-profdata-19", "merge", *profiles, "-o", str(folder / "merged")])
-            report = run(["llvm-cov-19", "export", "-format=lcov", "-instr-profile", str(folder / "merged"), library])
+            report = run(["llvm-cov-19", "export", "-format=lcov", "-instr-profile", str(folder / "merged"), library,
+                          "-sources", str(root / "rk")], stderr=subprocess.DEVNULL)
             for line in report.splitlines():
                 if line.startswith("SF:"):
                     file = os.path.relpath(line[3:], root)
@@ -132,72 +140,90 @@ class Library:
                 link = instrumentation.sub("", line.removeprefix(": && ").removesuffix(" && :"))
                 self.link = [word for word in shlex.split(link) if not word.endswith(".o")]
         self.link[self.link.index("-o"):self.link.index("-o") + 2] = []
-        folder = work / "objects" / digest_of("rk")
-        self.objects = {source: str(folder / f"{source}.o") for source in self.commands}
-        self.headers = {source: str(folder / f"{source}.pch") for source in self.commands}
-        for source, command in self.commands.items():
+        headers = files_in("rk", "*.h")
+        self.headers = self.compile_headers(headers)
+        self.objects, self.folders = {}, {}
+        for source in self.commands:
+            folder = self.folders[source] = work / "objects" / digest_of([root / source, *headers])
+            self.objects[source] = str(folder / f"{source}.o")
             if not pathlib.Path(self.objects[source]).exists():
-                self.compile_anew(source, command, folder / f"{source}.h")
+                self.copy([root / source, *headers], folder)
+                if not self.compile(source, self.objects[source]):
+                    sys.exit(f"mutate: {source} does not compile")
 
-    def compile_anew(self, source, command, others):
-        others.parent.mkdir(parents=True, exist_ok=True)
-        text = (root / source).read_text() + "".join(file.read_text() for file in (root / "rk").rglob("*.h"))
-        others.write_text("\n".join(sorted(set(re.findall(r"^#include <(?!rk/).*>$", text, re.MULTILINE)))))
-        run([*command, "-x", "c++-header", str(others), "-o", self.headers[source]])
-        if not self.compile(source, str(root / source), self.objects[source]):
-            sys.exit(f"mutate: {source} does not compile")
+    def compile_headers(self, own):
+        """Compiles the headers of others that the library includes, once for all sources."""
+        text = "".join(file.read_text() for file in [*own, *(root / source for source in self.commands)])
+        included = "\n".join(sorted(set(re.findall(r"^#include <(?!rk/).*>$", text, re.MULTILINE))))
+        file = work / "headers" / hashlib.sha256(included.encode()).hexdigest()[:16]
+        compiled = file.with_suffix(".pch")
+        if not compiled.exists():
+            file.parent.mkdir(exist_ok=True)
+            file.write_text(included)
+            run([*next(iter(self.commands.values())), "-w", "-x", "c++-header", str(file), "-o", str(compiled)])
+        return str(compiled)
 
-    def compile(self, source, text, target, include=()):
-        command = [*self.commands[source][:1], *include, *self.commands[source][1:],
-                   "-w", "-include-pch", self.headers[source], "-include", "typeinfo", "-c", text, "-o", target]
+    @staticmethod
+    def copy(files, folder):
+        """Copies files of rk/ so that they can be edited meanwhile."""
+        for file in files:
+            copied = folder / file.relative_to(root)
+            copied.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(file, copied)
+
+    def compile(self, source, target, changed=None):
+        """Compiles the source, with the files in the folder `changed` in place of its own."""
+        folders = [changed, self.folders[source]] if changed else [self.folders[source]]
+        text = next(folder / source for folder in folders if (folder / source).exists())
+        compiler, *options = self.commands[source]
+        command = [compiler, *(f"-I{folder}" for folder in folders), *options, "-w", "-include-pch", self.headers,
+                   "-include", "typeinfo", "-c", str(text), "-o", target]
         return subprocess.run(command, cwd=build, stderr=subprocess.DEVNULL).returncode == 0
 
     def make(self, mutant, folder):
         """Makes the library with the mistake in the folder. False if it does not compile or link."""
         objects = dict(self.objects)
-        changed = folder / "include" / mutant.file
+        changed = folder / "changed" / mutant.file
         changed.parent.mkdir(parents=True, exist_ok=True)
         changed.write_text(mutant.text)
-        is_header = mutant.file.endswith(".h")
         for source in self.objects:
-            if source == mutant.file or is_header and mutant.file in self.including(source):
-                text = str(changed) if source == mutant.file else str(root / source)
+            if source == mutant.file or mutant.file.endswith(".h") and mutant.file in self.including(source):
                 objects[source] = str(folder / (source.replace("/", "-") + ".o"))
-                if not self.compile(source, text, objects[source], [f"-I{folder / 'include'}"]):
+                if not self.compile(source, objects[source], folder / "changed"):
                     return False
         linked = subprocess.run([*self.link, *objects.values(), "-o", str(folder / library)], cwd=build,
                                 stderr=subprocess.DEVNULL)
         return linked.returncode == 0
 
-    @staticmethod
-    def including(source):
-        return re.findall(r"^#include <(rk/.*)>$", (root / source).read_text(), re.MULTILINE)
+    def including(self, source, file=None):
+        """The headers of ours that the file of the source includes, directly or not."""
+        text = (self.folders[source] / (file or source)).read_text()
+        direct = re.findall(r"^#include <(rk/.*)>$", text, re.MULTILINE)
+        return set(direct).union(*(self.including(source, header) for header in direct))
 
 
 def notice(tests, folder):
     """How the tests notice the library in the folder: what failed, or None."""
     short = [test for test in tests if test["seconds"] <= long]
     for batch in (short[:most_specific], short[most_specific:], [test for test in tests if test["seconds"] > long]):
-        by_executable = collections.defaultdict(list)
+        by_executable = collections.defaultdict(dict)
         for test in batch:
-            by_executable[test["executable"]].append(test)
+            by_executable[test["executable"]][test["name"]] = test["seconds"]
         for executable, chosen in by_executable.items():
-            patience = 10 + 3 * sum(test["seconds"] for test in chosen)
-            command = [executable, "--gtest_filter=" + ":".join(test["name"] for test in chosen), "--gtest_fail_fast",
-                       "--gtest_brief=1"]
-            verdict = verdict_of(command, folder, patience)
+            verdict = verdict_of(executable, chosen, folder)
             if verdict:
                 return verdict
     return None
 
 
-def verdict_of(command, folder, patience):
-    environment = dict(quick, LD_LIBRARY_PATH=str(folder))
-    process = subprocess.Popen(command, cwd=folder, env=environment, text=True, errors="replace", start_new_session=True,
-                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+def verdict_of(executable, seconds, folder):
+    """What fails of the executable's tests, whose names come with the seconds that they take."""
+    command = [executable, "--gtest_filter=" + ":".join(seconds), "--gtest_fail_fast"]
+    process = subprocess.Popen(command, cwd=folder, env=dict(quick, LD_LIBRARY_PATH=str(folder)),
+                               start_new_session=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     try:
-        output, _ = process.communicate(timeout=patience)
-    except subprocess.TimeoutExpired:
+        failed = follow(process, seconds)
+    except TimeoutError:
         return "hangs"
     finally:
         try:
@@ -205,10 +231,34 @@ def verdict_of(command, folder, patience):
         except ProcessLookupError:
             pass
         process.wait()
+        process.stdout.close()
     if process.returncode == 0:
         return None
-    failed = re.search(r"^\[  FAILED  \] ([^\s,]+)", output, re.MULTILINE)
-    return failed.group(1) if failed else f"ends with {process.returncode}"
+    return failed or f"ends with {process.returncode}"
+
+
+def follow(process, seconds):
+    """Reads the output until the process ends, and returns which test has failed. Raises TimeoutError if a test hangs."""
+    ended = os.pidfd_open(process.pid)
+    rest, failed = b"", None
+    end = time.monotonic() + patience
+    try:
+        while True:
+            ready, _, _ = select.select([process.stdout, ended], [], [], max(end - time.monotonic(), 0))
+            if not ready:
+                raise TimeoutError
+            output = os.read(process.stdout.fileno(), 1 << 16) if process.stdout in ready else b""
+            if not output and ended in ready:
+                process.wait()
+                return failed
+            *lines, rest = (rest + output).split(b"\n")
+            for line in lines:
+                found = re.match(rb"\[ +(RUN|FAILED|OK) +\] ([^\s,]+)", line)
+                if found:
+                    end = time.monotonic() + patience + 4 * seconds.get(found.group(2).decode(), 0)
+                    failed = failed or (found.group(2).decode() if found.group(1) == b"FAILED" else None)
+    finally:
+        os.close(ended)
 
 
 # The mistakes
@@ -235,7 +285,7 @@ class Run:
         self.library = Library()
         self.results = work / "results"
         self.results.mkdir(parents=True, exist_ok=True)
-        self.unnoticed = f"unnoticed by {digest_of('tests')}"
+        self.unnoticed = f"unnoticed by {digest_of(files_in('tests'))}"
 
     def known(self, mutant):
         """The verdict, if there is one."""
@@ -299,6 +349,7 @@ def prepare():
     subprocess.run([root / "scripts/setup", "build", "test", "clang"], check=True)
     work.mkdir(parents=True, exist_ok=True)
     subprocess.run(["cmake", "--preset", "coverage"], cwd=root, check=True, stdout=subprocess.DEVNULL)
+    executables = re.findall(r"^(\w+_tests): phony$", run(["ninja", "-t", "targets", "all"]), re.MULTILINE)
     subprocess.run(["cmake", "--build", "--preset", "coverage", "--target", *executables], cwd=root, check=True,
                    stdout=subprocess.DEVNULL)
 
@@ -307,7 +358,7 @@ def main():
     arguments = argparse.ArgumentParser(usage=__doc__)
     arguments.add_argument("--part", default="1/1")
     arguments.add_argument("--seconds", type=float, default=float("inf"))
-    arguments.add_argument("--file", default="")
+    arguments.add_argument("--file", action="append")
     arguments.add_argument("--write", action="store_true")
     chosen = arguments.parse_args()
     part, parts = map(int, chosen.part.split("/"))
@@ -316,8 +367,8 @@ def main():
     run = Run()
     mutants = all_mutants()
     equivalents = read_equivalents()
-    waiting = [mutant for mutant in mutants[part - 1::parts]
-               if chosen.file in mutant.file and mutant.name not in equivalents and run.known(mutant) is None]
+    waiting = dict.fromkeys(mutant for file in chosen.file or [""] for mutant in mutants[part - 1::parts]
+                            if file in mutant.file and mutant.name not in equivalents and run.known(mutant) is None)
     with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
         list(pool.map(lambda mutant: run.attempt(mutant) if time.monotonic() < end else None, waiting))
     table, unnoticed = report(run, mutants, equivalents)
