@@ -7,8 +7,10 @@ hosts        are two network namespaces, whose link is cut, one-way, lossy or sl
 servers      are killed, frozen, restarted and slow, and repeat their replies
 peers        disappear without closing a connection: their machine loses its power, the cable is pulled, a router forgets
              them, they are frozen, or something else answers on their ports
+cables       between the hosts of these peers are pulled for a minute
 
-usage: crash.py processes|connections|hosts|servers|peers PROGRAM ROUNDS [SEED]     77 if this machine does not permit it
+usage: crash.py processes|connections|hosts|servers|peers|cables PROGRAM ROUNDS [SEED]
+       77 if this machine does not permit it
 """
 
 import collections
@@ -347,7 +349,18 @@ class Peers(Run):
         self.network.close()
 
 
-KINDS = {"processes": Processes, "connections": Connections, "hosts": Hosts, "servers": Servers, "peers": Peers}
+class Cables(Peers):
+    MINUTE = 60
+
+    def act(self):
+        with self.host.disturbance("pulled_cable", "network"):
+            self.network.cut()
+            time.sleep(self.MINUTE)
+            self.network.heal()
+
+
+KINDS = {"processes": Processes, "connections": Connections, "hosts": Hosts, "servers": Servers, "peers": Peers,
+         "cables": Cables}
 
 
 def play(kind, program, rounds, seed):
