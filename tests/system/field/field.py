@@ -4,6 +4,7 @@ import contextlib
 import os
 import pathlib
 import random
+import re
 import resource
 import sys
 import tempfile
@@ -105,6 +106,16 @@ def fresh_endpoint(transport):
 def resident_megabytes(pid):
     pages = int(pathlib.Path(f"/proc/{pid}/statm").read_text().split()[1])
     return pages * resource.getpagesize() / 2**20
+
+
+def forget_peak(pid):
+    """Lets `peak_megabytes` start again."""
+    pathlib.Path(f"/proc/{pid}/clear_refs").write_text("5")
+
+
+def peak_megabytes(pid):
+    status = pathlib.Path(f"/proc/{pid}/status").read_text()
+    return int(re.search(r"VmHWM:\s+(\d+) kB", status).group(1)) / 2**10
 
 
 def descriptors(pid):

@@ -213,6 +213,22 @@ class Frames(Hostile):
         self.assert_bounded(3, before)
         self.assert_all_left()
 
+    def test_of_200_megabytes_beyond_the_limit_cost_neither_memory_nor_service(self):
+        self.victim.ask(f"limit {MEGABYTE}")
+        self.serve()
+        before = self.resident()
+        field.forget_peak(self.victim.pid)
+        for _ in range(8):
+            with zmtp.joined(self.endpoint) as bare, self.assertRaises(ConnectionError):
+                bare.sendall(zmtp.frame(b"", zmtp.MORE) + zmtp.claim(200 * MEGABYTE))
+                for _ in range(200):
+                    self.assert_serves()
+                    bare.sendall(bytes(MEGABYTE))
+        self.assert_all_left()
+        grown = field.peak_megabytes(self.victim.pid) - before
+        self.note(f"memory has grown by {grown:.1f} MB at most")
+        self.assertLess(grown, 2)
+
     def test_with_every_flag_and_garbage_behind_leave_nothing_behind(self):
         self.serve()
         dice = random.Random(6)

@@ -3,6 +3,7 @@
 
 #include "support/messages.pb.h"
 
+#include <rk/socket/Network.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/utils/SocketListener.h>
 #include <rk/utils/Log.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <charconv>
+#include <cstdint>
 #include <exception>
 #include <iostream>
 #include <map>
@@ -156,6 +158,8 @@ public:
 private:
     Socket& socketOf(Words& words) { return *sockets.at(words.next()); }
 
+    void limit(Words& words) { socket::Network::setMaxMessageSize(words.next<std::int64_t>()); }
+
     void open(Words& words) {
         const auto name = words.next();
         const auto policy = static_cast<socket::ClosePolicy::ClosePolicy>(words.next<int>());
@@ -253,6 +257,7 @@ private:
     std::map<std::string, std::unique_ptr<BlockServer>> servers;
     std::map<std::string, std::unique_ptr<CommandListener>> listeners;
     const std::map<std::string, void (Peer::*)(Words&)> verbs{
+        {"limit", &Peer::limit},
         {"open", &Peer::open},
         {"create", &Peer::create},
         {"connect", &Peer::connect},
