@@ -279,21 +279,33 @@ def read_equivalents():
     return reasons
 
 
-class Run:
+class Verdicts:
+    """What came of the mistakes, kept in files."""
+
     def __init__(self):
-        self.tests = Tests()
-        self.library = Library()
-        self.results = work / "results"
-        self.results.mkdir(parents=True, exist_ok=True)
+        self.folder = work / "results"
+        self.folder.mkdir(parents=True, exist_ok=True)
         self.unnoticed = f"unnoticed by {digest_of(files_in('tests'))}"
 
-    def known(self, mutant):
+    def of(self, mutant):
         """The verdict, if there is one."""
-        file = self.results / mutant.id
+        file = self.folder / mutant.id
         verdict = file.read_text() if file.exists() else None
         if verdict == self.unnoticed:
             return "unnoticed"
         return verdict if verdict and not verdict.startswith("unnoticed") else None
+
+    def add(self, mutant, verdict):
+        (self.folder / mutant.id).write_text(self.unnoticed if verdict == "unnoticed" else verdict)
+        if verdict == "unnoticed":
+            print(f"unnoticed: {mutant.file}:{mutant.line}: {mutant.before} => {mutant.after}", flush=True)
+
+
+class Run:
+    def __init__(self, verdicts):
+        self.verdicts = verdicts
+        self.tests = Tests()
+        self.library = Library()
 
     def attempt(self, mutant):
         folder = work / f"mutants/{os.getpid()}-{threading.get_ident()}"
@@ -303,9 +315,7 @@ class Run:
             verdict = notice(self.tests.executing(mutant), folder) or "unnoticed"
         else:
             verdict = "does not compile"
-        (self.results / mutant.id).write_text(self.unnoticed if verdict == "unnoticed" else verdict)
-        if verdict == "unnoticed":
-            print(f"unnoticed: {mutant.file}:{mutant.line}: {mutant.before} => {mutant.after}", flush=True)
+        self.verdicts.add(mutant, verdict)
 
 
 def kind_of(verdict):
@@ -316,12 +326,12 @@ def kind_of(verdict):
     return {"unnoticed": "unnoticed", "does not compile": "invalid", "hangs": "hangs"}.get(verdict, "fails")
 
 
-def report(run, mutants, equivalents):
+def report(verdicts, mutants, equivalents):
     """The figures as a table, and the names of the mistakes that go unnoticed."""
     counts = collections.defaultdict(collections.Counter)
     unnoticed = []
     for mutant in mutants:
-        kind = "equivalent" if mutant.name in equivalents else kind_of(run.known(mutant))
+        kind = "equivalent" if mutant.name in equivalents else kind_of(verdicts.of(mutant))
         if kind == "unnoticed":
             unnoticed.append(mutant)
         counts[mutant.file][kind] += 1
@@ -364,14 +374,16 @@ def main():
     part, parts = map(int, chosen.part.split("/"))
     end = time.monotonic() + chosen.seconds
     prepare()
-    run = Run()
+    verdicts = Verdicts()
     mutants = all_mutants()
     equivalents = read_equivalents()
     waiting = dict.fromkeys(mutant for file in chosen.file or [""] for mutant in mutants[part - 1::parts]
-                            if file in mutant.file and mutant.name not in equivalents and run.known(mutant) is None)
-    with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
-        list(pool.map(lambda mutant: run.attempt(mutant) if time.monotonic() < end else None, waiting))
-    table, unnoticed = report(run, mutants, equivalents)
+                            if file in mutant.file and mutant.name not in equivalents and verdicts.of(mutant) is None)
+    if waiting:
+        run = Run(verdicts)
+        with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
+            list(pool.map(lambda mutant: run.attempt(mutant) if time.monotonic() < end else None, waiting))
+    table, unnoticed = report(verdicts, mutants, equivalents)
     for name in sorted(equivalents.keys() - {mutant.name for mutant in mutants}):
         print(f"equivalent, but no mistake of ours: {name}")
     for mutant in unnoticed:
