@@ -353,12 +353,14 @@ TEST_F(Requester, SendsNothingWithoutCorrelation) {
     EXPECT_EQ(0U, standIn.journal().count("zmq_send"));
 }
 
-TEST_F(Requester, ThrowsWhenItCannotConnectOrSend) {
+TEST_F(Requester, ThrowsWhenACallFails) {
     standIn.fail("zmq_connect", EINVAL);
     EXPECT_EQ("Socket: Failed connecting/binding socket: Invalid argument on [Socket client]",
               textThrownBy([&] { ask(requester, "one"); }));
     standIn.fail("zmq_send", EHOSTUNREACH);
     EXPECT_EQ("Send error: Host unreachable on [Socket client]", textThrownBy([&] { ask(requester, "one"); }));
+    standIn.fail("zmq_msg_recv", EHOSTUNREACH);
+    EXPECT_EQ("Receive error: Host unreachable on [Socket client]", textThrownBy([&] { ask(requester, "one"); }));
 }
 
 TEST_F(Requester, RefusesNoAttemptAndNoTime) {
