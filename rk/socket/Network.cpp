@@ -82,7 +82,7 @@ void Network::setMaxMessageSize(std::int64_t bytes) {
     if (bytes == 0 || bytes < -1) {
         refuseArgument("Message size of " + std::to_string(bytes) + " bytes: at least 1, or -1 for no limit");
     }
-    change(&NetworkSettings::maxMessageSize, std::optional(bytes < 0 ? bytes : std::max(bytes, leastMessageSize)));
+    change(&NetworkSettings::maxMessageSize, std::optional(bytes == -1 ? bytes : std::max(bytes, leastMessageSize)));
 }
 
 void Network::setQueueSize(int messages) {

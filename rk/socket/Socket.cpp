@@ -388,15 +388,14 @@ int Socket::receive(void* buffer, unsigned long size) {
 
 /// Retries if the failure was a jam.
 [[gnu::cold]] int Socket::receiveAfterFailure(void* buffer, std::size_t size) {
-    int result = -1;
     if (protocol == Protocol::Rep && zmq_errno() == EFSM) {
         repairJam();
-        result = zmq_recv(zmqSocket, buffer, size, 0);
+        const int result = zmq_recv(zmqSocket, buffer, size, 0);
+        if (result >= 0) {
+            return result;
+        }
     }
-    if (result < 0) {
-        throwReceiveFailure(header);
-    }
-    return result;
+    throwReceiveFailure(header);
 }
 
 void Socket::receiveProtoBuf(google::protobuf::Message* message, unsigned int size) {
@@ -429,12 +428,12 @@ PollResult::PollResult Socket::poll(unsigned int timeout, std::string& error) {
     // Where a long has 32 bits, a longer timeout would be negative, which is without limit.
     const auto milliseconds = std::min<std::int64_t>(timeout, std::numeric_limits<long>::max());
     const int ready = zmq_poll(&item, 1, static_cast<long>(milliseconds));
-    if (ready == 0) {
-        return PollResult::Timeout;
-    }
     if (ready < 0) {
         error = pollFailure(header);
         return PollResult::Failure;
+    }
+    if (ready == 0) {
+        return PollResult::Timeout;
     }
     if ((item.revents & ZMQ_POLLIN) != 0) {
         return PollResult::Input;
