@@ -198,7 +198,8 @@ class Library:
     def including(self, source, file=None):
         """The headers of ours that the file of the source includes, directly or not."""
         text = (self.folders[source] / (file or source)).read_text()
-        direct = re.findall(r"^#include <(rk/.*)>$", text, re.MULTILINE)
+        included = re.findall(r"^#include <(rk/.*)>$", text, re.MULTILINE)
+        direct = [header for header in included if (self.folders[source] / header).exists()]  # others are generated
         return set(direct).union(*(self.including(source, header) for header in direct))
 
 
@@ -232,15 +233,13 @@ def verdict_of(executable, seconds, folder):
             pass
         process.wait()
         process.stdout.close()
-    if process.returncode == 0:
-        return None
-    return failed or f"ends with {process.returncode}"
+    return failed or (f"ends with {process.returncode}" if process.returncode != 0 else None)
 
 
 def follow(process, seconds):
-    """Reads the output until the process ends, and returns which test has failed. Raises TimeoutError if a test hangs."""
+    """Reads the output until the process ends or a test fails. Returns which. Raises TimeoutError if a test hangs."""
     ended = os.pidfd_open(process.pid)
-    rest, failed = b"", None
+    rest = b""
     end = time.monotonic() + patience
     try:
         while True:
@@ -250,13 +249,15 @@ def follow(process, seconds):
             output = os.read(process.stdout.fileno(), 1 << 16) if process.stdout in ready else b""
             if not output and ended in ready:
                 process.wait()
-                return failed
+                return None
             *lines, rest = (rest + output).split(b"\n")
             for line in lines:
                 found = re.match(rb"\[ +(RUN|FAILED|OK) +\] ([^\s,]+)", line)
                 if found:
-                    end = time.monotonic() + patience + 4 * seconds.get(found.group(2).decode(), 0)
-                    failed = failed or (found.group(2).decode() if found.group(1) == b"FAILED" else None)
+                    test = found.group(2).decode()
+                    if found.group(1) == b"FAILED":
+                        return test
+                    end = time.monotonic() + patience + 4 * seconds.get(test, 0)
     finally:
         os.close(ended)
 

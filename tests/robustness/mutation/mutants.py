@@ -55,6 +55,7 @@ class Mutant:
     before: str
     after: str
     text: str
+    function_text: str  # with the mistake
 
     @property
     def name(self):
@@ -63,8 +64,8 @@ class Mutant:
 
     @property
     def id(self):
-        """The same as long as nothing but comments and the layout of the file change."""
-        code = token.sub(lambda found: "" if found.lastgroup == "comment" else found.group(), self.text)
+        """The same as long as nothing but comments and the layout of the function change."""
+        code = token.sub(lambda found: "" if found.lastgroup == "comment" else found.group(), self.function_text)
         return hashlib.sha256(f"{self.file} {' '.join(code.split())}".encode()).hexdigest()[:16]
 
 
@@ -126,9 +127,18 @@ class Source:
 
     def mutant(self, first, last, new):
         """The file with the lines from `first` to `last` replaced by `new`."""
+        begin, end = self.function_around(first, last)
+        function_text = "\n".join(self.lines[begin:first] + new + self.lines[last + 1:end])
         text = "\n".join(self.lines[:first] + new + self.lines[last + 1:])
         shown = [" ".join(line.strip() for line in lines) for lines in (self.lines[first:last + 1], new)]
-        return Mutant(self.file, self.function_at(first), first + 1, last + 1, shown[0], shown[1] or ";", text)
+        return Mutant(self.file, self.function_at(first), first + 1, last + 1, shown[0], shown[1] or ";", text,
+                      function_text)
+
+    def function_around(self, first, last):
+        """Where what lies between two closing braces in the first column begins and ends."""
+        begin = max((number + 1 for number in range(first) if self.lines[number].startswith("}")), default=0)
+        end = next((number for number in range(last, len(self.lines)) if self.lines[number].startswith("}")), None)
+        return begin, len(self.lines) if end is None else end + 1
 
     def function_at(self, number):
         """The name of what the line stands in."""
