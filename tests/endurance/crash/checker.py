@@ -3,7 +3,7 @@
 import collections
 import math
 
-from history import SECOND, History, role
+from history import SECOND, History, Intervals, role
 
 # How soon all clients are served again after the last disturbance. 0MQ reconnects after a tenth of a second, and the
 # client repeats what was lost. The rest is for a machine under load.
@@ -139,17 +139,20 @@ def requests_keep_their_order(history):
 
 
 def steady_requests_are_served(history):
-    """A request is lost although no process was disturbed, on a connection that had worked since the last time."""
+    """A request is lost although no process was disturbed, on a connection that had worked since the last time and
+    since the client's last repair. A client that repairs again drops what has not left it, however slow the machine."""
     served = _served(history)
     for client in history.roles("client"):
         disturbed = history.disturbed("server", client)
         for process in history.processes(client):
-            worked = -math.inf  # when the latest request was sent that was answered
+            repairs = Intervals((event.time, event.time) for event in history.of_process[process] if event.kind == "repair")
+            sent = answered = -math.inf  # the latest request that was answered
             for asked, event in _outcomes(history, process, "reply", "timeout"):
                 if asked and event.kind == "reply":
-                    worked = asked.time
+                    sent, answered = asked.time, event.time
                 elif asked and not disturbed.touch(asked.time, event.time):
-                    steady = worked > disturbed.last_end_before(asked.time)
+                    steady = sent > disturbed.last_end_before(asked.time)
+                    steady = steady and answered > repairs.last_end_before(event.time)
                     if steady and (process, *asked.args) not in served:
                         yield f"{process} {' '.join(asked.args)} is lost, though nothing was disturbed"
 

@@ -75,6 +75,8 @@ CASES = {
     "requests out of order on two connections": ({}, "1.36 server#2 serve client-1#1 3 1", ""),
     "a request lost in calm": (
         {}, "6.1 client-1#1 ask 6 1\n6.4 client-1#1 timeout 6 1", "steady_requests_are_served"),
+    "a request lost on a connection that has not worked yet": (
+        {}, "6.1 client-1#1 ask 6 1\n6.11 client-1#1 repair\n6.4 client-1#1 timeout 6 1", ""),
     "a request served late in calm": (
         {}, "6.1 client-1#1 ask 6 1\n6.4 client-1#1 timeout 6 1\n6.5 server#2 serve client-1#1 6 1", ""),
     "a request lost while the server is rebuilt": (
