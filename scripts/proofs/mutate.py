@@ -4,7 +4,7 @@
 They notice a mistake by failing, crashing or hanging. Mistakes that do not change the library's behaviour are listed
 with the reason in tests/robustness/mutation/equivalent.txt, and are not tried.
 
-usage: scripts/prove mutate [--part N/M] [--seconds S] [--file PART-OF-NAME]... [--write]
+usage: scripts/prove mutate [--part N/M] [--seconds S] [--file PART-OF-NAME]... [--jobs N] [--write]
 
 Only tests that execute the changed line are run, tests that execute little else first. Results are stored in
 build/mutation, so that an interrupted run resumes there. Unnoticed mistakes are tried again when the tests have changed.
@@ -67,6 +67,13 @@ def is_of_googletest(command):
     return any(part.startswith("--gtest_filter=") for part in command)
 
 
+def lines_naming(mutant):
+    """The lines that contain the name that its line declares."""
+    declared = re.search(r"(\w+)(?: =|[{;[])", mutant.before)
+    name = re.compile(rf"\b{declared.group(1)}\b") if declared else re.compile(r"(?!)")
+    return {number for number, line in enumerate(mutant.text.split("\n"), 1) if name.search(line)}
+
+
 class Tests:
     """The tests, with the lines of the library that each executes, and the seconds that it takes."""
 
@@ -74,6 +81,7 @@ class Tests:
         listed = json.loads(run(["ctest", "--show-only=json-v1"]))["tests"]
         commands = [test["command"] for test in listed if is_of_googletest(test.get("command", []))]
         self.sources = digest_of(files_in("rk"))
+        self.noticed = collections.defaultdict(collections.Counter)  # by file, how many mistakes each test has noticed
         self.executables = {program: digest_of([program]) for program in {command[0] for command in commands}}
         shutil.rmtree(work / "profiles", ignore_errors=True)  # of a run that was ended
         with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
@@ -117,12 +125,16 @@ class Tests:
         return {"executable": command[0], "name": name, "seconds": seconds, "lines": lines}
 
     def executing(self, mutant):
-        """The tests that execute one of its lines, the most specific first; all of them, for a value that is no code."""
-        def executes(test):
-            lines = test["lines"].get(mutant.file, ())
-            return any(mutant.line - 1 <= line <= mutant.last for line in lines)
-        found = [test for test in self.tests if executes(test)] or [test for test in self.tests if test["lines"]]
-        return sorted(found, key=lambda test: (sum(map(len, test["lines"].values())), test["seconds"]))
+        """The tests that execute one of its lines, first those that have noticed most in the file, then the most specific.
+        For a value that is no code, the tests that execute a line with its name. If there are none, all tests."""
+        lines = set(range(mutant.line - 1, mutant.last + 1))
+        found = self.executing_one_of(mutant.file, lines) or self.executing_one_of(mutant.file, lines_naming(mutant))
+        found = found or [test for test in self.tests if test["lines"]]
+        noticed = self.noticed[mutant.file]
+        return sorted(found, key=lambda test: (-noticed[test["name"]], sum(map(len, test["lines"].values())), test["seconds"]))
+
+    def executing_one_of(self, file, lines):
+        return [test for test in self.tests if not lines.isdisjoint(test["lines"].get(file, ()))]
 
 
 # Libraries with a mistake
@@ -180,7 +192,7 @@ class Library:
         compiler, *options = self.commands[source]
         command = [compiler, *(f"-I{folder}" for folder in folders), *options, "-w", "-include-pch", self.headers,
                    "-include", "typeinfo", "-c", str(text), "-o", target]
-        return subprocess.run(command, cwd=build, stderr=subprocess.DEVNULL).returncode == 0
+        return subprocess.run(command, cwd=build, stderr=subprocess.DEVNULL, start_new_session=True).returncode == 0
 
     def make(self, mutant, folder):
         """Makes the library with the mistake in the folder. False if it does not compile or link."""
@@ -194,7 +206,7 @@ class Library:
                 if not self.compile(source, objects[source], folder / "changed"):
                     return False
         linked = subprocess.run([*self.link, *objects.values(), "-o", str(folder / library)], cwd=build,
-                                stderr=subprocess.DEVNULL)
+                                stderr=subprocess.DEVNULL, start_new_session=True)
         return linked.returncode == 0
 
     def including(self, source, file=None):
@@ -305,9 +317,11 @@ class Verdicts:
 
 
 class Run:
-    def __init__(self, verdicts):
+    def __init__(self, verdicts, mutants):
         self.verdicts = verdicts
         self.tests = Tests()
+        for mutant in mutants:
+            self.tests.noticed[mutant.file][verdicts.of(mutant)] += 1
         self.library = Library()
 
     def attempt(self, mutant):
@@ -318,6 +332,7 @@ class Run:
             verdict = notice(self.tests.executing(mutant), folder) or "unnoticed"
         else:
             verdict = "does not compile"
+        self.tests.noticed[mutant.file][verdict] += 1
         self.verdicts.add(mutant, verdict)
 
 
@@ -372,6 +387,7 @@ def main():
     arguments.add_argument("--part", default="1/1")
     arguments.add_argument("--seconds", type=float, default=float("inf"))
     arguments.add_argument("--file", action="append")
+    arguments.add_argument("--jobs", type=int, default=at_once)
     arguments.add_argument("--write", action="store_true")
     chosen = arguments.parse_args()
     part, parts = map(int, chosen.part.split("/"))
@@ -383,8 +399,8 @@ def main():
     waiting = dict.fromkeys(mutant for file in chosen.file or [""] for mutant in mutants[part - 1::parts]
                             if file in mutant.file and mutant.name not in equivalents and verdicts.of(mutant) is None)
     if waiting:
-        run = Run(verdicts)
-        with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
+        run = Run(verdicts, mutants)
+        with concurrent.futures.ThreadPoolExecutor(chosen.jobs) as pool:
             list(pool.map(lambda mutant: run.attempt(mutant) if time.monotonic() < end else None, waiting))
     table, unnoticed = report(verdicts, mutants, equivalents)
     for name in sorted(equivalents.keys() - {mutant.name for mutant in mutants}):
