@@ -72,7 +72,7 @@ private:
         if (wireTypeOf(tag) == LengthDelimited && field->is_packable()) {
             return within([&] { return inspectPacked(*field, expected); });
         }
-        result.mismatches.insert(fullNameOf(field) + " is not encoded as " + field->type_name() +
+        result.mismatches.insert(fullNameOf(field) + " is not encoded as " + std::string(field->type_name()) +
                                  ": is it the right type?");
         return skip(tag);
     }

@@ -105,6 +105,20 @@ enum class Wanted {
 
 std::string converted(CodedInputStream& stream, const Descriptor* type, Wanted wanted);
 
+// The message has been parsed before, so what its tags announce is there: these cannot fail.
+
+std::uint64_t varintFrom(CodedInputStream& stream) {
+    std::uint64_t number = 0;
+    static_cast<void>(stream.ReadVarint64(&number));
+    return number;
+}
+
+std::string bytesFrom(CodedInputStream& stream, int size) {
+    std::string bytes;
+    static_cast<void>(stream.ReadString(&bytes, size));
+    return bytes;
+}
+
 /// Writes the contents of a message or group with the framing of its kind.
 void append(CodedOutputStream& output, std::uint32_t tag, const std::string& contents, bool asGroup) {
     output.WriteTag(withWireType(tag, asGroup ? StartGroup : LengthDelimited));
@@ -126,10 +140,7 @@ void convertField(CodedInputStream& stream, CodedOutputStream& output, std::uint
     if (isGroup) {
         append(output, tag, converted(stream, inner, wanted), wanted == Wanted::Groups || inner == nullptr);
     } else if (wireTypeOf(tag) == LengthDelimited) {
-        std::uint32_t size = 0;
-        std::string contents;
-        stream.ReadVarint32(&size);
-        stream.ReadString(&contents, static_cast<int>(size));
+        std::string contents = bytesFrom(stream, static_cast<int>(varintFrom(stream)));
         if (inner != nullptr) {
             CodedInputStream part = streamOf(contents);
             contents = converted(part, inner, wanted);
@@ -140,15 +151,11 @@ void convertField(CodedInputStream& stream, CodedOutputStream& output, std::uint
         append(output, tag, contents,
                wanted == Wanted::Groups && inner != nullptr && field->type() == FieldDescriptor::TYPE_GROUP);
     } else if (wireTypeOf(tag) == Varint) {
-        std::uint64_t number = 0;
-        stream.ReadVarint64(&number);
         output.WriteTag(tag);
-        output.WriteVarint64(number);
+        output.WriteVarint64(varintFrom(stream));
     } else {
-        std::string bytes;
-        stream.ReadString(&bytes, wireTypeOf(tag) == Fixed64 ? 8 : 4);
         output.WriteTag(tag);
-        output.WriteString(bytes);
+        output.WriteString(bytesFrom(stream, wireTypeOf(tag) == Fixed64 ? 8 : 4));
     }
 }
 
