@@ -2,8 +2,12 @@ include(Flags)
 
 # The warnings that the project is clean of, those that the compiler at hand knows. The presets make them errors.
 function(rk_enable_warnings target)
+  set(useless_cast "")
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8) # with 32 bits, casts between int and size_t are useless
+    set(useless_cast -Wuseless-cast)
+  endif()
   rk_known_compile_options(warnings
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wuseless-cast -Wcast-align
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast ${useless_cast} -Wcast-align
     -Wcast-qual -Wduplicated-cond -Wlogical-op -Wnull-dereference -Woverloaded-virtual -Wformat=2
     -Wimplicit-fallthrough -Wundef -Wextra-semi)
   target_compile_options(${target} PRIVATE ${warnings})

@@ -16,15 +16,15 @@ using SystemClock = std::chrono::system_clock;
 
 /// "2026-01-31T12:00:00.123456Z".
 std::string timestamp(std::chrono::steady_clock::time_point arrival) {
-    using std::chrono::microseconds;
+    using Microseconds = std::chrono::duration<long, std::micro>;
     const auto time = SystemClock::now() - (std::chrono::steady_clock::now() - arrival);
-    const auto sinceEpoch = std::chrono::duration_cast<microseconds>(time.time_since_epoch()).count();
-    const std::time_t seconds{sinceEpoch / microseconds::period::den};
+    const std::time_t seconds = SystemClock::to_time_t(time);
+    const auto fraction = std::chrono::duration_cast<Microseconds>(time - SystemClock::from_time_t(seconds)).count();
     std::tm broken{};
     ::gmtime_r(&seconds, &broken);
     std::array<char, 40> text{};
     const std::size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &broken);
-    std::snprintf(&text[size], text.size() - size, ".%06ldZ", sinceEpoch % microseconds::period::den);
+    std::snprintf(&text[size], text.size() - size, ".%06ldZ", fraction);
     return text.data();
 }
 

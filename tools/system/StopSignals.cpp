@@ -1,5 +1,6 @@
 #include "system/StopSignals.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -75,8 +76,12 @@ int StopSignals::signal() const {
 
 bool StopSignals::sleepUntil(Clock::time_point time) const {
     for (auto left = time - Clock::now(); left > Clock::duration::zero() && !requested(); left = time - Clock::now()) {
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-        const timespec limit{seconds.count(), (left - seconds).count()};
+        // Types of timespec, which may have 32 bits.
+        using Seconds = std::chrono::duration<std::time_t>;
+        using Nanoseconds = std::chrono::duration<long, std::nano>;
+        const auto wait = std::min<Clock::duration>(left, std::chrono::hours(1));
+        const auto seconds = std::chrono::duration_cast<Seconds>(wait);
+        const timespec limit{seconds.count(), std::chrono::duration_cast<Nanoseconds>(wait - seconds).count()};
         pollfd item{wakeUp, POLLIN, 0};
         ::ppoll(&item, 1, &limit, nullptr);
     }

@@ -99,8 +99,9 @@ bool Inbox::poll(Clock::time_point deadline) {
     std::transform(wires.begin(), wires.end(), items.begin(),
                    [](const Wire* wire) { return zmq_pollitem_t{wire->native(), 0, ZMQ_POLLIN, 0}; });
     items.back() = {nullptr, stop.descriptor(), ZMQ_POLLIN, 0};
-    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-    const int result = zmq_poll(items.data(), static_cast<int>(items.size()), std::max<long>(left.count(), 0));
+    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
+    const int limit = static_cast<int>(std::max<milliseconds::rep>(left, 0)); // at most checkInterval
+    const int result = zmq_poll(items.data(), static_cast<int>(items.size()), limit);
     if (result < 0 && zmq_errno() != EINTR) {
         throw std::runtime_error(zmq_strerror(zmq_errno()));
     }

@@ -10,7 +10,7 @@ extern "C" {
 
 int chmod(const char* path, mode_t mode) {
     static auto* const real = next<decltype(chmod)>("chmod");
-    Call call{Function::Chmod, __builtin_return_address(0), nullptr, path, mode};
+    Call call{Function::Chmod, __builtin_return_address(0), nullptr, path, static_cast<long>(mode)};
     const auto go = [&] { return real(call.text, mode); };
     return static_cast<int>(perform(call, Real(go)));
 }
@@ -24,7 +24,7 @@ int gettimeofday(timeval* __restrict now, void* __restrict zone) {
 
 int usleep(useconds_t time) {
     static auto* const real = next<decltype(usleep)>("usleep");
-    Call call{Function::Usleep, __builtin_return_address(0), nullptr, nullptr, time};
+    Call call{Function::Usleep, __builtin_return_address(0), nullptr, nullptr, static_cast<long>(time)};
     const auto go = [&] { return real(time); };
     return static_cast<int>(perform(call, Real(go)));
 }
