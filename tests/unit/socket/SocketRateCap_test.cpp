@@ -139,7 +139,7 @@ TEST_F(SocketRateCap, TakesSizesModulo32Bits) {
     sendText(socket, "first");
     standIn.answer("zmq_send", 0);
 
-    socket.send(nullptr, 4294967296UL + mega / 2);
+    socket.send(nullptr, static_cast<unsigned long>(4294967296ULL + mega / 2));
 
     EXPECT_THAT(pauses(), ElementsAre("usleep 500000"));
 }

@@ -111,7 +111,7 @@ TEST_F(SocketStatistics, CountASizeModulo32Bits) {
     }
     standIn.setClock(101.0);
     standIn.answer("zmq_send", 0);
-    socket.send(nullptr, 4294967296UL + mega);
+    socket.send(nullptr, static_cast<unsigned long>(4294967296ULL + mega));
 
     EXPECT_THAT(lines(), ElementsAre(megabyte));
 }
