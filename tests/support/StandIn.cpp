@@ -11,6 +11,7 @@
 #include <sstream>
 #include <sys/eventfd.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 namespace rk::tests {
 
@@ -73,8 +74,9 @@ std::string optionValue(const Call& call) {
 std::string lineOf(const Call& call) {
     switch (call.function) {
     case Function::ZmqSocket:
-    case Function::Usleep:
         return lineOf(call.name(), " ", call.number);
+    case Function::Usleep:
+        return lineOf(call.name(), " ", static_cast<useconds_t>(call.number));
     case Function::ZmqBind:
     case Function::ZmqConnect:
     case Function::ZmqDisconnect:
@@ -153,13 +155,13 @@ bool readTestClock(timeval& now) {
     return true;
 }
 
-bool advanceTestClock(long pause) {
+bool advanceTestClock(useconds_t pause) {
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);
     if (!s.clock) {
         return false;
     }
-    *s.clock += static_cast<double>(pause) / 1000000.0;
+    *s.clock += pause / 1000000.0;
     return true;
 }
 
@@ -171,7 +173,7 @@ std::intptr_t goOn(Call& call, const Real& real) {
     case Function::Gettimeofday:
         return readTestClock(*static_cast<timeval*>(call.object)) ? 0 : real();
     case Function::Usleep:
-        return advanceTestClock(call.number) ? 0 : real();
+        return advanceTestClock(static_cast<useconds_t>(call.number)) ? 0 : real();
     default:
         return real();
     }

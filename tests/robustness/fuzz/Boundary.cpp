@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <sys/time.h>
 #include <utility>
 
@@ -268,7 +269,10 @@ struct Calls {
 
     std::intptr_t readClock() const {
         add("").value = boundary.clock;
-        *static_cast<timeval*>(call.object) = {boundary.clock / 1000000, boundary.clock % 1000000};
+        const std::chrono::microseconds now(boundary.clock);
+        const auto seconds = std::chrono::duration_cast<std::chrono::duration<time_t>>(now);
+        const auto rest = std::chrono::duration_cast<std::chrono::duration<suseconds_t, std::micro>>(now - seconds);
+        *static_cast<timeval*>(call.object) = {seconds.count(), rest.count()};
         errno = leftover;
         return 0;
     }

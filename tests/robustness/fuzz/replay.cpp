@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,9 @@ std::vector<fs::path> filesOf(const fs::path& path) {
 }
 
 void replay(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::string content(fs::file_size(path), '\0');
-    file.read(content.data(), static_cast<std::streamsize>(content.size()));
+    std::ostringstream bytes;
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
+    const std::string content = bytes.str();
     std::fprintf(stderr, "%s\n", path.filename().c_str());
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
 }
