@@ -44,7 +44,9 @@ int connectTo(unsigned short port) {
 } // namespace
 
 RecordingProxy::RecordingProxy(unsigned short target)
-    : front(freshEndpoint(socket::Transport::Tcp)), listener(listenOn(front.port)), thread([=] { forward(target); }) {}
+    : front(freshEndpoint(socket::Transport::Tcp)),
+      listener(listenOn(front.port)),
+      thread([this, target] { forward(target); }) {}
 
 RecordingProxy::~RecordingProxy() {
     ending = true;
