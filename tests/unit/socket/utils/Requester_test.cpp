@@ -254,9 +254,13 @@ TEST_F(Requester, KeepsItsDeadlineAmongWrongReplies) {
 
 TEST_F(Requester, ReceivesAReplyOfAnySize) {
     const std::string large(3000000, 'x');
-    auto serving = this->serving([&] { server.send(server.receive(), large); });
+    auto serving = this->serving([&] {
+        server.send(server.receive(), large);
+        server.sendBytes(server.receive(), {""});
+    });
 
     EXPECT_EQ(large, ask(requester, "one"));
+    EXPECT_EQ("", ask(requester, "two"));
     serving.get();
 }
 
