@@ -28,7 +28,7 @@ std::int64_t encryptedSize(std::int64_t messageSize) {
     constexpr std::int64_t overhead = 33;
     constexpr std::int64_t handshake = 1024;
     constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max() - overhead;
-    return messageSize < 0 ? messageSize : std::max(std::min(messageSize, largest) + overhead, handshake);
+    return messageSize == -1 ? messageSize : std::max(std::min(messageSize, largest) + overhead, handshake);
 }
 
 /// When the system probes an idle connection, in seconds. Several probes, so that a lost packet does not end it.
@@ -81,7 +81,10 @@ void EndpointOptions::setMaxMessageSize(const SocketEndpoint& endpoint, const Ne
 void EndpointOptions::setSecurity(Protocol::Protocol protocol, const SocketEndpoint& endpoint,
                                   const Credentials& credentials) const {
     if (endpoint.transport != Transport::Tcp) {
-        setPlain(protocol);
+        setPlain();
+        if (binds(protocol)) {
+            setPlainDomain();
+        }
     } else if (binds(protocol)) {
         setServer(credentials.own);
     } else {
@@ -97,7 +100,7 @@ void EndpointOptions::setForWakeUp(const SocketEndpoint& endpoint, const Credent
     if (endpoint.transport == Transport::Tcp) {
         setClient(credentials.own.publicKey, credentials.wakeUp);
     } else {
-        setPlain(Protocol::Req);
+        setPlain();
     }
 }
 
@@ -121,12 +124,13 @@ void EndpointOptions::setClient(const std::string& serverKey, const Security::Ke
 }
 
 /// Undoes what an encrypted endpoint of the same socket may have set.
-void EndpointOptions::setPlain(Protocol::Protocol protocol) const {
+void EndpointOptions::setPlain() const {
     setNumber(ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER", 0);
-    if (binds(protocol)) {
-        setText(ZMQ_ZAP_DOMAIN, "ZMQ_ZAP_DOMAIN", Authenticator::plainDomain);
-        setNumber(enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN", 0);
-    }
+}
+
+void EndpointOptions::setPlainDomain() const {
+    setText(ZMQ_ZAP_DOMAIN, "ZMQ_ZAP_DOMAIN", Authenticator::plainDomain);
+    setNumber(enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN", 0);
 }
 
 void EndpointOptions::setPeerTimeout(Protocol::Protocol protocol, unsigned int seconds) const {
@@ -165,7 +169,7 @@ void EndpointOptions::requireNumber(int option, const char* name, int value) con
 }
 
 void EndpointOptions::requireDomain() const {
-    char actual[256] = "";
+    char actual[256];
     std::size_t size = sizeof actual;
     if (zmq_getsockopt(socket, ZMQ_ZAP_DOMAIN, actual, &size) < 0 || std::string(actual) != Authenticator::domain) {
         refuseLost("ZMQ_ZAP_DOMAIN");

@@ -34,7 +34,8 @@ private:
     void setSecurity(Protocol::Protocol protocol, const SocketEndpoint& endpoint, const Credentials& credentials) const;
     void setServer(const Security::KeyPair& own) const;
     void setClient(const std::string& serverKey, const Security::KeyPair& own) const;
-    void setPlain(Protocol::Protocol protocol) const;
+    void setPlain() const;
+    void setPlainDomain() const;
     void setPeerTimeout(Protocol::Protocol protocol, unsigned int seconds) const;
     void setNumber(int option, const char* name, int value) const;
     void setText(int option, const char* name, const std::string& value) const;

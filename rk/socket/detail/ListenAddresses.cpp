@@ -32,7 +32,7 @@ const in6_addr& ipv6(const sockaddr& address) {
 
 /// Adds `address`, unless it is of another family, or link-local, because that needs a zone.
 void add(Addresses& addresses, const sockaddr& address, bool withIpv6) {
-    char text[INET6_ADDRSTRLEN] = "";
+    char text[INET6_ADDRSTRLEN];
     std::string added;
     if (address.sa_family == AF_INET) {
         added = inet_ntop(AF_INET, &ipv4(address), text, sizeof text);
