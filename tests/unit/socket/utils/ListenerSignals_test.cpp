@@ -152,7 +152,7 @@ TEST_F(ListenerSignals, AllowAProfiler) {
 }
 
 TEST_F(ListenerSignals, SurviveAStormOfSigprof) {
-    pthread_t thread{};
+    std::atomic<pthread_t> thread{};
     listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
         thread = pthread_self();
         const BlockedSignals block(setOf(SIGPROF)); // a signal could interrupt the reply
