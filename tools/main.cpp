@@ -15,23 +15,26 @@ namespace rk::tools {
 
 namespace {
 
-const char* const exitStatuses = "Exit status:\n"
-                                 "  0         done; also when SIGINT or SIGTERM ended what has no end of its own,\n"
-                                 "            or the reader of the output is gone\n"
-                                 "  1         something failed, and a line on standard error says what\n"
-                                 "  2         the command line was not understood; nothing was done\n"
-                                 "  3         the time of --timeout ran out, and nothing else failed\n"
-                                 "  130, 143  SIGINT or SIGTERM came before the work was done\n"
-                                 "\n"
-                                 "'rk-socket COMMAND --help' shows a command's options, with examples.\n";
+const char* const footer = R"(
+Exit status:
+  0         done, also when a signal ends a command without an end, or the
+            reader of the output has gone
+  1         something failed, and a line on standard error says what
+  2         the command line is wrong, and nothing was done
+  3         the time of --timeout has passed, and nothing else failed
+  130, 143  SIGINT or SIGTERM arrived before the work was done
 
-/// The program's options, and its subcommands with theirs.
+'rk-socket COMMAND --help' shows the options of a command, and examples.
+See also 'man rk-socket'.
+)";
+
+/// The options of the program, and its subcommands with theirs.
 class Program {
 public:
     Program() : options("Inspect and talk to ZeroMQ endpoints: text, bytes, or protobuf messages as JSON.") {
         options.name("rk-socket");
         options.formatter(std::make_shared<Formatter>());
-        options.footer(exitStatuses);
+        options.footer(footer);
         options.option_defaults()->group("Options");
         options.set_help_flag("-h,--help", "show this help");
         options.set_version_flag("--version", RK_SOCKET_VERSION, "show the version");
@@ -39,43 +42,23 @@ public:
         for (const CommandEntry& entry : allCommands()) {
             CLI::App* const command = options.add_subcommand(entry.name, entry.purpose);
             commands[command] = entry.create(*command);
-            command->add_flag("-v,--verbose", verbose, "show what the library logs, on standard error")
+            command->add_flag("-v,--verbose", verbose, "show the log of the sockets on standard error")
                 ->group("General");
             command->set_help_flag("-h,--help", "show this help")->group("General");
         }
         options.get_subcommand("probe")->alias("check");
-        options.set_help_all_flag("--help-all", "show this help, and that of every command");
+        options.set_help_all_flag("--help-all", "show this help and that of every command");
     }
-
-    CLI::App options;
-    bool verbose = false;
 
     /// The subcommand that the user has chosen.
     Command& chosen() const { return *commands.at(options.get_subcommands().front()); }
 
+    CLI::App options;
+    bool verbose = false;
+
 private:
     std::map<const CLI::App*, std::unique_ptr<Command>> commands;
 };
-
-/// A reader that has gone has seen what it wanted.
-ExitStatus runWhileRead(Command& command, const Surroundings& surroundings) {
-    try {
-        return command.run(surroundings);
-    } catch (const ReaderGone&) {
-        return ExitStatus::Done;
-    }
-}
-
-int work(Command& command, const StopSignals& stop, Complaints& complaints) {
-    const ExitStatus status = runWhileRead(command, {stop, complaints});
-    if (complaints.any()) {
-        return static_cast<int>(ExitStatus::Failed);
-    }
-    if (status != ExitStatus::Done) {
-        return static_cast<int>(status);
-    }
-    return stop.requested() && !command.isEndless() ? 128 + stop.signal() : 0;
-}
 
 int print(const std::string& text, const StopSignals& stop) {
     Output output(stop);
@@ -84,34 +67,52 @@ int print(const std::string& text, const StopSignals& stop) {
     return 0;
 }
 
-int run(int argc, const char* const* argv) {
-    const StopSignals stop;
-    Complaints complaints;
+int work(Command& command, const StopSignals& stop, Complaints& complaints) {
+    ExitStatus status = ExitStatus::Done;
     try {
-        Program program;
-        if (argc == 1) {
-            std::fputs(program.options.help().c_str(), stderr);
-            return static_cast<int>(ExitStatus::Usage);
-        }
-        if (const auto information = parseCommandLine(program.options, argc, argv)) {
-            return print(*information, stop);
-        }
-        if (program.verbose) {
-            showLibraryLog();
-        }
-        return work(program.chosen(), stop, complaints);
+        status = command.run({stop, complaints});
     } catch (const ReaderGone&) {
-        return 0;
+        // It has read enough.
+    }
+    if (complaints.any()) {
+        status = ExitStatus::Failed;
+    }
+    const bool isInterrupted = status == ExitStatus::Done && stop.requested() && !command.isEndless();
+    return isInterrupted ? 128 + stop.signal() : static_cast<int>(status);
+}
+
+int run(int argc, const char* const* argv, const StopSignals& stop, Complaints& complaints) {
+    Program program;
+    if (argc == 1) {
+        std::fputs(program.options.help().c_str(), stderr);
+        return static_cast<int>(ExitStatus::Usage);
+    }
+    if (const auto information = parseCommandLine(program.options, argc, argv)) {
+        return print(*information, stop);
+    }
+    if (program.verbose) {
+        showLibraryLog();
+    }
+    return work(program.chosen(), stop, complaints);
+}
+
+int run(int argc, const char* const* argv) {
+    Complaints complaints;
+    ExitStatus status = ExitStatus::Failed;
+    try {
+        const StopSignals stop;
+        return run(argc, argv, stop, complaints);
+    } catch (const ReaderGone&) {
+        status = ExitStatus::Done;
     } catch (const Misuse& misuse) {
         complaints.add(misuse.what());
-        return static_cast<int>(ExitStatus::Usage);
+        status = ExitStatus::Usage;
     } catch (const std::bad_alloc&) {
         complaints.add("out of memory");
-        return static_cast<int>(ExitStatus::Failed);
     } catch (const std::exception& failure) {
         complaints.add(failure.what());
-        return static_cast<int>(ExitStatus::Failed);
     }
+    return static_cast<int>(status);
 }
 
 } // namespace

@@ -55,18 +55,11 @@ TEST_F(CommandLine, TakesValuesInBracketsAsTheyAre) {
     EXPECT_THAT(schemas, ElementsAre("[1,2]", "[3]"));
 }
 
-TEST_F(CommandLine, TakesSeveralSchemasPerOption) {
-    parse({"send", "--proto", "a.proto", RK_PLANT_SCHEMA, "x", RK_PLANT_SCHEMA, "--text", "T", "d.proto"});
+TEST_F(CommandLine, TakesASchemaPerOption) {
+    parse({"send", "--proto", "a.proto", RK_PLANT_SCHEMA, "x", "--proto", "d.proto"});
 
-    EXPECT_THAT(schemas, ElementsAre("a.proto", RK_PLANT_SCHEMA));
-    EXPECT_THAT(messages, ElementsAre("x", RK_PLANT_SCHEMA, "d.proto"));
-}
-
-TEST_F(CommandLine, TakesAMessageForNoSchema) {
-    parse({"send", "--proto", "a.proto", "message.proto"});
-
-    EXPECT_THAT(schemas, ElementsAre("a.proto"));
-    EXPECT_THAT(messages, ElementsAre("message.proto"));
+    EXPECT_THAT(schemas, ElementsAre("a.proto", "d.proto"));
+    EXPECT_THAT(messages, ElementsAre(RK_PLANT_SCHEMA, "x"));
 }
 
 TEST_F(CommandLine, TakesControlCharactersAsTheyAre) {

@@ -20,18 +20,13 @@ protected:
     Options() {
         command.formatter(std::make_shared<Formatter>());
         addEndpoints(command, socket, "where");
-        addRate(command, socket);
+        addSending(command, socket, "drop");
         addSocket(command, socket, "outgoing", true);
-        addClosePolicy(command, socket, "drop");
-        addHex(command, codec);
-        addFormat(command, codec, "messages");
-        addEnvelope(command, envelope);
-        addSchema(command, codec, envelope, "messages");
-        addReplyType(command, codec);
+        addMessages(command, codec, envelope, Direction::Both);
         addCount(command, repetition, "how many");
         addTime(command, "--delay", delay, "how long before");
-        inbox.timeout = std::chrono::seconds(5);
-        addInbox(command, inbox, "how long");
+        addTime(command, "-t,--timeout", timeout, "how long");
+        addSize(command, "--max-size", socket.maxSize, "how large");
     }
 
     void parse(std::vector<std::string> arguments) {
@@ -45,7 +40,7 @@ protected:
     EnvelopeSettings envelope;
     Repetition repetition;
     std::chrono::nanoseconds delay = std::chrono::milliseconds(500);
-    InboxSettings inbox;
+    std::optional<std::chrono::nanoseconds> timeout = std::chrono::seconds(5);
 };
 
 } // namespace
@@ -62,9 +57,9 @@ TEST_F(Options, KeepDefaultsWhenNotGiven) {
     EXPECT_EQ(std::nullopt, codec.type);
     EXPECT_THAT(codec.protoFiles, IsEmpty());
     EXPECT_EQ(std::nullopt, repetition.count);
-    EXPECT_EQ(std::chrono::seconds(5), inbox.timeout);
+    EXPECT_EQ(std::chrono::seconds(5), timeout);
     EXPECT_EQ(std::chrono::milliseconds(500), delay);
-    EXPECT_EQ(67108864U, inbox.maxSize);
+    EXPECT_EQ(67108864U, socket.maxSize);
 }
 
 TEST_F(Options, TakeTheValuesGiven) {
@@ -78,9 +73,9 @@ TEST_F(Options, TakeTheValuesGiven) {
     EXPECT_TRUE(codec.hex);
     EXPECT_EQ(Format::Hex, codec.format);
     EXPECT_EQ(3U, repetition.count);
-    EXPECT_EQ(std::chrono::seconds(2), inbox.timeout);
+    EXPECT_EQ(std::chrono::seconds(2), timeout);
     EXPECT_EQ(std::chrono::milliseconds(10), delay);
-    EXPECT_EQ(1024U, inbox.maxSize);
+    EXPECT_EQ(1024U, socket.maxSize);
 }
 
 TEST_F(Options, ShowDefaultsInTheHelp) {

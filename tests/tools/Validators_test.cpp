@@ -77,7 +77,7 @@ TEST(Validators, RefusesEndpointsWithTheReason) {
     EXPECT_EQ("'udp://a:1' is no endpoint: tcp://HOST:PORT or ipc://PATH", endpoint()(std::string("udp://a:1")));
     EXPECT_EQ("'tcp://a' is no endpoint: tcp://HOST:PORT or ipc://PATH", endpoint()(std::string("tcp://a")));
     EXPECT_EQ("'tcp://:1' is no endpoint: tcp://HOST:PORT or ipc://PATH", endpoint()(std::string("tcp://:1")));
-    EXPECT_EQ("inproc://a: inproc endpoints reach nobody outside this process", endpoint()(std::string("inproc://a")));
+    EXPECT_EQ("inproc://a: inproc endpoints reach no other process", endpoint()(std::string("inproc://a")));
     for (const std::string text : {"tcp://a:0", "tcp://a:65536", "tcp://a:", "tcp://a:80x", "tcp://a:-1"}) {
         EXPECT_EQ(text + ": the port has to be a number from 1 to 65535", endpoint()(text));
     }

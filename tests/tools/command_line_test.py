@@ -12,6 +12,7 @@ from harness import PATIENCE, SOURCES, TOOL, Terminal, ToolTest
 
 COMPLETIONS = os.path.join(SOURCES, "tools/documents")
 MANUAL = os.path.join(os.path.dirname(TOOL), "rk-socket.1")
+ENVIRONMENT = dict(os.environ, PATH=os.path.dirname(TOOL) + ":" + os.environ["PATH"])
 COMMANDS = ["sub", "pub", "req", "rep", "push", "pull", "probe", "types", "keygen", "pubkey"]
 
 
@@ -71,7 +72,7 @@ class Help(ToolTest):
         script = 'compopt() { :; }; source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _rk_socket; ' \
                  'printf "%s\n" "${COMPREPLY[@]}"'
         done = subprocess.run(["bash", "-euc", script, os.path.join(COMPLETIONS, "rk-socket.bash"), *words],
-                              capture_output=True, cwd=self.folder)
+                              capture_output=True, cwd=self.folder, env=ENVIRONMENT)
         self.assertEqual((0, b""), (done.returncode, done.stderr))
         return set(done.stdout.decode().split())
 
@@ -104,7 +105,7 @@ class ZSh:
     def __init__(self, folder):
         self.master, terminal = pty.openpty()
         self.process = subprocess.Popen(["zsh", "-f", "-i"], stdin=terminal, stdout=terminal, stderr=terminal,
-                                        env=dict(os.environ, TERM="dumb", HOME=folder), start_new_session=True)
+                                        env=dict(ENVIRONMENT, TERM="dumb", HOME=folder), start_new_session=True)
         os.close(terminal)
         os.write(self.master, b"PS1=''; LISTMAX=1000; setopt interactive_comments; fpath=(%s $fpath); autoload -Uz compinit; "
                               b"compinit -u -D; echo rea''dy\n" % COMPLETIONS.encode())

@@ -144,7 +144,7 @@ class Protobuf(ToolTest):
         receipt, (status, output, errors) = self.ask(plant.Order(name="a").SerializeToString(), "--command", "echo x")
 
         self.assertEqual((plant.Receipt(), 1, b'{"name":"a"}\n'), (receipt, status, output))
-        self.assertRegex(errors, "^rk-socket: answered with an empty block: not a plant.Receipt in JSON: .*\n$")
+        self.assertRegex(errors, "^rk-socket: answered with an empty reply: not a plant.Receipt in JSON: .*\n$")
 
     def test_a_fixed_reply_that_is_no_json_is_refused_at_once(self):
         status, output, errors = self.run_tool("rep", self.fresh_endpoint(), *self.OPTIONS, "--reply", "{")

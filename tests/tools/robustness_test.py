@@ -178,8 +178,9 @@ class Memory(ToolTest):
         status, output, errors = sub.end()
 
         self.assertEqual((1, b"next\n"), (status, output))
+        # A remark may follow if the publisher is too busy to answer.
         self.assertEqual("rk-socket: %s: connecting again, after the other side sent a message longer than --max-size 1048576 "
-                         "or broke the protocol\n" % endpoint, errors)
+                         "or broke the protocol" % endpoint, errors.splitlines()[0])
 
     @LIMITED
     def test_a_recording_with_a_wrong_length_is_refused(self):
@@ -221,12 +222,12 @@ class Commands(ToolTest):
     def test_one_that_hangs_is_killed_and_the_next_request_served(self):
         # The sleep is the command that hangs. The tool kills it.
         self.assertEqual(([b"", b"a"], (1, b"hang\na\n", "rk-socket: the command was killed, and the request answered with an "
-                                                         "empty block: it took longer than 100 ms\n")),
+                                                         "empty reply: it took longer than 100 ms\n")),
                          self.ask('read x; [ "$x" != hang ] || sleep 1000; printf "$x"', "--command-timeout", "100ms"))
 
     def test_one_that_writes_without_end_is_killed(self):
         self.assertEqual(([b"", b"a"], (1, b"hang\na\n", "rk-socket: the command was killed, and the request answered with an "
-                                                         "empty block: it wrote more than 1000 bytes\n")),
+                                                         "empty reply: it wrote more than 1000 bytes\n")),
                          self.ask('read x; [ "$x" != hang ] || yes; printf "$x"', "--command-output", "1000"))
 
     def test_processes_in_its_background_do_not_delay_the_reply(self):
@@ -317,6 +318,18 @@ class Connections(ToolTest):
                          self.remark(endpoint))
         self.assertEqual("rk-socket: %s: a ROUTER socket listens there, which does not talk to a PULL socket\n" % endpoint,
                          self.remark(endpoint, "pull"))
+
+    @unittest.skipUnless(socket.has_dualstack_ipv6(), "the machine has no IPv6")
+    def test_ipv6_is_used_and_its_lack_named(self):
+        endpoint = "tcp://[::1]:%d" % free_port()
+        pub = self.start("pub", endpoint, "a", "--ipv6", "--listen-on", "::1", "--wait", "1", "--verbose")
+        while "Connected" not in pub.process.stderr.readline().decode():
+            pass
+
+        self.assertEqual((0, b"%s: ZMTP 3.1, mechanism NULL, a XPUB socket\n" % endpoint.encode(), ""),
+                         self.run_tool("probe", endpoint))
+        self.assertEqual("rk-socket: %s: IPv6 needs --ipv6\n" % endpoint, self.remark(endpoint))
+        self.assertEqual((0, b"a\n", ""), self.run_tool("sub", endpoint, "--ipv6", "--count", "1"))
 
     def test_a_right_peer_that_follows_a_wrong_one_is_heard(self):
         endpoint = "tcp://127.0.0.1:%d" % free_port()

@@ -2,15 +2,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <filesystem>
 
 namespace rk::tools {
 
 namespace {
 
-// The parser takes an argument in brackets for a list, which it splits at its commas, "++" for the end of a subcommand, and
-// an argument that begins with a dash for an option, even behind "--" once it has found a message. A mark in front hides
-// what they look like.
+// The parser splits an argument in brackets at its commas, and ends a subcommand at "++". It takes each argument with a dash
+// for an option, even behind "--" once it has found a message. A mark in front prevents this.
 constexpr char mark = '\1';
 
 bool needsMark(const std::string& argument) {
@@ -18,30 +16,16 @@ bool needsMark(const std::string& argument) {
     return looksLikeList || argument == "++" || (!argument.empty() && argument.front() == mark);
 }
 
-/// Whether an argument behind the value of --proto is another one.
-bool isSchema(const std::string& argument) {
-    const std::filesystem::path path = argument;
-    std::error_code ignored;
-    return path.extension() == ".proto" && std::filesystem::is_regular_file(path, ignored);
-}
-
-/// The arguments as the parser wants them: what would mislead it hidden, and --proto before every schema that follows
-/// one.
+/// Returns the arguments, with a mark on each that would mislead the parser.
 std::vector<std::string> prepared(int argc, const char* const* argv) {
     std::vector<std::string> arguments;
     bool messagesOnly = false;
-    bool amongSchemas = false;
     for (int index = 1; index < argc; ++index) {
         const std::string argument = argv[index];
-        if (messagesOnly) {
-            arguments.push_back(mark + argument);
-        } else if (argument == "--") {
+        if (!messagesOnly && argument == "--") {
             messagesOnly = true;
-        } else if (amongSchemas && isSchema(argument)) {
-            arguments.insert(arguments.end(), {"--proto", argument});
         } else {
-            amongSchemas = index > 1 && std::string(argv[index - 1]) == "--proto";
-            arguments.push_back(needsMark(argument) ? mark + argument : argument);
+            arguments.push_back(messagesOnly || needsMark(argument) ? mark + argument : argument);
         }
     }
     return arguments;
@@ -51,7 +35,7 @@ std::string revealed(const std::string& argument) {
     return !argument.empty() && argument.front() == mark ? argument.substr(1) : argument;
 }
 
-/// Has the marks taken away before anything looks at a value.
+/// Removes the marks before anything looks at a value.
 void revealValues(CLI::App& app) {
     for (CLI::Option* option : app.get_options()) {
         option->transform(revealed, "");

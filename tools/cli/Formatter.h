@@ -7,7 +7,7 @@
 
 namespace rk::tools {
 
-/// Lays out what --help and --help-all print, in 80 columns. Uses what all releases of CLI11 have in common.
+/// Lays out the output of --help and --help-all in 80 columns, independent of the release of CLI11.
 class Formatter : public CLI::FormatterBase {
 public:
     std::string make_help(const CLI::App* command, std::string name, CLI::AppFormatMode mode) const override;
@@ -18,7 +18,7 @@ struct Example {
     std::string command;
 };
 
-/// Ends the help of `command` with the units that its values may have, and with examples.
-void addExamples(CLI::App& command, const std::vector<Example>& examples);
+/// Ends the help of `command` with the units of its values, notes and examples.
+void endHelp(CLI::App& command, const std::vector<std::string>& notes, const std::vector<Example>& examples);
 
 } // namespace rk::tools

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <limits>
 #include <map>
-#include <vector>
 
 namespace rk::tools {
 
@@ -16,45 +15,24 @@ namespace ClosePolicy = rk::socket::ClosePolicy;
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
-template <class Value>
-using Choices = std::vector<std::pair<std::string, Value>>;
-
-/// One of a few words, each of which stands for a value.
-template <class Value>
-void addChoice(CLI::App& command, const std::string& name, const std::string& placeholder, Value& target,
-               const Choices<Value>& choices, const std::string& description, const char* group) {
-    const std::map<std::string, Value> values(choices.begin(), choices.end());
-    std::vector<std::string> names;
-    std::string usual;
-    for (const auto& [word, value] : choices) {
-        names.push_back(word);
-        usual = value == target ? word : usual;
-    }
-    command
+/// Adds an option for one of a few words, each with its value.
+template <class Value, class Target>
+CLI::Option* addChoice(CLI::App& command, const std::string& name, const std::string& placeholder, Target& target,
+                       const std::map<std::string, Value>& choices, const std::string& description, const char* group) {
+    return command
         .add_option_function<std::string>(
-            name, [&target, values](const std::string& word) { target = values.at(word); }, description)
-        ->check(CLI::IsMember(names).description(""))
+            name, [&target, choices](const std::string& word) { target = choices.at(word); }, description)
+        ->check(CLI::IsMember(choices).description(""))
         ->type_name(placeholder)
-        ->default_str(usual)
         ->group(group);
 }
 
-/// May be given several times, with one value each.
-CLI::Option* addPaths(CLI::App& command, const std::string& name, const std::string& placeholder,
-                      std::vector<std::string>& paths, const std::string& description) {
-    return command.add_option(name, paths, description)
-        ->allow_extra_args(false)
-        ->check(notEmpty())
-        ->type_name(placeholder)
-        ->group(messageGroup);
-}
-
-/// Has `option` refused without one of the others.
-void needOneOf(CLI::App& command, const CLI::Option* option, const std::vector<const CLI::Option*>& others) {
-    command.parse_complete_callback([option, others] {
-        const auto given = [](const CLI::Option* other) { return other->count() > 0; };
-        if (given(option) && std::none_of(others.begin(), others.end(), given)) {
-            throw CLI::RequiresError(option->get_name(), others.front()->get_name());
+/// Refuses the option `first` without one of the others.
+void needOneOf(CLI::App& command, const std::string& first, const std::vector<std::string>& others) {
+    command.parse_complete_callback([&command, first, others] {
+        const auto given = [&command](const std::string& name) { return command.count(name) > 0; };
+        if (given(first) && std::none_of(others.begin(), others.end(), given)) {
+            throw CLI::RequiresError(first, others.front());
         }
     });
 }
@@ -65,14 +43,90 @@ std::string textOf(nanoseconds time) {
 }
 
 template <class Target>
-CLI::Option* addDuration(CLI::App& command, const std::string& name, Target& target, const std::string& description) {
+CLI::Option* addDuration(CLI::App& command, const std::string& name, Target& target, const std::string& description,
+                         nanoseconds usual) {
     return command
         .add_option_function<double>(
             name, [&target](const double& seconds) { target = nanoseconds(static_cast<std::int64_t>(seconds * 1e9)); },
             description)
         ->transform(duration())
+        ->default_str(usual.count() == 0 ? "" : textOf(usual))
         ->type_name("TIME")
         ->group(timeGroup);
+}
+
+void addReceiving(CLI::App& command, CodecSettings& codec, EnvelopeSettings& envelope) {
+    addChoice<Format>(
+        command, "--format", "FORMAT", codec.format,
+        {{"text", Format::Text}, {"hex", Format::Hex}, {"hexdump", Format::Hexdump}, {"raw", Format::Raw}},
+        "how to print messages: text (a line each, control characters escaped), hex (a line each), hexdump (lines of "
+        "16 "
+        "bytes) or raw (the bytes and nothing else)",
+        messageGroup)
+        ->default_str("text");
+    addFlag(command, "--parts", envelope.parts, "print all parts of a message in one line, not each in its own line",
+            messageGroup);
+    addFlag(command, "--timestamps", envelope.timestamps, "begin each message with the time of its arrival (UTC)",
+            messageGroup);
+    addFlag(command, "--json", envelope.json,
+            "print a JSON object for each message, with its time, endpoint, sequence, size and parts", messageGroup);
+    addText(command, "--template", "TEXT", envelope.layout,
+            "print TEXT for each message, with {time}, {endpoint}, {sequence}, {size}, {parts}, {message} and {hex} "
+            "replaced",
+            messageGroup);
+    exclude(command, "--json", {"--template", "--parts", "--timestamps", "--format"});
+    exclude(command, "--template", {"--parts", "--timestamps"});
+}
+
+void addSchema(CLI::App& command, CodecSettings& codec, EnvelopeSettings& envelope, Direction direction) {
+    addSchemaFiles(command, codec);
+    auto* const type =
+        addText(command, "--type", "NAME", codec.type, "the type of the messages in the schema", messageGroup);
+    addValue<std::size_t>(command, "--proto-part", "N", envelope.protoPart,
+                          "the part of a message that has the type, from 1 (by default the last)", messageGroup)
+        ->transform(wholeNumber(1, std::numeric_limits<int>::max()))
+        ->needs(type);
+    if (direction == Direction::Both) {
+        addText(command, "--reply-type", "NAME", codec.replyType, "the type of the replies, if it differs",
+                messageGroup)
+            ->needs(type);
+    }
+    if (direction != Direction::Sends) {
+        addFlag(command, "--all-fields", codec.allFields, "print fields that have their default value too",
+                messageGroup)
+            ->needs(type);
+        exclude(command, "--format", {"--proto", "--descriptor-set"});
+    }
+    if (direction != Direction::Receives) {
+        exclude(command, "--hex", {"--proto", "--descriptor-set"});
+    }
+    for (const char* const schema : {"--proto", "--descriptor-set"}) {
+        command.get_option(schema)->needs(type);
+    }
+    needOneOf(command, "--type", {"--proto", "--descriptor-set"});
+}
+
+void addNetwork(CLI::App& command, SocketSettings& settings) {
+    addValue<std::string>(command, "--listen-on", "HOST", settings.network.listenHost,
+                          "listen on this address or interface only, such as localhost (TCP)", networkGroup)
+        ->check(host());
+    addValue<std::int64_t>(command, "--max-message-size", "SIZE", settings.network.maxMessageSize,
+                           "when listening, disconnect a peer that sends a longer message", networkGroup)
+        ->transform(size(std::numeric_limits<std::int64_t>::max()));
+    command
+        .add_option_function<double>(
+            "--peer-timeout",
+            [&settings](double seconds) {
+                settings.network.peerTimeout = static_cast<unsigned int>(std::ceil(seconds));
+            },
+            "notice after TIME, in whole seconds, that the machine of a peer has vanished")
+        ->transform(duration(1.0, 32767.0))
+        ->type_name("TIME")
+        ->group(networkGroup);
+    command.add_flag_callback(
+               "--ipv6", [&settings] { settings.network.ipv6 = true; }, "use IPv6 too")
+        ->group(networkGroup);
+    addKeys(command, settings.keys);
 }
 
 } // namespace
@@ -82,9 +136,33 @@ CLI::Option* addText(CLI::App& command, const std::string& name, const std::stri
     return addValue<std::string>(command, name, placeholder, target, description, group)->check(notEmpty());
 }
 
+CLI::Option* addTexts(CLI::App& command, const std::string& name, const std::string& placeholder,
+                      std::vector<std::string>& target, const std::string& description) {
+    return command.add_option(name, target, description + " (repeatable)")
+        ->allow_extra_args(false)
+        ->check(notEmpty())
+        ->type_name(placeholder)
+        ->group(messageGroup);
+}
+
 CLI::Option* addFlag(CLI::App& command, const std::string& name, bool& target, const std::string& description,
                      const char* group) {
     return command.add_flag(name, target, description)->group(group);
+}
+
+CLI::Option* addTime(CLI::App& command, const std::string& name, std::optional<nanoseconds>& target,
+                     const std::string& description) {
+    return addDuration(command, name, target, description, target.value_or(nanoseconds(0)));
+}
+
+CLI::Option* addTime(CLI::App& command, const std::string& name, nanoseconds& target, const std::string& description) {
+    return addDuration(command, name, target, description, target);
+}
+
+CLI::Option* addSize(CLI::App& command, const std::string& name, std::size_t& target, const std::string& description) {
+    return addValue<std::size_t>(command, name, "SIZE", target, description, socketGroup)
+        ->transform(size(2147483647))
+        ->default_str(std::to_string(target / (1024UL * 1024UL)) + "MiB");
 }
 
 void exclude(CLI::App& command, const std::string& first, const std::vector<std::string>& others) {
@@ -107,35 +185,13 @@ void addEndpoints(CLI::App& command, SocketSettings& settings, const std::string
 
 void addKeys(CLI::App& command, KeyFiles& files) {
     auto* const key = addText(command, "--key", "FILE", files.own,
-                              "encrypt TCP with the key pair in FILE, which rk-socket keygen makes", networkGroup);
+                              "encrypt TCP with the key pair in FILE, which rk-socket keygen writes", networkGroup);
     auto* const trust =
         addText(command, "--trust", "FILE", files.trusted,
-                "talk only to peers whose keys are in FILE; a line is a key and a client's name, or a key "
-                "and a server's endpoint",
+                "talk only to peers whose keys are in FILE, each in a line with a client's name or a server's endpoint",
                 networkGroup);
     key->needs(trust);
     trust->needs(key);
-}
-
-void addNetwork(CLI::App& command, SocketSettings& settings) {
-    addValue<std::string>(command, "--listen-on", "HOST", settings.listenOn,
-                          "on TCP, listen on this address or interface alone, for instance localhost", networkGroup)
-        ->check(host());
-    addValue<std::int64_t>(command, "--max-message-size", "SIZE", settings.maxMessageSize,
-                           "when listening, disconnect a peer that sends a longer message", networkGroup)
-        ->transform(size(std::numeric_limits<std::int64_t>::max()));
-    command
-        .add_option_function<double>(
-            "--peer-timeout",
-            [&settings](double seconds) {
-                settings.peerTimeout = std::chrono::seconds(static_cast<std::int64_t>(std::ceil(seconds)));
-            },
-            "notice within TIME, in whole seconds, that a peer's machine has vanished")
-        ->transform(duration(1.0, 32767.0))
-        ->type_name("TIME")
-        ->group(networkGroup);
-    addFlag(command, "--ipv6", settings.ipv6, "use IPv6, too", networkGroup);
-    addKeys(command, settings.keys);
 }
 
 void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue, bool listens) {
@@ -145,10 +201,9 @@ void addSocket(CLI::App& command, SocketSettings& settings, const std::string& q
             ->group(socketGroup);
     };
     direction("--bind", true, "listen on the endpoint")
-        ->excludes(direction("--connect", false, "connect to the endpoint, on which the other side listens"));
+        ->excludes(direction("--connect", false, "connect to the endpoint, where the other side listens"));
     addValue<int>(command, "--fifo", "N", settings.fifo,
-                  "messages that the " + queue + " queue holds for each peer; 0: no limit (ZeroMQ's default: 1000)",
-                  socketGroup)
+                  "hold N " + queue + " messages for each peer; 0: no limit (ZeroMQ's default is 1000)", socketGroup)
         ->transform(wholeNumber(0, std::numeric_limits<int>::max()));
     addNetwork(command, settings);
     for (const char* const option : {"--listen-on", "--max-message-size"}) {
@@ -160,32 +215,25 @@ void addSocket(CLI::App& command, SocketSettings& settings, const std::string& q
     }
 }
 
-void addClosePolicy(CLI::App& command, SocketSettings& settings, const std::string& usual) {
-    static const std::map<std::string, ClosePolicy::ClosePolicy> policies = {{"drop", ClosePolicy::DropPending},
-                                                                             {"linger", ClosePolicy::LingerTwoSeconds},
-                                                                             {"wait", ClosePolicy::WaitForDelivery}};
-    command
-        .add_option_function<std::string>(
-            "--close-policy", [&settings](const std::string& word) { settings.closePolicy = policies.at(word); },
-            "what is not yet sent at the end: drop, linger (two seconds at most) or wait (without limit); without "
-            "it, " +
-                usual)
-        ->check(CLI::IsMember({"drop", "linger", "wait"}).description(""))
-        ->type_name("POLICY")
-        ->group(socketGroup);
-}
-
-void addRate(CLI::App& command, SocketSettings& settings) {
+void addSending(CLI::App& command, SocketSettings& settings, const std::string& usual) {
     addValue<unsigned int>(command, "--rate", "MBIT", settings.rate,
-                           "send no faster than this many megabits (1,048,576 bits) a second", socketGroup)
+                           "send at most MBIT megabits (of 1,048,576 bits) per second", socketGroup)
         ->transform(wholeNumber(1, std::numeric_limits<unsigned int>::max()));
+    addChoice<ClosePolicy::ClosePolicy>(command, "--close-policy", "POLICY", settings.closePolicy,
+                                        {{"drop", ClosePolicy::DropPending},
+                                         {"linger", ClosePolicy::LingerTwoSeconds},
+                                         {"wait", ClosePolicy::WaitForDelivery}},
+                                        "what happens to unsent messages at the end: drop, linger (for two seconds) or "
+                                        "wait (without limit); default: " +
+                                            usual,
+                                        socketGroup);
 }
 
-void addContents(CLI::App& command, SourceSettings& settings, const std::string& things) {
-    command.add_option(
-        "MESSAGE", settings.messages,
-        things + "; without any, each line of standard input is one. Those that begin with a dash go behind --");
-    addPaths(command, "--file", "FILE", settings.files, "send what is in FILE; - is standard input");
+void addContents(CLI::App& command, SourceSettings& settings, const std::string& description) {
+    command.add_option("MESSAGE", settings.messages,
+                       description + "; by default each line of standard input. Put those that begin with a dash "
+                                     "behind --");
+    addTexts(command, "--file", "FILE", settings.files, "send the contents of FILE; - is standard input");
     addFlag(command, "--lines", settings.lines, "each line of FILE is a message", messageGroup)
         ->needs(command.get_option("--file"));
     addFlag(command, "--whole", settings.whole, "all of standard input is one message", messageGroup);
@@ -193,106 +241,36 @@ void addContents(CLI::App& command, SourceSettings& settings, const std::string&
     exclude(command, "--whole", {"--file", "--lines"});
 }
 
-void addHex(CLI::App& command, CodecSettings& settings) {
-    addFlag(command, "--hex", settings.hex, "what is sent is written in hexadecimal digits", messageGroup);
-}
-
-void addFormat(CLI::App& command, CodecSettings& settings, const std::string& things) {
-    addChoice<Format>(
-        command, "--format", "FORMAT", settings.format,
-        {{"text", Format::Text}, {"hex", Format::Hex}, {"hexdump", Format::Hexdump}, {"raw", Format::Raw}},
-        "how " + things +
-            " are written: text (a line each, control characters escaped), hex (a line each), hexdump "
-            "(lines of 16 bytes) or raw (the bytes and nothing else)",
-        messageGroup);
-}
-
-void addEnvelope(CLI::App& command, EnvelopeSettings& settings) {
-    const bool receives = command.get_option_no_throw("--format") != nullptr;
-    addText(command, "--separator", "TEXT", settings.separator,
-            receives
-                ? "what stands between the parts of a message, in what is sent and, with --parts, in what is written "
-                  "(without it, a tab)"
-                : "what is sent is split into the parts of a message at each TEXT",
-            messageGroup);
-    if (!receives) {
-        return;
+void addMessages(CLI::App& command, CodecSettings& codec, EnvelopeSettings& envelope, Direction direction) {
+    if (direction != Direction::Receives) {
+        addFlag(command, "--hex", codec.hex, "messages to send are written in hexadecimal digits", messageGroup);
     }
-    addFlag(command, "--parts", settings.parts, "all parts of a message in one line, not each in its own",
+    const std::string splitting = "split each message to send into parts at TEXT";
+    const std::string joining = "put TEXT between the parts that --parts prints (by default a tab)";
+    addText(command, "--separator", "TEXT", envelope.separator,
+            direction == Direction::Sends      ? splitting
+            : direction == Direction::Receives ? joining
+                                               : splitting + ", and " + joining,
             messageGroup);
-    addFlag(command, "--timestamps", settings.timestamps, "begin each message with the time of its arrival (UTC)",
-            messageGroup);
-    addFlag(command, "--json", settings.json,
-            "a JSON object a line with time, endpoint, sequence, size and parts of each message", messageGroup);
-    addText(command, "--template", "TEXT", settings.layout,
-            "write TEXT for each message, with {time}, {endpoint}, {sequence}, {size}, {parts}, {message} and {hex} "
-            "replaced",
-            messageGroup);
-    exclude(command, "--json", {"--template", "--parts", "--timestamps", "--format"});
-    exclude(command, "--template", {"--parts", "--timestamps"});
+    if (direction != Direction::Sends) {
+        addReceiving(command, codec, envelope);
+    }
+    addSchema(command, codec, envelope, direction);
 }
 
 void addSchemaFiles(CLI::App& command, CodecSettings& settings) {
-    addPaths(command, "--proto", "FILE...", settings.protoFiles,
-             "the schema: messages are protobuf, and written as JSON, an object a line");
-    addPaths(command, "--descriptor-set", "FILE", settings.descriptorSets,
-             "a compiled schema, as protoc --descriptor_set_out --include_imports writes it");
-    addPaths(command, "-I,--proto-path", "DIR", settings.protoPaths,
-             "where the schema's imports are; without it, the schema's own folder")
+    addTexts(command, "--proto", "FILE", settings.protoFiles,
+             "a schema: messages are protobuf, and printed and written as JSON");
+    addTexts(command, "--descriptor-set", "FILE", settings.descriptorSets,
+             "a compiled schema, written by protoc --descriptor_set_out --include_imports");
+    addTexts(command, "-I,--proto-path", "DIR", settings.protoPaths,
+             "a folder of imports, by default that of the schema")
         ->needs(command.get_option("--proto"));
-}
-
-void addSchema(CLI::App& command, CodecSettings& settings, EnvelopeSettings& envelope, const std::string& things) {
-    addSchemaFiles(command, settings);
-    auto* const proto = command.get_option("--proto");
-    auto* const set = command.get_option("--descriptor-set");
-    auto* const type =
-        addText(command, "--type", "NAME", settings.type, "the type of the " + things + " in the schema", messageGroup);
-    proto->needs(type);
-    set->needs(type);
-    addValue<std::size_t>(command, "--proto-part", "N", envelope.protoPart,
-                          "the part of a message that has the type, beginning at 1; without it, the last", messageGroup)
-        ->transform(wholeNumber(1, std::numeric_limits<int>::max()))
-        ->needs(type);
-    if (auto* const format = command.get_option_no_throw("--format")) {
-        addFlag(command, "--all-fields", settings.allFields, "print fields also when they have their default value",
-                messageGroup)
-            ->needs(type);
-        proto->excludes(format);
-        set->excludes(format);
-    }
-    if (auto* const hex = command.get_option_no_throw("--hex")) {
-        proto->excludes(hex);
-        set->excludes(hex);
-    }
-    needOneOf(command, type, {proto, set});
-}
-
-void addReplyType(CLI::App& command, CodecSettings& settings) {
-    addText(command, "--reply-type", "NAME", settings.replyType, "the type of the replies; without it, as --type",
-            messageGroup)
-        ->needs(command.get_option("--type"));
 }
 
 void addCount(CLI::App& command, Repetition& repetition, const std::string& description) {
     addValue<std::uint64_t>(command, "-n,--count", "N", repetition.count, description + "; 0: no end", timeGroup)
         ->transform(wholeNumber(0, std::numeric_limits<std::uint64_t>::max()));
-}
-
-void addTime(CLI::App& command, const std::string& name, nanoseconds& time, const std::string& description) {
-    addDuration(command, name, time, description)->default_str(time.count() == 0 ? "" : textOf(time));
-}
-
-void addMaxSize(CLI::App& command, std::size_t& maxSize, const std::string& description) {
-    addValue<std::size_t>(command, "--max-size", "SIZE", maxSize, description, socketGroup)
-        ->transform(size(2147483647))
-        ->default_str(std::to_string(maxSize / (1024UL * 1024UL)) + "MiB");
-}
-
-void addInbox(CLI::App& command, InboxSettings& settings, const std::string& description) {
-    addDuration(command, "-t,--timeout", settings.timeout, description)
-        ->default_str(settings.timeout ? textOf(*settings.timeout) : "");
-    addMaxSize(command, settings.maxSize, "the longest message that is received; longer ones are left out");
 }
 
 } // namespace rk::tools

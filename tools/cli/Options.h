@@ -4,7 +4,6 @@
 #include "cli/Validators.h"
 #include "messages/Codec.h"
 #include "messages/MessageCodec.h"
-#include "traffic/Inbox.h"
 #include "traffic/Outgoing.h"
 #include "traffic/Wire.h"
 
@@ -12,10 +11,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 /// \file
-/// The options that several subcommands have. Each function adds some to `command`; parsing writes their values into
-/// the settings, which have to live as long as the command. The values that the settings have before are the defaults.
+/// The options that several subcommands have. Each function adds some to `command`. Parsing writes their values into the
+/// settings, which must live as long as the command. The values that the settings have before are the defaults.
 
 namespace rk::tools {
 
@@ -24,7 +24,7 @@ constexpr const char* timeGroup = "Number and time";
 constexpr const char* socketGroup = "Socket";
 constexpr const char* networkGroup = "Network";
 
-/// Adds the option `name`, of which `target` takes the value. `target` may be a std::optional.
+/// Adds the option `name`, whose value goes into `target`, which may be a std::optional.
 template <class Value, class Target>
 CLI::Option* addValue(CLI::App& command, const std::string& name, const std::string& placeholder, Target& target,
                       const std::string& description, const char* group) {
@@ -38,8 +38,21 @@ CLI::Option* addValue(CLI::App& command, const std::string& name, const std::str
 CLI::Option* addText(CLI::App& command, const std::string& name, const std::string& placeholder,
                      std::optional<std::string>& target, const std::string& description, const char* group);
 
+/// Adds an option for such texts, which may be given several times.
+CLI::Option* addTexts(CLI::App& command, const std::string& name, const std::string& placeholder,
+                      std::vector<std::string>& target, const std::string& description);
+
 CLI::Option* addFlag(CLI::App& command, const std::string& name, bool& target, const std::string& description,
                      const char* group);
+
+/// Adds an option for a duration. The help shows the default, if `target` has one.
+CLI::Option* addTime(CLI::App& command, const std::string& name, std::optional<std::chrono::nanoseconds>& target,
+                     const std::string& description);
+CLI::Option* addTime(CLI::App& command, const std::string& name, std::chrono::nanoseconds& target,
+                     const std::string& description);
+
+/// Adds an option for a number of bytes.
+CLI::Option* addSize(CLI::App& command, const std::string& name, std::size_t& target, const std::string& description);
 
 /// Lets the user give only one of the options `first` and `others`.
 void exclude(CLI::App& command, const std::string& first, const std::vector<std::string>& others);
@@ -50,40 +63,28 @@ void addKeys(CLI::App& command, KeyFiles& files);
 void addEndpoint(CLI::App& command, SocketSettings& settings, const std::string& description);
 void addEndpoints(CLI::App& command, SocketSettings& settings, const std::string& description);
 
-/// --bind, --connect, --fifo and the options of the network. `queue` names the queue that matters, and `listens` tells
-/// what the command does without the first two.
+/// --bind, --connect, --fifo and the options of the network. `queue` is the direction of the queue, and `listens` what
+/// the command does without the first two.
 void addSocket(CLI::App& command, SocketSettings& settings, const std::string& queue, bool listens);
 
-/// `usual` describes what the command does without the option.
-void addClosePolicy(CLI::App& command, SocketSettings& settings, const std::string& usual);
-void addRate(CLI::App& command, SocketSettings& settings);
+/// --rate and --close-policy. `usual` is the policy without the option.
+void addSending(CLI::App& command, SocketSettings& settings, const std::string& usual);
 
 /// MESSAGE, --file, --lines and --whole.
-void addContents(CLI::App& command, SourceSettings& settings, const std::string& things);
+void addContents(CLI::App& command, SourceSettings& settings, const std::string& description);
 
-void addHex(CLI::App& command, CodecSettings& settings);
-void addFormat(CLI::App& command, CodecSettings& settings, const std::string& things);
+enum class Direction {
+    Sends,
+    Receives,
+    Both
+};
 
-/// --separator and, for a command that has --format, --parts, --json, --timestamps and --template. Comes after --format.
-void addEnvelope(CLI::App& command, EnvelopeSettings& settings);
+/// The options on the form of messages: --hex, --format, --separator, --parts, --json and so on, and those of the schema.
+void addMessages(CLI::App& command, CodecSettings& codec, EnvelopeSettings& envelope, Direction direction);
 
-/// --proto, --descriptor-set, --type, --proto-path and --proto-part, and --all-fields for a command that has --format.
-/// Comes after --format, --hex and addEnvelope.
-void addSchema(CLI::App& command, CodecSettings& settings, EnvelopeSettings& envelope, const std::string& things);
-
-/// --proto, --descriptor-set and --proto-path alone.
+/// --proto, --descriptor-set and --proto-path.
 void addSchemaFiles(CLI::App& command, CodecSettings& settings);
-void addReplyType(CLI::App& command, CodecSettings& settings);
 
-/// --count.
 void addCount(CLI::App& command, Repetition& repetition, const std::string& description);
-void addTime(CLI::App& command, const std::string& name, std::chrono::nanoseconds& time,
-             const std::string& description);
-
-/// `things` are too long when they are longer.
-void addMaxSize(CLI::App& command, std::size_t& maxSize, const std::string& description);
-
-/// --timeout and --max-size. `description` is that of --timeout.
-void addInbox(CLI::App& command, InboxSettings& settings, const std::string& description);
 
 } // namespace rk::tools

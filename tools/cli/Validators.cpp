@@ -1,6 +1,6 @@
 #include "cli/Validators.h"
 
-#include "traffic/Endpoint.h"
+#include <rk/socket/SocketEndpoint.h>
 
 #include <algorithm>
 #include <charconv>
@@ -52,6 +52,27 @@ std::string inRange(const std::string& text, Number least, Number most) {
     return text;
 }
 
+/// Returns why an endpoint is refused, or an empty text. The library would cut a wrong port, and inproc reaches no other
+/// process.
+std::string faultOf(const std::string& text) {
+    rk::socket::SocketEndpoint endpoint;
+    try {
+        endpoint = rk::socket::SocketEndpoint::FromString(text);
+    } catch (const std::runtime_error&) {
+        // The address is empty.
+    }
+    if (endpoint.address.empty()) {
+        return "'" + text + "' is no endpoint: tcp://HOST:PORT or ipc://PATH";
+    }
+    if (endpoint.transport == rk::socket::Transport::Inproc) {
+        return text + ": inproc endpoints reach no other process";
+    }
+    const bool hasPort = endpoint.port != 0 && text.substr(text.rfind(':') + 1) == std::to_string(endpoint.port);
+    return endpoint.transport == rk::socket::Transport::Ipc || hasPort
+               ? ""
+               : text + ": the port has to be a number from 1 to 65535";
+}
+
 } // namespace
 
 CLI::Validator notEmpty() {
@@ -59,13 +80,17 @@ CLI::Validator notEmpty() {
 }
 
 CLI::Validator host() {
-    return CLI::Validator(
-        [](const std::string& text) {
-            const bool isHost =
-                !text.empty() && text.find('/') == std::string::npos && std::count(text.begin(), text.end(), ':') != 1;
-            return isHost ? "" : "must be an address or an interface, without a port";
-        },
-        "");
+    const auto fault = [](const std::string& text) {
+        const bool hasPort = std::count(text.begin(), text.end(), ':') == 1;
+        return text.empty() || hasPort || text.find('/') != std::string::npos
+                   ? "must be an address or an interface, without a port"
+                   : "";
+    };
+    return CLI::Validator(fault, "");
+}
+
+CLI::Validator endpoint() {
+    return CLI::Validator(faultOf, "");
 }
 
 CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most) {
@@ -95,19 +120,6 @@ CLI::Validator size(std::uint64_t most) {
             return inBaseUnit(text, units, range);
         },
         "size: a number of bytes up to " + std::to_string(most) + ", or a number and KiB, MiB, GiB, kB, MB or GB");
-}
-
-CLI::Validator endpoint() {
-    return CLI::Validator(
-        [](const std::string& text) {
-            try {
-                endpointFromText(text);
-                return std::string();
-            } catch (const std::exception& failure) {
-                return std::string(failure.what());
-            }
-        },
-        "");
 }
 
 } // namespace rk::tools

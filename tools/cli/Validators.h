@@ -4,8 +4,8 @@
 #include <cstdint>
 
 /// \file
-/// What the values of options are checked with. A validator turns away what cannot be meant, the empty text included,
-/// with a reason for people. Those that rewrite the value for the parser are transforms, the others checks.
+/// Checks of option values. A validator refuses the empty text, and each value that makes no sense, with a reason. Numbers,
+/// durations and sizes are transforms, which rewrite the value for the parser.
 
 namespace rk::tools {
 
@@ -21,10 +21,10 @@ CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most);
 /// A number, with or without a fraction.
 CLI::Validator number(double least, double most);
 
-/// "500ms", "2s", "1.5min", "20us" or, in seconds, "2"; for the parser a number of seconds from `least` to `most`.
+/// "500ms", "2s", "1.5min", "20us" or, in seconds, "2". Becomes a number of seconds from `least` to `most`.
 CLI::Validator duration(double least = 0.0, double most = 1e9);
 
-/// "100", "64KiB", "2 GB"; for the parser a number of bytes.
+/// "100", "64KiB", "2 GB". Becomes a number of bytes.
 CLI::Validator size(std::uint64_t most);
 
 /// An endpoint that a socket of this process can use.

@@ -10,15 +10,15 @@ Creator createKeygen, createProbe, createPubkey, createPublish, createPull, crea
 
 const std::vector<CommandEntry>& allCommands() {
     static const std::vector<CommandEntry> entries = {
-        {"sub", "Print what is published", createSubscribe},
+        {"sub", "Print published messages", createSubscribe},
         {"pub", "Publish messages", createPublish},
         {"req", "Send requests and print the replies", createRequest},
         {"rep", "Print requests and answer them", createReply},
-        {"push", "Hand each message to one of several receivers", createPush},
-        {"pull", "Print what is handed out", createPull},
-        {"probe", "Tell what listens at an endpoint (also: check)", createProbe},
+        {"push", "Send each message to one of several receivers", createPush},
+        {"pull", "Print messages of a PUSH socket", createPull},
+        {"probe", "Show what listens at an endpoint (alias: check)", createProbe},
         {"types", "List the types of a schema", createTypes},
-        {"keygen", "Make a key pair, and print the lines that its peers need", createKeygen},
+        {"keygen", "Write a key pair, and print the lines for its peers", createKeygen},
         {"pubkey", "Print the public key of a key pair", createPubkey},
     };
     return entries;

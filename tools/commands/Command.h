@@ -12,7 +12,7 @@ namespace rk::tools {
 class Complaints;
 class StopSignals;
 
-/// How the process ends. A signal that cuts the work short makes it 128 + the signal's number instead.
+/// The exit status of the process. A signal that interrupts the work makes it 128 + its number instead.
 enum class ExitStatus : int {
     Done = 0,
     Failed = 1,
@@ -20,7 +20,7 @@ enum class ExitStatus : int {
     TimedOut = 3
 };
 
-/// What every subcommand works with.
+/// What all subcommands need.
 struct Surroundings {
     const StopSignals& stop;
     Complaints& complaints;
@@ -31,11 +31,11 @@ class Command {
 public:
     virtual ~Command() = default;
 
-    /// Works until it is done or told to stop. Complaints make the exit status `Failed`. Throws std::runtime_error, or
-    /// ReaderGone, when it cannot go on.
+    /// Works until it is done, or until a signal. Complaints make the exit status `Failed`. Throws std::runtime_error if
+    /// the work cannot continue, and ReaderGone.
     virtual ExitStatus run(const Surroundings& surroundings) = 0;
 
-    /// Whether only a signal can end the work, which then is no interruption.
+    /// Returns whether only a signal ends the work, so that it is no interruption.
     virtual bool isEndless() const { return false; }
 };
 
@@ -44,7 +44,7 @@ struct CommandEntry {
     const char* name;
     const char* purpose;
 
-    /// Adds the options of a new command to `options`, which parsing writes into the command.
+    /// Makes the command, and adds its options to `options`. Parsing writes their values into the command.
     std::unique_ptr<Command> (*create)(CLI::App& options);
 };
 

@@ -1,3 +1,4 @@
+#include "cli/Notes.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "system/Output.h"
@@ -16,7 +17,7 @@ namespace {
 
 namespace Security = rk::socket::Security;
 
-/// The two lines of a file of trusted keys that admit the owner of the key as a client, and name its server.
+/// The lines for a file of trusted keys: one admits the owner of the key as a client, the other trusts it as a server.
 std::string linesToPaste(const std::string& publicKey, const std::string& path) {
     std::array<char, 256> host{};
     ::gethostname(host.data(), host.size() - 1);
@@ -25,7 +26,7 @@ std::string linesToPaste(const std::string& publicKey, const std::string& path) 
     return publicKey + " " + (isName ? name : "client") + "\n" + publicKey + " tcp://" + host.data() + ":*\n";
 }
 
-/// `keygen` and `pubkey`: print something about a key file.
+/// `keygen` and `pubkey`: print lines on a key file.
 class KeyCommand : public Command {
 public:
     using Text = std::function<std::string(const std::string& path)>;
@@ -49,20 +50,20 @@ private:
 } // namespace
 
 std::unique_ptr<Command> createKeygen(CLI::App& command) {
-    addExamples(command,
-                {{"Make the keys of this program, and see what its peers have to trust", "rk-socket keygen my.key"}});
-    return std::make_unique<KeyCommand>(
-        command, "where the key pair is written, which only you can read then; the file must not exist",
-        [](const std::string& path) {
-            const Security::KeyPair keys = Security::generateKeyPair();
-            Security::writeKeyFile(keys, path);
-            return linesToPaste(keys.publicKey, path);
-        });
+    endHelp(command, {notes::encryption},
+            {{"Write a key pair, and print the lines for its peers", "rk-socket keygen my.key"}});
+    return std::make_unique<KeyCommand>(command,
+                                        "where to write the key pair, readable only by you; the file must not exist",
+                                        [](const std::string& path) {
+                                            const Security::KeyPair keys = Security::generateKeyPair();
+                                            Security::writeKeyFile(keys, path);
+                                            return linesToPaste(keys.publicKey, path);
+                                        });
 }
 
 std::unique_ptr<Command> createPubkey(CLI::App& command) {
-    addExamples(command, {{"Tell a peer which key to trust", "rk-socket pubkey my.key"}});
-    return std::make_unique<KeyCommand>(command, "a key pair as keygen writes it", [](const std::string& path) {
+    endHelp(command, {notes::encryption}, {{"Print the key that a peer has to trust", "rk-socket pubkey my.key"}});
+    return std::make_unique<KeyCommand>(command, "a key pair of keygen", [](const std::string& path) {
         return Security::readKeyFile(path).publicKey + "\n";
     });
 }

@@ -1,5 +1,6 @@
 #include "traffic/Probe.h"
 
+#include "cli/Notes.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "display/Complaints.h"
@@ -12,13 +13,14 @@ namespace {
 class Probing : public Command {
 public:
     explicit Probing(CLI::App& command) {
-        addEndpoints(command, socket, "tcp://HOST:PORT or ipc://PATH, which may have a listener");
-        addTime(command, "-t,--timeout", timeout, "the longest wait for each step: connection, greeting, description");
+        addEndpoints(command, socket, "tcp://HOST:PORT or ipc://PATH");
+        addTime(command, "-t,--timeout", timeout,
+                "wait TIME at most for the connection, the greeting and the description, each");
         addKeys(command, files);
-        addExamples(command,
-                    {{"Does a ZeroMQ socket listen there, and of which type?", "rk-socket probe tcp://localhost:5555"},
-                     {"Does it have the right key, and does it trust mine?",
-                      "rk-socket check tcp://localhost:5562 --key my.key --trust trusted-keys"}});
+        endHelp(command, {notes::encryption},
+                {{"Which ZeroMQ socket listens there?", "rk-socket probe tcp://localhost:5555"},
+                 {"Do both sides trust each other's keys?",
+                  "rk-socket check tcp://localhost:5562 --key my.key --trust trusted-keys"}});
     }
 
     ExitStatus run(const Surroundings& surroundings) override {
@@ -26,7 +28,8 @@ public:
         const std::optional<Keys> keys = files.own ? std::make_optional<Keys>(files) : std::nullopt;
         for (const std::string& endpoint : socket.endpoints) {
             const auto limit = std::chrono::ceil<std::chrono::milliseconds>(timeout);
-            const Findings findings = probe(endpoint, keys ? &*keys : nullptr, limit, surroundings.stop);
+            const auto target = rk::socket::SocketEndpoint::FromString(endpoint);
+            const Findings findings = probe(target, keys ? &*keys : nullptr, {limit, true, surroundings.stop});
             if (findings.trouble) {
                 output.flush();
                 surroundings.complaints.add(endpoint + ": " + *findings.trouble);

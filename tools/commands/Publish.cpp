@@ -1,3 +1,4 @@
+#include "cli/Notes.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "display/Complaints.h"
@@ -20,7 +21,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 namespace ClosePolicy = rk::socket::ClosePolicy;
 
-// In nanoseconds, a year. No recording means more, but a damaged one may say so.
+// A year, in nanoseconds. A damaged recording may contain more.
 constexpr double longest = 365.0 * 24 * 3600 * 1e9;
 
 constexpr std::chrono::seconds lingerTime{2};
@@ -48,7 +49,7 @@ std::size_t sizeOf(const Parts& message) {
 
 class Publication {
 public:
-    Publication(const PublishOptions& optionsToUse, Pattern pattern, const Surroundings& surroundings)
+    Publication(const PublishOptions& optionsToUse, const Pattern& pattern, const Surroundings& surroundings)
         : options(optionsToUse),
           stop(surroundings.stop),
           complaints(surroundings.complaints),
@@ -68,7 +69,7 @@ public:
     }
 
 private:
-    /// Whether messages come when they come, so that they cannot wait for room.
+    /// Whether messages have their own timing, and cannot wait for room.
     bool isLive() const {
         const auto& source = options.source;
         const bool typed =
@@ -86,11 +87,11 @@ private:
         }
     }
 
-    /// False when told to stop.
+    /// Returns false after a signal.
     bool send(const Parts& message) {
         if (live) {
             dropped += wire.sendWithoutWaiting(message) ? 0U : 1U;
-        } else if (!wire.send(message, Clock::time_point::max())) {
+        } else if (!wire.send(message)) {
             return false;
         }
         pacer.pauseAfter(sizeOf(message));
@@ -106,7 +107,7 @@ private:
         }
     }
 
-    /// Whether it may be played again: there was something in it, and more is wanted.
+    /// Returns whether it can be played again: it had messages, and more are wanted.
     bool play(RecordingReader& recording, ProgressBar& bar) {
         const auto start = Clock::now();
         const std::uint64_t before = sent;
@@ -120,7 +121,7 @@ private:
         return sent > before && wantsMore() && !stop.requested();
     }
 
-    /// Waits for its time. Nothing when no more is wanted, or there is no more, or when told to stop.
+    /// Waits until the next message is due. Nothing when there are no more, or after a signal.
     std::optional<RecordingReader::Entry> nextDue(RecordingReader& recording, Clock::time_point start) const {
         auto entry = wantsMore() ? recording.next() : std::nullopt;
         return entry && stop.sleepUntil(dueTime(start, entry->time)) ? std::move(entry) : std::nullopt;
@@ -128,7 +129,7 @@ private:
 
     bool wantsMore() const { return options.repetition.wantsMore(sent); }
 
-    /// Opens the socket, and gives subscribers that are waiting for it the time to find it.
+    /// Opens the socket, and gives subscribers time to connect.
     void open() {
         wire.open(options.subscribers ? Wire::Subscriptions::Counted : Wire::Subscriptions::Ignored);
         if (options.subscribers) {
@@ -139,7 +140,7 @@ private:
         }
     }
 
-    /// What is not live is delivered, unless the user wants otherwise or ends it.
+    /// Waits by default until messages are delivered that are not live.
     void finish() {
         const auto usual = live || stop.requested() ? ClosePolicy::LingerTwoSeconds : ClosePolicy::WaitForDelivery;
         const auto policy = options.socket.closePolicy.value_or(usual);
@@ -170,30 +171,28 @@ private:
     Pacer pacer;
     bool live;
     std::uint64_t sent = 0;
-    std::uint64_t dropped = 0; ///< ZeroMQ does not tell what a subscriber misses while it is behind
+    std::uint64_t dropped = 0; ///< at least: ZeroMQ does not count them
 };
 
 /// `pub` and `push`.
 class Publish : public Command {
 public:
-    Publish(CLI::App& command, Pattern patternToUse) : pattern(patternToUse) {
+    Publish(CLI::App& command, const Pattern& patternToUse) : pattern(patternToUse) {
         addEndpoint(command, options.socket, "where to listen: tcp://*:PORT, on all interfaces, or ipc://PATH");
-        addContents(command, options.source, "what to send");
-        addHex(command, options.codec);
-        addEnvelope(command, options.envelope);
-        addSchema(command, options.codec, options.envelope, "messages");
-        addCount(command, options.repetition, "send N messages, beginning again at the first when there are no more");
+        addContents(command, options.source, "the messages");
+        addMessages(command, options.codec, options.envelope, Direction::Sends);
+        addCount(command, options.repetition, "send N messages, from the first again when there are no more");
         addTime(command, "-i,--interval", options.repetition.interval, "wait TIME between messages");
-        if (pattern == Pattern::Publish) {
+        if (pattern.type == ZMQ_PUB) {
             addSubscribers(command);
         }
         addReplay(command);
         addFlag(command, "--live", options.live,
-                "drop messages for peers whose queue is full, instead of waiting for room", socketGroup);
-        addRate(command, options.socket);
+                "drop messages for peers with a full queue, and report it, instead of waiting for room", socketGroup);
+        addSending(command, options.socket, "wait, or linger for live messages and after a signal");
         addSocket(command, options.socket, "outgoing", true);
-        addClosePolicy(command, options.socket, "wait, but linger for what is live or ended by a signal");
-        addExamples(command, pattern == Pattern::Publish ? examplesOfPub() : examplesOfPush());
+        endHelp(command, {notes::messages, notes::dropping, notes::recordings, notes::encryption},
+                pattern.type == ZMQ_PUB ? examplesOfPub() : examplesOfPush());
     }
 
     ExitStatus run(const Surroundings& surroundings) override {
@@ -204,62 +203,63 @@ public:
 private:
     static std::vector<Example> examplesOfPub() {
         return {
-            {"One message, to whoever waits for it", "rk-socket pub 'tcp://*:5557' 'hello'"},
-            {"Each line of a program's output, once somebody listens",
+            {"Publish one message", "rk-socket pub 'tcp://*:5557' 'hello'"},
+            {"Publish each line of standard input, once there is a subscriber",
              "seq 1 100 | rk-socket pub 'tcp://*:5557' --wait 1"},
-            {"A protobuf message, ten times a second for a second",
+            {"Publish a protobuf message ten times in a second",
              "rk-socket pub 'tcp://*:5557' --proto telemetry.proto --type telemetry.Reading --count 10 "
              "--interval 100ms '{\"sequence\": 1, \"load\": 0.5}'"},
-            {"Four bytes", "rk-socket pub 'tcp://*:5557' --hex 'de ad be ef'"},
-            {"A topic and a text, in two parts", "rk-socket pub 'tcp://*:5557' --separator '|' 'weather|sunny'"},
-            {"What was recorded, ten times as fast", "rk-socket pub 'tcp://*:5557' --replay readings.rec --speed 10"}};
+            {"Publish four bytes", "rk-socket pub 'tcp://*:5557' --hex 'de ad be ef'"},
+            {"Publish a topic and a text, in two parts",
+             "rk-socket pub 'tcp://*:5557' --separator '|' 'weather|sunny'"},
+            {"Publish a recording ten times as fast", "rk-socket pub 'tcp://*:5557' --replay readings.rec --speed 10"}};
     }
 
     static std::vector<Example> examplesOfPush() {
-        return {{"Hand each line to the next free worker", "seq 1 100 | rk-socket push 'tcp://*:5557'"},
-                {"Give work to a collector that listens", "rk-socket push --connect tcp://localhost:5560 'a result'"}};
+        return {
+            {"Give each line to the next free worker", "seq 1 100 | rk-socket push 'tcp://*:5557'"},
+            {"Give a result to a collector that listens", "rk-socket push --connect tcp://localhost:5560 'a result'"}};
     }
 
     void addSubscribers(CLI::App& command) {
         options.delay = std::chrono::milliseconds(500);
-        addTime(command, "--delay", *options.delay,
-                "wait before the first message, so that subscribers that wait for the endpoint find it: what is sent "
-                "before they have is lost to them");
+        addTime(command, "--delay", options.delay,
+                "wait TIME before the first message, so that subscribers can connect: earlier messages do not reach "
+                "them");
         addValue<std::uint64_t>(command, "--wait", "N", options.subscribers,
                                 "wait for N subscriptions before the first message, instead of --delay", timeGroup)
-            ->transform(wholeNumber(1, 1000000));
+            ->transform(wholeNumber(1, 1000000))
+            ->each([this](const std::string&) { options.delay.reset(); });
         exclude(command, "--wait", {"--delay"});
-        command.get_option("--wait")->each([this](const std::string&) { options.delay.reset(); });
     }
 
     void addReplay(CLI::App& command) {
-        addText(command, "--replay", "FILE", options.replay, "send what sub --record has kept, with its timing",
-                messageGroup);
-        addValue<double>(command, "--speed", "FACTOR", options.speed, "replay faster or slower; 0: without pauses",
+        auto* const replay = addText(command, "--replay", "FILE", options.replay,
+                                     "send a recording of sub --record, with its timing", messageGroup);
+        addValue<double>(command, "--speed", "FACTOR", options.speed, "replay FACTOR times as fast; 0: without pauses",
                          timeGroup)
             ->transform(number(0.0, 1e9))
             ->default_str("1")
-            ->needs(command.get_option("--replay"));
-        addMaxSize(command, options.socket.maxSize,
-                   "the longest message of a recording; a longer one is taken for damage");
-        command.get_option("--max-size")->needs(command.get_option("--replay"));
+            ->needs(replay);
+        addSize(command, "--max-size", options.socket.maxSize, "treat longer messages in a recording as damage")
+            ->needs(replay);
         exclude(command, "--replay",
                 {"MESSAGE", "--file", "--lines", "--whole", "--hex", "--proto", "--descriptor-set", "--separator",
                  "--interval"});
     }
 
-    Pattern pattern;
+    const Pattern& pattern;
     PublishOptions options;
 };
 
 } // namespace
 
 std::unique_ptr<Command> createPublish(CLI::App& command) {
-    return std::make_unique<Publish>(command, Pattern::Publish);
+    return std::make_unique<Publish>(command, publishing);
 }
 
 std::unique_ptr<Command> createPush(CLI::App& command) {
-    return std::make_unique<Publish>(command, Pattern::Push);
+    return std::make_unique<Publish>(command, pushing);
 }
 
 } // namespace rk::tools

@@ -1,3 +1,4 @@
+#include "cli/Notes.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "display/Complaints.h"
@@ -18,7 +19,7 @@ struct ReplyOptions {
     EnvelopeSettings envelope;
     AnswerSettings answer;
     Repetition repetition;
-    InboxSettings inbox;
+    std::optional<std::chrono::nanoseconds> timeout;
 };
 
 class Replies {
@@ -30,9 +31,8 @@ public:
           codec(options.codec, options.envelope, options.codec.typeOfReplies(), options.codec.type, complaints),
           answer(makeAnswer(options.answer, codec, complaints, surroundings.stop)),
           context(options.socket.keys, surroundings.stop),
-          wire(context, Pattern::Reply, options.socket.endpoints.front(), options.socket, surroundings.stop,
-               complaints),
-          inbox({&wire}, sinks, options.inbox, surroundings.stop, complaints),
+          wire(context, replying, options.socket.endpoints.front(), options.socket, surroundings.stop, complaints),
+          inbox({&wire}, sinks, options.timeout, options.envelope.needsTime(), surroundings.stop, complaints),
           pacer(options.socket.rate, surroundings.stop) {
         sinks.push_back(makePrintingSink(codec, output, complaints));
         wire.open();
@@ -56,11 +56,11 @@ private:
         return ExitStatus::Done;
     }
 
-    /// The reply goes out before anything can fail that has to do with printing what it answers.
+    /// Replies first, since printing the request can fail.
     void serve(Inbox::Event event) {
         const bool isWhole = event == Inbox::Event::Message;
-        const Parts reply = isWhole ? answer->to(inbox.parts()) : Parts{""};
-        wire.send(reply, Inbox::Clock::time_point::max());
+        const Parts reply = isWhole ? answer(inbox.parts()) : Parts{""};
+        wire.send(reply);
         pacer.pauseAfter(reply.back().size());
         if (isWhole) {
             inbox.handOn();
@@ -72,7 +72,7 @@ private:
     Complaints& complaints;
     Output output;
     MessageCodec codec;
-    std::unique_ptr<Answer> answer;
+    Answer answer;
     Context context;
     Wire wire;
     MessageSinks sinks;
@@ -84,49 +84,39 @@ class Reply : public Command {
 public:
     explicit Reply(CLI::App& command) {
         addEndpoint(command, options.socket, "where to listen: tcp://*:PORT, on all interfaces, or ipc://PATH");
-        addHex(command, options.codec);
-        addFormat(command, options.codec, "requests");
-        addEnvelope(command, options.envelope);
-        addSchema(command, options.codec, options.envelope, "requests");
-        addReplyType(command, options.codec);
+        addMessages(command, options.codec, options.envelope, Direction::Both);
         addAnswer(command);
         addCount(command, options.repetition, "end after N requests");
-        addInbox(command, options.inbox, "end, with status 3, when no request has come for TIME");
-        addRate(command, options.socket);
+        addTime(command, "-t,--timeout", options.timeout, "end with status 3 when no request arrives for TIME");
+        addSending(command, options.socket, "linger");
+        addSize(command, "--max-size", options.socket.maxSize, "report longer requests, and send an empty reply");
         addSocket(command, options.socket, "incoming", true);
-        addClosePolicy(command, options.socket, "linger");
-        addExamples(command,
-                    {{"Answer with the request, until Ctrl-C", "rk-socket rep 'tcp://*:5559' --echo"},
-                     {"Answer one request with a fixed text",
-                      "rk-socket rep 'tcp://*:5559' --reply 'at your service' --count 1"},
-                     {"Let a command answer", "rk-socket rep 'tcp://*:5559' --command 'tr a-z A-Z'"},
-                     {"Answer protobuf requests through jq",
-                      "rk-socket rep 'tcp://*:5559' --proto telemetry.proto --type telemetry.Command --reply-type "
-                      "telemetry.Answer --command 'jq \"{id, refusal: \\\"not now\\\"}\"'"}});
+        endHelp(command, {notes::messages, notes::encryption},
+                {{"Reply with the request, until Ctrl-C", "rk-socket rep 'tcp://*:5559' --echo"},
+                 {"Reply to one request with a fixed text",
+                  "rk-socket rep 'tcp://*:5559' --reply 'at your service' --count 1"},
+                 {"Reply with the output of a command", "rk-socket rep 'tcp://*:5559' --command 'tr a-z A-Z'"},
+                 {"Reply to protobuf requests with jq",
+                  "rk-socket rep 'tcp://*:5559' --proto telemetry.proto --type telemetry.Command --reply-type "
+                  "telemetry.Answer --command 'jq \"{id, refusal: \\\"not now\\\"}\"'"}});
     }
 
-    ExitStatus run(const Surroundings& surroundings) override {
-        options.socket.maxSize = options.inbox.maxSize;
-        options.inbox.timed = options.envelope.needsTime();
-        return Replies(options, surroundings).run();
-    }
+    ExitStatus run(const Surroundings& surroundings) override { return Replies(options, surroundings).run(); }
     bool isEndless() const override { return !options.repetition.count || options.repetition.isEndless(); }
 
 private:
     void addAnswer(CLI::App& command) {
         const char* const group = "Reply (one of these is needed)";
-        addValue<std::string>(command, "--reply", "TEXT", options.answer.text, "answer each request with TEXT", group);
-        addText(command, "--reply-file", "FILE", options.answer.file, "answer with what is in FILE", group);
-        addFlag(command, "--echo", options.answer.echo, "answer with the request", group);
+        addValue<std::string>(command, "--reply", "TEXT", options.answer.text, "reply with TEXT", group);
+        addText(command, "--reply-file", "FILE", options.answer.file, "reply with the contents of FILE", group);
+        addFlag(command, "--echo", options.answer.echo, "reply with the request", group);
         addText(command, "--command", "COMMAND", options.answer.command,
-                "answer with what COMMAND, run by the shell, writes when it is given the request", group);
+                "reply with the output of a shell command, which reads the request from its standard input", group);
         addTime(command, "--command-timeout", options.answer.limits.time,
-                "kill COMMAND after TIME, and answer with an empty block");
-        command.get_option("--command-timeout")->needs(command.get_option("--command"));
-        addValue<std::size_t>(command, "--command-output", "SIZE", options.answer.limits.output,
-                              "kill COMMAND when it writes more than SIZE, and answer with an empty block", socketGroup)
-            ->transform(size(2147483647))
-            ->default_str("64MiB")
+                "kill COMMAND after TIME, and send an empty reply")
+            ->needs(command.get_option("--command"));
+        addSize(command, "--command-output", options.answer.limits.output,
+                "kill COMMAND when it writes more than SIZE, and send an empty reply")
             ->needs(command.get_option("--command"));
         exclude(command, "--reply", {"--reply-file", "--echo", "--command"});
         exclude(command, "--reply-file", {"--echo", "--command"});

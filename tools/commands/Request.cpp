@@ -1,3 +1,4 @@
+#include "cli/Notes.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "display/Numbers.h"
@@ -22,7 +23,7 @@ struct RequestOptions {
     EnvelopeSettings envelope;
     SourceSettings source;
     Repetition repetition;
-    InboxSettings inbox;
+    std::optional<std::chrono::nanoseconds> timeout = std::chrono::seconds(5);
 };
 
 class Requests {
@@ -34,9 +35,10 @@ public:
                 surroundings.complaints),
           outgoing(options.source, options.repetition, codec, surroundings.complaints, surroundings.stop),
           context(options.socket.keys, surroundings.stop),
-          wire(context, Pattern::Request, options.socket.endpoints.front(), options.socket, surroundings.stop,
+          wire(context, requesting, options.socket.endpoints.front(), options.socket, surroundings.stop,
                surroundings.complaints),
-          inbox({&wire}, sinks, options.inbox, surroundings.stop, surroundings.complaints),
+          inbox({&wire}, sinks, options.timeout, options.envelope.needsTime(), surroundings.stop,
+                surroundings.complaints),
           pacer(options.socket.rate, surroundings.stop) {
         sinks.push_back(makePrintingSink(codec, output, surroundings.complaints));
         wire.open();
@@ -57,10 +59,10 @@ public:
     }
 
 private:
-    /// False when told to stop.
+    /// Returns false after a signal.
     bool exchange(const Parts& message) {
         const auto start = Clock::now();
-        const auto deadline = options.inbox.timeout ? start + *options.inbox.timeout : Clock::time_point::max();
+        const auto deadline = options.timeout ? start + *options.timeout : Clock::time_point::max();
         const bool handedOver = wire.send(message, deadline);
         ++sent;
         const auto event = inbox.next("reply", start);
@@ -85,7 +87,7 @@ private:
         }
     }
 
-    /// A socket that waits for a reply cannot send another request.
+    /// A socket that waits for a reply cannot send. Replaces it.
     void renew(bool handedOver) {
         if (handedOver) {
             wire.close(closePolicy());
@@ -122,38 +124,30 @@ private:
 class Request : public Command {
 public:
     explicit Request(CLI::App& command) {
-        addEndpoint(command, options.socket, "tcp://HOST:PORT or ipc://PATH, where somebody answers");
-        addContents(command, options.source, "what to ask");
-        addHex(command, options.codec);
-        addFormat(command, options.codec, "replies");
-        addEnvelope(command, options.envelope);
-        addSchema(command, options.codec, options.envelope, "requests");
-        addReplyType(command, options.codec);
+        addEndpoint(command, options.socket, "tcp://HOST:PORT or ipc://PATH, where the server listens");
+        addContents(command, options.source, "the requests");
+        addMessages(command, options.codec, options.envelope, Direction::Both);
         addCount(command, options.repetition,
-                 "send N requests, beginning again at the first when there are no more, and show how the round-trip "
-                 "times are distributed");
-        options.inbox.timeout = std::chrono::seconds(5);
-        addInbox(command, options.inbox, "wait TIME for each reply; status 3 if one did not come");
+                 "send N requests, from the first again when there are no more, and show the distribution of the "
+                 "round-trip times");
+        addTime(command, "-t,--timeout", options.timeout, "wait TIME for each reply; status 3 if one did not arrive");
         addTime(command, "-i,--interval", options.repetition.interval, "wait TIME between requests");
-        addRate(command, options.socket);
+        addSending(command, options.socket, "drop");
+        addSize(command, "--max-size", options.socket.maxSize, "report and leave out longer replies");
         addSocket(command, options.socket, "outgoing", false);
-        addClosePolicy(command, options.socket, "drop");
-        addExamples(command,
-                    {{"Ask once, and see how long it takes", "rk-socket req tcp://localhost:5558 'are you there?'"},
-                     {"How are the round-trip times distributed?",
-                      "rk-socket req tcp://localhost:5558 ping --count 1000 >/dev/null"},
-                     {"A protobuf request",
-                      "rk-socket req tcp://localhost:5556 --proto telemetry.proto --type telemetry.Command "
-                      "--reply-type telemetry.Answer '{\"id\": 1, \"action\": \"STATUS\"}'"},
-                     {"Bytes from a file, the reply into another",
-                      "rk-socket req tcp://localhost:5558 --file request.bin --format raw >reply.bin"}});
+        endHelp(
+            command, {notes::messages, notes::encryption},
+            {{"Send one request, and see the round-trip time", "rk-socket req tcp://localhost:5558 'are you there?'"},
+             {"The distribution of a thousand round-trip times",
+              "rk-socket req tcp://localhost:5558 ping --count 1000 >/dev/null"},
+             {"Send a protobuf request",
+              "rk-socket req tcp://localhost:5556 --proto telemetry.proto --type telemetry.Command "
+              "--reply-type telemetry.Answer '{\"id\": 1, \"action\": \"STATUS\"}'"},
+             {"Send the bytes of a file, and write the reply to another",
+              "rk-socket req tcp://localhost:5558 --file request.bin --format raw >reply.bin"}});
     }
 
-    ExitStatus run(const Surroundings& surroundings) override {
-        options.socket.maxSize = options.inbox.maxSize;
-        options.inbox.timed = options.envelope.needsTime();
-        return Requests(options, surroundings).run();
-    }
+    ExitStatus run(const Surroundings& surroundings) override { return Requests(options, surroundings).run(); }
     bool isEndless() const override { return options.repetition.isEndless(); }
 
 private:

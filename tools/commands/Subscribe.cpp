@@ -1,3 +1,4 @@
+#include "cli/Notes.h"
 #include "cli/Options.h"
 #include "commands/Command.h"
 #include "system/Output.h"
@@ -18,18 +19,20 @@ struct SubscribeOptions {
     bool stats = false;
     std::optional<std::string> record;
     Repetition repetition;
-    InboxSettings inbox;
+    std::optional<std::chrono::nanoseconds> timeout;
     std::chrono::nanoseconds interval = std::chrono::seconds(1);
 };
 
 class Subscription {
 public:
-    Subscription(const SubscribeOptions& optionsToUse, Pattern pattern, const Surroundings& surroundings)
+    Subscription(const SubscribeOptions& optionsToUse, const Pattern& pattern, const Surroundings& surroundings)
         : options(optionsToUse),
           output(surroundings.stop),
           context(options.socket.keys, surroundings.stop),
           wires(open(pattern, surroundings)),
-          inbox(pointersTo(wires), sinks, options.inbox, surroundings.stop, surroundings.complaints) {
+          inbox(pointersTo(wires), sinks, options.timeout,
+                options.stats || options.record || options.envelope.needsTime(), surroundings.stop,
+                surroundings.complaints) {
         addSinks(surroundings);
     }
 
@@ -44,9 +47,9 @@ public:
 private:
     using Wires = std::vector<std::unique_ptr<Wire>>;
 
-    Wires open(Pattern pattern, const Surroundings& surroundings) {
+    Wires open(const Pattern& pattern, const Surroundings& surroundings) {
         if (!options.stats && !options.record) {
-            // Before anything is opened: a schema may be wrong.
+            // First, because the schema may be wrong.
             codec = std::make_unique<MessageCodec>(options.codec, options.envelope, std::nullopt, options.codec.type,
                                                    surroundings.complaints);
         }
@@ -106,82 +109,69 @@ private:
 /// `sub` and `pull`.
 class Subscribe : public Command {
 public:
-    Subscribe(CLI::App& command, Pattern patternToUse) : pattern(patternToUse) {
-        addEndpoints(command, options.socket,
-                     "tcp://HOST:PORT or ipc://PATH, where somebody sends; messages of all of them are mixed as they "
-                     "come");
-        if (pattern == Pattern::Subscribe) {
-            command
-                .add_option("--topic", options.socket.topics,
-                            "only messages that begin with PREFIX; may be given several times")
-                ->allow_extra_args(false)
-                ->check(notEmpty())
-                ->type_name("PREFIX")
-                ->group(messageGroup);
-        }
-        addFormat(command, options.codec, "messages");
-        addEnvelope(command, options.envelope);
+    Subscribe(CLI::App& command, const Pattern& patternToUse) : pattern(patternToUse) {
+        addEndpoints(command, options.socket, "tcp://HOST:PORT or ipc://PATH, where the other side sends");
+        addMessages(command, options.codec, options.envelope, Direction::Receives);
         command.get_option("--separator")->needs(command.get_option("--parts"));
-        addSchema(command, options.codec, options.envelope, "messages");
-        addStatisticsAndRecording(command);
+        if (pattern.type == ZMQ_SUB) {
+            addTexts(command, "--topic", "PREFIX", options.socket.topics, "only messages that begin with PREFIX");
+        }
+        addFlag(
+            command, "--stats", options.stats,
+            "show statistics instead of messages: redrawn in place on a terminal, else a line per interval, with sizes "
+            "and gaps as least/mean/greatest",
+            messageGroup);
+        addText(command, "--record", "FILE", options.record,
+                "write messages to FILE for pub --replay, not to the output", messageGroup);
+        for (const char* const option : {"--stats", "--record"}) {
+            exclude(command, option,
+                    {"--proto", "--descriptor-set", "--format", "--parts", "--json", "--timestamps", "--template"});
+        }
         addCount(command, options.repetition, "end after N messages");
-        addInbox(command, options.inbox, "end, with status 3, when no message has come for TIME");
-        addTime(command, "-i,--interval", options.interval, "TIME between lines of --stats");
-        command.get_option("--interval")->needs(command.get_option("--stats"));
+        addTime(command, "-t,--timeout", options.timeout, "end with status 3 when no message arrives for TIME");
+        addTime(command, "-i,--interval", options.interval, "the interval of --stats")
+            ->needs(command.get_option("--stats"));
+        addSize(command, "--max-size", options.socket.maxSize, "report and leave out longer messages");
         addSocket(command, options.socket, "incoming", false);
-        addExamples(command, pattern == Pattern::Subscribe ? examplesOfSub() : examplesOfPull());
+        endHelp(command, {notes::messages, notes::statistics, notes::recordings, notes::dropping, notes::encryption},
+                pattern.type == ZMQ_SUB ? examplesOfSub() : examplesOfPull());
     }
 
     ExitStatus run(const Surroundings& surroundings) override {
-        options.socket.maxSize = options.inbox.maxSize;
-        options.inbox.timed = options.stats || options.record || options.envelope.needsTime();
         return Subscription(options, pattern, surroundings).run();
     }
     bool isEndless() const override { return !options.repetition.count || options.repetition.isEndless(); }
 
 private:
     static std::vector<Example> examplesOfSub() {
-        return {{"Is anything coming out of that port? Ends with status 3 if nothing does within two seconds",
+        return {{"Does anything arrive? Status 3 if nothing does within two seconds",
                  "rk-socket sub tcp://localhost:5555 --count 1 --timeout 2s"},
                 {"How fast, how large, how regular? Until Ctrl-C", "rk-socket sub tcp://localhost:5555 --stats"},
-                {"What does it say?",
+                {"Print three protobuf messages as JSON",
                  "rk-socket sub tcp://localhost:5555 --proto telemetry.proto --type telemetry.Reading --count 3"},
-                {"One field of each message, through jq",
+                {"One field of each message, with jq",
                  "rk-socket sub tcp://localhost:5555 --proto telemetry.proto --type Reading | jq .load"},
-                {"Keep the next hundred messages, with their timing",
+                {"Record a hundred messages with their timing",
                  "rk-socket sub tcp://localhost:5555 --record readings.rec --count 100"}};
     }
 
     static std::vector<Example> examplesOfPull() {
-        return {{"Take one task of those that are handed out", "rk-socket pull tcp://localhost:5561 --count 1"},
+        return {{"Take one task", "rk-socket pull tcp://localhost:5561 --count 1"},
                 {"Collect results", "rk-socket pull --bind 'tcp://*:5560' --json"}};
     }
 
-    void addStatisticsAndRecording(CLI::App& command) {
-        addFlag(command, "--stats", options.stats,
-                "instead of the messages, show how many there are, how large and how regular: redrawn in place on a "
-                "terminal, else a line for each interval",
-                messageGroup);
-        addText(command, "--record", "FILE", options.record,
-                "instead of printing the messages, keep them in FILE for pub --replay", messageGroup);
-        for (const char* const option : {"--stats", "--record"}) {
-            exclude(command, option,
-                    {"--proto", "--descriptor-set", "--format", "--parts", "--json", "--timestamps", "--template"});
-        }
-    }
-
-    Pattern pattern;
+    const Pattern& pattern;
     SubscribeOptions options;
 };
 
 } // namespace
 
 std::unique_ptr<Command> createSubscribe(CLI::App& command) {
-    return std::make_unique<Subscribe>(command, Pattern::Subscribe);
+    return std::make_unique<Subscribe>(command, subscribing);
 }
 
 std::unique_ptr<Command> createPull(CLI::App& command) {
-    return std::make_unique<Subscribe>(command, Pattern::Pull);
+    return std::make_unique<Subscribe>(command, pulling);
 }
 
 } // namespace rk::tools

@@ -12,16 +12,16 @@ class Types : public Command {
 public:
     explicit Types(CLI::App& command) {
         addSchemaFiles(command, codec);
-        addText(command, "--type", "NAME", codec.type, "show the fields of this type, as JSON to fill in",
+        addText(command, "--type", "NAME", codec.type, "print this type as JSON with all fields, to fill in",
                 messageGroup);
         command.callback([this] {
             if (!codec.hasSchema()) {
                 throw CLI::RequiredError("--proto or --descriptor-set");
             }
         });
-        addExamples(command, {{"Which types are there?", "rk-socket types --proto telemetry.proto"},
-                              {"What does a message of this type look like?",
-                               "rk-socket types --proto telemetry.proto --type Command"}});
+        endHelp(command, {},
+                {{"List the types", "rk-socket types --proto telemetry.proto"},
+                 {"Print a message of one type", "rk-socket types --proto telemetry.proto --type Command"}});
     }
 
     ExitStatus run(const Surroundings& surroundings) override {

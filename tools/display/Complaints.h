@@ -6,22 +6,21 @@
 
 namespace rk::tools {
 
-/// What went wrong, one line each on standard error, while the work goes on.
+/// Writes lines on standard error while the work continues.
 class Complaints {
 public:
-    /// Something that makes the work incomplete: the exit status tells.
+    /// Reports a failure that makes the exit status 1.
     void add(const std::string& text);
 
-    /// A failure that the exit status tells in another way.
+    /// Reports a failure with another exit status.
     void report(const std::string& text) const;
 
-    /// Something that the user may want to know.
+    /// Tells the user something that is no failure.
     void remark(const std::string& text) const;
 
     bool any() const { return added; }
 
-    /// Has `makeRoom` called before each line, to remove from the terminal what is redrawn in place. An empty function
-    /// ends this.
+    /// Calls `makeRoom` before each line, to clear what is redrawn in place. An empty function ends this.
     void beforeEachLine(std::function<void()> makeRoom) { prepare = std::move(makeRoom); }
 
 private:

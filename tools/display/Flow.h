@@ -10,12 +10,12 @@
 
 namespace rk::tools {
 
-/// What comes through a socket: how many messages, how large and how regular, since a given time.
+/// Measures how many messages arrive since a given time, how large and how regular.
 class Flow {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// `previous`: when the last message before `start` came, if there was one.
+    /// `previous` is the arrival of the last message before `start`, if there was one.
     explicit Flow(Clock::time_point start, std::optional<Clock::time_point> previous = std::nullopt);
 
     void add(std::size_t size, Clock::time_point arrival);
@@ -26,7 +26,7 @@ public:
     double messagesPerSecond(Clock::time_point now) const;
     double megabitsPerSecond(Clock::time_point now) const;
 
-    // Texts for people. A megabit is 1,048,576 bits, as everywhere in the library.
+    // Printed forms. A megabit is 1,048,576 bits, as in the library.
     std::string rates(Clock::time_point now) const; ///< "20.0 messages/s, 0.012 Mbit/s"
     std::string sizeText() const;                   ///< "size 74/76.2/80 bytes", least, mean, greatest
     std::string sizes() const;                      ///< "74/76.2/80", or "-" without messages

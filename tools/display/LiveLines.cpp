@@ -4,7 +4,7 @@ namespace rk::tools {
 
 namespace {
 
-/// The first `width` characters of UTF-8 text.
+/// Returns the first `width` characters of UTF-8 text.
 std::string cut(const std::string& text, std::size_t width) {
     std::size_t characters = 0;
     std::size_t end = 0;

@@ -6,14 +6,14 @@
 
 namespace rk::tools {
 
-/// What a terminal has to be sent so that lines are replaced by others in the same place.
+/// Makes the bytes that redraw lines of a terminal in place.
 class LiveLines {
 public:
-    /// The bytes that draw `lines`, each cut to `width` columns, over those drawn before. Once the terminal has become
-    /// narrower, nobody knows where these are, and the screen is cleared.
+    /// Returns the bytes that draw `lines`, cut to `width` columns, over the last ones. They clear the screen if the
+    /// terminal has become narrower, because it has wrapped the last ones.
     std::string draw(const std::vector<std::string>& lines, std::size_t width);
 
-    /// The bytes that remove the lines.
+    /// Returns the bytes that remove the lines.
     std::string clear();
 
 private:

@@ -26,7 +26,7 @@ void showLibraryLog() {
 
 } // namespace rk::tools
 
-// The library calls these instead of its own.
+// These replace the functions of the library.
 namespace rk::utils {
 
 void logDebug(const std::string& text) {

@@ -2,7 +2,7 @@
 
 namespace rk::tools {
 
-/// Lets the library's debug lines and warnings through to standard error. Its errors always get there.
+/// Writes debug lines and warnings of the library to standard error too, not only its errors.
 void showLibraryLog();
 
 } // namespace rk::tools

@@ -19,19 +19,11 @@ constexpr std::size_t barWidth = 30;
 
 ProgressBar::ProgressBar(Complaints& complaintsToMakeRoomFor)
     : complaints(complaintsToMakeRoomFor), visible(canRedraw(STDERR_FILENO)) {
-    complaints.beforeEachLine([this] {
-        if (shown) {
-            std::fputs("\r\033[K", stderr);
-            shown = false;
-        }
-    });
+    complaints.beforeEachLine([this] { std::fputs(lines.clear().c_str(), stderr); });
 }
 
 ProgressBar::~ProgressBar() {
     complaints.beforeEachLine({});
-    if (shown) {
-        std::fputc('\n', stderr);
-    }
 }
 
 bool ProgressBar::due(Clock::time_point now) const {
@@ -39,25 +31,21 @@ bool ProgressBar::due(Clock::time_point now) const {
 }
 
 void ProgressBar::show(std::optional<double> done, const std::string& text, Clock::time_point now) {
-    if (!visible) {
-        return;
+    if (visible) {
+        std::fputs(lines.draw({line(done, text)}, widthOf(STDERR_FILENO)).c_str(), stderr);
+        next = now + pause;
     }
-    std::fprintf(stderr, "\r\033[K%s", line(done, text, widthOf(STDERR_FILENO) - 1).c_str());
-    std::fflush(stderr);
-    shown = true;
-    next = now + pause;
 }
 
-std::string ProgressBar::line(std::optional<double> done, const std::string& text, std::size_t width) {
-    std::string bar;
-    if (done) {
-        const double share = std::clamp(*done, 0.0, 1.0);
-        const auto filled = static_cast<std::size_t>(share * static_cast<double>(barWidth));
-        const std::string percent = fixed(share * 100.0, 0);
-        bar = "[" + std::string(filled, '#') + std::string(barWidth - filled, '.') + "] " +
-              std::string(3 - std::min<std::size_t>(percent.size(), 3), ' ') + percent + " %  ";
+std::string ProgressBar::line(std::optional<double> done, const std::string& text) {
+    if (!done) {
+        return text;
     }
-    return (bar + text).substr(0, width);
+    const double share = std::clamp(*done, 0.0, 1.0);
+    const auto filled = static_cast<std::size_t>(share * static_cast<double>(barWidth));
+    const std::string percent = fixed(share * 100.0, 0);
+    return "[" + std::string(filled, '#') + std::string(barWidth - filled, '.') + "] " +
+           std::string(3 - percent.size(), ' ') + percent + " %  " + text;
 }
 
 } // namespace rk::tools

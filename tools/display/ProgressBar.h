@@ -1,5 +1,7 @@
 #pragma once
 
+#include "display/LiveLines.h"
+
 #include <chrono>
 #include <optional>
 #include <string>
@@ -8,32 +10,31 @@ namespace rk::tools {
 
 class Complaints;
 
-/// A line on standard error, if that is a terminal, which shows how far the work has come.
+/// Shows the progress of the work in a line on standard error, if that is a terminal.
 class ProgressBar {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Makes room for complaints.
+    /// Clears the line before each complaint.
     explicit ProgressBar(Complaints& complaints);
 
-    /// Ends the line.
     ~ProgressBar();
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
 
-    /// Whether it is time to show something again.
+    /// Returns whether the line is old.
     bool due(Clock::time_point now) const;
 
-    /// `done` is the share of the work, from 0 to 1, if it is known.
+    /// Draws the line. `done` is the finished share of the work, from 0 to 1, if it is known.
     void show(std::optional<double> done, const std::string& text, Clock::time_point now);
 
-    /// The line itself, `width` columns at most.
-    static std::string line(std::optional<double> done, const std::string& text, std::size_t width);
+    /// Returns the line.
+    static std::string line(std::optional<double> done, const std::string& text);
 
 private:
     Complaints& complaints;
     bool visible;
-    bool shown = false;
+    LiveLines lines;
     Clock::time_point next;
 };
 

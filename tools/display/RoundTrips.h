@@ -10,7 +10,7 @@
 
 namespace rk::tools {
 
-/// How long replies took. Takes a bounded amount of memory: times that differ by less than 0.1 % are kept as their mean.
+/// The distribution of round-trip times, in bounded memory: times that differ by less than 0.1 % become their mean.
 class RoundTrips {
 public:
     void add(std::chrono::nanoseconds time);
@@ -18,10 +18,10 @@ public:
     std::uint64_t count() const { return all.count(); }
     double last() const { return latest; } ///< in milliseconds
 
-    /// The time below which the given share of the replies, from 0 to 1, came; in milliseconds.
+    /// Returns the time, in milliseconds, in which a share of the replies, from 0 to 1, arrived.
     double quantile(double share) const;
 
-    /// Lines for people: least, median, quantiles, mean and a histogram whose classes double in width.
+    /// Returns printed lines: least, median, quantiles, mean, and a histogram whose classes double in width.
     std::vector<std::string> distribution() const;
 
 private:

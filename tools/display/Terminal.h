@@ -6,13 +6,13 @@ namespace rk::tools {
 
 bool isTerminal(int descriptor);
 
-/// Colours are for terminals, unless the environment says NO_COLOR or that the terminal is dumb.
+/// Returns whether it is a terminal with colours, and NO_COLOR is not set.
 bool hasColours(int descriptor);
 
-/// Whether it is a terminal on which lines can be drawn over others.
+/// Returns whether it is a terminal on which lines can be redrawn in place.
 bool canRedraw(int descriptor);
 
-/// Columns of the terminal, 80 if it does not tell.
+/// Returns the columns of the terminal, or 80 if they are unknown.
 std::size_t widthOf(int descriptor);
 
 } // namespace rk::tools

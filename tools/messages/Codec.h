@@ -11,7 +11,7 @@ namespace rk::tools {
 
 class Complaints;
 
-/// How received blocks are written.
+/// How received messages are printed.
 enum class Format {
     Text,
     Hex,
@@ -19,56 +19,45 @@ enum class Format {
     Raw
 };
 
-/// How messages are read and written: as they are, or as JSON if there is a schema.
+/// How messages are read and printed: as JSON if there is a schema, else as they are.
 struct CodecSettings {
     Format format = Format::Text;
-    bool hex = false; ///< messages to send are given in hexadecimal digits
+    bool hex = false; ///< texts to send are hexadecimal digits
     std::vector<std::string> protoFiles;
     std::vector<std::string> protoPaths;
     std::vector<std::string> descriptorSets;
     std::optional<std::string> type;
-    std::optional<std::string> replyType; ///< of replies, where it is not `type`
+    std::optional<std::string> replyType; ///< of replies, if it differs
     bool allFields = false;
 
     bool hasSchema() const { return !protoFiles.empty() || !descriptorSets.empty(); }
     std::optional<std::string> typeOfReplies() const { return replyType ? replyType : type; }
 };
 
-/// A text or block that the codec cannot turn into the other. The text says why, and what could be read of it.
+/// A text or block that the codec cannot convert. The message says why, and contains the decoded part.
 class CodecError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Turns what the user writes into blocks for the socket, and blocks into what the user reads.
+/// Converts between a block, which is a message or a part of one, and its printed form.
 class Codec {
 public:
     virtual ~Codec() = default;
 
-    /// The block for `text`. Throws CodecError.
+    /// Returns the block for `text`. Throws CodecError.
     virtual std::string encode(const std::string& text) = 0;
 
-    /// Appends what is printed for `block`, without the end of its line. Throws CodecError, and appends nothing then.
+    /// Appends the printed form of `block`, without the end of its line. Throws CodecError, and appends nothing then.
     virtual void decode(std::string_view block, std::string& text) = 0;
 };
 
-/// Blocks of bytes without a schema.
-///
-/// As text, a block is one line: control characters and bytes that are not UTF-8 are written "\n" or "\x1B". As hex, it
-/// is one line of digits, and as a hexdump lines of 16 bytes. Raw, it is its bytes and nothing else.
+/// Makes a codec for bytes without a schema.
 std::unique_ptr<Codec> makeRawCodec(const CodecSettings& settings);
 
-/// Protobuf messages of a schema, as JSON: one object in one line. Fields are named as in the schema. Texts to encode
-/// may also use JSON's own names.
-///
-/// A block that is not a whole message of its type makes a CodecError that tells what could be decoded. Fields that the
-/// schema lacks are remarked upon once, since the block may be of another type. The parameters are those of makeCodec.
+/// Makes a codec for protobuf messages, which are JSON objects when printed. `sent` and `received` are the types of
+/// encoded and decoded blocks. Throws std::runtime_error if the schema cannot be used.
 std::unique_ptr<Codec> makeProtobufCodec(const CodecSettings& settings, const std::optional<std::string>& sent,
                                          const std::optional<std::string>& received, const Complaints& complaints);
-
-/// Makes the codec that the settings ask for. `sent` and `received` are protobuf types, needed for what is encoded and
-/// decoded if there is a schema. Throws std::runtime_error when the schema is no good.
-std::unique_ptr<Codec> makeCodec(const CodecSettings& settings, const std::optional<std::string>& sent,
-                                 const std::optional<std::string>& received, const Complaints& complaints);
 
 } // namespace rk::tools

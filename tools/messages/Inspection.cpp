@@ -4,7 +4,6 @@
 #include "messages/Text.h"
 #include "messages/WireFormat.h"
 
-#include <optional>
 #include <utility>
 
 namespace rk::tools {
@@ -42,34 +41,48 @@ public:
 
     Inspection result;
 
-    /// The fields up to the end of the stream, or of its limit, or of the group that begins with `start`. False if they
-    /// are not well-formed. `type` is null in an unknown group.
+    /// Inspects the fields up to the end of the stream, or of its limit, or of the group that begins with `start`.
+    /// Returns whether they are well-formed. `type` is null in an unknown group.
     bool inspectFields(const Descriptor* type, std::uint32_t start = 0) {
-        std::uint32_t tag = 0;
         ++depth;
-        while ((tag = stream.ReadTag()) != 0 && wireTypeOf(tag) != EndGroup) {
-            if (fieldNumberOf(tag) == 0 || depth > deepestNesting || !inspectField(type, tag)) {
-                return false;
-            }
+        int last = 0;
+        int place = stream.CurrentPosition();
+        std::uint32_t tag = stream.ReadTag();
+        while (tag != 0 && wireTypeOf(tag) != EndGroup && fieldNumberOf(tag) != 0 && depth <= deepestNesting &&
+               inspectField(type, tag, last)) {
+            place = stream.CurrentPosition();
+            tag = stream.ReadTag();
         }
         --depth;
-        return start == 0 ? tag == 0 && stream.ConsumedEntireMessage() : tag == withWireType(start, EndGroup);
+        const bool isWellFormed =
+            start == 0 ? tag == 0 && stream.ConsumedEntireMessage() : tag == withWireType(start, EndGroup);
+        return isWellFormed || refuse(place);
     }
 
 private:
-    bool inspectField(const Descriptor* type, std::uint32_t tag) {
-        const FieldDescriptor* const field = fieldOf(type, fieldNumberOf(tag));
+    /// Notes the place of the innermost field that is wrong. Returns false.
+    bool refuse(int place) {
+        result.firstWrong = result.firstWrong.value_or(place);
+        return false;
+    }
+
+    bool inspectField(const Descriptor* type, std::uint32_t tag, int& last) {
+        const int number = fieldNumberOf(tag);
+        const FieldDescriptor* const field = fieldOf(type, number);
         if (field == nullptr) {
             if (type != nullptr) {
-                result.unknownFields[fullNameOf(type)].insert(fieldNumberOf(tag));
+                result.unknownFields[fullNameOf(type)].insert(number);
             }
             return skip(tag);
         }
         const WireType expected = encodingOf(*field);
+        const bool isPacked = wireTypeOf(tag) == LengthDelimited && field->is_packable();
+        result.isScattered |= number < last || (number == last && (isPacked || !field->is_repeated()));
+        last = number;
         if (wireTypeOf(tag) == expected) {
             return inspectValue(*field, tag);
         }
-        if (wireTypeOf(tag) == LengthDelimited && field->is_packable()) {
+        if (isPacked) {
             return within([&] { return inspectPacked(*field, expected); });
         }
         result.mismatches.insert(fullNameOf(field) + " is not encoded as " + std::string(field->type_name()) +
@@ -81,32 +94,25 @@ private:
         return wireTypeOf(tag) == StartGroup ? inspectFields(nullptr, tag) : skipValue(stream, wireTypeOf(tag));
     }
 
-    /// Reads a length, and inspects so many bytes.
+    /// Reads a length, and inspects so many bytes, or fewer at the end.
     template <class Inspect>
     bool within(const Inspect& inspectAll) {
-        const auto bytes = lengthDelimited();
-        if (!bytes) {
+        int size = 0;
+        if (!stream.ReadVarintSizeAsInt(&size)) {
             return false;
         }
-        const auto limit = stream.PushLimit(static_cast<int>(bytes->size()));
+        const bool isWhole = size <= static_cast<int>(unread().size());
+        const auto limit = stream.PushLimit(size);
         const bool isWellFormed = inspectAll();
         stream.PopLimit(limit);
-        return isWellFormed;
+        return isWellFormed && (isWhole || refuse(stream.CurrentPosition()));
     }
 
-    /// Reads a length, and returns the bytes behind it, which are not read yet. Nothing if there are fewer.
-    std::optional<std::string_view> lengthDelimited() {
-        int size = 0;
+    std::string_view unread() {
         const void* bytes = nullptr;
-        int available = 0;
-        if (!stream.ReadVarintSizeAsInt(&size)) {
-            return std::nullopt;
-        }
-        stream.GetDirectBufferPointerInline(&bytes, &available);
-        if (size > available) {
-            return std::nullopt;
-        }
-        return std::string_view(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
+        int size = 0;
+        stream.GetDirectBufferPointerInline(&bytes, &size);
+        return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
     }
 
     bool inspectPacked(const FieldDescriptor& field, WireType expected) {
@@ -134,11 +140,14 @@ private:
     }
 
     bool inspectString(const FieldDescriptor& field) {
-        const auto bytes = lengthDelimited();
-        if (bytes && !isUtf8(*bytes)) {
+        int size = 0;
+        if (!stream.ReadVarintSizeAsInt(&size) || size > static_cast<int>(unread().size())) {
+            return false;
+        }
+        if (!isUtf8(unread().substr(0, static_cast<std::size_t>(size)))) {
             result.notUtf8.insert(fullNameOf(&field));
         }
-        return bytes && stream.Skip(static_cast<int>(bytes->size()));
+        return stream.Skip(size);
     }
 
     bool inspectEnumeration(const FieldDescriptor& field) {
@@ -161,7 +170,7 @@ private:
 
 Inspection inspect(std::string_view block, const Descriptor& type) {
     Inspector inspector(block);
-    inspector.result.isWellFormed = inspector.inspectFields(&type);
+    inspector.inspectFields(&type);
     return std::move(inspector.result);
 }
 

@@ -2,28 +2,35 @@
 
 #include <google/protobuf/descriptor.h>
 
+#include <cstddef>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 
 namespace rk::tools {
 
-/// What JSON cannot show of a block. The texts are for people.
+/// What JSON cannot show of a block.
 struct Inspection {
-    bool isWellFormed = true; ///< if not, the rest is incomplete
+    /// The place of the first field that is not well-formed. If there is one, the rest is incomplete.
+    std::optional<std::size_t> firstWrong;
+
+    /// Whether fields are not in ascending order, or a field that cannot be repeated is. Protobuf's conversion to JSON prints
+    /// such a field several times.
+    bool isScattered = false;
 
     /// The numbers of the fields that a type does not have, by the name of the type.
     std::map<std::string, std::set<int>> unknownFields;
 
-    /// Fields whose value the type does not allow: "7 is no value of plant.Order.state: ...".
+    /// A line for each field whose value the type does not allow: "7 is no value of plant.Order.state: ...".
     std::set<std::string> mismatches;
 
     /// The names of the string fields that are not UTF-8.
     std::set<std::string> notUtf8;
 };
 
-/// Looks at the block without decoding it, which is many times faster.
+/// Inspects the block without decoding it, which is many times faster.
 Inspection inspect(std::string_view block, const google::protobuf::Descriptor& type);
 
 } // namespace rk::tools

@@ -95,7 +95,7 @@ private:
     std::string urlPrefix;
     const DescriptorPool& pool;
     std::unique_ptr<TypeResolver> plain;
-    std::map<std::string, google::protobuf::Type> types; ///< by URL; protobuf resolves them for each conversion
+    std::map<std::string, google::protobuf::Type> types; ///< by URL, because protobuf resolves them for each conversion
 };
 
 enum class Wanted {
@@ -105,7 +105,7 @@ enum class Wanted {
 
 std::string converted(CodedInputStream& stream, const Descriptor* type, Wanted wanted);
 
-// The message has been parsed before, so what its tags announce is there: these cannot fail.
+// These cannot fail, because the block is well-formed.
 
 std::uint64_t varintFrom(CodedInputStream& stream) {
     std::uint64_t number = 0;
@@ -119,7 +119,7 @@ std::string bytesFrom(CodedInputStream& stream, int size) {
     return bytes;
 }
 
-/// Writes the contents of a message or group with the framing of its kind.
+/// Writes the contents of a message or group, with its framing.
 void append(CodedOutputStream& output, std::uint32_t tag, const std::string& contents, bool asGroup) {
     output.WriteTag(withWireType(tag, asGroup ? StartGroup : LengthDelimited));
     if (!asGroup) {
@@ -131,7 +131,7 @@ void append(CodedOutputStream& output, std::uint32_t tag, const std::string& con
     }
 }
 
-/// Converts a field that is a message or a group, and copies any other as it is.
+/// Converts a field that is a message or a group, and copies any other.
 void convertField(CodedInputStream& stream, CodedOutputStream& output, std::uint32_t tag, const Descriptor* type,
                   Wanted wanted) {
     const FieldDescriptor* const field = fieldOf(type, fieldNumberOf(tag));
@@ -159,7 +159,7 @@ void convertField(CodedInputStream& stream, CodedOutputStream& output, std::uint
     }
 }
 
-/// The fields up to the end of the stream or of the group that it is in. `type` is null for an unknown group.
+/// Converts the fields up to the end of the stream or of its group. `type` is null for an unknown group.
 std::string converted(CodedInputStream& stream, const Descriptor* type, Wanted wanted) {
     std::string bytes;
     google::protobuf::io::StringOutputStream target(&bytes);

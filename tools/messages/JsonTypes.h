@@ -8,8 +8,8 @@
 #include <string_view>
 
 /// \file
-/// Protobuf's JSON conversion knows neither groups nor extensions. Here groups are presented to it as messages, and
-/// extensions as fields with the name "[package.extension]".
+/// Protobuf's conversion to JSON supports neither groups nor extensions. These functions present groups to it as
+/// messages, and extensions as fields named "[package.extension]".
 
 namespace rk::tools {
 
@@ -17,10 +17,10 @@ namespace rk::tools {
 std::unique_ptr<google::protobuf::util::TypeResolver> newJsonTypeResolver(const std::string& urlPrefix,
                                                                           const google::protobuf::DescriptorPool& pool);
 
-/// Whether messages of this type can contain groups, at any depth.
+/// Returns whether messages of this type can contain groups, at any depth.
 bool mayContainGroups(const google::protobuf::Descriptor& type);
 
-/// Whether messages of this type can have required fields, at any depth.
+/// Returns whether messages of this type can have required fields, at any depth.
 bool mayNeedFields(const google::protobuf::Descriptor& type);
 
 /// Turns the groups in a well-formed `block` into messages, and escapes the strings that are not UTF-8.

@@ -78,7 +78,7 @@ MessageCodec::MessageCodec(const CodecSettings& settings, const EnvelopeSettings
       withSchema(settings.hasSchema()),
       endsLines(withSchema || settings.format != Format::Raw),
       isBare(!withSchema && !envelope.parts && !envelope.needsTime()),
-      codec(makeCodec(settings, sent, received, complaints)),
+      codec(withSchema ? makeProtobufCodec(settings, sent, received, complaints) : makeRawCodec(settings)),
       plain(makeRawCodec(settings)) {
     checkLayout();
 }

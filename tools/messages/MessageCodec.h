@@ -12,48 +12,48 @@
 
 namespace rk::tools {
 
-/// How a message is put together from its parts, and what is written beside them.
+/// How the parts of a message are joined and split, and what is printed with them.
 struct EnvelopeSettings {
-    std::optional<std::string> separator; ///< splits what is sent into parts
-    bool parts = false;                   ///< all parts of a received message in one line
-    std::optional<std::size_t> protoPart; ///< the part that has the schema, beginning at 1; without it the last
+    std::optional<std::string> separator; ///< between the parts of a message.
+    bool parts = false;                   ///< print all parts in one line.
+    std::optional<std::size_t> protoPart; ///< the part that has the schema, from 1, by default the last
     bool json = false;
     bool timestamps = false;
-    std::optional<std::string> layout; ///< with {placeholders}
+    std::optional<std::string> layout; ///< with {placeholders}.
 
     bool needsTime() const { return timestamps || json || layout; }
 };
 
-/// A received message. It is there until the next one is received.
+/// A received message, valid until the next one is received.
 struct Received {
-    std::uint64_t number = 0; ///< beginning at 1
+    std::uint64_t number = 0; ///< from 1
     const std::vector<std::string_view>& parts;
     std::size_t size = 0; ///< of all parts
     const std::string& endpoint;
-    std::chrono::steady_clock::time_point arrival; ///< where it is needed
+    std::chrono::steady_clock::time_point arrival; ///< if the sinks need it
 };
 
-/// Turns texts into messages, and messages into texts.
+/// Converts between messages and their printed form.
 class MessageCodec {
 public:
-    /// `sent` and `received` are the protobuf types, needed for what is encoded and decoded if there is a schema. Throws
-    /// std::runtime_error when the schema or the layout is no good.
+    /// `sent` and `received` are the types of encoded and decoded messages, if there is a schema. Throws
+    /// std::runtime_error if the schema or the layout cannot be used.
     MessageCodec(const CodecSettings& codec, const EnvelopeSettings& envelope, const std::optional<std::string>& sent,
                  const std::optional<std::string>& received, const Complaints& complaints);
 
-    /// The parts of a message. Throws CodecError.
+    /// Returns the parts of a message. Throws CodecError.
     std::vector<std::string> encode(const std::string& text);
 
-    /// Appends a message, with the end of its line. Throws CodecError, and appends nothing then.
+    /// Appends a message and the end of its line. Throws CodecError, and appends nothing then.
     void decode(const Received& message, std::string& text);
 
     bool hasSchema() const { return withSchema; }
     bool keepsParts() const { return envelope.parts || envelope.separator; }
 
-    /// The part of a message that has the schema.
+    /// Returns the part of a message that has the schema. Throws CodecError.
     std::string_view chosenPart(const std::vector<std::string_view>& parts) const;
 
-    /// What a command is given of a request: JSON if there is a schema, else the bytes of the last part.
+    /// Returns the input of a command: JSON if there is a schema, else the last part. Throws CodecError.
     std::string forCommand(const std::vector<std::string_view>& parts);
 
 private:
@@ -70,9 +70,9 @@ private:
     EnvelopeSettings envelope;
     bool withSchema;
     bool endsLines;
-    bool isBare;                  ///< nothing but the parts is written, and nothing can be wrong with them
+    bool isBare;                  ///< only the parts are printed, and they are always valid
     std::unique_ptr<Codec> codec; ///< of the chosen part
-    std::unique_ptr<Codec> plain; ///< of the others, if there is a schema
+    std::unique_ptr<Codec> plain; ///< of the other parts, if there is a schema
 };
 
 } // namespace rk::tools

@@ -12,8 +12,8 @@
 #include <string>
 
 /// \file
-/// Hides what differs between releases of protobuf. Release 22 renamed the callback for errors and logs through abseil,
-/// release 26 renamed an option of JSON, and release 30 returns names as views.
+/// Hides the differences between releases of protobuf. Release 22 renamed the callback for errors and logs through abseil.
+/// Release 26 renamed an option of JSON. Release 30 returns names as views.
 
 namespace rk::tools {
 
@@ -22,7 +22,7 @@ std::string fullNameOf(const Descriptor* descriptor) {
     return std::string(descriptor->full_name());
 }
 
-/// The field or extension of that number. Null if there is none, or if `type` is null.
+/// Returns the field or extension with that number. Null if there is none, or if `type` is null.
 inline const google::protobuf::FieldDescriptor* fieldOf(const google::protobuf::Descriptor* type, int number) {
     if (type == nullptr) {
         return nullptr;
@@ -31,7 +31,7 @@ inline const google::protobuf::FieldDescriptor* fieldOf(const google::protobuf::
     return field != nullptr ? field : type->file()->pool()->FindExtensionByNumber(type, number);
 }
 
-/// Receives what is wrong with a schema.
+/// Receives the errors in a schema.
 class SchemaErrors : public google::protobuf::compiler::MultiFileErrorCollector {
 public:
     /// `line` and `column` begin at 0. A negative `line` means the whole file.
@@ -56,7 +56,7 @@ inline void printAllFields(google::protobuf::util::JsonPrintOptions& options, bo
 #endif
 }
 
-/// Keeps protobuf from writing to standard error itself.
+/// Keeps protobuf from writing to standard error.
 inline void silenceProtobuf() {
 #if GOOGLE_PROTOBUF_VERSION < 4022000
     google::protobuf::SetLogHandler(nullptr);

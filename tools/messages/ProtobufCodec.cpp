@@ -2,7 +2,6 @@
 #include "messages/Codec.h"
 #include "messages/Inspection.h"
 #include "messages/JsonTypes.h"
-#include "messages/PartialDecoder.h"
 #include "messages/Protobuf.h"
 #include "messages/Schema.h"
 #include "messages/Text.h"
@@ -45,8 +44,8 @@ std::string missingFields(const Message& message) {
     return listed(fields);
 }
 
-/// Protobuf's complaint about JSON text in one line: it may begin with an empty place, and end with an excerpt and a
-/// mark below.
+/// Returns protobuf's message about JSON in one line. It may begin with an empty place, and end with an excerpt and a mark
+/// below.
 std::string inOneLine(std::string complaint) {
     if (complaint.compare(0, 2, ": ") == 0) {
         complaint.erase(0, 2);
@@ -90,37 +89,47 @@ public:
     }
 
     void decode(std::string_view block, std::string& text) override {
-        bytes.assign(block);
         const Inspection inspection = inspect(block, *receivedMessage->GetDescriptor());
-        if (!inspection.isWellFormed || !inspection.notUtf8.empty() || receivesRequired) {
-            decodeWhole(block);
+        if (inspection.firstWrong || receivesRequired) {
+            requireWhole(block, inspection);
         }
         remarkOn(inspection);
         if (!inspection.notUtf8.empty()) {
             throw CodecError("not UTF-8, which JSON has to be: " + listed(inspection.notUtf8) +
-                             "; decoded, with these bytes escaped: " +
-                             toJson(presentable(block, *receivedMessage->GetDescriptor())));
+                             "; decoded, with these bytes escaped: " + presentedJson(block));
+        }
+        if (inspection.isScattered &&
+            receivedMessage->ParsePartialFromArray(block.data(), static_cast<int>(block.size()))) {
+            receivedMessage->SerializePartialToString(&bytes);
+        } else {
+            bytes.assign(block);
         }
         text += toJson(bytes);
     }
 
 private:
-    /// Throws CodecError, with what could be decoded, if the block is not a whole message.
-    void decodeWhole(std::string_view block) {
-        if (!receivedMessage->ParsePartialFromArray(block.data(), static_cast<int>(block.size()))) {
-            receivedMessage->Clear();
-            const std::size_t place = decodePart(block, *receivedMessage);
-            throw CodecError("not a " + typeOf(*receivedMessage) + " from byte " + std::to_string(place) +
-                             " on; decoded so far: " + toJson(receivedMessage->SerializePartialAsString()));
+    /// Throws CodecError, with the decoded part, if the block is not a whole message.
+    void requireWhole(std::string_view block, const Inspection& inspection) {
+        const std::size_t size = inspection.firstWrong.value_or(block.size());
+        // Keeps the fields before a failure.
+        const bool isDecoded = receivedMessage->ParsePartialFromArray(block.data(), static_cast<int>(size));
+        const auto decoded = [this] { return presentedJson(receivedMessage->SerializePartialAsString()); };
+        if (inspection.firstWrong) {
+            throw CodecError("not a " + typeOf(*receivedMessage) + " from byte " + std::to_string(size) +
+                             " on; decoded so far: " + decoded());
         }
-        if (!receivedMessage->IsInitialized()) {
+        if (isDecoded && !receivedMessage->IsInitialized()) {
             throw CodecError("not a whole " + typeOf(*receivedMessage) + ": missing " +
-                             missingFields(*receivedMessage) +
-                             "; decoded: " + toJson(receivedMessage->SerializePartialAsString()));
+                             missingFields(*receivedMessage) + "; decoded: " + decoded());
         }
     }
 
-    /// For a block of the type that is received.
+    /// Converts a block that JSON cannot carry.
+    const std::string& presentedJson(std::string_view block) {
+        return toJson(presentable(block, *receivedMessage->GetDescriptor()));
+    }
+
+    /// Converts a block of the received type.
     const std::string& toJson(const std::string& block) {
         json.clear();
         std::string presented;
@@ -136,7 +145,7 @@ private:
         return json;
     }
 
-    /// Says each thing once.
+    /// Makes each remark once.
     void remarkOn(const Inspection& inspection) {
         for (const auto& [type, numbers] : inspection.unknownFields) {
             std::set<std::string> unremarked;
@@ -150,7 +159,7 @@ private:
                                   ": is it the right type?");
             }
         }
-        // With unknown fields, it is one more sign of the wrong type.
+        // With unknown fields, the type is wrong anyway.
         for (const std::string& mismatch : inspection.mismatches) {
             if (inspection.unknownFields.empty() && isNew(mismatch)) {
                 complaints.remark(mismatch);
@@ -158,7 +167,7 @@ private:
         }
     }
 
-    /// False for what has been remarked, and once there have been many remarks.
+    /// Returns false for a second time, and after many remarks.
     bool isNew(const std::string& remark) { return remarked.size() < mostRemarks && remarked.insert(remark).second; }
 
     const Complaints& complaints;
@@ -173,7 +182,7 @@ private:
     std::string receivedUrl;
     util::JsonPrintOptions options;
     std::set<std::string> remarked;
-    std::string bytes; ///< of the block, and its JSON; kept for their memory
+    std::string bytes; ///< of the block, reused for its memory, as is `json`
     std::string json;
 };
 

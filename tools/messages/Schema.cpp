@@ -56,7 +56,7 @@ std::string withoutPackage(const Descriptor* type) {
 
 } // namespace
 
-/// Keeps the first complaint of the protobuf compiler that names a line; the others mostly follow from it.
+/// Keeps the first error of the protobuf compiler that has a line. The others mostly follow from it.
 class Schema::FirstError : public SchemaErrors {
 public:
     explicit FirstError(Schema& schemaToRead) : schema(schemaToRead) {}
@@ -83,7 +83,7 @@ Schema::Schema(const CodecSettings& settings)
       firstError(std::make_unique<FirstError>(*this)),
       importedPool(&database, fromSources.GetValidationErrorCollector()),
       factory(&importedPool) {
-    silenceProtobuf(); // it repeats its complaints, and remarks on what works, on standard error
+    silenceProtobuf(); // it repeats its errors on standard error
     fromSources.RecordErrorsTo(firstError.get());
     importedPool.EnforceWeakDependencies(true);
     for (const std::string& path : settings.protoPaths) {

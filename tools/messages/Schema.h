@@ -13,26 +13,26 @@
 
 namespace rk::tools {
 
-/// The message types of .proto files and descriptor sets, read when the program runs.
+/// The message types of .proto files and descriptor sets.
 class Schema {
 public:
-    /// Imports are looked for in the given paths and in the folders of the files; protobuf's own are always there.
-    /// Throws std::runtime_error, "FILE:LINE:COLUMN: reason", for the first thing wrong with a file.
+    /// Finds imports in the given paths, or else in the folders of the files, and those of protobuf itself. Throws
+    /// std::runtime_error, "FILE:LINE:COLUMN: reason", for the first error in a file.
     explicit Schema(const CodecSettings& settings);
     ~Schema();
     Schema(const Schema&) = delete;
     Schema& operator=(const Schema&) = delete;
 
-    /// The type of that full name, or of that name without its package if only one has it.
-    /// Throws std::runtime_error, which lists the types that there are.
+    /// Returns the type with that full name, or the only one with that name without its package. Throws
+    /// std::runtime_error, which lists all types.
     const google::protobuf::Descriptor* type(const std::string& name);
 
-    /// The full names of all types in the files, without those of their imports.
+    /// Returns the full names of all types in the files, without their imports.
     std::vector<std::string> typeNames() const;
 
     const google::protobuf::DescriptorPool* pool() const;
 
-    /// An empty message of a type of this schema, which has to outlive it.
+    /// Returns an empty message of a type of this schema, which must outlive it.
     std::unique_ptr<google::protobuf::Message> newMessage(const google::protobuf::Descriptor* type);
 
 private:
@@ -41,10 +41,10 @@ private:
     void import(const std::string& name, const std::string& path);
     void addDescriptorSet(const std::string& path);
 
-    /// The name under which the compiler knows the file at `path`.
+    /// Returns the compiler's name of the file at `path`.
     std::string nameOf(const std::string& path);
 
-    /// The path of the file that the compiler knows under that name.
+    /// Returns the path of the file with that name.
     std::string pathOf(const std::string& name);
 
     google::protobuf::compiler::DiskSourceTree sources;

@@ -13,7 +13,7 @@ namespace {
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 
-/// Types whose JSON is not that of their fields.
+/// Types with a JSON of another form than that of their fields.
 const std::map<std::string, std::string>& specialTypes() {
     static const std::map<std::string, std::string> types = {{"google.protobuf.Timestamp", "\"1970-01-01T00:00:00Z\""},
                                                              {"google.protobuf.Duration", "\"0s\""},
@@ -82,7 +82,7 @@ private:
         }
     }
 
-    std::vector<const Descriptor*> open; ///< the types that the one at hand lies in
+    std::vector<const Descriptor*> open; ///< the types around the current one
 };
 
 } // namespace

@@ -6,7 +6,7 @@
 
 namespace rk::tools {
 
-/// A JSON object in one line with every field of `type`, to be filled in: empty texts, zeros, the first value of each
+/// Returns a JSON object in one line with every field of `type`, to fill in: empty strings, zeros, the first value of each
 /// enumeration, one element in each list. A message within itself is an empty object.
 std::string skeletonOf(const google::protobuf::Descriptor& type);
 

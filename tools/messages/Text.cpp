@@ -21,7 +21,7 @@ bool isPlain(unsigned char byte) {
     return (byte >= 0x20 && byte < 0x7F && byte != '\\') || byte == '\t';
 }
 
-/// The length of the character that begins `bytes` if it is UTF-8 of two bytes or more, else 0.
+/// Returns the length of the first character if it is UTF-8 of two bytes or more, else 0.
 std::size_t lengthOfCharacter(std::string_view bytes) {
     const unsigned char first = byteAt(bytes, 0);
     const std::size_t length = first >= 0xC2 && first < 0xE0   ? 2
@@ -42,8 +42,8 @@ std::size_t lengthOfCharacter(std::string_view bytes) {
     return longerThanNeeded || noCharacter ? 0 : length;
 }
 
-/// Whether a character of two bytes or more does something to the characters around it: C1 controls, marks and overrides
-/// of the direction, line separators, zero-width characters and tags.
+/// Returns whether a character of two bytes or more is invisible or changes its neighbours: C1 controls, marks and
+/// overrides of the direction, line separators, zero-width characters and tags.
 bool isControl(std::string_view character) {
     const unsigned char second = byteAt(character, 1);
     const unsigned char third = character.size() > 2 ? byteAt(character, 2) : 0;

@@ -6,22 +6,20 @@
 
 namespace rk::tools {
 
-/// Two lower-case hexadecimal digits for each byte.
+/// Returns two lower-case hexadecimal digits for each byte.
 std::string toHex(std::string_view bytes);
 
-/// The bytes that `text` writes in hexadecimal digits, with blanks between bytes or not; nothing if it is anything
-/// else.
+/// Returns the bytes of hexadecimal digits, which may have blanks between bytes. Nothing for any other text.
 std::optional<std::string> fromHex(std::string_view text);
 
 bool isUtf8(std::string_view bytes);
 
-/// `bytes` in one line that is safe for a terminal: tabs and UTF-8 as they are, a backslash as "\\",
-/// control characters as "\n" or "\x1B". Bytes that are not UTF-8, and characters that change the direction of the text
-/// or are otherwise invisible, are escaped byte by byte, as "\xFF".
+/// Returns `bytes` as a line that is safe for a terminal. Escapes control characters, invisible characters and bytes that
+/// are not UTF-8, such as "\n" or "\x1B", and a backslash as "\\".
 std::string printable(std::string_view bytes);
 void appendPrintable(std::string& text, std::string_view bytes);
 
-/// Lines of 16 bytes as `xxd` writes them: place, digits, characters. Without the end of the last line.
+/// Returns lines of 16 bytes in the form of `xxd`, without the end of the last one.
 std::string hexdump(std::string_view bytes);
 
 } // namespace rk::tools

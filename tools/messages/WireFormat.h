@@ -7,9 +7,9 @@
 
 namespace rk::tools {
 
-constexpr int deepestNesting = 100; // as protobuf has it
+constexpr int deepestNesting = 100; // protobuf's limit
 
-/// The last three bits of a tag: how the value behind it is encoded.
+/// The last three bits of a tag: the encoding of its value.
 enum WireType : std::uint32_t {
     Varint = 0,
     Fixed64 = 1,
@@ -36,7 +36,7 @@ inline google::protobuf::io::CodedInputStream streamOf(std::string_view bytes) {
                                                   static_cast<int>(bytes.size()));
 }
 
-/// Skips the value behind a tag. The start and the end of a group count as values. False if the value is not whole.
+/// Skips the value of a tag. The start and the end of a group count as values. Returns false if it is not whole.
 inline bool skipValue(google::protobuf::io::CodedInputStream& stream, std::uint32_t wireType) {
     std::uint64_t number = 0;
     std::uint32_t size = 0;

@@ -26,7 +26,7 @@ std::optional<RecordingReader::Entry> RecordingReader::next() {
     std::size_t size = 0;
     bool more = true;
     while (more) {
-        // A part without bytes takes memory, too.
+        // An empty part takes memory too.
         auto block = nextBlock(std::max(size, recording::headSize * entry.parts.size()));
         if (!block) {
             return std::nullopt;
@@ -40,7 +40,7 @@ std::optional<RecordingReader::Entry> RecordingReader::next() {
     return entry;
 }
 
-/// Nothing at the end, or when told to stop. `sizeBefore` is that of the earlier parts of the message.
+/// Returns nothing at the end or after a signal. `sizeBefore` is the size of the earlier parts of the message.
 std::optional<RecordingReader::Block> RecordingReader::nextBlock(std::size_t sizeBefore) {
     const std::string headBytes = file.read(recording::headSize);
     if (stop.requested() || headBytes.empty()) {

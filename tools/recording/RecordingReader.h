@@ -14,19 +14,19 @@ namespace rk::tools {
 class RecordingReader {
 public:
     struct Entry {
-        std::chrono::nanoseconds time; ///< since the first one
+        std::chrono::nanoseconds time; ///< since the first message
         std::vector<std::string> parts;
     };
 
-    /// A message longer than `maxSize` is taken for damage. Throws std::runtime_error with the reason: cannot be read, is
-    /// no recording, is one of another version.
+    /// Refuses messages longer than `maxSize`. Throws std::runtime_error if the file cannot be read, is no recording, or
+    /// one of another version.
     RecordingReader(const std::string& path, std::size_t maxSize, const StopSignals& stop);
 
-    /// The next message, or nothing at the end or when told to stop. Throws std::runtime_error that names the place when
-    /// the recording ends within a message.
+    /// Returns the next message, or nothing at the end or after a signal. Throws std::runtime_error with the place of a
+    /// cut or damaged message.
     std::optional<Entry> next();
 
-    /// How much has been read, from 0 to 1, if the length is known.
+    /// Returns the share that has been read, from 0 to 1, if the length is known.
     std::optional<double> progress() const;
 
 private:

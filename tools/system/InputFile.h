@@ -9,7 +9,7 @@ namespace rk::tools {
 
 class StopSignals;
 
-/// A file or standard input, read as it comes. A request to stop looks like its end.
+/// Reads a file or standard input. A signal looks like its end.
 class InputFile {
 public:
     /// "-" is standard input. Throws std::runtime_error with the reason.
@@ -18,22 +18,22 @@ public:
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
 
-    /// What to call it in a text: its path, or "standard input".
+    /// Its path, or "standard input".
     const std::string& name() const { return fileName; }
 
-    /// Up to `size` bytes; fewer only at the end.
+    /// Returns `size` bytes, or fewer at the end.
     std::string read(std::size_t size);
 
-    /// The next line, without its end.
+    /// Returns the next line, without its end.
     std::optional<std::string> readLine();
 
     std::string readAll();
 
-    /// Its length in bytes, if it has one that is known.
+    /// Returns its length in bytes, if it is a regular file.
     std::optional<std::uint64_t> size() const;
 
 private:
-    /// Gets more into the buffer; false at the end.
+    /// Reads more into the buffer. Returns false at the end.
     bool fill();
 
     const StopSignals& stop;

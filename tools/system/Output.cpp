@@ -31,14 +31,15 @@ Output::Output(const std::string& path, const StopSignals& stopSignals)
         throw std::runtime_error("cannot write " + name + ": " + std::strerror(errno));
     }
     struct stat status = {};
-    isRegular = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    static_cast<void>(::fstat(descriptor, &status));
+    waits = S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || ::isatty(descriptor) == 1;
     if (S_ISFIFO(status.st_mode)) {
         openPipe();
     }
 }
 
-/// Opens a pipe a second time, so that our writes do not block and those of others who share it stay as they are. Best
-/// effort: the pipe may belong to another user.
+/// Opens a pipe a second time without blocking, which does not affect the processes that share it. Best effort: the pipe
+/// may belong to another user.
 void Output::openPipe() {
     const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
     const int own = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -57,7 +58,7 @@ Output::~Output() {
     try {
         flush();
     } catch (const std::exception&) {
-        // Whatever ended the work has been told already.
+        // The failure that ended the work has been reported.
     }
     if (owned) {
         ::close(descriptor);
@@ -70,7 +71,7 @@ void Output::write(std::string_view bytes) {
 }
 
 void Output::flush() {
-    // Kept for its memory; empty when this fails, so that nothing is written twice.
+    // The buffer is empty on failure, so that nothing is written twice. It keeps its memory.
     std::string handedOn;
     handedOn.swap(buffer);
     for (std::string_view rest = handedOn; !rest.empty();) {
@@ -81,12 +82,12 @@ void Output::flush() {
 }
 
 void Output::writePiece(std::string_view& rest) const {
-    // A reader that is stuck must not keep a signal from ending the process.
-    if (waits && !isRegular) {
+    // A signal must end the process even if the reader is stuck.
+    if (waits) {
         awaitReader();
     }
-    // A pipe that is ready takes so much without blocking.
-    const std::size_t size = waits && !isRegular ? std::min<std::size_t>(rest.size(), PIPE_BUF) : rest.size();
+    // A write of this size to a ready pipe does not block.
+    const std::size_t size = waits ? std::min<std::size_t>(rest.size(), PIPE_BUF) : rest.size();
     const ssize_t result = ::write(descriptor, rest.data(), size);
     if (result >= 0) {
         rest.remove_prefix(static_cast<std::size_t>(result));
@@ -115,10 +116,6 @@ void Output::flushForReader() {
     if (::poll(&item, 1, 0) == 1 && (item.revents & (POLLERR | POLLHUP)) != 0) {
         throw ReaderGone();
     }
-}
-
-bool Output::isTerminal() const {
-    return ::isatty(descriptor) == 1;
 }
 
 } // namespace rk::tools

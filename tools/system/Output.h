@@ -9,29 +9,29 @@ namespace rk::tools {
 
 class StopSignals;
 
-/// Whoever read the output has gone.
+/// The reader of the output has gone.
 class ReaderGone : public std::runtime_error {
 public:
     ReaderGone() : std::runtime_error("the reader of the output is gone") {}
 };
 
-/// A file or standard output, written to in large pieces.
+/// Writes a file or standard output in large pieces.
 class Output {
 public:
     /// Standard output.
     explicit Output(const StopSignals& stop);
 
-    /// The file at `path`, made anew; "-" is standard output. Throws std::runtime_error with the reason.
+    /// Creates or empties the file at `path`. "-" is standard output. Throws std::runtime_error with the reason.
     Output(const std::string& path, const StopSignals& stop);
 
-    /// Hands on what is left, if that can still be done.
+    /// Writes the rest, as a best effort.
     ~Output();
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
     void write(std::string_view bytes);
 
-    /// What has been written and not handed on, to which more may be appended. Call flushWhenFull() then.
+    /// The buffer, for appending. Call flushWhenFull() afterwards.
     std::string& pending() { return buffer; }
     bool hasPending() const { return !buffer.empty(); }
 
@@ -41,14 +41,12 @@ public:
         }
     }
 
-    /// Hands on what has been written. Throws ReaderGone, also when the reader takes nothing for a second after the
-    /// request to stop; or std::runtime_error with the reason.
+    /// Writes the buffer. Throws std::runtime_error with the reason, or ReaderGone, also when the reader takes nothing for
+    /// a second after a signal.
     void flush();
 
-    /// Like flush(), but throws ReaderGone also when there is nothing to hand on.
+    /// Like flush(), but throws ReaderGone even if the buffer is empty.
     void flushForReader();
-
-    bool isTerminal() const;
 
 private:
     static constexpr std::size_t bufferSize = 64UL * 1024;
@@ -61,8 +59,7 @@ private:
     std::string name;
     int descriptor;
     bool owned;
-    bool waits = true; ///< a write may block
-    bool isRegular = false;
+    bool waits = false; ///< a write may block
     std::string buffer;
 };
 

@@ -43,22 +43,19 @@ public:
     throw std::runtime_error("cannot " + action + ": " + std::strerror(errno));
 }
 
-/// A file in memory, from whose start `input` can be read.
+/// Makes a file in memory that can be read from its start.
 void fill(Descriptor& file, std::string_view input) {
     file.number = ::memfd_create("request", MFD_CLOEXEC);
-    for (std::size_t done = 0; file.number >= 0 && done < input.size();) {
-        const ssize_t written = ::pwrite(file.number, &input[done], input.size() - done, static_cast<off_t>(done));
-        if (written < 0) {
-            refuse("keep the request");
-        }
-        done += static_cast<std::size_t>(written);
+    ssize_t written = file.number;
+    for (std::size_t done = 0; written >= 0 && done < input.size(); done += static_cast<std::size_t>(written)) {
+        written = ::pwrite(file.number, &input[done], input.size() - done, static_cast<off_t>(done));
     }
-    if (file.number < 0) {
+    if (written < 0) {
         refuse("keep the request");
     }
 }
 
-/// In a process group of its own, so that it can be ended with all that it has started; with the signals as usual.
+/// Starts the command with default signals, in a new process group, so that it can be killed with its children.
 pid_t spawn(const std::string& command, int input, int output) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -98,7 +95,7 @@ class Run {
 public:
     using Clock = std::chrono::steady_clock;
 
-    Run(const std::string& command, std::string_view input, const ShellCommand::Limits& limitsToKeep)
+    Run(const std::string& command, std::string_view input, const ShellLimits& limitsToKeep)
         : limits(limitsToKeep), deadline(Clock::now() + limits.time) {
         fill(request, input);
         std::array<int, 2> ends{};
@@ -120,8 +117,8 @@ public:
         }
     }
 
-    ShellCommand::Result finish(const StopSignals& stop) {
-        ShellCommand::Result result;
+    ShellResult finish(const StopSignals& stop) {
+        ShellResult result;
         while (!hasEnded && !stop.requested() && !result.exceeded) {
             await(stop);
             drain(result.output);
@@ -144,7 +141,7 @@ private:
         hasEnded = items[0].revents != 0;
     }
 
-    /// Takes what is there, up to the limit.
+    /// Reads the output that is there, up to the limit.
     void drain(std::string& output) {
         std::array<char, 65536> piece{};
         ssize_t size = 1;
@@ -153,7 +150,7 @@ private:
             output.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
         }
         if (size == 0) {
-            readEnd.close(); // poll ignores it from now on
+            readEnd.close(); // poll ignores it then
         }
     }
 
@@ -169,7 +166,7 @@ private:
 
     void kill() const { ::kill(-child, SIGKILL); }
 
-    ShellCommand::Limits limits;
+    ShellLimits limits;
     Clock::time_point deadline;
     Descriptor request;
     Descriptor readEnd;
@@ -180,10 +177,8 @@ private:
 
 } // namespace
 
-ShellCommand::ShellCommand(const std::string& commandText, const Limits& limitsToKeep, const StopSignals& stopSignals)
-    : command(commandText), limits(limitsToKeep), stop(stopSignals) {}
-
-ShellCommand::Result ShellCommand::run(std::string_view input) const {
+ShellResult runInShell(const std::string& command, std::string_view input, const ShellLimits& limits,
+                       const StopSignals& stop) {
     return Run(command, input, limits).finish(stop);
 }
 

@@ -18,7 +18,7 @@ volatile std::sig_atomic_t received = 0;
 int wakeUp = -1;
 std::int64_t firstTime = 0; // in nanoseconds
 
-// timeout and other supervisors send the same signal twice, to the process and to its group.
+// timeout and other supervisors send a signal twice, to the process and to its group.
 constexpr std::int64_t grace = 1000000000;
 
 std::int64_t monotonicTime() {
@@ -52,7 +52,7 @@ StopSignals::StopSignals() {
     }
     struct sigaction action = {};
     action.sa_handler = rkToolsOnSignal;
-    // Both wait for each other, so that the handler is not interrupted.
+    // Neither signal interrupts the handler of the other.
     sigaddset(&action.sa_mask, SIGINT);
     sigaddset(&action.sa_mask, SIGTERM);
     ::sigaction(SIGINT, &action, nullptr);

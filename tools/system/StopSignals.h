@@ -4,8 +4,8 @@
 
 namespace rk::tools {
 
-/// Turns SIGINT and SIGTERM into a request to stop, which interrupts whatever waits. Another one a second later, or after
-/// that, ends the process at once. SIGPIPE is ignored: a reader that is gone shows when it is written to. One object for the whole process.
+/// Turns SIGINT and SIGTERM into a request to stop, which interrupts each wait. Another one, a second later or more, ends
+/// the process at once. Ignores SIGPIPE, so that writing fails instead. The process has one object.
 class StopSignals {
 public:
     using Clock = std::chrono::steady_clock;
@@ -17,13 +17,13 @@ public:
 
     bool requested() const;
 
-    /// The number of the signal that asked to stop, or 0.
+    /// Returns the number of the signal, or 0.
     int signal() const;
 
-    /// Waits until `time`. False when told to stop before.
+    /// Waits until `time`. Returns false after a signal.
     bool sleepUntil(Clock::time_point time) const;
 
-    /// Becomes readable with the request.
+    /// A descriptor that becomes readable with the request.
     int descriptor() const;
 };
 

@@ -3,7 +3,7 @@
 #include "system/ShellCommand.h"
 #include "traffic/Wire.h"
 
-#include <memory>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,27 +15,21 @@ class MessageCodec;
 class Complaints;
 class StopSignals;
 
-/// How requests are answered. One of the four is set.
+/// How `rep` answers. One of the four is set.
 struct AnswerSettings {
     std::optional<std::string> text;
     std::optional<std::string> file;
     bool echo = false;
     std::optional<std::string> command;
-    ShellCommand::Limits limits;
+    ShellLimits limits;
 };
 
-/// What a request is answered with.
-class Answer {
-public:
-    virtual ~Answer() = default;
+/// Returns the reply to a request of these parts. Reports a failure, and returns an empty reply then, so that the client
+/// does not wait forever.
+using Answer = std::function<Parts(const std::vector<std::string_view>& request)>;
 
-    /// The reply to a request of so many parts. A client that gets none would wait for ever: where there is nothing good to answer, it
-    /// is empty, and reported.
-    virtual Parts to(const std::vector<std::string_view>& request) = 0;
-};
-
-/// Makes the answer that the settings ask for. Throws std::runtime_error when a fixed block cannot be read or encoded.
-std::unique_ptr<Answer> makeAnswer(const AnswerSettings& settings, MessageCodec& codec, Complaints& complaints,
-                                   const StopSignals& stop);
+/// Makes the answer of the settings, which must outlive it. Throws std::runtime_error if a fixed reply cannot be read or
+/// encoded.
+Answer makeAnswer(const AnswerSettings& settings, MessageCodec& codec, Complaints& complaints, const StopSignals& stop);
 
 } // namespace rk::tools

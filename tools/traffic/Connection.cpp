@@ -12,7 +12,7 @@ namespace rk::tools {
 
 namespace {
 
-// ZeroMQ tries again after a tenth of a second.
+// ZeroMQ reconnects after a tenth of a second.
 constexpr std::chrono::milliseconds retryPatience{500};
 
 constexpr int failures =
@@ -25,7 +25,7 @@ Connection::Connection(const Context& context, void* socket) : events(zmq_socket
     static std::atomic<unsigned int> number{0};
     const std::string name = "inproc://connection-" + std::to_string(number++);
     const int none = 0;
-    // Without limits: an event that has no room would block ZeroMQ's thread.
+    // Without limits, because a full queue would block ZeroMQ's thread.
     zmq_setsockopt(events, ZMQ_RCVHWM, &none, sizeof none);
     zmq_setsockopt(events, ZMQ_LINGER, &none, sizeof none);
     zmq_socket_monitor(socket, name.c_str(),
@@ -41,7 +41,7 @@ void Connection::update() {
     zmq_msg_t message;
     zmq_msg_init(&message);
     while (zmq_msg_recv(&message, events, ZMQ_DONTWAIT) >= 0) {
-        if (zmq_msg_more(&message) == 0) { // the address, behind the event
+        if (zmq_msg_more(&message) == 0) { // the address
             continue;
         }
         std::uint16_t event = 0;

@@ -8,30 +8,29 @@ namespace rk::tools {
 
 class Context;
 
-/// Follows the connection of a socket that connects.
+/// Watches the connection of a socket that connects.
 class Connection {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Watches `socket` from now on.
     Connection(const Context& context, void* socket);
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    /// Takes note of what has happened.
+    /// Reads the events since the last call.
     void update();
 
-    /// Whether the other side speaks, or has spoken, ZeroMQ with a socket of the right type.
+    /// Returns whether a handshake with a socket of the right type has succeeded.
     bool wasMade() const { return made; }
 
-    /// ZeroMQ gives up a connection on which the other side breaks the protocol or sends a message that is too long.
+    /// Returns whether ZeroMQ does not reconnect, as after a protocol error or a message that is too long.
     bool isGivenUp(Clock::time_point now) const;
 
 private:
     void* events;
     bool made = false;
-    std::optional<Clock::time_point> lost; ///< and since then not tried again
+    std::optional<Clock::time_point> lost; ///< without an attempt since then
 };
 
 } // namespace rk::tools

@@ -22,21 +22,10 @@ Context::~Context() {
     terminate();
 }
 
-void Context::secure(void* socket, const rk::socket::SocketEndpoint& endpoint, bool binds) {
-    if (!ownKeys) {
-        return;
-    }
-    if (endpoint.transport != rk::socket::Transport::Tcp) {
-        throw std::runtime_error("ipc://" + endpoint.address + ": only TCP can be encrypted");
-    }
-    if (!binds) {
-        ownKeys->encryptConnection(socket, endpoint);
-        return;
-    }
-    if (!gatekeeper) {
+void Context::admitClients() {
+    if (ownKeys && !gatekeeper) {
         gatekeeper = std::make_unique<Gatekeeper>(context, *ownKeys);
     }
-    ownKeys->encryptListener(socket);
 }
 
 void Context::reportRefusals(const Complaints& complaints) const {
@@ -48,7 +37,7 @@ void Context::reportRefusals(const Complaints& complaints) const {
 }
 
 void Context::terminate() {
-    // The first signal ends the wait, and leaves the context to the end of the process.
+    // After the first signal, the end of the process frees the context.
     const bool wasStopped = stop.requested();
     while (context != nullptr && zmq_ctx_term(context) != 0 && errno == EINTR && (wasStopped || !stop.requested())) {
     }

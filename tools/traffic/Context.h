@@ -13,7 +13,7 @@ class StopSignals;
 /// The ZeroMQ context of a subcommand, with the keys of its sockets.
 class Context {
 public:
-    /// Throws std::runtime_error when the key files are no good.
+    /// Throws std::runtime_error if a key file cannot be used.
     Context(const KeyFiles& files, const StopSignals& stop);
     ~Context();
     Context(const Context&) = delete;
@@ -24,13 +24,13 @@ public:
     /// Null if nothing is encrypted.
     const Keys* keys() const { return ownKeys.get(); }
 
-    /// Encrypts the endpoint that `socket` binds or connects to next, if there are keys. Throws std::runtime_error.
-    void secure(void* socket, const rk::socket::SocketEndpoint& endpoint, bool binds);
+    /// Starts the gatekeeper if there are keys. Call it before a socket binds. Throws std::runtime_error.
+    void admitClients();
 
     /// Remarks on clients that have been refused.
     void reportRefusals(const Complaints& complaints) const;
 
-    /// Waits until the sockets, which are closed, have sent what their close policies want sent. A signal ends the wait.
+    /// Waits until the closed sockets have sent what their close policies want sent. A signal ends the wait.
     void terminate();
 
 private:

@@ -18,7 +18,7 @@ bool Frames::receiveFrom(void* socket, int flags) {
             zmq_msg_init(messages.emplace_back(std::make_unique<zmq_msg_t>()).get());
         }
         zmq_msg_t* const message = messages[views.size()].get();
-        // ZeroMQ hands a message over only when all of it is there.
+        // ZeroMQ delivers a message only as a whole.
         const int size = zmq_msg_recv(message, socket, flags);
         if (size < 0) {
             return false;

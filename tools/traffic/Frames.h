@@ -8,7 +8,7 @@
 
 namespace rk::tools {
 
-/// A received message with all its parts. It is reused for the next one.
+/// A received message with all its parts. The object is reused for the next message.
 class Frames {
 public:
     Frames() = default;
@@ -16,10 +16,10 @@ public:
     Frames(const Frames&) = delete;
     Frames& operator=(const Frames&) = delete;
 
-    /// Takes the next message out of `socket`, by default without waiting. False, with `errno` set, if there is none.
+    /// Receives a message, by default without waiting. Returns false, with `errno` set, if there is none.
     bool receiveFrom(void* socket, int flags = ZMQ_DONTWAIT);
 
-    /// At least one. They are valid until the next message is received.
+    /// At least one, valid until the next message is received.
     const std::vector<std::string_view>& parts() const { return views; }
 
     /// The length of all parts, in bytes.

@@ -3,10 +3,11 @@
 #include "traffic/Frames.h"
 #include "traffic/Keys.h"
 
+#include <rk/detail/SignalMask.h>
+
 #include <zmq.h>
 
 #include <array>
-#include <csignal>
 #include <cstdint>
 #include <stdexcept>
 #include <string_view>
@@ -17,14 +18,17 @@ namespace rk::tools {
 namespace {
 
 constexpr std::size_t mostRefusals = 1000;
-constexpr std::size_t keySize = 32; // in bytes
+
+// The frames of a request: version, id, domain, address, identity, mechanism, key.
+constexpr std::size_t idPlace = 1;
+constexpr std::size_t addressPlace = 3;
+constexpr std::size_t keyPlace = 6;
 
 std::string textOf(std::string_view key) {
+    constexpr std::size_t size = 32;
     std::array<char, 41> text{};
-    return key.size() == keySize &&
-                   zmq_z85_encode(text.data(), reinterpret_cast<const std::uint8_t*>(key.data()), keySize)
-               ? text.data()
-               : "";
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(key.data());
+    return key.size() == size && zmq_z85_encode(text.data(), bytes, size) ? text.data() : "";
 }
 
 } // namespace
@@ -35,13 +39,14 @@ Gatekeeper::Gatekeeper(void* context, const Keys& keysToUse) : keys(keysToUse), 
         zmq_close(socket);
         throw std::runtime_error("cannot admit clients: " + reason);
     }
-    // Signals are for the thread that waits for messages.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    thread = std::thread([this] { run(); });
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    // Signals have to interrupt the main thread.
+    const rk::detail::SignalMask mask(SIG_SETMASK, rk::detail::asynchronousSignals());
+    thread = std::thread([this] {
+        for (Frames request; request.receiveFrom(socket, 0);) {
+            answer(request);
+        }
+        zmq_close(socket);
+    });
 }
 
 Gatekeeper::~Gatekeeper() {
@@ -53,35 +58,19 @@ std::vector<std::string> Gatekeeper::takeRefusals() {
     return std::exchange(refusals, {});
 }
 
-void Gatekeeper::run() {
-    Frames request;
-    while (request.receiveFrom(socket, 0)) {
-        answer(request);
-    }
-    zmq_close(socket);
-}
-
-/// A request is: version, number, domain, address, identity, mechanism, key.
 void Gatekeeper::answer(const Frames& request) {
-    const auto& parts = request.parts();
-    const std::string key = parts.size() == 7 ? textOf(parts[6]) : "";
-    const bool isTrusted = keys.admits(key);
-    // With 400, the client would not try again once it is trusted.
-    const std::array<std::string_view, 6> reply = {
-        "1.0", parts.size() > 1 ? parts[1] : "", isTrusted ? "200" : "300", isTrusted ? "OK" : "not trusted", "", ""};
-    for (std::size_t place = 0; place < reply.size(); ++place) {
-        const std::string_view part = reply[place];
-        zmq_send(socket, part.data(), part.size(), place + 1 < reply.size() ? ZMQ_SNDMORE : 0);
+    const auto& frames = request.parts();
+    const std::string key = frames.size() > keyPlace ? textOf(frames[keyPlace]) : "";
+    const bool isTrusted = keys.trusted.admits(key);
+    // After 300 the client tries again. After 400 it would not, even once it is trusted.
+    const std::array<std::string_view, 6> reply = {"1.0", frames.at(idPlace), isTrusted ? "200" : "300", "", "", ""};
+    for (const std::string_view& frame : reply) {
+        zmq_send(socket, frame.data(), frame.size(), &frame == &reply.back() ? 0 : ZMQ_SNDMORE);
     }
-    if (!isTrusted && parts.size() == 7) {
-        noteRefusal(key, std::string(parts[3]));
-    }
-}
-
-void Gatekeeper::noteRefusal(const std::string& key, const std::string& address) {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (refusedKeys.size() < mostRefusals && refusedKeys.insert(key).second) {
-        refusals.push_back("refused a client at " + address + ", whose key is not in " + keys.trustFile() + ": " + key);
+    if (!isTrusted && refusedKeys.size() < mostRefusals && refusedKeys.insert(key).second) {
+        refusals.push_back("refused a client at " + std::string(frames.at(addressPlace)) + ", whose key is not in " +
+                           keys.trustFile + ": " + key);
     }
 }
 

@@ -11,24 +11,22 @@ namespace rk::tools {
 class Frames;
 class Keys;
 
-/// Answers ZeroMQ's questions about clients in a thread of its own: those whose keys are trusted are admitted.
+/// Tells ZeroMQ, on a second thread, which clients may connect: those with trusted keys.
 class Gatekeeper {
 public:
-    /// Begins before the first encrypted endpoint is bound. Throws std::runtime_error with the reason.
+    /// Starts the thread. Throws std::runtime_error with the reason.
     Gatekeeper(void* context, const Keys& keys);
 
-    /// Waits for the thread, which ends when the termination of the context has begun.
+    /// Waits for the thread, which ends when the context is terminated.
     ~Gatekeeper();
     Gatekeeper(const Gatekeeper&) = delete;
     Gatekeeper& operator=(const Gatekeeper&) = delete;
 
-    /// Who has been refused since the last call, for people. Each key is named once.
+    /// A line for each key that was refused since the last call, for the first time.
     std::vector<std::string> takeRefusals();
 
 private:
-    void run();
     void answer(const Frames& request);
-    void noteRefusal(const std::string& key, const std::string& address);
 
     const Keys& keys;
     void* socket;

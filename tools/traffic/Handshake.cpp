@@ -6,20 +6,20 @@
 #include <zmq.h>
 
 #include <memory>
+#include <poll.h>
 #include <string>
 
 namespace rk::tools {
 
 namespace {
 
-// What the server says: a greeting, and commands with a head each.
-constexpr std::size_t greetingSize = 64;
+// The server sends a greeting, and commands, each with a head.
 constexpr std::size_t headSize = 2;
 constexpr std::size_t welcomeSize = 168;
 constexpr std::size_t pieceSize = 4096;
 
-/// Passes on what both sides say. Only the names of their commands can be read. A server that has the expected key answers
-/// HELLO with WELCOME. If it trusts the client, it answers INITIATE with READY.
+/// Relays the bytes of both sides, and reads the names of their commands. A server with the expected key answers HELLO with
+/// WELCOME. If it trusts the client, it answers INITIATE with READY.
 Handshake relay(Line& server, Line& client) {
     std::string said;
     const auto says = [&said](std::size_t place, const std::string& name) {
@@ -28,7 +28,7 @@ Handshake relay(Line& server, Line& client) {
     };
     const std::size_t answer = greetingSize + headSize + welcomeSize;
     while (!says(answer, "\5READY") && !says(answer, "\5ERROR") && !server.isClosed() && !client.isClosed() &&
-           Line::awaitOne(server, client)) {
+           server.await(POLLIN, &client)) {
         const std::string piece = server.readSome(pieceSize);
         said += piece;
         client.write(piece);
@@ -40,7 +40,7 @@ Handshake relay(Line& server, Line& client) {
     if (says(answer, "\5READY")) {
         return Handshake::Done;
     }
-    // ZeroMQ may close the connection at once, or be silent for a while.
+    // ZeroMQ closes the connection at once, or is silent for a while.
     return server.isClosed() ? Handshake::Refused : Handshake::Untrusted;
 }
 
@@ -53,7 +53,7 @@ Handshake shakeHands(Line& server, const rk::socket::SocketEndpoint& endpoint, c
     const std::unique_ptr<void, decltype(&zmq_close)> socket(zmq_socket(context.get(), socketType), zmq_close);
     const int linger = 0;
     zmq_setsockopt(socket.get(), ZMQ_LINGER, &linger, sizeof linger);
-    keys.encryptConnection(socket.get(), endpoint);
+    setOptions(socket.get(), false, endpoint, {}, &keys);
     zmq_connect(socket.get(), name.c_str());
     client.accept();
     return relay(server, client);

@@ -14,23 +14,23 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Output is held back this long for more to come, so that it is written in few pieces.
+// Output waits this long for more messages, so that it is written in few pieces.
 constexpr milliseconds gathering{1};
 constexpr milliseconds checkInterval{250};
 constexpr milliseconds connectPatience{500};
 
 } // namespace
 
-Inbox::Inbox(std::vector<Wire*> wiresToRead, const MessageSinks& sinksToServe, const InboxSettings& settings,
-             const StopSignals& stopSignals, Complaints& complaintsToUse)
+Inbox::Inbox(std::vector<Wire*> wiresToRead, const MessageSinks& sinksToServe,
+             std::optional<std::chrono::nanoseconds> timeoutToKeep, bool needsTime, const StopSignals& stopSignals,
+             Complaints& complaintsToUse)
     : wires(std::move(wiresToRead)),
       sinks(sinksToServe),
       items(wires.size() + 1),
       stop(stopSignals),
       complaints(complaintsToUse),
-      capacity(settings.maxSize),
-      timed(settings.timed),
-      timeout(settings.timeout) {}
+      timeout(timeoutToKeep),
+      timed(needsTime) {}
 
 Inbox::Event Inbox::next(const char* thing, std::optional<Clock::time_point> start) {
     if (stop.requested()) {
@@ -49,9 +49,9 @@ Inbox::Event Inbox::next(const char* thing, std::optional<Clock::time_point> sta
         arrival = Clock::now();
     }
     ++received;
-    if (frames.size() > capacity) {
+    if (frames.size() > wires[turn]->maxSize()) {
         complaints.add("message " + std::to_string(received) + ", " + std::to_string(frames.size()) +
-                       " bytes: left out, longer than --max-size " + std::to_string(capacity));
+                       " bytes: left out, longer than --max-size " + std::to_string(wires[turn]->maxSize()));
         return Event::TooLong;
     }
     return Event::Message;
@@ -74,7 +74,7 @@ bool Inbox::take() {
     return false;
 }
 
-/// Waits for input. False when the time is over, or when told to stop.
+/// Waits for input. Returns false after the timeout or a signal.
 bool Inbox::await(std::optional<Clock::time_point> start) {
     const bool gathers = std::any_of(sinks.begin(), sinks.end(), [](const auto& sink) { return sink->keepsBack(); });
     if (gathers && poll(Clock::now() + gathering)) {
@@ -132,7 +132,7 @@ void Inbox::lookAfter(Wire& wire, Clock::time_point now) {
     if (connection.wasMade()) {
         complaints.add(wire.endpoint() +
                        ": connecting again, after the other side sent a message longer than --max-size " +
-                       std::to_string(capacity) + " or broke the protocol");
+                       std::to_string(wire.maxSize()) + " or broke the protocol");
     }
     wire.reconnect();
     begin = now;

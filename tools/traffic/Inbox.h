@@ -18,37 +18,31 @@ class Complaints;
 class StopSignals;
 class Wire;
 
-/// What is received, and for how long a message is awaited.
-struct InboxSettings {
-    std::size_t maxSize = 64UL * 1024 * 1024; ///< of a message, in bytes
-    std::optional<std::chrono::nanoseconds> timeout;
-    bool timed = true; ///< whether the time of arrival is needed; reading the clock takes as long as a short message
-};
-
-/// Takes messages out of sockets, without ever being deaf to a request to stop.
+/// Receives messages from sockets. A signal ends each wait.
 class Inbox {
 public:
     using Clock = std::chrono::steady_clock;
 
     enum class Event {
         Message,
-        TooLong, ///< it is left out, and reported
-        Timeout,
+        TooLong, ///< reported and left out
+        Timeout, ///< reported
         Stop
     };
 
-    /// The sockets are open. They and the sinks outlive the inbox.
-    Inbox(std::vector<Wire*> wires, const MessageSinks& sinks, const InboxSettings& settings, const StopSignals& stop,
-          Complaints& complaints);
+    /// The sockets are open. They and the sinks outlive the inbox. `timed` says whether the sinks need the time of
+    /// arrival: reading the clock takes as long as receiving a short message.
+    Inbox(std::vector<Wire*> wires, const MessageSinks& sinks, std::optional<std::chrono::nanoseconds> timeout,
+          bool timed, const StopSignals& stop, Complaints& complaints);
 
-    /// Waits for the next message, and lets the sinks pause in the meantime. The timeout begins at `start`, or else when
-    /// there is nothing left to take. When it is over, reports that there was no `thing`. Throws std::runtime_error.
+    /// Waits for the next message, a `thing`, while the sinks pause. The timeout begins at `start`, by default when no
+    /// message is left. Throws std::runtime_error if a socket fails.
     Event next(const char* thing, std::optional<Clock::time_point> start = std::nullopt);
 
     /// The message of the last event.
     const std::vector<std::string_view>& parts() const { return frames.parts(); }
 
-    /// Gives the message to each sink.
+    /// Gives that message to each sink.
     void handOn() const;
 
 private:
@@ -64,15 +58,14 @@ private:
     std::vector<zmq_pollitem_t> items;
     const StopSignals& stop;
     Complaints& complaints;
-    std::size_t capacity;
-    bool timed;
     std::optional<std::chrono::nanoseconds> timeout;
+    bool timed;
     Frames frames;
-    std::size_t turn = 0; ///< the socket that the last message came from
+    std::size_t turn = 0; ///< the socket of the last message
     std::uint64_t received = 0;
     Clock::time_point arrival{};
     Clock::time_point begin = Clock::now();
-    std::set<std::string> diagnosed; ///< endpoints
+    std::set<std::string> diagnosed; ///< the endpoints that were probed
 };
 
 } // namespace rk::tools

@@ -43,7 +43,7 @@ void Line::connectTo(const SocketEndpoint& endpoint) {
 }
 
 std::string Line::listen() {
-    // Bound to no name, the system chooses one that is no file.
+    // Without a name, the system chooses an abstract one.
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     socklen_t size = sizeof address.sun_family;
@@ -90,19 +90,14 @@ void Line::close() {
     }
 }
 
-/// False when the limit is over, or when told to stop.
-bool Line::await(short event) const {
-    std::array<pollfd, 2> items = {{{descriptor, event, 0}, {stop.descriptor(), POLLIN, 0}}};
+bool Line::await(short event, const Line* other) const {
+    std::array<pollfd, 3> items = {{{descriptor, event, 0},
+                                    {other != nullptr ? other->descriptor : -1, POLLIN, 0},
+                                    {stop.descriptor(), POLLIN, 0}}};
     return ::poll(items.data(), items.size(), static_cast<int>(limit.count())) > 0 && !stop.requested();
 }
 
-bool Line::awaitOne(const Line& first, const Line& second) {
-    std::array<pollfd, 3> items = {
-        {{first.descriptor, POLLIN, 0}, {second.descriptor, POLLIN, 0}, {first.stop.descriptor(), POLLIN, 0}}};
-    return ::poll(items.data(), items.size(), static_cast<int>(first.limit.count())) > 0 && !first.stop.requested();
-}
-
-/// The error number, or 0.
+/// Returns the error number, or 0.
 int Line::tryAddress(int family, const sockaddr* address, socklen_t length) {
     close();
     descriptor = ::socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -142,13 +137,16 @@ void Line::connectToFile(const std::string& path) {
 void Line::connectToHost(const SocketEndpoint& endpoint) {
     addrinfo hints = {};
     hints.ai_socktype = SOCK_STREAM;
-    hints.ai_family = AF_INET;
+    hints.ai_family = ipv6 ? AF_UNSPEC : AF_INET;
     addrinfo* found = nullptr;
     const std::string port = std::to_string(endpoint.port);
-    const int failure = ::getaddrinfo(endpoint.address.c_str(), port.c_str(), &hints, &found);
+    const bool isBracketed = endpoint.address.front() == '[' && endpoint.address.back() == ']';
+    const std::string host = isBracketed ? endpoint.address.substr(1, endpoint.address.size() - 2) : endpoint.address;
+    const int failure = ::getaddrinfo(host.c_str(), port.c_str(), &hints, &found);
     const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> addresses(found, ::freeaddrinfo);
     if (failure != 0) {
-        throw Trouble("there is no host '" + endpoint.address + "': " + ::gai_strerror(failure));
+        throw Trouble(isBracketed && !ipv6 ? "IPv6 needs --ipv6"
+                                           : "there is no host '" + endpoint.address + "': " + ::gai_strerror(failure));
     }
     int error = 0;
     for (const addrinfo* address = found; address != nullptr; address = address->ai_next) {

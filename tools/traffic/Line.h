@@ -12,7 +12,7 @@ namespace rk::tools {
 
 class StopSignals;
 
-/// Why an endpoint cannot be probed further, for people.
+/// Why an endpoint cannot be probed further.
 class Trouble : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -21,45 +21,45 @@ public:
 /// A connection to an endpoint, with a time limit for each step.
 class Line {
 public:
-    Line(std::chrono::milliseconds limitOfStep, const StopSignals& stopSignals)
-        : limit(limitOfStep), stop(stopSignals) {}
+    Line(std::chrono::milliseconds limitOfStep, bool withIpv6, const StopSignals& stopSignals)
+        : limit(limitOfStep), ipv6(withIpv6), stop(stopSignals) {}
     ~Line() { close(); }
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
 
-    /// One with the same limit, not connected.
-    Line another() const { return {limit, stop}; }
+    /// Returns one with the same limit, not connected.
+    Line another() const { return {limit, ipv6, stop}; }
 
     /// Throws Trouble.
     void connectTo(const rk::socket::SocketEndpoint& endpoint);
 
-    /// Listens on a name that the system chooses. Returns it as an endpoint.
+    /// Listens on a name that the system chooses. Returns the endpoint.
     std::string listen();
 
-    /// Replaces the listener by the connection that comes first.
+    /// Replaces the listener by the first connection.
     void accept();
 
     void write(std::string_view bytes) const;
 
-    /// Up to `size` bytes. Fewer when no more come in time, or when the other side closes the connection.
+    /// Returns `size` bytes, or fewer after the limit or the end of the connection.
     std::string read(std::size_t size);
 
-    /// What is there now, at most `size` bytes.
+    /// Returns the bytes that are there, at most `size`.
     std::string readSome(std::size_t size);
 
     bool isClosed() const { return closed; }
 
-    /// Waits until there is something to read on one of two lines. False when the limit is over, or when told to stop.
-    static bool awaitOne(const Line& first, const Line& second);
+    /// Waits for the event, or for input on the other line. Returns false after the limit or a signal.
+    bool await(short event, const Line* other = nullptr) const;
 
 private:
     void close();
-    bool await(short event) const;
     int tryAddress(int family, const sockaddr* address, socklen_t length);
     void connectToFile(const std::string& path);
     void connectToHost(const rk::socket::SocketEndpoint& endpoint);
 
     std::chrono::milliseconds limit;
+    bool ipv6;
     const StopSignals& stop;
     int descriptor = -1;
     bool closed = false;

@@ -14,7 +14,7 @@ class Complaints;
 class Output;
 class StopSignals;
 
-/// What becomes of received messages.
+/// Consumes received messages.
 class MessageSink {
 public:
     using Clock = std::chrono::steady_clock;
@@ -23,31 +23,30 @@ public:
 
     virtual void take(const Received& message) = 0;
 
-    /// No message is waiting: the time to hand on what has been kept back.
+    /// Flushes, because no message is waiting.
     virtual void pause(Clock::time_point now) = 0;
 
-    /// Whether there is something that only `pause` hands on.
+    /// Returns whether `pause` has something to flush.
     virtual bool keepsBack() const { return false; }
 
-    /// When `pause` has to be called at the latest.
+    /// The time of the next `pause`.
     virtual Clock::time_point due() const { return Clock::time_point::max(); }
 
-    /// There will be no more messages.
+    /// Ends the work after the last message.
     virtual void finish(Clock::time_point now) = 0;
 };
 
 using MessageSinks = std::vector<std::unique_ptr<MessageSink>>;
 
-/// Prints messages. One that cannot be decoded is reported, and the next one awaited.
+/// Prints messages. Reports those which cannot be decoded.
 std::unique_ptr<MessageSink> makePrintingSink(MessageCodec& codec, Output& output, Complaints& complaints);
 
-/// Writes messages into the recording at `path`, and shows how many on standard error. `expected`: how many there will
-/// be, if that is known.
+/// Writes messages to a recording, and shows the progress on standard error. `expected` is the number of messages, if it
+/// is known.
 std::unique_ptr<MessageSink> makeRecordingSink(const std::string& path, std::optional<std::uint64_t> expected,
                                                Complaints& complaints, const StopSignals& stop);
 
-/// Shows what comes in: on a terminal in the same place, else in a line for each interval. With several endpoints, a
-/// line for each of them.
+/// Prints statistics: on a terminal in place, else a line for each interval and endpoint.
 std::unique_ptr<MessageSink> makeStatisticsSink(Output& output, Complaints& complaints,
                                                 std::chrono::nanoseconds interval,
                                                 const std::vector<std::string>& endpoints,

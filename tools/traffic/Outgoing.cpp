@@ -4,28 +4,30 @@
 #include "messages/MessageCodec.h"
 #include "system/StopSignals.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace rk::tools {
 
-Outgoing::Outgoing(const SourceSettings& sourceSettings, const Repetition& repetitionToKeep, MessageCodec& codecToUse,
+Outgoing::Outgoing(SourceSettings sourceSettings, const Repetition& repetitionToKeep, MessageCodec& codecToUse,
                    Complaints& complaintsToUse, const StopSignals& stopSignals)
-    : codec(codecToUse),
+    : source(std::move(sourceSettings)),
+      codec(codecToUse),
       complaints(complaintsToUse),
       stop(stopSignals),
-      source(sourceSettings, stopSignals),
-      repetition(repetitionToKeep) {}
+      repetition(repetitionToKeep) {
+    if (source.messages.empty() && source.files.empty()) {
+        source.files = {"-"};
+        source.lines = !source.whole;
+    }
+}
 
 std::optional<Parts> Outgoing::next() {
-    if (!repetition.wantsMore(given)) {
+    auto message = repetition.wantsMore(given) ? nextEncoded() : std::nullopt;
+    if (!message || !stop.sleepUntil(due)) {
         return std::nullopt;
     }
-    auto message = nextEncoded();
-    if (!message) {
-        return std::nullopt;
-    }
-    if (!stop.sleepUntil(due)) {
-        return std::nullopt;
-    }
-    // Without drift; but who is late by more than an interval does not catch up.
+    // Without drift. A sender that is late by more than an interval does not catch up.
     const auto now = Clock::now();
     due = (now - due > repetition.interval ? now : due) + repetition.interval;
     ++given;
@@ -33,29 +35,49 @@ std::optional<Parts> Outgoing::next() {
 }
 
 std::optional<Parts> Outgoing::nextEncoded() {
-    while (!stop.requested()) {
-        const auto text = source.next();
-        if (!text) {
-            if (stop.requested() || !beginAgain()) {
-                return std::nullopt;
+    do {
+        while (auto text = nextText()) {
+            try {
+                auto message = codec.encode(text->text);
+                anyInThisRound = true;
+                return message;
+            } catch (const CodecError& error) {
+                complaints.add(text->place + ": " + error.what());
             }
-            continue;
         }
-        try {
-            auto message = codec.encode(text->text);
-            anyInThisRound = true;
-            return message;
-        } catch (const CodecError& error) {
-            complaints.add(text->place + ": " + error.what());
+    } while (!stop.requested() && rewind());
+    return std::nullopt;
+}
+
+std::optional<Outgoing::Text> Outgoing::nextText() {
+    if (nextMessage < source.messages.size()) {
+        const std::string& text = source.messages[nextMessage++];
+        return Text{text, "message " + std::to_string(nextMessage)};
+    }
+    while (open || nextFile < source.files.size()) {
+        if (!open) {
+            open = std::make_unique<InputFile>(source.files[nextFile++], stop);
+            lineNumber = 0;
         }
+        if (!source.lines) {
+            const auto file = std::move(open);
+            return Text{file->readAll(), file->name()};
+        }
+        if (auto line = open->readLine()) {
+            return Text{std::move(*line), open->name() + ", line " + std::to_string(++lineNumber)};
+        }
+        open.reset();
     }
     return std::nullopt;
 }
 
-bool Outgoing::beginAgain() {
-    const bool useful = anyInThisRound;
-    anyInThisRound = false;
-    return repetition.count && useful && source.rewind();
+/// Begins again at the first message. False if that is not wanted, or useless, or impossible: standard input can be read
+/// once.
+bool Outgoing::rewind() {
+    const bool isUseful = std::exchange(anyInThisRound, false);
+    nextMessage = 0;
+    nextFile = 0;
+    return repetition.count && isUseful && std::count(source.files.begin(), source.files.end(), "-") == 0;
 }
 
 } // namespace rk::tools

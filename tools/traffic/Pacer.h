@@ -8,14 +8,14 @@
 
 namespace rk::tools {
 
-/// Keeps what is sent below a bit rate.
+/// Limits the bit rate.
 class Pacer {
 public:
-    /// `rate` in megabits of 1,048,576 bits per second.
+    /// `rate` is in megabits (of 1,048,576 bits) per second.
     Pacer(const std::optional<unsigned int>& rate, const StopSignals& stopSignals)
         : secondsPerByte(rate ? 8.0 / 1048576.0 / *rate : 0.0), stop(stopSignals) {}
 
-    /// Waits as long as `size` bytes, which were just sent, take at this rate.
+    /// Waits as long as sending `size` bytes takes at this rate.
     void pauseAfter(std::size_t size) {
         if (secondsPerByte == 0.0) {
             return;

@@ -1,17 +1,14 @@
 #include "traffic/Probe.h"
 
 #include "messages/Text.h"
-#include "traffic/Endpoint.h"
 #include "traffic/Handshake.h"
 #include "traffic/Keys.h"
-#include "traffic/Line.h"
 
 #include <zmq.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
-#include <map>
-#include <set>
 #include <string_view>
 
 namespace rk::tools {
@@ -20,13 +17,12 @@ namespace {
 
 using rk::socket::SocketEndpoint;
 
-constexpr std::size_t greetingSize = 64;
 constexpr std::size_t signatureSize = 10;
 constexpr std::size_t versionPlace = 10;
 constexpr std::size_t mechanismPlace = 12;
 constexpr std::size_t mechanismSize = 20;
 
-/// What we say of ourselves: ZMTP 3.0 without security.
+/// Our greeting: ZMTP 3.0 without security.
 std::string greeting() {
     std::string bytes(greetingSize, '\0');
     bytes[0] = '\xFF';
@@ -36,7 +32,7 @@ std::string greeting() {
     return bytes;
 }
 
-/// The value of a property in the metadata of a READY command.
+/// Returns a property from the metadata of a READY command.
 std::string property(std::string_view metadata, std::string_view name) {
     while (metadata.size() > 5) {
         const auto nameSize = static_cast<unsigned char>(metadata[0]);
@@ -78,9 +74,9 @@ void describeOtherThings(const Line& line, const std::string& answer) {
                                   : "something listens there that is no ZeroMQ socket, or is stuck: it says nothing");
 }
 
-/// Exchanges greetings, and returns the security mechanism of the other side.
+/// Exchanges greetings. Returns the security mechanism of the other side.
 std::string greet(Line& line, Findings& findings) {
-    // A socket that wants another mechanism says so when it knows our version, and hangs up when it knows our mechanism.
+    // A socket with another mechanism names it once it knows our version, and hangs up once it knows our mechanism.
     const std::string ours = greeting();
     line.write(ours.substr(0, versionPlace + 1));
     const std::string start = line.read(signatureSize);
@@ -113,13 +109,13 @@ struct Candidate {
     const char* description;
 };
 
-// A socket of another type could take a message from the other side.
+// Any other type could take a message from the other side.
 const std::array<Candidate, 4> candidates = {{{ZMQ_SUB, "PUB", "a PUB or XPUB socket"},
                                               {ZMQ_REQ, "REP", "a REP or ROUTER socket"},
                                               {ZMQ_PUSH, "PULL", "a PULL socket"},
                                               {ZMQ_PUB, "SUB", "a SUB or XSUB socket"}}};
 
-/// Finds out whether both sides trust each other.
+/// Tests whether both sides trust each other.
 void authenticate(const Line& line, const SocketEndpoint& endpoint, const std::string& mechanism, const Keys& keys,
                   Findings& findings) {
     if (mechanism != "CURVE") {
@@ -140,40 +136,24 @@ void authenticate(const Line& line, const SocketEndpoint& endpoint, const std::s
         }
     }
     if (outcome == Handshake::WrongKey) {
-        throw Trouble("the other side has another key than the one in " + keys.trustFile());
+        throw Trouble("the other side has another key than the one in " + keys.trustFile);
     }
     if (outcome == Handshake::Unanswered) {
         throw Trouble("the other side greets as ZeroMQ does, and then is silent");
     }
     throw Trouble("the other side does not trust this key, or is a PUSH, DEALER, REQ or PAIR socket: " +
-                  keys.publicKey());
-}
-
-struct Peers {
-    const char* self;
-    std::set<std::string> others;
-};
-
-const Peers& peersOf(Pattern pattern) {
-    static const std::map<Pattern, Peers> peers = {
-        {Pattern::Publish, {"publisher", {"SUB", "XSUB"}}}, {Pattern::Subscribe, {"subscriber", {"PUB", "XPUB"}}},
-        {Pattern::Request, {"client", {"REP", "ROUTER"}}},  {Pattern::Reply, {"server", {"REQ", "DEALER"}}},
-        {Pattern::Push, {"PUSH socket", {"PULL"}}},         {Pattern::Pull, {"PULL socket", {"PUSH"}}}};
-    return peers.at(pattern);
+                  keys.own.publicKey);
 }
 
 } // namespace
 
-Findings probe(const std::string& endpoint, const Keys* keys, std::chrono::milliseconds limit,
-               const StopSignals& stop) {
+Findings probe(const SocketEndpoint& endpoint, const Keys* keys, Line line) {
     Findings findings;
     try {
-        const SocketEndpoint target = endpointFromText(endpoint);
-        Line line(limit, stop);
-        line.connectTo(target);
+        line.connectTo(endpoint);
         const std::string mechanism = greet(line, findings);
         if (keys != nullptr) {
-            authenticate(line, target, mechanism, *keys, findings);
+            authenticate(line, endpoint, mechanism, *keys, findings);
         } else {
             describe(line, mechanism, findings);
         }
@@ -183,17 +163,13 @@ Findings probe(const std::string& endpoint, const Keys* keys, std::chrono::milli
     return findings;
 }
 
-std::optional<std::string> troubleAt(const std::string& endpoint, Pattern pattern, const Keys* keys,
-                                     const StopSignals& stop) {
-    const Findings findings = probe(endpoint, keys, std::chrono::milliseconds(500), stop);
-    if (findings.trouble || findings.socketType.empty()) {
-        return findings.trouble;
+std::optional<std::string> troubleOf(const Findings& findings, const Pattern& pattern) {
+    const bool isKnown = !findings.trouble && !findings.socketType.empty();
+    if (isKnown && std::count(pattern.others.begin(), pattern.others.end(), findings.socketType) == 0) {
+        return "a " + printable(findings.socketType) + " socket listens there, which does not talk to a " +
+               pattern.name;
     }
-    const Peers& peers = peersOf(pattern);
-    if (peers.others.count(findings.socketType) == 0) {
-        return "a " + printable(findings.socketType) + " socket listens there, which does not talk to a " + peers.self;
-    }
-    return std::nullopt;
+    return findings.trouble;
 }
 
 } // namespace rk::tools

@@ -1,29 +1,29 @@
 #pragma once
 
+#include "traffic/Line.h"
 #include "traffic/Pattern.h"
 
-#include <chrono>
+#include <rk/socket/SocketEndpoint.h>
+
 #include <optional>
 #include <string>
 
 namespace rk::tools {
 
 class Keys;
-class StopSignals;
 
-/// What listens at an endpoint.
+/// The socket at an endpoint.
 struct Findings {
-    std::optional<std::string> trouble; ///< why it does not speak ZeroMQ with us; nothing if it does
+    std::optional<std::string> trouble; ///< why it cannot talk to us, if so
     std::string description;            ///< "ZMTP 3.1, mechanism NULL, a PUB socket"
-    std::string socketType;             ///< "PUB"; empty if the other side does not say
+    std::string socketType;             ///< "PUB", empty if unknown
 };
 
-/// Connects to an endpoint, waits for what a ZeroMQ socket says of itself, and disconnects. With keys, also finds out
-/// whether both sides trust each other; `keys` may be null. Waits until `limit` is over for each step.
-Findings probe(const std::string& endpoint, const Keys* keys, std::chrono::milliseconds limit, const StopSignals& stop);
+/// Connects `line` to an endpoint, reads how the socket describes itself, and disconnects. With keys, also tests whether both
+/// sides trust each other. `keys` may be null.
+Findings probe(const rk::socket::SocketEndpoint& endpoint, const Keys* keys, Line line);
 
-/// Why a socket of this pattern cannot talk to what listens at the endpoint, for people. Nothing if it can.
-std::optional<std::string> troubleAt(const std::string& endpoint, Pattern pattern, const Keys* keys,
-                                     const StopSignals& stop);
+/// Returns why a socket of this pattern cannot talk to the other side, or nothing if it can.
+std::optional<std::string> troubleOf(const Findings& findings, const Pattern& pattern);
 
 } // namespace rk::tools

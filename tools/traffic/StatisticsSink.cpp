@@ -2,24 +2,24 @@
 #include "display/Flow.h"
 #include "display/LiveLines.h"
 #include "display/Numbers.h"
-#include "display/Sparkline.h"
 #include "display/Terminal.h"
 #include "system/Output.h"
 #include "traffic/MessageSink.h"
 
 #include <algorithm>
+#include <array>
+#include <deque>
 #include <unistd.h>
 
 namespace rk::tools {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::size_t labelWidth = 12;
+constexpr std::size_t longestHistory = 20;
 constexpr std::chrono::milliseconds shortestInterval{10};
 
-std::string described(const Flow& flow, Clock::time_point now) {
+std::string described(const Flow& flow, Flow::Clock::time_point now) {
     return std::to_string(flow.messages()) + " messages, " + flow.rates(now) + ", " + flow.sizeText() + ", " +
            flow.gapText();
 }
@@ -29,16 +29,27 @@ std::string padded(std::string text, std::size_t width) {
     return text;
 }
 
-/// What has come from an endpoint.
+/// The numbers as a line of bars, relative to the greatest of them.
+std::string sparkline(const std::deque<double>& numbers) {
+    constexpr std::array<const char*, 8> bars = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+    const double greatest = numbers.empty() ? 0.0 : *std::max_element(numbers.begin(), numbers.end());
+    std::string line;
+    for (const double number : numbers) {
+        line += greatest > 0.0 ? bars[static_cast<std::size_t>(number / greatest * (bars.size() - 1) + 0.5)] : bars[0];
+    }
+    return line;
+}
+
+/// The messages of an endpoint.
 struct Source {
-    Source(std::string endpointToShow, Clock::time_point begin)
+    Source(std::string endpointToShow, Flow::Clock::time_point begin)
         : endpoint(std::move(endpointToShow)), total(begin), period(begin) {}
 
     std::string endpoint;
     Flow total;
     Flow period;
-    Sparkline history;
-    std::vector<std::string> recent; ///< what a terminal shows of the last whole interval
+    std::deque<double> history;      ///< messages in the last intervals
+    std::vector<std::string> recent; ///< lines on the last whole interval
 };
 
 class StatisticsSink : public MessageSink {
@@ -97,9 +108,13 @@ private:
             return;
         }
         for (Source& source : sources) {
-            source.history.add(static_cast<double>(source.period.messages()));
+            source.history.push_back(static_cast<double>(source.period.messages()));
+            if (source.history.size() > longestHistory) {
+                source.history.pop_front();
+            }
             if (live) {
-                source.recent = {padded("now:", labelWidth) + source.period.rates(now) + "  " + source.history.text(),
+                source.recent = {padded("now:", labelWidth) + source.period.rates(now) + "  " +
+                                     sparkline(source.history),
                                  padded("", labelWidth) + source.period.sizeText() + ", " + source.period.gapText()};
             } else {
                 output.write(stamp(now) + nameOf(source) + ": " + described(source.period, now) + "\n");
@@ -140,7 +155,7 @@ private:
                             padded(std::to_string(source.total.messages()), labelWidth) +
                             padded(fixed(source.total.messagesPerSecond(now), 1), labelWidth) +
                             padded(fixed(source.total.megabitsPerSecond(now), 3), labelWidth) +
-                            padded(source.total.sizes(), labelWidth) + "  " + source.history.text());
+                            padded(source.total.sizes(), labelWidth) + "  " + sparkline(source.history));
         }
         return shown;
     }

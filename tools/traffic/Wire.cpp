@@ -3,10 +3,10 @@
 #include "display/Complaints.h"
 #include "system/StopSignals.h"
 #include "traffic/Context.h"
-#include "traffic/Endpoint.h"
 #include "traffic/Frames.h"
 #include "traffic/Probe.h"
 
+#include <rk/socket/detail/ListenAddresses.h>
 #include <rk/utils/Log.h>
 
 #include <zmq.h>
@@ -14,10 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <limits>
-#include <netdb.h>
 #include <stdexcept>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,45 +23,19 @@ namespace rk::tools {
 namespace {
 
 namespace ClosePolicies = rk::socket::ClosePolicy;
+using rk::socket::detail::listenAddresses;
 using rk::socket::Transport::Ipc;
-using rk::socket::Transport::Tcp;
 
-constexpr int sendSlice = 100; // milliseconds, between looks at the deadline
+constexpr std::chrono::milliseconds probeLimit{500};
+constexpr int sendSlice = 100; // milliseconds between looks at the deadline
 
-// What is longer than this and longer than wanted is refused by ZeroMQ before memory is allocated, which costs the
-// connection. What is not is received and left out.
+// ZeroMQ drops the connection of a peer that sends more than this and more than the user wants, before it allocates
+// memory. Shorter messages are received, and left out if the user wants none of their size.
 constexpr std::size_t leastLimit = 1024UL * 1024;
+constexpr std::int64_t addedByEncryption = 33; // bytes of a frame, which ZeroMQ counts
 
-// ZeroMQ counts what encryption adds, and applies the limit to the handshake.
-constexpr std::int64_t leastEncrypted = 512;
-constexpr std::int64_t addedByEncryption = 33;
-
-struct Role {
-    int type;
-    bool binds;
-    const char* phrase;
-};
-
-Role roleOf(Pattern pattern) {
-    switch (pattern) {
-    case Pattern::Publish:
-        return {ZMQ_PUB, true, ", sending to "};
-    case Pattern::Subscribe:
-        return {ZMQ_SUB, false, ", subscribing to "};
-    case Pattern::Request:
-        return {ZMQ_REQ, false, ", sending to "};
-    case Pattern::Reply:
-        return {ZMQ_REP, true, ", listening on "};
-    case Pattern::Push:
-        return {ZMQ_PUSH, true, ", sending to "};
-    case Pattern::Pull:
-        break;
-    }
-    return {ZMQ_PULL, false, ", receiving from "};
-}
-
-bool receives(Pattern pattern) {
-    return pattern == Pattern::Subscribe || pattern == Pattern::Pull || pattern == Pattern::Reply;
+std::int64_t frameLimit(const SocketSettings& settings) {
+    return static_cast<std::int64_t>(std::max(settings.maxSize, leastLimit)) + addedByEncryption;
 }
 
 int lingerOf(ClosePolicies::ClosePolicy policy) {
@@ -73,26 +44,25 @@ int lingerOf(ClosePolicies::ClosePolicy policy) {
 
 } // namespace
 
-Wire::Wire(Context& zmqContext, Pattern pattern, const std::string& endpoint, const SocketSettings& settingsToUse,
-           const StopSignals& stopSignals, const Complaints& complaintsToUse)
+Wire::Wire(Context& zmqContext, const Pattern& patternToPlay, const std::string& endpoint,
+           const SocketSettings& settingsToUse, const StopSignals& stopSignals, const Complaints& complaintsToUse)
     : context(zmqContext),
-      role(pattern),
+      pattern(patternToPlay),
       address(endpoint),
-      target(endpointFromText(endpoint)),
+      target(rk::socket::SocketEndpoint::FromString(endpoint)),
       settings(settingsToUse),
+      network(settings.network),
       stop(stopSignals),
-      complaints(complaintsToUse) {}
+      complaints(complaintsToUse) {
+    network.maxMessageSize = network.maxMessageSize.value_or(frameLimit(settings));
+}
 
 Wire::~Wire() {
     close(ClosePolicies::DropPending);
 }
 
 bool Wire::binds() const {
-    return settings.binds.value_or(roleOf(role).binds);
-}
-
-std::string Wire::debugString() const {
-    return "[Socket " + address + "]";
+    return settings.binds.value_or(pattern.binds);
 }
 
 void Wire::refuse(const std::string& action) const {
@@ -106,117 +76,80 @@ void Wire::set(int option, int value) {
 }
 
 void Wire::open(Subscriptions wanted) {
-    create(wanted);
-    attach();
+    counts = wanted == Subscriptions::Counted;
+    create();
+    rk::utils::logDebug("Connecting [Socket " + address + "], " + pattern.purpose + " " + address);
+    if (binds()) {
+        bind();
+    } else {
+        connect();
+    }
+    rk::utils::logDebug("Connected [Socket " + address + "]");
 }
 
-void Wire::create(Subscriptions wanted) {
-    counts = wanted == Subscriptions::Counted;
-    socket = zmq_socket(context.native(), counts ? ZMQ_XPUB : roleOf(role).type);
+void Wire::create() {
+    socket = zmq_socket(context.native(), counts ? ZMQ_XPUB : pattern.type);
     if (socket == nullptr) {
         refuse("make a socket for");
     }
-    const auto limit = static_cast<std::int64_t>(std::max(settings.maxSize, leastLimit));
-    std::int64_t given = binds() ? settings.maxMessageSize.value_or(limit) : limit;
-    if (context.keys() != nullptr) {
-        given =
-            std::max(std::min(given, std::numeric_limits<std::int64_t>::max() - addedByEncryption) + addedByEncryption,
-                     leastEncrypted);
-    }
-    zmq_setsockopt(socket, ZMQ_MAXMSGSIZE, &given, sizeof given);
-    setNetwork();
+    const std::int64_t limit = frameLimit(settings);
+    zmq_setsockopt(socket, ZMQ_MAXMSGSIZE, &limit, sizeof limit);
     set(ZMQ_SNDTIMEO, sendSlice);
     if (settings.fifo) {
-        set(receives(role) ? ZMQ_RCVHWM : ZMQ_SNDHWM, *settings.fifo);
+        set(pattern.receives ? ZMQ_RCVHWM : ZMQ_SNDHWM, *settings.fifo);
     }
-    if (role == Pattern::Publish) {
+    if (pattern.type == ZMQ_PUB) {
         set(ZMQ_XPUB_NODROP, 1);
     }
     if (counts) {
         set(ZMQ_XPUB_VERBOSE, 1);
     }
-    if (role == Pattern::Subscribe) {
-        for (const std::string& topic : settings.topics) {
-            zmq_setsockopt(socket, ZMQ_SUBSCRIBE, topic.data(), topic.size());
-        }
-        if (settings.topics.empty()) {
-            zmq_setsockopt(socket, ZMQ_SUBSCRIBE, "", 0);
-        }
+    if (pattern.type == ZMQ_SUB) {
+        subscribe();
     }
 }
 
-void Wire::attach() {
-    const std::string place =
-        binds() && target.transport == Tcp ? "tcp://" + listenAddress() + ":" + std::to_string(target.port) : address;
-    rk::utils::logDebug("Connecting " + debugString() + roleOf(role).phrase + place);
-    if (binds()) {
-        bind();
-    } else {
-        peer = std::make_unique<Connection>(context, socket);
+void Wire::subscribe() {
+    const std::vector<std::string> everything = {""};
+    for (const std::string& topic : settings.topics.empty() ? everything : settings.topics) {
+        zmq_setsockopt(socket, ZMQ_SUBSCRIBE, topic.data(), topic.size());
     }
-    context.secure(socket, target, binds());
-    const int result = binds() ? zmq_bind(socket, place.c_str()) : zmq_connect(socket, place.c_str());
-    if (result != 0) {
-        refuse(binds() ? "listen on" : "connect to");
+}
+
+void Wire::connect() {
+    peer = std::make_unique<Connection>(context, socket);
+    attachTo(target);
+}
+
+void Wire::bind() {
+    context.admitClients();
+    if (target.transport != Ipc) {
+        if (network.listenHost == "*" && target.address != "*" && target.address != "0.0.0.0") {
+            complaints.remark(address + ": listening on all interfaces, the host '" + target.address + "' is ignored");
+        }
+        for (const std::string& host : listenAddresses(network.listenHost, network.ipv6.value_or(false))) {
+            attachTo({target.transport, host, target.port});
+        }
+        return;
     }
     struct stat status = {};
-    if (binds() && target.transport == Ipc && ::stat(target.address.c_str(), &status) == 0) {
+    if (::lstat(target.address.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) {
+        // ZeroMQ would delete it.
+        throw std::runtime_error("cannot listen on " + address + ": the file exists and is no socket");
+    }
+    attachTo(target);
+    if (::stat(target.address.c_str(), &status) == 0) {
         file = status.st_ino;
         // Let any user connect. Best effort: chmod fails if we do not own the file.
         static_cast<void>(::chmod(target.address.c_str(), 0777));
     }
-    rk::utils::logDebug("Connected " + debugString());
 }
 
-void Wire::setNetwork() {
-    if (settings.ipv6) {
-        set(ZMQ_IPV6, 1);
-    }
-    if (!settings.peerTimeout) {
-        return;
-    }
-    // Several probes, so that a lost packet does not end a connection.
-    const int total = std::max(2, static_cast<int>(settings.peerTimeout->count()));
-    const int interval = std::max(1, total / 6);
-    const int probes = std::min(4, total - 1);
-    set(ZMQ_TCP_KEEPALIVE, 1);
-    set(ZMQ_TCP_KEEPALIVE_IDLE, total - interval * probes);
-    set(ZMQ_TCP_KEEPALIVE_INTVL, interval);
-    set(ZMQ_TCP_KEEPALIVE_CNT, probes);
-    if (!binds()) {
-        set(ZMQ_CONNECT_TIMEOUT, std::min(total, 5) * 1000);
-    }
-}
-
-/// A name as a number, because ZeroMQ resolves none for binding. It knows interfaces.
-std::string Wire::listenAddress() const {
-    addrinfo hints{};
-    hints.ai_family = settings.ipv6 ? AF_UNSPEC : AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    if (settings.listenOn == "*" || getaddrinfo(settings.listenOn.c_str(), nullptr, &hints, &found) != 0) {
-        return settings.listenOn;
-    }
-    std::array<char, NI_MAXHOST> text{};
-    const int family = found->ai_family;
-    const int result =
-        getnameinfo(found->ai_addr, found->ai_addrlen, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST);
-    freeaddrinfo(found);
-    if (result != 0) {
-        return settings.listenOn;
-    }
-    return family == AF_INET6 ? "[" + std::string(text.data()) + "]" : text.data();
-}
-
-void Wire::bind() {
-    struct stat status = {};
-    if (target.transport == Ipc && ::lstat(target.address.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) {
-        // ZeroMQ would delete it.
-        throw std::runtime_error("cannot listen on " + address + ": the file exists and is no socket");
-    }
-    const std::string& host = target.address;
-    if (target.transport == Tcp && settings.listenOn == "*" && host != "*" && host != "0.0.0.0") {
-        complaints.remark(address + ": listening on all interfaces, the host '" + host + "' is ignored");
+void Wire::attachTo(const rk::socket::SocketEndpoint& place) {
+    setOptions(socket, binds(), place, network, context.keys());
+    const std::string text = place.toString(rk::socket::Protocol::Undef);
+    if ((binds() ? zmq_bind : zmq_connect)(socket, text.c_str()) != 0) {
+        refuse(binds() ? "listen on" : "connect to");
     }
 }
 
@@ -246,28 +179,28 @@ void Wire::removeFile() {
 
 void Wire::reconnect() {
     close(ClosePolicies::DropPending);
-    open();
+    open(counts ? Subscriptions::Counted : Subscriptions::Ignored);
 }
 
-bool Wire::send(const Parts& message, Connection::Clock::time_point deadline) {
+bool Wire::send(const Parts& message, Clock::time_point deadline) {
     takeSubscriptions();
     return sendParts(message, 0, deadline);
 }
 
 bool Wire::sendWithoutWaiting(const Parts& message) {
     takeSubscriptions();
-    if (sendParts(message, ZMQ_DONTWAIT, Connection::Clock::time_point::min())) {
+    if (sendParts(message, ZMQ_DONTWAIT, Clock::time_point::min())) {
         return true;
     }
-    if (role == Pattern::Publish) {
+    if (pattern.type == ZMQ_PUB) {
         set(ZMQ_XPUB_NODROP, 0);
-        sendParts(message, ZMQ_DONTWAIT, Connection::Clock::time_point::min());
+        sendParts(message, ZMQ_DONTWAIT, Clock::time_point::min());
         set(ZMQ_XPUB_NODROP, 1);
     }
     return false;
 }
 
-bool Wire::sendParts(const Parts& message, int flags, Connection::Clock::time_point deadline) {
+bool Wire::sendParts(const Parts& message, int flags, Clock::time_point deadline) {
     std::size_t sent = 0;
     while (sent < message.size()) {
         const std::string& part = message[sent];
@@ -276,7 +209,7 @@ bool Wire::sendParts(const Parts& message, int flags, Connection::Clock::time_po
             ++sent;
         } else if (zmq_errno() != EAGAIN && zmq_errno() != EINTR) {
             refuse("send to");
-        } else if (stop.requested() || Connection::Clock::now() >= deadline) {
+        } else if (stop.requested() || Clock::now() >= deadline) {
             return false;
         }
     }
@@ -295,7 +228,7 @@ bool Wire::receive(Frames& frames) {
 }
 
 std::optional<std::string> Wire::trouble() const {
-    return binds() ? std::nullopt : troubleAt(address, role, context.keys(), stop);
+    return troubleOf(probe(target, context.keys(), {probeLimit, network.ipv6.value_or(false), stop}), pattern);
 }
 
 void Wire::reportRefusals() const {
@@ -312,16 +245,13 @@ void Wire::takeSubscriptions() {
     }
 }
 
-bool Wire::awaitSubscriptions(std::uint64_t number) {
-    takeSubscriptions();
-    while (subscriptions < number && !stop.requested()) {
+void Wire::awaitSubscriptions(std::uint64_t number) {
+    for (takeSubscriptions(); subscriptions < number && !stop.requested(); takeSubscriptions()) {
         std::array<zmq_pollitem_t, 2> items = {
             {{socket, 0, ZMQ_POLLIN, 0}, {nullptr, stop.descriptor(), ZMQ_POLLIN, 0}}};
         zmq_poll(items.data(), static_cast<int>(items.size()), 250);
         reportRefusals();
-        takeSubscriptions();
     }
-    return !stop.requested();
 }
 
 } // namespace rk::tools

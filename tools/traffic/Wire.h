@@ -24,25 +24,23 @@ class StopSignals;
 
 using Parts = std::vector<std::string>; ///< of a message that is sent
 
-/// What a socket is made like.
+/// The options of a socket.
 struct SocketSettings {
     std::vector<std::string> endpoints;
-    std::vector<std::string> topics;                 ///< of a subscriber; none means all
-    std::optional<bool> binds;                       ///< without it, as the pattern does
-    std::string listenOn = "*";                      ///< what a host that binds is replaced by
-    std::optional<std::int64_t> maxMessageSize;      ///< of a peer that connects, in bytes
-    std::optional<std::chrono::seconds> peerTimeout; ///< after which a machine has vanished
-    bool ipv6 = false;
+    std::vector<std::string> topics; ///< of a subscriber. All messages if there is none.
+    std::optional<bool> binds;       ///< instead of what the pattern does.
+    rk::socket::detail::NetworkSettings network;
     KeyFiles keys;
-    std::optional<unsigned int> rate; ///< in Mbit/s
-    std::optional<int> fifo;
-    std::optional<rk::socket::ClosePolicy::ClosePolicy> closePolicy; ///< without it, as the subcommand does
-    std::size_t maxSize = 64UL * 1024 * 1024;                        ///< of a message that is received, in bytes
+    std::optional<unsigned int> rate;                                ///< in Mbit/s.
+    std::optional<int> fifo;                                         ///< messages in the queue of each peer.
+    std::optional<rk::socket::ClosePolicy::ClosePolicy> closePolicy; ///< instead of what the subcommand does
+    std::size_t maxSize = 64UL * 1024 * 1024;                        ///< of a received message, in bytes
 };
 
-/// A ZeroMQ socket with one endpoint. It waits for nothing that a signal cannot interrupt.
+/// A ZeroMQ socket with one endpoint. A signal ends each wait.
 class Wire {
 public:
+    using Clock = std::chrono::steady_clock;
     using ClosePolicy = rk::socket::ClosePolicy::ClosePolicy;
 
     enum class Subscriptions {
@@ -50,7 +48,7 @@ public:
         Counted
     };
 
-    Wire(Context& context, Pattern pattern, const std::string& endpoint, const SocketSettings& settings,
+    Wire(Context& context, const Pattern& pattern, const std::string& endpoint, const SocketSettings& settings,
          const StopSignals& stop, const Complaints& complaints);
     ~Wire();
     Wire(const Wire&) = delete;
@@ -59,63 +57,61 @@ public:
     /// Binds or connects. Throws std::runtime_error with the reason.
     void open(Subscriptions subscriptions = Subscriptions::Ignored);
 
-    /// Closes the socket. `policy` says what becomes of messages that are not yet sent.
+    /// Closes the socket. `policy` decides on unsent messages.
     void close(ClosePolicy policy);
 
-    /// Connects again, after ZeroMQ has given the connection up.
+    /// Replaces the socket. ZeroMQ does not reconnect after a protocol error.
     void reconnect();
 
-    /// Sends a message. Waits for room until `deadline`. False if there was none, or when told to stop.
-    bool send(const Parts& message, Connection::Clock::time_point deadline);
+    /// Sends a message. Returns false if there is no room in the queue until `deadline`, or after a signal.
+    bool send(const Parts& message, Clock::time_point deadline = Clock::time_point::max());
 
-    /// Sends to each subscriber that has room, without waiting. False if one of them has none.
+    /// Sends to each peer that has room in its queue. Returns false if one has none.
     bool sendWithoutWaiting(const Parts& message);
 
-    /// Takes the next message without waiting. False if there is none.
+    /// Receives a message without waiting. Returns false if there is none.
     bool receive(Frames& frames);
 
-    /// Waits until so many subscriptions have come. False when told to stop.
-    bool awaitSubscriptions(std::uint64_t number);
+    /// Waits for so many subscriptions.
+    void awaitSubscriptions(std::uint64_t number);
 
     void* native() const { return socket; }
-    Pattern pattern() const { return role; }
     const std::string& endpoint() const { return address; }
-    bool binds() const;
-
-    /// "[Socket ENDPOINT]".
-    std::string debugString() const;
+    std::size_t maxSize() const { return settings.maxSize; }
 
     /// Null if this side binds.
     Connection* connection() const { return peer.get(); }
 
-    /// Why the other side and this one cannot talk, for people. Nothing if they can, or if this side binds.
+    /// Why a side that connects cannot talk to the other one, or nothing if it can.
     std::optional<std::string> trouble() const;
 
     /// Remarks on clients that have been refused.
     void reportRefusals() const;
 
 private:
-    void create(Subscriptions subscriptions);
-    void attach();
+    bool binds() const;
+    void create();
+    void subscribe();
     void bind();
-    std::string listenAddress() const;
-    void setNetwork();
-    bool sendParts(const Parts& message, int flags, Connection::Clock::time_point deadline);
+    void connect();
+    void attachTo(const rk::socket::SocketEndpoint& place);
+    bool sendParts(const Parts& message, int flags, Clock::time_point deadline);
     void takeSubscriptions();
     void removeFile();
     void set(int option, int value);
     void refuse(const std::string& action) const;
 
     Context& context;
-    Pattern role;
+    const Pattern& pattern;
     std::string address;
     rk::socket::SocketEndpoint target;
     const SocketSettings& settings;
+    rk::socket::detail::NetworkSettings network;
     const StopSignals& stop;
     const Complaints& complaints;
     void* socket = nullptr;
     std::unique_ptr<Connection> peer;
-    std::optional<std::uint64_t> file; ///< the number of the socket file that was made
+    std::optional<std::uint64_t> file; ///< the inode of our socket file
     bool counts = false;
     std::uint64_t subscriptions = 0;
 };
