@@ -19,7 +19,7 @@ enum class Format {
     Raw
 };
 
-/// How messages are read and printed: as JSON if there is a schema, else as they are.
+/// How messages are read and printed: as JSON with a schema, else as bytes.
 struct CodecSettings {
     Format format = Format::Text;
     bool hex = false; ///< texts to send are hexadecimal digits

@@ -23,7 +23,7 @@ struct ShellResult {
 };
 
 /// Runs a command with `input` on its standard input. Returns its standard output up to its end. Processes that it leaves
-/// in the background go on. A signal to this process kills it. Throws std::runtime_error if it cannot be run.
+/// in the background continue. A signal to this process kills it. Throws std::runtime_error if it cannot be run.
 ShellResult runInShell(const std::string& command, std::string_view input, const ShellLimits& limits,
                        const StopSignals& stop);
 
