@@ -27,7 +27,8 @@ Dropped messages:
   sent with --live. The loss is reported at the end, with status 1.
   Most publishers drop messages for a slow subscriber. To see it, compare the
   sequence numbers in the messages with {sequence} of --template. A longer queue
-  (--fifo) helps.
+  (--fifo) helps. Over IPC, a receiver with a full queue loses its unread
+  messages when the sender ends. TCP has no such loss.
 )";
 
 constexpr const char* statistics = R"(

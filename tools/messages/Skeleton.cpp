@@ -21,16 +21,7 @@ const std::map<std::string, std::string>& specialTypes() {
                                                              {"google.protobuf.Struct", "{}"},
                                                              {"google.protobuf.Value", "null"},
                                                              {"google.protobuf.ListValue", "[]"},
-                                                             {"google.protobuf.Any", "{}"},
-                                                             {"google.protobuf.BoolValue", "false"},
-                                                             {"google.protobuf.StringValue", "\"\""},
-                                                             {"google.protobuf.BytesValue", "\"\""},
-                                                             {"google.protobuf.DoubleValue", "0"},
-                                                             {"google.protobuf.FloatValue", "0"},
-                                                             {"google.protobuf.Int32Value", "0"},
-                                                             {"google.protobuf.UInt32Value", "0"},
-                                                             {"google.protobuf.Int64Value", "\"0\""},
-                                                             {"google.protobuf.UInt64Value", "\"0\""}};
+                                                             {"google.protobuf.Any", "{}"}};
     return types;
 }
 
@@ -40,6 +31,9 @@ public:
         const auto special = specialTypes().find(fullNameOf(&type));
         if (special != specialTypes().end()) {
             return special->second;
+        }
+        if (type.file()->name() == "google/protobuf/wrappers.proto") {
+            return value(*type.field(0));
         }
         if (std::find(open.begin(), open.end(), &type) != open.end()) {
             return "{}";
