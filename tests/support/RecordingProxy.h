@@ -1,5 +1,7 @@
 #pragma once
 
+#include "SystemSockets.h"
+
 #include <rk/socket/SocketEndpoint.h>
 
 #include <atomic>
@@ -20,16 +22,18 @@ public:
     /// Where to connect instead.
     const socket::SocketEndpoint& endpoint() const { return front; }
 
-    std::string bytes() const;
+    std::string bytesOfClient() const { return bytesFrom(0); }
+    std::string bytesOfServer() const { return bytesFrom(1); }
 
 private:
+    std::string bytesFrom(int side) const;
     void forward(unsigned short target);
 
     const socket::SocketEndpoint front;
-    const int listener;
+    const SystemListener listener;
     std::atomic<bool> ending{false};
     mutable std::mutex mutex;
-    std::string recorded;
+    std::string recorded[2];
     std::thread thread;
 };
 

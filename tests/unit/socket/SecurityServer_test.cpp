@@ -5,6 +5,7 @@
 #include "support/SecuredProcess.h"
 #include "support/StandIn.h"
 #include "support/SteadyClock.h"
+#include "support/SystemSockets.h"
 #include "support/Test.h"
 
 #include <rk/socket/Security.h>
@@ -14,15 +15,10 @@
 #include <gtest/gtest.h>
 #include <zmq.h>
 
-#include <cerrno>
 #include <chrono>
 #include <list>
 #include <memory>
-#include <netinet/in.h>
 #include <string>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <unistd.h>
 #include <vector>
 
 namespace rk::tests {
@@ -37,37 +33,6 @@ namespace ClosePolicy = socket::ClosePolicy;
 namespace PollResult = socket::PollResult;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
-
-/// A peer that speaks what it likes.
-class TcpConnection {
-public:
-    explicit TcpConnection(unsigned short port) : descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        EXPECT_EQ(0, ::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-    }
-    ~TcpConnection() { ::close(descriptor); }
-    TcpConnection(const TcpConnection&) = delete;
-    TcpConnection& operator=(const TcpConnection&) = delete;
-
-    /// As much as the server takes.
-    void send(const std::string& bytes) const { ::send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
-
-    bool waitForEnd() const {
-        const timeval patience{20, 0};
-        ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        char buffer[256];
-        ssize_t size = 0;
-        while ((size = ::recv(descriptor, buffer, sizeof buffer, 0)) > 0) {
-        }
-        return size == 0 || errno == ECONNRESET;
-    }
-
-private:
-    const int descriptor;
-};
 
 constexpr int connectionEnds = ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
                                ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
@@ -221,7 +186,7 @@ TEST_F(SecurityServer, SurvivesGarbage) {
     for (const std::string& bytes :
          {std::string("GET / HTTP/1.1\r\n\r\n"), std::string(100000, '\xff'), greeting,
           greeting + std::string(1000, '\0'), greeting + "\x04\xc8\x05HELLO" + std::string(194, 'x')}) {
-        const TcpConnection connection(endpoint.port);
+        const SystemConnection connection(endpoint.port);
         connection.send(bytes);
     }
     expectToServeClient();
@@ -229,7 +194,7 @@ TEST_F(SecurityServer, SurvivesGarbage) {
 
 TEST_F(SecurityServer, ServesBesideHalfOpenHandshakes) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    std::list<TcpConnection> connections;
+    std::list<SystemConnection> connections;
     for (int count = 0; count < 300; ++count) {
         connections.emplace_back(endpoint.port);
     }
@@ -238,7 +203,7 @@ TEST_F(SecurityServer, ServesBesideHalfOpenHandshakes) {
 
 TEST_F(SecurityServer, ClosesHalfOpenHandshakes) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    const TcpConnection connection(endpoint.port);
+    const SystemConnection connection(endpoint.port);
     EXPECT_TRUE(connection.waitForEnd());
 }
 
@@ -246,7 +211,7 @@ TEST_F(SecurityServer, AllocatesLittleForStrangers) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
     const std::string greeting = std::string("\xff") + std::string(8, '\0') + "\x7f\x03" + '\0' + "CURVE" +
                                  std::string(15, '\0') + '\0' + std::string(31, '\0');
-    const TcpConnection connection(endpoint.port);
+    const SystemConnection connection(endpoint.port);
     // A command of 256 MiB is announced.
     connection.send(greeting + '\x06' + std::string(4, '\0') + '\x10' + std::string(3, '\0'));
     EXPECT_TRUE(connection.waitForEnd());

@@ -1,18 +1,15 @@
 #include "support/Calls.h"
 #include "support/Closed.h"
+#include "support/SystemSockets.h"
 #include "support/Test.h"
 #include "support/ZmqHandle.h"
 
 #include <zmq.h>
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <chrono>
-#include <netinet/in.h>
 #include <stdexcept>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,43 +21,11 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds atOnce{100};
 
-/// A listening socket of the platform, without 0MQ.
-class Listener {
-public:
-    explicit Listener(unsigned short port) : descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        listenOn(&address, sizeof address);
-    }
-    explicit Listener(const std::string& path) : descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        listenOn(&address, sizeof address);
-    }
-    ~Listener() { ::close(descriptor); }
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
-
-private:
-    void listenOn(const void* address, socklen_t length) const {
-        const int reuse = 1;
-        ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-        if (::bind(descriptor, static_cast<const sockaddr*>(address), length) != 0 || ::listen(descriptor, 1) != 0) {
-            throw std::runtime_error("cannot listen");
-        }
-    }
-
-    const int descriptor;
-};
-
 /// Another process that holds a port, for as long as this object lives.
 class OtherProcess {
 public:
     explicit OtherProcess(unsigned short port) {
-        const Listener listener(port);
+        const SystemListener listener({Transport::Tcp, "127.0.0.1", port});
         if (::pipe(ends) != 0) {
             throw std::runtime_error("cannot make a pipe");
         }
@@ -178,7 +143,7 @@ TEST_F(SocketBind, IsRefusedWhenA0MqSocketBinds) {
 }
 
 TEST_F(SocketBind, IsRefusedWhenAListenerBinds) {
-    const Listener holder(port.port);
+    const SystemListener holder(port);
     expectRefusedAtOnce(port);
 }
 
@@ -198,7 +163,7 @@ TEST_F(SocketBind, TakesOverAPathFromAnyHolder) {
         expectTakenOver();
     }
     ::unlink(path.address.c_str());
-    const Listener holder(path.address);
+    const SystemListener holder(path);
     expectTakenOver();
 }
 

@@ -1,56 +1,16 @@
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
+#include "support/SystemSockets.h"
 
 #include <rk/socket/Network.h>
 
 #include <zmq.h>
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <cerrno>
-#include <netinet/in.h>
-#include <optional>
-#include <stdexcept>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace rk::tests {
 
 namespace {
-
-/// A server of another protocol. It answers every connection with the same words and closes it.
-class WrongServer {
-public:
-    explicit WrongServer(unsigned short port) : listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        const int reuse = 1;
-        ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-        if (::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-            ::listen(listener, 16) != 0) {
-            throw std::runtime_error("cannot listen");
-        }
-    }
-    ~WrongServer() { ::close(listener); }
-    WrongServer(const WrongServer&) = delete;
-    WrongServer& operator=(const WrongServer&) = delete;
-
-    /// Waits until the client has given the connection up.
-    void answerOne() const {
-        const int client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        const std::string words = "HTTP/1.1 400 Bad Request\r\nConnection: close\r\n\r\n" + std::string(64, ' ');
-        EXPECT_EQ(static_cast<ssize_t>(words.size()), ::send(client, words.data(), words.size(), MSG_NOSIGNAL));
-        char greeting[256];
-        while (::recv(client, greeting, sizeof greeting, 0) > 0) {
-        }
-        ::close(client);
-    }
-
-private:
-    const int listener;
-};
 
 bool isOption(const std::string& line) {
     return line.find("zmq_setsockopt ") == 0;
@@ -191,9 +151,9 @@ TEST_F(ListenerSilence, IsOverWhenSomethingComes) {
 TEST_F(ListenerSilence, HearsAfterAWrongServer) {
     Network::setSilenceLimit(1);
     {
-        std::optional<WrongServer> wrong(endpoint.port);
+        const WrongServer wrong(endpoint);
         listener.serve(endpoint);
-        wrong->answerOne();
+        EXPECT_TRUE(wrong.answerOne());
     }
     NativeSocket publisher(Protocol::Pub, endpoint);
     {
