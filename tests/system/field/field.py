@@ -97,6 +97,20 @@ def folder():
     return pathlib.Path(_folder.name)
 
 
+def write_file(name, lines):
+    """Writes a file that its owner alone can access, and returns its path."""
+    path = folder() / name
+    path.touch(mode=0o600)
+    path.write_bytes(b"".join(line + b"\n" for line in lines))
+    return path
+
+
+def secure(program, keys, trusted):
+    """Encrypts the connections of a program of the library. `trusted` are lines about its peers."""
+    name = f"{program.pid}"
+    program.ask(f"secure {write_file(name + '.key', keys)} {write_file(name + '.trusted', trusted)}")
+
+
 def fresh_endpoint(transport):
     if transport == "tcp":
         return f"tcp://127.0.0.1:{free_port()}"

@@ -1,5 +1,5 @@
 """Peers that know nothing of the library: plain 0MQ from Python and from Node.js, over tcp and ipc, all patterns, both
-ways, byte for byte. A server shows that it has understood: it returns a block in reverse, and a command with the next
+ways, byte for byte, and encrypted from Python. A server shows that it has understood: it returns a block in reverse, and a command with the next
 number and its payload in reverse."""
 
 import random
@@ -7,6 +7,7 @@ import sys
 import unittest
 
 import zmq
+from zmq.auth.thread import ThreadAuthenticator
 
 import field
 from field import bytes_of, words_of
@@ -94,12 +95,17 @@ class Python:
         self.socket = self.context.socket(getattr(zmq, pattern.upper()))
         self.test.addCleanup(self.socket.close, linger=0)
         self.socket.rcvtimeo = self.socket.sndtimeo = 1000 * field.PATIENCE
-        if pattern in ("pub", "rep"):
+        binds = pattern in ("pub", "rep")
+        self.prepare(self.socket, binds)
+        if binds:
             self.socket.bind(endpoint)
         else:
             self.socket.connect(endpoint)
         if pattern == "sub":
             self.socket.subscribe(b"")
+
+    def prepare(self, socket, binds):
+        """Sets the options of a socket before it binds or connects."""
 
     def send(self, block):
         self.socket.send(block)
@@ -118,6 +124,37 @@ class Python:
         block = self.receive()
         self.test.assertEqual(encoded(decoded(block)), block)
         return decoded(block)
+
+
+class Admission:
+    """What a Python server asks for each client."""
+
+    def __init__(self, *keys):
+        self.keys = keys
+
+    def callback(self, _, key):
+        return key in self.keys
+
+
+class EncryptedPython(Python):
+    """It and the library trust each other's keys, and nobody else's."""
+
+    def __init__(self, test):
+        super().__init__(test)
+        self.own, library = zmq.curve_keypair(), zmq.curve_keypair()
+        self.library_key = library[0]
+        field.secure(test.library.program, library, [self.own[0] + b" python", self.own[0] + b" tcp://127.0.0.1:*"])
+
+    def prepare(self, socket, binds):
+        socket.curve_publickey, socket.curve_secretkey = self.own
+        if not binds:
+            socket.curve_serverkey = self.library_key
+            return
+        socket.curve_server = True
+        authenticator = ThreadAuthenticator(self.context)
+        authenticator.start()
+        self.test.addCleanup(authenticator.stop)
+        authenticator.configure_curve_callback(credentials_provider=Admission(self.library_key))
 
 
 class Node:
@@ -220,6 +257,10 @@ class PythonOverTcp(Exchange, field.TestCase):
 
 class PythonOverIpc(Exchange, field.TestCase):
     Peer, transport = Python, "ipc"
+
+
+class PythonEncrypted(Exchange, field.TestCase):
+    Peer, transport = EncryptedPython, "tcp"
 
 
 @unittest.skipUnless((field.BUILD / "node/installed-lock.json").exists(), "no packages from npm")

@@ -4,6 +4,7 @@
 #include "support/messages.pb.h"
 
 #include <rk/socket/Network.h>
+#include <rk/socket/Security.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/utils/SocketListener.h>
 #include <rk/utils/Log.h>
@@ -160,6 +161,11 @@ private:
 
     void limit(Words& words) { socket::Network::setMaxMessageSize(words.next<std::int64_t>()); }
 
+    void secure(Words& words) {
+        const auto keyFile = words.next();
+        socket::Security::enable(keyFile, words.next());
+    }
+
     void open(Words& words) {
         const auto name = words.next();
         const auto policy = static_cast<socket::ClosePolicy::ClosePolicy>(words.next<int>());
@@ -258,6 +264,7 @@ private:
     std::map<std::string, std::unique_ptr<CommandListener>> listeners;
     const std::map<std::string, void (Peer::*)(Words&)> verbs{
         {"limit", &Peer::limit},
+        {"secure", &Peer::secure},
         {"open", &Peer::open},
         {"create", &Peer::create},
         {"connect", &Peer::connect},
