@@ -6,6 +6,7 @@
 #include "support/SecuredProcess.h"
 #include "support/StandIn.h"
 #include "support/SteadyClock.h"
+#include "support/SystemSockets.h"
 #include "support/Test.h"
 #include "support/messages.pb.h"
 
@@ -42,6 +43,9 @@ namespace Network = socket::Network;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
+constexpr int connectionEnds =
+    ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL;
+
 /// Whom connecting sockets trust.
 class SecurityClient : public testing::Test {
 protected:
@@ -69,6 +73,54 @@ protected:
     StandIn standIn;
     SecuredProcess process;
 };
+
+/// What an encrypted client meets where its server should be.
+enum class Impostor {
+    PlainServer,
+    OtherProtocol
+};
+
+/// How a client recovers whose connection ZeroMQ has closed permanently.
+class SecurityRecovery : public SecurityClient, public testing::WithParamInterface<Impostor> {
+protected:
+    ~SecurityRecovery() override { Network::setSilenceLimit(0); }
+
+    /// Connects, and returns when the connection has ended.
+    template <class Connect>
+    void meetImpostor(const Connect& connect) const {
+        if (GetParam() == Impostor::OtherProtocol) {
+            const WrongServer wrong(endpoint);
+            connect();
+            EXPECT_TRUE(wrong.answerOne());
+            return;
+        }
+        CurvePeer plain(ZMQ_PUB);
+        CurvePeer::Monitor refusal(plain, connectionEnds);
+        plain.bind(endpoint);
+        connect();
+        EXPECT_TRUE(refusal.waitForEvent());
+    }
+
+    /// Publishes from the true server.
+    template <class Condition>
+    bool publishUntil(const Condition& isHeard) const {
+        Text news;
+        news.set_text("news");
+        CurvePeer publisher(ZMQ_PUB);
+        publisher.serveWith(server).bind(endpoint);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!isHeard() && std::chrono::steady_clock::now() < deadline) {
+            publisher.send(news.SerializeAsString());
+            publisher.hasInputWithin(10);
+        }
+        return isHeard();
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(From, SecurityRecovery, testing::Values(Impostor::PlainServer, Impostor::OtherProtocol),
+                         [](const auto& tested) {
+                             return tested.param == Impostor::PlainServer ? "PlainServer" : "OtherProtocol";
+                         });
 
 /// A request to a reply socket of this process, which does not trust this process.
 class SecurityClientRefused : public SecurityClient {
@@ -196,30 +248,42 @@ TEST_F(SecurityClient, ConnectsInPlainBehindTcp) {
     EXPECT_EQ("news", receiveText(client));
 }
 
-TEST_F(SecurityClient, HearsThePublisherThatReplacesPlain) {
+TEST_P(SecurityRecovery, OfAListenerWithASilenceLimit) {
     Network::setSilenceLimit(1);
     RecordingListener listener(Protocol::Sub);
-    {
-        CurvePeer plain(ZMQ_PUB);
-        CurvePeer::Monitor refusal(plain, ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL |
-                                              ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL);
-        plain.bind(endpoint);
-        listener.serve(endpoint);
-        ASSERT_TRUE(refusal.waitForEvent());
-    }
-    CurvePeer peer(ZMQ_PUB);
-    peer.serveWith(server).bind(endpoint);
-    Text news;
-    news.set_text("news");
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (listener.texts().empty() && std::chrono::steady_clock::now() < deadline) {
-        peer.send(news.SerializeAsString());
-        peer.hasInputWithin(10);
-    }
-    EXPECT_FALSE(listener.texts().empty());
+    meetImpostor([&] { listener.serve(endpoint); });
+    EXPECT_TRUE(publishUntil([&] { return !listener.texts().empty(); }));
+}
+
+TEST_P(SecurityRecovery, OfAListenerByARestart) {
+    RecordingListener listener(Protocol::Sub);
+    meetImpostor([&] { listener.serve(endpoint); });
     std::string error;
-    listener.stop(error);
-    Network::setSilenceLimit(0);
+    ASSERT_TRUE(listener.stop(error)) << error;
+    ASSERT_TRUE(listener.start(error)) << error;
+    EXPECT_TRUE(publishUntil([&] { return !listener.texts().empty(); }));
+}
+
+TEST_P(SecurityRecovery, OfASubscriberByARebuild) {
+    Socket client("client", ClosePolicy::DropPending);
+    meetImpostor([&] { client.createAndConnect(Protocol::Sub, endpoint, 0); });
+    client.resetConnections();
+    std::string error;
+    EXPECT_TRUE(publishUntil([&] { return client.poll(0, error) == socket::PollResult::Input; }));
+}
+
+TEST_P(SecurityRecovery, OfARequestByARepair) {
+    Socket client("client", ClosePolicy::DropPending);
+    meetImpostor([&] {
+        client.createAndConnect(Protocol::Req, endpoint, 1);
+        sendText(client, "lost");
+    });
+    textThrownBy<TimeoutException>([&] { receiveText(client); });
+    sendText(client, "repeated");
+    CurvePeer peer(ZMQ_REP);
+    peer.serveWith(server).bind(endpoint);
+    EXPECT_EQ("repeated", peer.receive());
+    EXPECT_EQ(1U, standIn.journal().count("warning: [Socket client] Attempting reset"));
 }
 
 TEST_F(SecurityClientRefused, TimesOutInAFirstSendAfterwards) {
@@ -237,6 +301,50 @@ TEST_F(SecurityClientRefused, TimesOutAsARequester) {
               textThrownBy<TimeoutException>([&] { request(milliseconds(300), 3); }));
     std::string error;
     EXPECT_EQ(socket::PollResult::Timeout, reply.poll(0, error));
+}
+
+TEST_F(SecurityClientRefused, SendsItsRequestOnceTrusted) {
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Req, endpoint, patienceMs);
+    sendText(client, "question");
+    ASSERT_TRUE(waitForRefusal());
+    process.trust(process.itself());
+    EXPECT_EQ("question", receiveText(reply));
+    sendText(reply, "answer");
+    EXPECT_EQ("answer", receiveText(client));
+}
+
+TEST_F(SecurityClientRefused, HearsOnceTrusted) {
+    const SocketEndpoint feed = freshEndpoint(Transport::Tcp);
+    Socket publisher("publisher", ClosePolicy::DropPending);
+    publisher.createAndConnect(Protocol::Pub, feed, 0);
+    Socket client("client", ClosePolicy::DropPending);
+    client.createAndConnect(Protocol::Sub, feed, patienceMs);
+    ASSERT_TRUE(waitForRefusal());
+    process.trust(process.itself());
+    std::string error;
+    do {
+        sendText(publisher, "news");
+    } while (client.poll(10, error) != socket::PollResult::Input);
+    EXPECT_EQ("news", receiveText(client));
+}
+
+TEST_F(SecurityClientRefused, ListensOnceTrusted) {
+    const SocketEndpoint feed = freshEndpoint(Transport::Tcp);
+    Socket publisher("publisher", ClosePolicy::DropPending);
+    publisher.createAndConnect(Protocol::Pub, feed, 0);
+    RecordingListener listener(Protocol::Sub);
+    listener.serve(feed);
+    ASSERT_TRUE(waitForRefusal());
+    process.trust(process.itself());
+    Text news;
+    news.set_text("news");
+    while (listener.texts().empty()) {
+        publisher.sendProtoBuf(&news);
+        std::string error;
+        reply.poll(10, error);
+    }
+    EXPECT_EQ("news", listener.texts().front());
 }
 
 TEST_F(SecurityClientRefused, IsServedOnceTrusted) {

@@ -2,6 +2,7 @@
 #include "support/Endpoints.h"
 #include "support/Errors.h"
 #include "support/RecordingListener.h"
+#include "support/RecordingProxy.h"
 #include "support/SecuredProcess.h"
 #include "support/StandIn.h"
 #include "support/SteadyClock.h"
@@ -16,7 +17,6 @@
 #include <zmq.h>
 
 #include <chrono>
-#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -192,12 +192,22 @@ TEST_F(SecurityServer, SurvivesGarbage) {
     expectToServeClient();
 }
 
-TEST_F(SecurityServer, ServesBesideHalfOpenHandshakes) {
+TEST_F(SecurityServer, RefusesAReplayedSession) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    std::list<SystemConnection> connections;
-    for (int count = 0; count < 300; ++count) {
-        connections.emplace_back(endpoint.port);
+    std::string session;
+    {
+        const RecordingProxy proxy(endpoint.port);
+        CurvePeer peer(ZMQ_REQ);
+        peer.trustServer(process.own.publicKey, client).connect(proxy.endpoint()).send("once");
+        expectRequest("once");
+        EXPECT_EQ("reply to once", peer.receive());
+        session = proxy.bytesOfClient();
     }
+    const SystemConnection thief(endpoint.port);
+    thief.send(session);
+    EXPECT_TRUE(thief.waitForEnd());
+    std::string error;
+    EXPECT_EQ(PollResult::Timeout, server.poll(0, error));
     expectToServeClient();
 }
 
@@ -261,6 +271,19 @@ TEST_F(SecurityServer, KeepsRevokedClientUntilRebuilt) {
     const auto admitted = connected(ZMQ_REQ, other);
     admitted->send("admitted");
     expectRequest("admitted");
+}
+
+TEST_F(SecurityServer, IgnoresReplacedFilesUntilEnabled) {
+    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
+    const KeyPair other = generateKeyPair();
+    process.files.write("keys", other);
+    process.files.write("trusted", SecuredProcess::asClient(other));
+    expectToServeClient();
+    server.resetConnections();
+    expectToServeClient();
+    const auto peer = connected(ZMQ_REQ, other);
+    peer->send("too early");
+    EXPECT_TRUE(waitForRefusal(other));
 }
 
 TEST_F(SecurityServer, KeepsItsKeysUntilRebuilt) {
