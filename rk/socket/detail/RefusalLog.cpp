@@ -10,7 +10,9 @@
 #include <future>
 #include <map>
 #include <mutex>
+#include <poll.h>
 #include <string>
+#include <unistd.h>
 #include <utility>
 
 namespace rk::socket::detail {
@@ -23,6 +25,13 @@ constexpr std::chrono::minutes period{1};
 constexpr std::chrono::milliseconds patienceAtEnd{100};
 constexpr std::size_t mostLines = 64;
 constexpr std::size_t mostAddresses = 64;
+
+/// Returns whether a line on standard error would wait for a reader. A thread that waits there holds a lock of the C library
+/// without which the process does not end.
+bool isStandardErrorFull() {
+    pollfd item{STDERR_FILENO, POLLOUT, 0};
+    return poll(&item, 1, 0) == 0;
+}
 
 } // namespace
 
@@ -88,12 +97,12 @@ private:
             countedSince = now;
         }
         count += dropped;
-        if (isDue(line.address, now)) {
+        if (!isStandardErrorFull() && isDue(line.address, now)) {
             rk::utils::logWarning("Security: Refused the untrusted key " + line.key + " of " + line.address);
         } else {
             ++count;
         }
-        if (now - countedSince >= period) {
+        if (now - countedSince >= period && !isStandardErrorFull()) {
             rk::utils::logWarning("Security: Refused " + std::to_string(std::exchange(count, 0)) + " more connections");
         }
     }

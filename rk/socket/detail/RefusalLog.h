@@ -10,7 +10,8 @@ namespace rk::socket::detail {
 /// handshake.
 ///
 /// Logs one warning per address and minute. It counts all others, and logs their number with the next refusal after a
-/// minute. Memory is bounded: lines that wait for a slow logger, and those of many addresses, are counted as well.
+/// minute. Memory is bounded: lines that wait for a slow logger, and those of many addresses, are counted as well, and so
+/// are all lines while standard error is a pipe that is full.
 class RefusalLog {
 public:
     /// Starts the thread, with the signal mask of the caller.

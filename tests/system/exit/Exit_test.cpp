@@ -106,6 +106,15 @@ TEST(ExitOfAProcess, DropsLinesOfASlowLogger) {
     EXPECT_THAT(result.errorLines, testing::Not(testing::Contains(EndsWith("of 10.0.0.2"))));
 }
 
+TEST(ExitOfAProcess, EndsWhileStandardErrorIsBlocked) {
+    const auto begin = std::chrono::steady_clock::now();
+    const ChildResult result = exitAfter("standard-error-blocked");
+
+    EXPECT_TRUE(result.ended);
+    EXPECT_EQ(0, result.status);
+    EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - begin);
+}
+
 TEST(ExitOfAProcess, EndsInAForkedChild) {
     const ChildResult result = exitAfter("forked");
 

@@ -1,5 +1,6 @@
 // A process that ends in the way its argument names, for Exit_test.cpp to watch.
 
+#include "support/BlockedStandardError.h"
 #include "support/Endpoints.h"
 #include "support/SecuredProcess.h"
 #include "support/ZmqHandle.h"
@@ -10,6 +11,9 @@
 #include <rk/socket/ZmqContextTerminationException.h>
 #include <rk/socket/utils/SocketListener.h>
 #include <rk/utils/Log.h>
+
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -318,6 +322,18 @@ void exitWhileTheLoggerIsSlow() {
     exitWhileTheLoggerIsBlocked();
 }
 
+/// Leaves a client refused, of which nothing can be written.
+void exitWhileStandardErrorIsBlocked() {
+    spdlog::stderr_logger_mt("rk")->set_level(spdlog::level::warn);
+    std::make_unique<rk::tests::BlockedStandardError>().release();
+    encrypt();
+    Socket server("server", ClosePolicy::DropPending);
+    server.createAndConnect(Protocol::Rep, rk::tests::freshEndpoint(Transport::Tcp), 0);
+    const rk::tests::ZmqHandle asker(getSocket(Protocol::Req));
+    zmq_connect(asker.get(), "inproc://zeromq.zap.01");
+    askFor("10.0.0.1", asker.get());
+}
+
 /// The parent has an authenticator, and a child that exits.
 void forkBesideAnAuthenticator() {
     leaveAnAuthenticatorRunning();
@@ -448,6 +464,7 @@ int main(int argumentCount, char** arguments) {
         {"authenticator-running", leaveAnAuthenticatorRunning},
         {"logger-blocked", exitWhileTheLoggerIsBlocked},
         {"logger-slow", exitWhileTheLoggerIsSlow},
+        {"standard-error-blocked", exitWhileStandardErrorIsBlocked},
         {"forked", forkBesideAnAuthenticator},
         {"encrypted-in-a-child", encryptInAChild},
         {"lost-subscriber", [] { loseASubscriber(ClosePolicy::DropPending); }},
