@@ -1,12 +1,16 @@
 """0MQ's protocol on a bare TCP connection, for peers that break it: version 3.1, mechanism NULL."""
 
+import contextlib
 import socket
 import struct
+
+import zmq
 
 from processes import PATIENCE
 
 SIGNATURE = b"\xff" + bytes(7) + b"\x01\x7f"
 MORE, LONG, COMMAND = 1, 2, 4
+HELLO_SIZE = 202
 
 
 def greeting(version=(3, 0), mechanism=b"NULL", server=0):
@@ -71,3 +75,18 @@ def await_joined(bare):
     head = receive_exactly(bare, 2)
     assert head[0] == COMMAND
     receive_exactly(bare, head[1])
+
+
+def recorded_hello(server_key):
+    """The first bytes of an encrypted client, which any server with this key answers, for any number of connections."""
+    with contextlib.ExitStack() as stack:
+        listener = stack.enter_context(socket.create_server(("127.0.0.1", 0)))
+        context = stack.enter_context(zmq.Context())
+        client = stack.enter_context(contextlib.closing(context.socket(zmq.REQ)))
+        client.linger = 0
+        client.curve_publickey, client.curve_secretkey = zmq.curve_keypair()
+        client.curve_serverkey = server_key
+        client.connect("tcp://127.0.0.1:%d" % listener.getsockname()[1])
+        bare = stack.enter_context(listener.accept()[0])
+        bare.sendall(greeting(mechanism=b"CURVE", server=1))
+        return receive_exactly(bare, len(greeting()) + HELLO_SIZE)

@@ -1,10 +1,15 @@
 """Peers that wish the library ill, on a port that it has bound. It must not crash, leak, or stop serving honest ones, and
 what it keeps in memory is bounded by what the application has set."""
 
+import collections
 import contextlib
+import multiprocessing
 import random
 import socket
+import statistics
 import struct
+import sys
+import time
 
 import zmq
 
@@ -46,8 +51,12 @@ class Hostile(field.TestCase):
         """A well-behaved 0MQ socket that is connected to the victim."""
         peer = self.bare(pattern)
         peer.rcvtimeo = peer.sndtimeo = timeout
+        self.prepare(peer)
         peer.connect(self.endpoint)
         return peer
+
+    def prepare(self, peer):
+        """Sets the options of a well-behaved socket before it connects."""
 
     def bare(self, pattern):
         peer = self.enter(contextlib.closing(self.context.socket(pattern)))
@@ -109,14 +118,23 @@ class Served(Hostile):
         super().setUp()
         self.serve()
 
-
-class Greetings(Served):
-    """What comes before the first message."""
-
     def throw(self, blocks):
         for block in blocks:
             with zmtp.connection(self.endpoint) as bare:
                 bare.sendall(block)
+
+    def crowd(self, count, connect):
+        """Waits now and then until the victim has taken all, as it lets a hundred wait at most."""
+        crowd = []
+        for number in range(1, count + 1):
+            crowd.append(self.enter(connect(self.endpoint)))
+            if number % 50 == 0:
+                self.assertTrue(field.wait_until(lambda: self.connections() >= number))
+        return crowd
+
+
+class Greetings(Served):
+    """What comes before the first message."""
 
     def test_of_garbage_leave_nothing_behind_and_whoever_insists_served(self):
         dice = random.Random(5)
@@ -150,15 +168,6 @@ class Greetings(Served):
 
 class Connections(Served):
     """Those that are made, and not used as they should be."""
-
-    def crowd(self, count, connect):
-        """Waits now and then until the victim has taken all, as it lets a hundred wait at most."""
-        crowd = []
-        for number in range(1, count + 1):
-            crowd.append(self.enter(connect(self.endpoint)))
-            if number % 50 == 0:
-                self.assertTrue(field.wait_until(lambda: self.connections() >= number))
-        return crowd
 
     @staticmethod
     def disperse(crowd):
@@ -198,6 +207,125 @@ class Connections(Served):
 
         self.assert_does_not_add_up(reset, times=4)
         self.assert_serves()
+
+
+class Encrypted(Served):
+    """The victim admits one key."""
+
+    def serve(self):
+        self.keys, own = zmq.curve_keypair(), zmq.curve_keypair()
+        self.server_key = own[0]
+        field.secure(self.victim, own, [self.keys[0] + b" trusted"])
+        self.hello = zmtp.recorded_hello(self.server_key)
+        self.dice = random.Random(10)
+        super().serve()
+
+    def prepare(self, peer):
+        peer.curve_publickey, peer.curve_secretkey = self.keys
+        peer.curve_serverkey = self.server_key
+
+    def open_half(self, count, opening):
+        """Returns connections that say no more than `opening`, once the victim has answered each."""
+        crowd = []
+        for _ in range(count):
+            crowd.append(self.enter(zmtp.connection(self.endpoint)))
+            crowd[-1].sendall(opening)
+            zmtp.receive_exactly(crowd[-1], len(zmtp.SIGNATURE))
+        return crowd
+
+    def flood(self, count):
+        """Opens so many connections, 1,000 per second if the machine can: one half is untrusted, the other not encrypted.
+
+        Returns how long trusted clients have waited meanwhile, in seconds: for a reply, and for one on a new connection."""
+        process = multiprocessing.get_context("spawn").Process(target=flood, args=(self.endpoint, self.server_key, count))
+        process.start()
+        replies, connections = [], []
+        with self.plain(zmq.REQ) as client:
+            while process.is_alive():
+                replies.append(self.time(lambda: client.send(QUESTION) or client.recv()))
+                connections.append(self.time(self.assert_serves))
+        process.join()
+        self.assertEqual(0, process.exitcode)
+        return replies, connections
+
+    def throw_garbage(self):
+        greeting = zmtp.greeting(mechanism=b"CURVE")
+        openings = [b"", zmtp.greeting(), greeting, greeting + zmtp.frame(b"\x05HELLO" + bytes(194), zmtp.COMMAND), self.hello]
+        garbage = self.dice.randbytes
+        self.throw(self.dice.choice(openings) + garbage(self.dice.randrange(1, 1000)) for _ in range(300))
+
+    @staticmethod
+    def time(action):
+        begin = time.monotonic()
+        action()
+        return time.monotonic() - begin
+
+    def refusals(self):
+        """How many lines tell of refused clients, and of how many, once the victim has ended."""
+        self.assertEqual(0, self.victim.end())
+        lines = [line for line in self.victim.logged().splitlines() if "Refused" in line]
+        return len(lines), sum(int(line.split()[-3]) if line.endswith("more connections") else 1 for line in lines)
+
+
+def flood(endpoint, server_key, count):
+    """Exits with 1 if a message passes."""
+    context = zmq.Context()
+    context.max_sockets = count + 1  # ZeroMQ closes in the background
+    keys = zmq.curve_keypair()
+    clients = collections.deque()
+    begin = time.monotonic()
+    for number in range(count):
+        client = context.socket(zmq.REQ)
+        client.linger = 0
+        if number % 2:
+            client.curve_publickey, client.curve_secretkey = keys
+            client.curve_serverkey = server_key
+        client.connect(endpoint)
+        client.send(QUESTION)
+        clients.append(client)
+        if len(clients) > 500:
+            leave(clients.popleft())
+        time.sleep(max(0.0, begin + number / 1000 - time.monotonic()))
+    for client in clients:
+        leave(client)
+
+
+def leave(client):
+    if client.poll(0):
+        sys.exit(1)
+    client.close()
+
+
+class Handshakes(Encrypted):
+    """Those of clients that nobody trusts, and of such as never finish."""
+
+    def test_that_never_finish_leave_room_for_others_and_end(self):
+        before = self.resident()
+        for opening in (b"", zmtp.greeting(mechanism=b"CURVE"), self.hello):
+            self.open_half(1000, opening)
+            self.assert_serves()
+            self.assert_bounded(50, before)
+            self.assert_all_left()
+
+    def test_of_garbage_leave_nothing_behind(self):
+        self.assert_does_not_add_up(self.throw_garbage)
+        self.assert_serves()
+
+    def test_of_the_untrusted_by_the_thousand_cost_little(self):
+        before = self.resident()
+        replies, connections = self.flood(3000)
+        self.assert_bounded(30, before)
+        self.assertLess(statistics.median(replies), 0.1)
+        self.assertLess(max(connections), 5)
+        lines, refused = self.refusals()
+        self.assertLessEqual(lines, 2)
+        self.assertGreater(refused, 500)
+        self.note(f"{refused} clients with an untrusted key in {lines} lines, meanwhile "
+                  f"a reply took {in_milliseconds(replies)}, and {in_milliseconds(connections)} on a new connection")
+
+
+def in_milliseconds(seconds):
+    return f"{1000 * statistics.median(seconds):.1f} ms, at most {1000 * max(seconds):.1f} ms"
 
 
 class Frames(Hostile):

@@ -7,10 +7,27 @@ import time
 
 import field
 import zmtp
-from hostile import KILOBYTE, MEGABYTE, Served
+from hostile import KILOBYTE, MEGABYTE, Encrypted, Served, in_milliseconds
 
 
-class Siege(Served):
+class Lasting:
+    """Goes on for the minutes that are asked for, until which memory must have stopped growing."""
+
+    def assert_settles(self, attack, slope_megabytes):
+        """Returns how memory has developed, and fails if it grows by more with each attack."""
+        end = time.monotonic() + 60 * float(os.environ["RK_FIELD_MINUTES"])
+        levels = []
+        while time.monotonic() < end:
+            attack()
+            levels.append(self.resident())
+        settled = levels[len(levels) // 3 :]
+        slope = statistics.linear_regression(range(len(settled)), settled).slope
+        self.assertLess(slope, slope_megabytes)
+        return (f"{len(levels)} attacks, memory {levels[0]:.1f} MB after the first, {levels[-1]:.1f} MB after the last, "
+                f"{1000 * slope:.1f} KB more with each of the last two thirds")
+
+
+class Siege(Lasting, Served):
     def setUp(self):
         super().setUp()
         self.dice = random.Random(9)
@@ -35,16 +52,7 @@ class Siege(Served):
         self.assert_serves_who_insists()
 
     def test_of_every_kind_takes_little_memory(self):
-        end = time.monotonic() + 60 * float(os.environ["RK_FIELD_MINUTES"])
-        levels = []
-        while time.monotonic() < end:
-            self.attack()
-            levels.append(self.resident())
-        settled = levels[len(levels) // 3 :]
-        slope = statistics.linear_regression(range(len(settled)), settled).slope
-        self.assertLess(slope, 0.01)
-        self.note(f"{len(levels)} attacks of 251 connections, memory {levels[0]:.1f} MB after the first, "
-                  f"{levels[-1]:.1f} MB after the last, {1000 * slope:.1f} KB more with each of the last two thirds")
+        self.note("of 251 connections each: " + self.assert_settles(self.attack, 0.01))
 
     def test_by_connections_that_say_nothing_ends_after_half_a_minute(self):
         start = time.monotonic()
@@ -53,3 +61,29 @@ class Siege(Served):
         self.assertTrue(field.wait_until(lambda: self.connections() == 100))
         self.assertTrue(field.wait_until(self.all_have_left, patience=60))
         self.note(f"closed after {time.monotonic() - start:.1f} s")
+
+
+class EncryptedSiege(Lasting, Encrypted):
+    def setUp(self):
+        super().setUp()
+        self.replies, self.connections_made = [], []
+
+    def attack(self):
+        self.throw_garbage()
+        for bare in self.open_half(300, self.hello):
+            bare.close()
+        replies, connections = self.flood(3000)
+        self.replies += replies
+        self.connections_made += connections
+        self.assert_all_left()
+
+    def test_of_handshakes_takes_little_memory_and_few_lines(self):
+        begin = time.monotonic()
+        development = self.assert_settles(self.attack, 0.05)
+        self.assertLess(max(self.connections_made), 5)
+        minutes = (time.monotonic() - begin) / 60
+        lines, refused = self.refusals()
+        self.assertLessEqual(lines, 2 * (minutes + 1))
+        self.note(f"of 3,600 connections each: {development}; {refused} clients with an untrusted key in {lines} lines; "
+                  f"a reply took {in_milliseconds(self.replies)}, and {in_milliseconds(self.connections_made)} on a new "
+                  "connection")
