@@ -2,7 +2,10 @@
 ways, byte for byte, and encrypted from Python. A server shows that it has understood: it returns a block in reverse, and a command with the next
 number and its payload in reverse."""
 
+import pathlib
 import random
+import re
+import select
 import sys
 import unittest
 
@@ -10,7 +13,7 @@ import zmq
 from zmq.auth.thread import ThreadAuthenticator
 
 import field
-from field import bytes_of, words_of
+from field import Process, bytes_of, words_of
 
 sys.path.insert(0, str(field.BUILD))
 from messages_pb2 import Command  # noqa: E402
@@ -261,6 +264,46 @@ class PythonOverIpc(Exchange, field.TestCase):
 
 class PythonEncrypted(Exchange, field.TestCase):
     Peer, transport = EncryptedPython, "tcp"
+
+
+class GuideToEncryption(field.TestCase):
+    """Does what the guide's programs in Python do, with other keys and ports."""
+
+    GUIDE = pathlib.Path(__file__).resolve().parents[3] / "docs/guide/python-and-node.md"
+    SERVER_KEY, CLIENT_KEY = b"Yne@$w-vo<fVvi]a<NY6T1ed:M$fCG*[IaLV{hID", b"rq:rM>}U?@Lns47E1%kR.o@n%FcmmsL/@{H8]yf7"
+
+    def setUp(self):
+        super().setUp()
+        self.library, self.endpoint = Library(self), field.fresh_endpoint("tcp")
+        self.library_keys, self.keys = zmq.curve_keypair(), zmq.curve_keypair()
+        field.secure(self.library.program, self.library_keys,
+                     [self.keys[0] + b" python", self.keys[0] + b" " + self.endpoint.encode()])
+
+    def start(self, block, key_file, key):
+        """The guide's block of this number, with the library's key instead of `key`."""
+        field.write_file(key_file, self.keys)
+        program = re.findall(r"```python\n(.*?)```", self.GUIDE.read_text(), re.DOTALL)[block]
+        port = self.endpoint.rpartition(":")[2]
+        for old, new in ((key.decode(), self.library_keys[0].decode()), ("5555", port)):
+            self.assertIn(old, program)
+            program = program.replace(old, new)
+        program = program.replace("station:", "127.0.0.1:")
+        process = Process([sys.executable, "-c", program], cwd=field.folder())
+        self.addCleanup(process.end)
+        return process
+
+    def test_a_client_hears(self):
+        self.library.open("pub", self.endpoint)
+        client = self.start(1, "office.key", self.SERVER_KEY)
+        while not select.select([client.process.stdout], [], [], 0.01)[0]:
+            self.library.send(b"news")
+        self.assertEqual(b"news", client.read_line())
+
+    def test_a_server_answers(self):
+        self.start(2, "station.key", self.CLIENT_KEY)
+        self.library.open("req", self.endpoint)
+        self.library.send(b"question")
+        self.assertEqual(b"answer to question", self.library.receive())
 
 
 @unittest.skipUnless((field.BUILD / "node/installed-lock.json").exists(), "no packages from npm")
