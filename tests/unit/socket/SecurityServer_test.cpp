@@ -163,7 +163,7 @@ TEST_F(SecurityServer, RefusesOlderProtocols) {
     const std::string firstVersion("\x01\x00\x01\x01\x06\x00hello", 11);
     const std::string secondVersion("\x01\x03\x00\x00\x01\x00\x00\x05hello", 13);
     for (const std::string& bytes : {firstVersion, signature + '\0' + firstVersion, signature + secondVersion}) {
-        const TcpConnection connection(endpoint.port);
+        const SystemConnection connection(endpoint.port);
         connection.send(bytes);
         EXPECT_TRUE(connection.waitForEnd());
     }
