@@ -9,11 +9,12 @@ namespace rk::benchmarks {
 /// One field of the comparison: what is exchanged, and over what.
 struct Cell {
     std::string pattern;   ///< "request-reply" or "publish-subscribe"
-    std::string transport; ///< "inproc", "ipc" or "tcp"
+    std::string transport; ///< "inproc", "ipc", "tcp" or "encrypted", which is TCP
     std::string content;   ///< "raw" or "protobuf"
     std::size_t size = 0;  ///< of a raw block, or of a message when it is serialised
 
     bool requests() const { return pattern == "request-reply"; }
+    bool encrypted() const { return transport == "encrypted"; }
     bool raw() const { return content == "raw"; }
 
     /// For instance "request-reply tcp raw 4096". `parse` reads it back.

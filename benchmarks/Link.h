@@ -102,8 +102,9 @@ void serveLink(const End& end, const Control& control) {
 }
 
 template <class Link>
-bool addLinkPeer(const std::string& name, const std::string& version) {
-    return add({name, version, {"inproc", "ipc", "tcp"}, serveLink<Link>, [](const End& end, const Control& control) {
+bool addLinkPeer(const std::string& name, const std::string& version,
+                 const std::set<std::string>& transports = {"inproc", "ipc", "tcp"}) {
+    return add({name, version, transports, serveLink<Link>, [](const End& end, const Control& control) {
                     return std::make_unique<LinkClient<Link>>(end, control);
                 }});
 }

@@ -1,5 +1,8 @@
 #include "Peer.h"
 
+#include "Measuring.h"
+
+#include <algorithm>
 #include <poll.h>
 #include <sys/socket.h>
 #include <utility>
@@ -17,6 +20,12 @@ std::vector<Peer>& all() {
 
 const std::vector<Peer>& peers() {
     return all();
+}
+
+const Peer& peerOf(const std::string& name) {
+    const auto found = std::find_if(all().begin(), all().end(), [&](const Peer& peer) { return peer.name == name; });
+    require(found != all().end(), name.c_str());
+    return *found;
 }
 
 bool add(Peer peer) {
@@ -37,6 +46,16 @@ std::uint32_t Control::awaitOrder() const {
 bool Control::hasOrder(int milliseconds) const {
     pollfd item{descriptor, POLLIN, 0};
     return ::poll(&item, 1, milliseconds) > 0;
+}
+
+void Control::report(double nanoseconds) const {
+    static_cast<void>(::send(descriptor, &nanoseconds, sizeof nanoseconds, MSG_NOSIGNAL));
+}
+
+double Control::awaitReport() const {
+    double nanoseconds = 0;
+    require(::recv(descriptor, &nanoseconds, sizeof nanoseconds, 0) == sizeof nanoseconds, "a contestant");
+    return nanoseconds;
 }
 
 } // namespace rk::benchmarks

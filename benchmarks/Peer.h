@@ -37,6 +37,13 @@ public:
     /// Whether an order comes within some milliseconds.
     bool hasOrder(int milliseconds) const;
 
+    /// Tells the other side what was measured.
+    void report(double nanoseconds) const;
+
+    /// The next report.
+    /// \throws std::runtime_error if the other side is gone
+    double awaitReport() const;
+
 private:
     int descriptor;
 };
@@ -69,6 +76,9 @@ struct Peer {
 
 /// The peers that the program is built with, plain 0MQ first.
 const std::vector<Peer>& peers();
+
+/// \throws std::runtime_error if there is none of this name
+const Peer& peerOf(const std::string& name);
 
 /// Adds a peer. The file of each does so before `main`.
 bool add(Peer peer);

@@ -1,8 +1,9 @@
 #pragma once
 
 #include "Peer.h"
+#include "Process.h"
 
-#include <sys/types.h>
+#include <memory>
 #include <thread>
 
 namespace rk::benchmarks {
@@ -18,16 +19,14 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    Control control() const { return Control(ends[0]); }
+    Control control() const { return process ? process->control() : Control(ends[0]); }
 
     /// For the program when it is started to be a server.
     static void serveAsProcess(const Peer& peer, const End& end);
 
 private:
-    void startProcess(const Peer& peer, const End& end);
-
     int ends[2] = {-1, -1};
-    pid_t process = 0;
+    std::unique_ptr<Process> process;
     std::thread thread;
 };
 

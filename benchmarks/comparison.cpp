@@ -1,7 +1,5 @@
 #include "Commands.h"
-#include "Measuring.h"
-#include "Peer.h"
-#include "Server.h"
+#include "Contestant.h"
 
 #include <algorithm>
 #include <memory>
@@ -37,21 +35,6 @@ std::vector<Cell> allCells() {
     return cells;
 }
 
-struct Contestant {
-    Contestant(const Peer& who, const Cell& cell)
-        : peer(who),
-          url(freshUrl(cell.transport)),
-          server(who, {cell, url, false}),
-          client(who.connect({cell, url, true}, server.control())) {}
-    ~Contestant() { client->end(); }
-
-    const Peer& peer;
-    const std::string url;
-    // Left in the opposite order: the client's connection ends before the server is waited for.
-    Server server;
-    std::unique_ptr<Client> client;
-};
-
 /// The work on the messages alone: what no peer can do without.
 double serialiseOnly(const Cell& cell, int count) {
     const Payload payload = Payload::of(cell);
@@ -68,18 +51,6 @@ double serialiseOnly(const Cell& cell, int count) {
     return watch.nanoseconds() / count;
 }
 
-/// How many exchanges fill the time, within what every peer's queue holds.
-int exchangesFor(double milliseconds, Client& plain, const Cell& cell) {
-    constexpr int trial = 20;
-    plain.exchange(trial);
-    const Stopwatch watch;
-    plain.exchange(trial);
-    const double each = watch.nanoseconds() / trial;
-    const double most =
-        cell.requests() ? 100000.0 : std::min(4000.0, 64.0 * 1048576.0 / static_cast<double>(cell.size));
-    return static_cast<int>(std::clamp(milliseconds * 1e6 / each, 10.0, most));
-}
-
 void compareIn(const Cell& cell, int episode, const Options& options) {
     // A peer that loses messages must not block the rest.
     ::alarm(300);
@@ -90,7 +61,8 @@ void compareIn(const Cell& cell, int episode, const Options& options) {
             contestants.back()->client->meet();
         }
     }
-    const int count = exchangesFor(options.milliseconds, *contestants.front()->client, cell);
+    const int count =
+        exchangesFor(options.milliseconds, cell, [&](int trial) { contestants.front()->client->exchange(trial); });
     std::mt19937 random(static_cast<unsigned int>(episode));
     for (int round = 0; round < options.rounds; ++round) {
         const auto report = [&](const std::string& peer, double nanoseconds) {
@@ -125,10 +97,7 @@ void compare(const Options& options) {
 }
 
 void serve(const std::string& name, const std::string& cell, const std::string& url) {
-    const auto found =
-        std::find_if(peers().begin(), peers().end(), [&](const Peer& peer) { return peer.name == name; });
-    require(found != peers().end(), name.c_str());
-    Server::serveAsProcess(*found, {Cell::parse(cell), url, false});
+    Server::serveAsProcess(peerOf(name), {Cell::parse(cell), url, false});
 }
 
 } // namespace

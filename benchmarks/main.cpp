@@ -7,6 +7,7 @@ int main(int argc, char** argv) {
     CLI::App program{"Measures what the library costs. Each sample is a line of JSON."};
     program.require_subcommand(1);
     rk::benchmarks::addComparison(program);
+    rk::benchmarks::addEncryption(program);
     rk::benchmarks::addGrowth(program);
     rk::benchmarks::addRepair(program);
     rk::benchmarks::addCap(program);

@@ -17,9 +17,9 @@ import time
 
 MODES = {
     # Arguments of the subcommands, how often each point of a curve is measured, the greatest number of each curve.
-    "full": dict(compare=["3", "11", "25"], repair=["2000", "40"], cap=["1", "70"], tool=["61", "500000"], repeats=5,
+    "full": dict(compare=["3", "11", "25"], encryption=["3", "11", "25"], repair=["2000", "40"], cap=["1", "70"], tool=["61", "500000"], repeats=5,
                  endpoints=10000, sockets=1000, subscribers=100, size=1 << 28, listeners=50),
-    "quick": dict(compare=["1", "16", "2"], repair=["100", "5"], cap=["0.1", "0.2"], tool=["2", "50000"], repeats=1,
+    "quick": dict(compare=["1", "16", "2"], encryption=["1", "4", "2"], repair=["100", "5"], cap=["0.1", "0.2"], tool=["2", "50000"], repeats=1,
                   endpoints=1000, sockets=300, subscribers=30, size=1 << 24, listeners=10),
 }
 
@@ -33,12 +33,12 @@ NUMBERS = {
 BY_HAND = ("endpoints", "sockets", "size")
 
 
-def samples(directory, *arguments):
-    """Run a subcommand and yield the JSON lines that it writes."""
+def samples(directory, *arguments, folder=None):
+    """Run a subcommand, in a folder if one is given, and yield the JSON lines that it writes."""
     # On some processors, glibc copies blocks of 2 KiB and more twenty times slower at unlucky addresses.
     environment = dict(os.environ, GLIBC_TUNABLES="glibc.cpu.x86_rep_movsb_threshold=0x40000000")
-    command = [f"{directory}/benchmarks/benchmark", *arguments]
-    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, env=environment) as process:
+    command = [os.path.abspath(f"{directory}/benchmarks/benchmark"), *arguments]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, env=environment, cwd=folder) as process:
         for line in process.stdout:
             # A peer may write lines of its own.
             if line.startswith("{"):
@@ -95,6 +95,23 @@ def measure_comparison(directory, settings):
     cells = {cell: {peer: against(peers["plain 0MQ"], rounds) for peer, rounds in peers.items()}
              for cell, peers in times.items()}
     return dict(versions=versions, rounds=int(settings["compare"][0]) * (int(settings["compare"][1]) - 1), cells=cells)
+
+
+def measure_encryption(directory, settings):
+    """Per cell and peer: nanoseconds in plain and encrypted, and their ratio, paired by round."""
+    times = collections.defaultdict(lambda: collections.defaultdict(lambda: collections.defaultdict(dict)))
+    with tempfile.TemporaryDirectory() as folder:
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-noenc",
+                        "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost", "-days", "2",
+                        "-keyout", "certificate.key", "-out", "certificate.pem"],
+                       cwd=folder, capture_output=True, check=True)
+        for sample in samples(directory, "encryption", *settings["encryption"], folder=folder):
+            if sample["round"] > 0:
+                taken = times[sample["cell"]][sample["peer"]][sample["security"]]
+                taken[sample["episode"], sample["round"]] = sample["nanoseconds"]
+    return {cell: {peer: dict(plain=spread(taken["plain"].values()), encrypted=spread(taken["encrypted"].values()),
+                              ratio=spread([value / taken["plain"][key] for key, value in taken["encrypted"].items()]))
+                   for peer, taken in peers.items()} for cell, peers in times.items()}
 
 
 def exponent(points):
@@ -187,7 +204,7 @@ def main():
     else:
         result = dict(mode=mode, date=time.strftime("%Y-%m-%d", time.gmtime(begin)), machine=machine())
     for name, measure in dict(cost=measure_cost, comparison=measure_comparison, growth=measure_growth,
-                              repair=measure_repair, cap=measure_cap, tool=measure_tool).items():
+                              repair=measure_repair, cap=measure_cap, tool=measure_tool, encryption=measure_encryption).items():
         if not sections or name in sections:
             print(f"{time.time() - begin:4.0f} s: {name}", file=sys.stderr, flush=True)
             result[name] = measure(directory, MODES[mode])

@@ -228,6 +228,20 @@ def plot_ratio(comparison, file):
     save(figure, file, rect=(0, 0.08, 1, 1))
 
 
+# Encryption
+
+def encryption_tables(encryption):
+    parts = []
+    for pattern, title in PATTERNS.items():
+        cells = {cell: taken for cell, taken in encryption.items() if split(cell)[0] == pattern}
+        peers = [peer for peer in dict.fromkeys([OURS, *COLOURS]) if all(peer in taken for taken in cells.values())]
+        rows = [[size_text(split(cell)[3])] + [
+            f"{time_text(taken[peer]['plain'][MEDIAN])}, {time_text(taken[peer]['encrypted'][MEDIAN])}; "
+            f"{taken[peer]['ratio'][MEDIAN]:.2f}×" for peer in peers] for cell, taken in cells.items()]
+        parts.append(f"### {title}: encrypted\n\n" + table([""] + peers, rows))
+    return "\n\n".join(parts)
+
+
 # Growth
 
 NAMES = {"endpoints": "endpoints of a socket", "sockets": "sockets of a process", "subscribers": "subscribers, tcp",
@@ -380,7 +394,8 @@ def write_page(result, page):
     tables = {"summary": summary(result), "cost": cost_table(result["cost"]), "peers": peer_table(result["comparison"]),
               "cells": cell_tables(result["comparison"]), "growth": growth_table(result["growth"]),
               "repair": repair_table(result["repair"]), "cap": cap_table(result["cap"]),
-              "tool": tool_table(result["tool"]) if "tool" in result else ""}
+              "tool": tool_table(result["tool"]) if "tool" in result else "",
+              "encryption": encryption_tables(result["encryption"]) if "encryption" in result else ""}
     for name, content in tables.items():
         text, count = re.subn(rf"(?s)(<!-- {name} -->\n).*?(\n<!-- end -->)",
                               lambda found, content=content: f"{found[1]}\n{content}\n{found[2]}", text)

@@ -1,3 +1,4 @@
+#include "KeyFiles.h"
 #include "Measuring.h"
 #include "Peer.h"
 
@@ -18,7 +19,21 @@ void check(const grpc::Status& status) {
 
 std::string targetOf(const End& end) {
     const std::string address = end.url.substr(end.url.find("//") + 2);
-    return end.cell.transport == "tcp" ? address : "unix:" + address;
+    return end.cell.transport != "ipc" ? address : "unix:" + address;
+}
+
+std::shared_ptr<grpc::ChannelCredentials> clientCredentials(const Cell& cell) {
+    return cell.encrypted() ? grpc::SslCredentials({contentOf(certificateFile), "", ""})
+                            : grpc::InsecureChannelCredentials();
+}
+
+std::shared_ptr<grpc::ServerCredentials> serverCredentials(const Cell& cell) {
+    if (!cell.encrypted()) {
+        return grpc::InsecureServerCredentials();
+    }
+    grpc::SslServerCredentialsOptions options;
+    options.pem_key_cert_pairs.push_back({contentOf(certificateKeyFile), contentOf(certificateFile)});
+    return grpc::SslServerCredentials(options);
 }
 
 class ExchangeService final : public Exchange::Service {
@@ -47,7 +62,10 @@ public:
     GrpcClient(const End& end, const Control& wire) : cell(end.cell), control(wire), payload(Payload::of(end.cell)) {
         grpc::ChannelArguments arguments;
         arguments.SetMaxReceiveMessageSize(-1);
-        channel = grpc::CreateCustomChannel(targetOf(end), grpc::InsecureChannelCredentials(), arguments);
+        if (cell.encrypted()) {
+            arguments.SetSslTargetNameOverride(certificateName);
+        }
+        channel = grpc::CreateCustomChannel(targetOf(end), clientCredentials(cell), arguments);
         stub = Exchange::NewStub(channel);
     }
 
@@ -94,7 +112,7 @@ void serve(const End& end, const Control& control) {
     ExchangeService service(end.cell);
     grpc::ServerBuilder builder;
     builder.SetMaxReceiveMessageSize(-1);
-    builder.AddListeningPort(targetOf(end), grpc::InsecureServerCredentials());
+    builder.AddListeningPort(targetOf(end), serverCredentials(end.cell));
     builder.RegisterService(&service);
     const std::unique_ptr<grpc::Server> server = builder.BuildAndStart();
     while (control.awaitOrder() != 0) {
@@ -102,9 +120,10 @@ void serve(const End& end, const Control& control) {
     server->Shutdown(std::chrono::system_clock::now());
 }
 
-const bool added = add({"gRPC", grpc::Version(), {"ipc", "tcp"}, serve, [](const End& end, const Control& control) {
-                            return std::make_unique<GrpcClient>(end, control);
-                        }});
+const bool added =
+    add({"gRPC", grpc::Version(), {"ipc", "tcp", "encrypted"}, serve, [](const End& end, const Control& control) {
+             return std::make_unique<GrpcClient>(end, control);
+         }});
 
 } // namespace
 

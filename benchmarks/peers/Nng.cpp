@@ -1,3 +1,4 @@
+#include "KeyFiles.h"
 #include "Link.h"
 
 #include <nng/nng.h>
@@ -5,6 +6,8 @@
 #include <nng/protocol/pubsub0/sub.h>
 #include <nng/protocol/reqrep0/rep.h>
 #include <nng/protocol/reqrep0/req.h>
+#include <nng/supplemental/tls/tls.h>
+#include <string>
 #include <vector>
 
 namespace rk::benchmarks {
@@ -25,11 +28,22 @@ public:
         if (!end.cell.requests()) {
             check(nng_socket_set_int(socket, end.isClient ? NNG_OPT_RECVBUF : NNG_OPT_SENDBUF, longestQueue));
         }
+        const std::string url = end.cell.encrypted() ? "tls+" + end.url : end.url;
         if (!end.isClient) {
-            check(nng_listen(socket, end.url.c_str(), nullptr, 0));
+            nng_listener listener{};
+            check(nng_listener_create(&listener, socket, url.c_str()));
+            if (end.cell.encrypted()) {
+                check(nng_listener_set_ptr(listener, NNG_OPT_TLS_CONFIG, tls(NNG_TLS_MODE_SERVER)));
+            }
+            check(nng_listener_start(listener, 0));
             return;
         }
-        check(nng_dial(socket, end.url.c_str(), nullptr, NNG_FLAG_NONBLOCK));
+        nng_dialer dialer{};
+        check(nng_dialer_create(&dialer, socket, url.c_str()));
+        if (end.cell.encrypted()) {
+            check(nng_dialer_set_ptr(dialer, NNG_OPT_TLS_CONFIG, tls(NNG_TLS_MODE_CLIENT)));
+        }
+        check(nng_dialer_start(dialer, NNG_FLAG_NONBLOCK));
         if (!end.cell.requests()) {
             check(nng_socket_set(socket, NNG_OPT_SUB_SUBSCRIBE, "", 0));
         }
@@ -56,13 +70,27 @@ public:
     }
 
 private:
+    /// Lives as long as the process.
+    static nng_tls_config* tls(nng_tls_mode mode) {
+        const std::string certificate = contentOf(certificateFile);
+        nng_tls_config* config = nullptr;
+        check(nng_tls_config_alloc(&config, mode));
+        if (mode == NNG_TLS_MODE_SERVER) {
+            check(nng_tls_config_own_cert(config, certificate.c_str(), contentOf(certificateKeyFile).c_str(), nullptr));
+        } else {
+            check(nng_tls_config_ca_chain(config, certificate.c_str(), nullptr));
+            check(nng_tls_config_server_name(config, certificateName));
+        }
+        return config;
+    }
+
     const bool raw;
     nng_socket socket{};
     std::vector<char> buffer;
     Reading message;
 };
 
-const bool added = addLinkPeer<NngLink>("nng", nng_version());
+const bool added = addLinkPeer<NngLink>("nng", nng_version(), {"inproc", "ipc", "tcp", "encrypted"});
 
 } // namespace
 

@@ -1,4 +1,7 @@
+#include "KeyFiles.h"
 #include "Link.h"
+
+#include <rk/socket/Security.h>
 
 #include <zmq.h>
 
@@ -24,6 +27,9 @@ public:
         check(zmq_setsockopt(socket, ZMQ_LINGER, &none, sizeof none) == 0);
         if (!end.cell.requests()) {
             check(zmq_setsockopt(socket, end.isClient ? ZMQ_RCVHWM : ZMQ_SNDHWM, &none, sizeof none) == 0);
+        }
+        if (end.cell.encrypted()) {
+            encrypt(end.isClient);
         }
         check((end.isClient ? zmq_connect(socket, end.url.c_str()) : zmq_bind(socket, end.url.c_str())) == 0);
         if (end.choose(false, false, true, false)) {
@@ -55,6 +61,21 @@ public:
     }
 
 private:
+    void encrypt(bool isClient) {
+        const auto keys = rk::socket::Security::readKeyFile(keyFile);
+        const auto set = [this](int option, const std::string& value) {
+            check(zmq_setsockopt(socket, option, value.data(), value.size()) == 0);
+        };
+        set(ZMQ_CURVE_PUBLICKEY, keys.publicKey);
+        set(ZMQ_CURVE_SECRETKEY, keys.secretKey);
+        if (isClient) {
+            set(ZMQ_CURVE_SERVERKEY, keys.publicKey);
+        } else {
+            const int server = 1;
+            check(zmq_setsockopt(socket, ZMQ_CURVE_SERVER, &server, sizeof server) == 0);
+        }
+    }
+
     static void* context() {
         static void* const instance = zmq_ctx_new();
         return instance;
@@ -75,7 +96,7 @@ std::string version() {
     return std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(patch);
 }
 
-const bool added = addLinkPeer<PlainLink>("plain 0MQ", version());
+const bool added = addLinkPeer<PlainLink>("plain 0MQ", version(), {"inproc", "ipc", "tcp", "encrypted"});
 
 } // namespace
 

@@ -1,5 +1,7 @@
+#include "KeyFiles.h"
 #include "Link.h"
 
+#include <rk/socket/Security.h>
 #include <rk/socket/Socket.h>
 
 namespace rk::benchmarks {
@@ -10,6 +12,9 @@ class RkLink {
 public:
     explicit RkLink(const End& end)
         : raw(end.cell.raw()), size(static_cast<unsigned int>(bufferSize(end.cell))), buffer(new char[size]) {
+        if (end.cell.encrypted()) {
+            socket::Security::enable(keyFile, trustedKeysFile);
+        }
         using namespace socket::Protocol;
         socket.create(end.choose(Req, Rep, Sub, Pub));
         if (!end.cell.requests()) {
@@ -42,7 +47,7 @@ private:
     Reading message;
 };
 
-const bool added = addLinkPeer<RkLink>("rk::socket", RK_VERSION);
+const bool added = addLinkPeer<RkLink>("rk::socket", RK_VERSION, {"inproc", "ipc", "tcp", "encrypted"});
 
 } // namespace
 
