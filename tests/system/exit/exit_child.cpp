@@ -281,10 +281,17 @@ void askFor(const std::string& address, void* asker) {
     } while (rk::tests::optionOf(asker, ZMQ_RCVMORE) != 0);
 }
 
+/// Without a listener, which could wait for the logger as well.
+void startAuthenticator() {
+    encrypt();
+    Socket server("server", ClosePolicy::DropPending);
+    server.createAndConnect(Protocol::Rep, rk::tests::freshEndpoint(Transport::Tcp), 0);
+}
+
 /// The first of three refusals is being logged, as it is while standard error is blocked.
 void exitWhileTheLoggerIsBlocked() {
     blocksWarnings = true;
-    leaveAnAuthenticatorRunning();
+    startAuthenticator();
     const rk::tests::ZmqHandle asker(getSocket(Protocol::Req));
     zmq_connect(asker.get(), "inproc://zeromq.zap.01");
     for (const char* const address : {"10.0.0.1", "10.0.0.2", "10.0.0.3"}) {
@@ -326,9 +333,7 @@ void exitWhileTheLoggerIsSlow() {
 void exitWhileStandardErrorIsBlocked() {
     spdlog::stderr_logger_mt("rk")->set_level(spdlog::level::warn);
     std::make_unique<rk::tests::BlockedStandardError>().release();
-    encrypt();
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, rk::tests::freshEndpoint(Transport::Tcp), 0);
+    startAuthenticator();
     const rk::tests::ZmqHandle asker(getSocket(Protocol::Req));
     zmq_connect(asker.get(), "inproc://zeromq.zap.01");
     askFor("10.0.0.1", asker.get());
