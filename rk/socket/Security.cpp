@@ -21,7 +21,7 @@ struct ProcessSecurity {
     bool hasPlainTcp = false;
 };
 
-/// Never destroyed, because sockets are rebuilt until the process is gone.
+/// Never destroyed, because sockets can be rebuilt until the process ends.
 ProcessSecurity& processSecurity() {
     static const rk::detail::Immortal<ProcessSecurity> security;
     return *security;
@@ -49,7 +49,7 @@ Security::KeyPair::~KeyPair() {
 }
 
 Security::KeyPair Security::generateKeyPair() {
-    constexpr std::size_t textSize = 41; // with the zero that ZeroMQ writes
+    constexpr std::size_t textSize = 41; // with the terminating zero that ZeroMQ writes
     KeyPair keys;
     keys.publicKey.resize(textSize);
     keys.secretKey.resize(textSize);

@@ -14,13 +14,13 @@ namespace rk::socket::Security {
 
 /// The identity of a process, in ZeroMQ's printable encoding of 40 characters for each key.
 ///
-/// The public key may be known to everyone. Whoever has the secret key can pass for the process. Each object wipes its
-/// own copy of the secret key when it is destroyed.
+/// Keep the secret key secret: with it, another process can impersonate this one. The public key may be published. Each
+/// object wipes its own copy of the secret key when it is destroyed.
 struct KeyPair {
     RK_SOCKET_EXPORT ~KeyPair();
 
-    std::string publicKey; ///< of 40 characters
-    std::string secretKey; ///< of 40 characters
+    std::string publicKey; ///< 40 characters
+    std::string secretKey; ///< 40 characters
 };
 
 /// Returns a new key pair from the system's random numbers.
@@ -28,30 +28,30 @@ struct KeyPair {
 RK_SOCKET_EXPORT KeyPair generateKeyPair();
 
 /// Writes `keys` to a new file that only its owner can read: the public key on the first line, the secret key on the
-/// second. After a failure, there is no file at `path`, or the one that was there before.
+/// second. After a failure, `path` does not exist, or is still the file that existed before.
 /// \throws std::invalid_argument if `keys` is not a key pair
 /// \throws std::runtime_error if `path` exists, or the file cannot be written
 RK_SOCKET_EXPORT void writeKeyFile(const KeyPair& keys, const std::string& path);
 
-/// Reads a file as `writeKeyFile` writes it. Symbolic links are followed.
+/// Reads a key pair from a file in the format of `writeKeyFile`. Follows symbolic links.
 /// \throws std::runtime_error if the file cannot be read, is not a regular file, belongs neither to the effective user
-///         nor to root, can be accessed by other users, or does not hold a key pair
+///         nor to root, can be accessed by other users, or does not contain a key pair
 RK_SOCKET_EXPORT KeyPair readKeyFile(const std::string& path);
 
-/// Encrypts every TCP endpoint of this process from now on. There is no way back.
+/// Encrypts every TCP endpoint of this process from now on. Encryption cannot be disabled again.
 ///
-/// A `Pub` or `Rep` admits the clients whose keys are in the file of trusted keys, and refuses all others. A `Sub` or
+/// A `Pub` or `Rep` admits the clients whose keys are in the trusted-keys file, and refuses all others. A `Sub` or
 /// `Req` connects to an endpoint only if the file has a key for it, and only to the server that has this key.
 ///
-/// Call it again to read both files again. Trusted keys count for connections that are made from then on, and the key
-/// pair for endpoints that are connected or bound from then on. A call that throws changes nothing.
+/// To reload both files, call it again. The new trusted keys apply to new connections. The new key pair applies to
+/// endpoints that are bound or connected later. A call that throws changes nothing.
 ///
-/// The file of trusted keys has one key per line, then blanks, then the name of a client, or the endpoint of a server as
-/// "tcp://host:port" or "tcp://host:*". A line that begins with "#" is a comment, and so is what follows the name.
-/// \param keyFile the key pair of this process, as `writeKeyFile` writes it
-/// \param trustedKeysFile belongs to the effective user or to root, and cannot be written by other users
+/// Each line of the trusted-keys file has a key, blanks, and the name of a client or the endpoint of a server. An
+/// endpoint is "tcp://host:port" or "tcp://host:*". Lines that start with "#" and anything after the name are comments.
+/// \param keyFile a file that `writeKeyFile` has written
+/// \param trustedKeysFile a file that belongs to the effective user or to root, and that other users cannot write
 /// \throws std::logic_error if a TCP endpoint was already connected or bound in plain
-/// \throws std::runtime_error if a file cannot be read, or has a wrong line
+/// \throws std::runtime_error if a file cannot be read, or a line is invalid
 RK_SOCKET_EXPORT void enable(const std::string& keyFile, const std::string& trustedKeysFile);
 
 } // namespace rk::socket::Security

@@ -252,11 +252,12 @@ void Socket::resetConnections() noexcept {
     try {
         rebuild();
     } catch (const std::exception& failure) {
-        protocol = Protocol::Undef; // still set if the failure was the lock that `close` takes
+        protocol = Protocol::Undef; // still set if `close` could not take its lock
         rk::detail::logIfPossible(rk::utils::logError,
                                   [&] { return header + ": Error resetting socket: " + failure.what(); });
     } catch (...) {
-        // Explicit, because GCC 14 miscompiles the implicit call for an exception that the handler above does not catch.
+        // Explicit, because GCC 14 miscompiles the implicit call for an exception that the handler above does not
+        // catch.
         std::terminate();
     }
 }
@@ -269,9 +270,10 @@ void Socket::rebuild() {
     }
 }
 
-/// Makes new connections of a subscribe socket, without a new native socket that the process may not have. ZeroMQ connects
-/// a second time only what it has disconnected. Those of inproc have no network to lose, and use up a socket. Best effort:
-/// the next call includes endpoints that fail in this one.
+/// Makes the connections of a subscribe socket again. Does not rebuild it, because the process may have no native
+/// socket left. ZeroMQ ignores a second connect to an endpoint, so each is disconnected first. Skips inproc: it cannot
+/// lose a network, and each connect to an unbound name uses up a native socket. Best effort: the next call includes
+/// endpoints that fail in this one.
 void Socket::reconnect() {
     const auto forEachRemote = [this](const auto& action) {
         for (const auto& [target, receiveTimeout] : connections) {
@@ -290,15 +292,16 @@ void Socket::reconnect() {
         [this](const SocketEndpoint& target) { detail::Attachment(protocol, target, header).connect(zmqSocket); });
 }
 
-/// Replaces the native socket, which refuses a call that is out of turn: a request socket to send before its reply has
-/// arrived, a reply socket to receive before it has replied.
+/// Replaces the native socket after ZeroMQ has rejected a call that is out of turn: a request socket that sends before
+/// it has received a reply, or a reply socket that receives before it has replied.
 [[gnu::cold]] void Socket::repairJam() {
     rk::utils::logWarning(header + " Attempting reset of the connections to preserve 0MQ state machine integrity");
     resetConnections();
 }
 
-/// Repairs a reply socket that still owes a reply, because it has no input until it has replied. ZeroMQ reports exactly
-/// then that the socket can send and cannot receive. Returns false, with the reason in `error`, if the poll fails.
+/// Repairs a reply socket that still owes a reply. Such a socket never reports input, so the listener would wait
+/// forever. It is recognized by its events: it can send and cannot receive. Returns false, with the reason in `error`,
+/// if the poll fails.
 bool Socket::abandonUnansweredRequest(std::string& error) {
     if (zmqSocket == nullptr) {
         return true;
@@ -320,7 +323,7 @@ void Socket::send(void* data, unsigned long size) {
     sendBytes(data, size);
 }
 
-/// Inlined into `send` and `sendProtoBuf`, so that neither pays for a call of the other.
+/// Inlined into `send` and `sendProtoBuf`, so that neither pays for a function call.
 [[gnu::always_inline]] inline void Socket::sendBytes(const void* data, std::size_t size) {
     if (zmqSocket == nullptr) {
         refuse("Socket: Cannot send on a NULL socket");
@@ -336,7 +339,7 @@ void Socket::send(void* data, unsigned long size) {
     }
 }
 
-/// Retries if the failure was a jam. A block that cannot be sent is counted all the same.
+/// Retries if the failure was a jam. The statistics count the block even if it cannot be sent.
 [[gnu::cold]] void Socket::sendAfterFailure(const void* data, std::size_t size) {
     if (protocol == Protocol::Req && zmq_errno() == EFSM) {
         repairJam();
@@ -425,7 +428,7 @@ PollResult::PollResult Socket::poll(unsigned int timeout, std::string& error) {
         refuse("Socket: Cannot poll a NULL socket");
     }
     zmq_pollitem_t item{zmqSocket, 0, ZMQ_POLLIN, 0};
-    // Where a long has 32 bits, a longer timeout would be negative, which is without limit.
+    // A longer timeout would be negative where a long has 32 bits, and ZeroMQ would wait forever.
     const auto milliseconds = std::min<std::int64_t>(timeout, std::numeric_limits<long>::max());
     const int ready = zmq_poll(&item, 1, static_cast<long>(milliseconds));
     if (ready < 0) {
@@ -448,7 +451,7 @@ void Socket::flushIncomingMessages() {
         return;
     }
     constexpr std::size_t size = 100000;
-    std::unique_ptr<char[]> discarded; // not on the stack, which may be smaller
+    std::unique_ptr<char[]> discarded; // on the heap, because a thread's stack may be smaller
     std::string ignored;
     while (poll(0, ignored) == PollResult::Input) {
         if (!discarded) {

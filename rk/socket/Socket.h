@@ -49,9 +49,9 @@ class SocketListener;
 /// Threads: one thread at a time uses a socket. Sending, receiving and polling take no lock. Different sockets are
 /// independent of each other. Do not use a socket on both sides of a `fork`.
 ///
-/// Failures: "the socket is closed" means that it is as constructed, without endpoints. If the failure was a lock, the
-/// next `close` or `create` forgets the endpoints. Any operation may throw `std::bad_alloc`. If it opens the socket,
-/// the socket is then closed. The guide "Troubleshooting by error message" explains each message.
+/// Failures: "the socket is closed" means that it is as constructed, without endpoints. If a lock failed, the next
+/// `close` or `create` forgets the endpoints. Any operation may throw `std::bad_alloc`. In that case, an operation that
+/// opens the socket leaves it closed. The guide "Troubleshooting by error message" explains each message.
 ///
 /// Process exit: it waits for every open socket. Threads that are blocked in one get a `ZmqContextTerminationException`
 /// and must close it. A `Socket` that is a static object, or on the stack of a thread that calls `exit`, prevents the

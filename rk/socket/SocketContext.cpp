@@ -37,8 +37,8 @@ SocketContext::~SocketContext() {
         rk::detail::logIfPossible(rk::utils::logDebug, [&] { return formatMessage(text); });
     };
     log("Terminating 0MQ context");
-    // Both calls are names of one. A handle that the first has released may already be another context's memory; one
-    // that it left alive, because a signal interrupted it, is the second's to terminate.
+    // Both functions are the same. If the first call succeeds, the handle is invalid, and the second call gets null. If
+    // a signal interrupted the first call, the context still exists and the second call terminates it.
     if (zmq_term(context) == 0) {
         context = nullptr;
     }
@@ -55,8 +55,8 @@ void* SocketContext::createSocket(Protocol::Protocol protocol) {
 
 namespace {
 
-/// Whether as many descriptors are left as ZeroMQ takes for its threads and a first socket. ZeroMQ aborts the process
-/// when it runs out of them while it starts, and otherwise leaves a context that never works.
+/// Returns whether enough descriptors are left for ZeroMQ's threads and a first socket. If ZeroMQ runs out of them
+/// while it starts, it aborts the process or leaves a context that never works.
 bool hasDescriptorsToStart() {
     std::array<int, 6> descriptors{};
     for (int& descriptor : descriptors) {
@@ -69,7 +69,7 @@ bool hasDescriptorsToStart() {
     return hasAll;
 }
 
-/// Shuts the gate before it destroys the context, so that no call reaches memory that ZeroMQ has released.
+/// Shuts the gate before it destroys the context, so that no later call uses released memory.
 class ProcessContext {
 public:
     ProcessContext() = default;
@@ -78,7 +78,8 @@ public:
     ProcessContext& operator=(const ProcessContext&) = delete;
 
 private:
-    /// Destroyed after the context, because the thread ends when the context is terminated.
+    /// Joins the authenticator's thread, which ends when the context is terminated. Declared first to be destroyed
+    /// last.
     struct AuthenticatorEnd {
         AuthenticatorEnd() = default;
         ~AuthenticatorEnd() { detail::Authenticator::ofProcess().join(); }

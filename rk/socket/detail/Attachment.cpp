@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char* allInterfaces = "*";
 
-/// The text that ZeroMQ gets. That of an endpoint for a socket that binds says "*" for every host.
+/// Returns the string for ZeroMQ. `Undef`, because `toString` replaces the host by "*" for a pattern that binds.
 std::string textOf(const SocketEndpoint& address) {
     return address.toString(Protocol::Undef);
 }

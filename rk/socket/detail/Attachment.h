@@ -11,30 +11,31 @@
 
 namespace rk::socket::detail {
 
-/// How a socket is bound or connected to one endpoint: where, and with which options.
+/// Binds or connects a native socket to one endpoint.
 ///
-/// Takes the settings of the process once, so that all addresses of the endpoint get the same options.
+/// Copies the settings of the process once, so that all addresses of the endpoint get the same options.
 class Attachment {
 public:
-    /// Finds the addresses. `header` names the socket in error texts, and has to outlive the object.
-    /// \throws std::runtime_error if a socket that binds has no address to listen on, or the target is the authenticator's
+    /// Resolves the addresses. `header` names the socket in messages, and must outlive the object.
+    /// \throws std::runtime_error if a socket that binds has no address to listen on, or the target is the name of the
+    ///         authenticator
     /// \throws std::system_error if a lock fails
     Attachment(Protocol::Protocol protocol, const SocketEndpoint& target, const std::string& header);
 
     const std::vector<SocketEndpoint>& addresses() const { return targets; }
 
-    /// Returns the credentials of the process at the time, or null for a plain process.
+    /// Returns the credentials that the process had on construction, or null without encryption.
     const std::shared_ptr<const Credentials>& credentials() const { return processCredentials; }
 
     /// Returns the addresses for a log line.
     std::string text() const;
 
-    /// Binds native `socket` to each address. All get the port that the system chooses for the first.
+    /// Binds native `socket` to each address. If the system chooses a port, all addresses get the same one.
     /// \throws std::runtime_error if ZeroMQ refuses an option or an address
     /// \throws std::system_error if a lock fails
     void bind(void* socket);
 
-    /// Connects native `socket`, with the exceptions of `bind`.
+    /// Connects native `socket`. Throws what `bind` throws.
     void connect(void* socket) const;
 
 private:

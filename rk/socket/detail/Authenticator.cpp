@@ -35,7 +35,7 @@ struct Frame {
     std::size_t size;
 };
 
-/// A request of ZeroMQ, in the order of its frames.
+/// A request from ZeroMQ. The members are in the order of the frames.
 struct Request {
     Frame version{};
     Frame id{};
@@ -50,7 +50,7 @@ constexpr Frame Request::* const requestFrames[] = {&Request::version, &Request:
                                                     &Request::address, &Request::identity, &Request::mechanism,
                                                     &Request::key};
 
-/// Repeats `call` while it is interrupted. Returns false if it fails in another way.
+/// Repeats `call` while a signal interrupts it. Returns false if it fails for another reason.
 template <class Call>
 bool succeeds(const Call& call) {
     while (call() < 0) {
@@ -68,7 +68,7 @@ bool receive(void* socket, Frame& frame) {
     return received;
 }
 
-/// Receives all frames. What is too long is cut, and what is too much is dropped.
+/// Receives all frames. Truncates frames that are too long, and drops surplus frames.
 bool receive(void* socket, Request& request) {
     Frame surplus{};
     int more = 1;
@@ -83,7 +83,7 @@ bool receive(void* socket, Request& request) {
 }
 
 bool reply(void* socket, const Request& request, bool admitted) {
-    // After 300, the client tries again. After 400 it would not, even once it is trusted.
+    // After 300, the client retries. After 400 it would never retry, even once it is trusted.
     const std::string_view status = admitted ? "200" : "300";
     const std::string_view none;
     const std::array<std::string_view, 6> frames{"1.0", request.id.text(), status, none, none, none};
@@ -97,7 +97,7 @@ struct PrintedKey {
     char text[41] = "";
 };
 
-/// Returns the key of the client, or an empty text if it has none.
+/// Returns the key of the client, or an empty string if it has none.
 PrintedKey keyOf(const Request& request) {
     constexpr std::size_t keySize = 32;
     PrintedKey key;
@@ -119,7 +119,7 @@ bool isTrusted(const Request& request, std::string_view key) noexcept {
     }
 }
 
-/// Answers requests until the socket fails.
+/// Replies to requests until the socket fails.
 void serve(void* socket, RefusalLog& log) {
     for (Request request; receive(socket, request); request = {}) {
         const PrintedKey key = keyOf(request);
@@ -136,7 +136,7 @@ void serve(void* socket, RefusalLog& log) {
 void run(NativeSocket socket, const std::unique_ptr<RefusalLog>& log) {
     serve(socket.get(), *log);
     const int error = zmq_errno();
-    socket.reset(); // the termination of the context waits for it
+    socket.reset(); // before the log's destructor waits, because the context's termination waits for the socket
     if (error != ETERM) {
         log->addEnd(error);
     }
@@ -160,7 +160,7 @@ int Authenticator::start() {
     if (error != 0) {
         return error;
     }
-    // Inside the gate, so that the thread has started before the exit looks for it, or never starts.
+    // Inside the gate, so that the thread never starts after process exit has checked for it.
     return ContextGate::ofProcess().pass([&] {
         const rk::detail::SignalMask mask(SIG_SETMASK, rk::detail::asynchronousSignals());
         auto log = std::make_unique<RefusalLog>();

@@ -30,7 +30,7 @@ SocketEndpoint boundEndpoint(void* socket, const SocketEndpoint& target) {
     }
     SocketEndpoint bound = SocketEndpoint::FromString(text);
     if (bound.transport == Transport::Tcp) {
-        bound.address = target.address; // ZeroMQ tells the interface's
+        bound.address = target.address; // ZeroMQ reports the address of the interface
     }
     return bound;
 }

@@ -9,29 +9,29 @@
 
 namespace rk::socket::detail {
 
-/// Returns where native `socket`, just bound to `target`, is bound: `target` with the system's choice in place of TCP
-/// port 0 or the IPC path "*". Returns `target` itself if ZeroMQ does not tell.
+/// Returns the endpoint that native `socket` has after it was bound to `target`. The system's choice replaces TCP port
+/// 0 and the IPC path "*". Returns `target` if ZeroMQ does not report the choice.
 SocketEndpoint boundEndpoint(void* socket, const SocketEndpoint& target);
 
-/// The addresses at which this process reaches a socket that it has bound.
+/// The addresses through which this process can connect to a socket that it has bound.
 ///
-/// An ipc address outlives its file: another process may remove or replace the file, and the socket still accepts
-/// connections through the descriptor that this class keeps of it.
+/// Another process may remove or replace the file of an IPC address. The socket still accepts connections through the
+/// original file, so this class keeps a descriptor of it.
 class BoundAddresses {
 public:
     BoundAddresses() = default;
 
-    /// Adds an address to which the socket is bound, with the credentials that it was bound with.
+    /// Adds an address of the socket, and the credentials of the time when it was bound.
     void add(const SocketEndpoint& endpoint, const std::shared_ptr<const Credentials>& credentials);
 
     void clear() noexcept;
 
-    /// Connects native `socket` to every address. Returns false if ZeroMQ refuses them all.
+    /// Connects native `socket` to every address. Returns false if ZeroMQ rejects them all.
     /// \throws std::runtime_error if ZeroMQ refuses an option
     bool connect(void* socket) const;
 
 private:
-    /// Refers to a file without opening it, or to nothing where the system has no such descriptors left.
+    /// Refers to a file without opening it. Empty if the system has no descriptor left.
     class FileReference {
     public:
         FileReference() = default;
@@ -40,7 +40,7 @@ private:
         FileReference(const FileReference&) = delete;
         FileReference& operator=(const FileReference&) = delete;
 
-        /// A path that leads to the file wherever it is now, or `path`.
+        /// Returns a path to the file that works after the file was renamed or removed. If empty, returns `path`.
         std::string pathOr(const std::string& path) const;
 
     private:

@@ -7,7 +7,7 @@
 
 namespace rk::socket::detail {
 
-/// Rejects calls on the context of the process once its termination has begun.
+/// Rejects calls on the context of the process after its termination has begun.
 ///
 /// ZeroMQ's termination reads the pending inproc connections without their lock, so a concurrent bind or connect of an
 /// inproc name can hang the exit. A socket that is created after the termination uses freed memory. The gate admits

@@ -7,18 +7,18 @@
 
 namespace rk::socket::detail {
 
-/// What `Security::enable` has read. Never changes: a second call makes another object.
+/// The keys that `Security::enable` has read. Immutable: a second call makes another object.
 struct Credentials {
     Security::KeyPair own;
     TrustedKeys trusted;
-    Security::KeyPair wakeUp; ///< of the connections that this process makes to itself, lives as long as the process
+    Security::KeyPair wakeUp; ///< for connections of this process to itself, the same until it ends
 
-    /// Returns the credentials of the process, or null while its endpoints are plain.
+    /// Returns the credentials of the process, or null while encryption is not enabled.
     /// \throws std::system_error if the lock fails
     static std::shared_ptr<const Credentials> ofProcess();
 
-    /// Returns what `ofProcess` returns, to connect `endpoint`. If a TCP endpoint gets null, it is plain, and encryption
-    /// cannot be enabled any more.
+    /// Returns the same as `ofProcess`. If it returns null for a TCP endpoint, encryption can no longer be enabled,
+    /// because this endpoint will be plain.
     /// \throws std::system_error if the lock fails
     static std::shared_ptr<const Credentials> forEndpoint(const SocketEndpoint& endpoint);
 };

@@ -15,15 +15,16 @@ namespace rk::socket::detail {
 
 namespace {
 
-// ZMQ_ZAP_ENFORCE_DOMAIN, which zmq.h hides as a draft. Without it, ZeroMQ admits every client while nobody answers for it.
+// ZMQ_ZAP_ENFORCE_DOMAIN, which zmq.h hides as a draft. Without it, ZeroMQ admits every client while no authenticator
+// runs.
 constexpr int enforceDomain = 93;
 
-constexpr int handshakeMilliseconds = 5000; // a refused client tries again after this time
+constexpr int handshakeMilliseconds = 5000; // a refused client retries after this time
 
-/// The largest message from a peer that may not have authenticated itself yet, while no limit is set.
+/// The default limit, because a peer sends its first bytes before it is authenticated.
 constexpr std::int64_t defaultMessageSize = 16777216; // 16 MiB
 
-/// The limit for encrypted frames, which also holds for those of the handshake.
+/// Returns the limit for encrypted frames. It must admit the frames of the handshake.
 std::int64_t encryptedSize(std::int64_t messageSize) {
     constexpr std::int64_t overhead = 33;
     constexpr std::int64_t handshake = 1024;
@@ -31,7 +32,8 @@ std::int64_t encryptedSize(std::int64_t messageSize) {
     return messageSize == -1 ? messageSize : std::max(std::min(messageSize, largest) + overhead, handshake);
 }
 
-/// When the system probes an idle connection, in seconds. Several probes, so that a lost packet does not end it.
+/// When the system probes an idle connection, in seconds. It sends several probes, so that one lost packet does not
+/// close the connection.
 struct Keepalive {
     explicit Keepalive(int total)
         : interval(std::max(1, total / 6)), probes(std::min(4, total - 1)), idle(total - interval * probes) {}
@@ -65,7 +67,7 @@ void EndpointOptions::set(Protocol::Protocol protocol, const SocketEndpoint& end
     }
 }
 
-/// A socket that has an encrypted endpoint gets a limit for every endpoint: that of the last one would hold otherwise.
+/// With encryption, sets a limit for plain endpoints too. Otherwise they would inherit that of an encrypted endpoint.
 void EndpointOptions::setMaxMessageSize(const SocketEndpoint& endpoint, const NetworkSettings& settings,
                                         const Credentials* credentials) const {
     std::optional<std::int64_t> limit = settings.maxMessageSize;
@@ -104,7 +106,7 @@ void EndpointOptions::setForWakeUp(const SocketEndpoint& endpoint, const Credent
     }
 }
 
-/// Reads back what keeps clients out: a libzmq that ignored it would admit everyone.
+/// Reads back the options that keep clients out, because a libzmq that ignored them would admit every client.
 void EndpointOptions::setServer(const Security::KeyPair& own) const {
     setText(ZMQ_CURVE_SECRETKEY, "ZMQ_CURVE_SECRETKEY", own.secretKey);
     setNumber(ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER", 1);
@@ -123,7 +125,7 @@ void EndpointOptions::setClient(const std::string& serverKey, const Security::Ke
     requireNumber(ZMQ_MECHANISM, "ZMQ_MECHANISM", ZMQ_CURVE);
 }
 
-/// Undoes what an encrypted endpoint of the same socket may have set.
+/// Resets the options that an encrypted endpoint of the same socket may have set.
 void EndpointOptions::setPlain() const {
     setNumber(ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER", 0);
 }
@@ -135,7 +137,7 @@ void EndpointOptions::setPlainDomain() const {
 
 void EndpointOptions::setPeerTimeout(Protocol::Protocol protocol, unsigned int seconds) const {
     constexpr int systemDefault = -1;
-    constexpr int longestAttempt = 5; // so that a machine is found soon after it is back
+    constexpr int longestAttempt = 5; // to reconnect soon after a machine is back
     const int total = seconds == 0 ? 0 : std::max(2, static_cast<int>(seconds));
     setNumber(ZMQ_TCP_KEEPALIVE, "ZMQ_TCP_KEEPALIVE", total == 0 ? systemDefault : 1);
     if (total > 0) {
@@ -145,8 +147,8 @@ void EndpointOptions::setPeerTimeout(Protocol::Protocol protocol, unsigned int s
         setNumber(ZMQ_TCP_KEEPALIVE_CNT, "ZMQ_TCP_KEEPALIVE_CNT", keepalive.probes);
     }
     if (connects(protocol)) {
-        // The system compares this with the age of the connection at each probe: a little less meets the last one. Sockets
-        // that bind do without, because it also ends connections to peers that pause reading.
+        // The system checks this limit at each probe, so it must be slightly less than the time of the last probe. Not
+        // for sockets that bind, because it would also close connections to peers that pause reading.
         setNumber(ZMQ_TCP_MAXRT, "ZMQ_TCP_MAXRT", std::max(0, total * 1000 - 500));
         setNumber(ZMQ_CONNECT_TIMEOUT, "ZMQ_CONNECT_TIMEOUT", std::min(total, longestAttempt) * 1000);
     }

@@ -9,22 +9,22 @@
 
 namespace rk::socket::detail {
 
-/// Sets the options that hold for one endpoint, on a native socket that is bound or connected to it next.
+/// Sets the options that differ between the endpoints of one socket, right before a bind or connect.
 ///
-/// ZeroMQ copies the options of a socket into each endpoint that it binds or connects, and keeps them there when it
-/// reconnects. Whatever differs from endpoint to endpoint is set here.
+/// ZeroMQ copies the options of a socket into each endpoint that it binds or connects, and keeps the copy when it
+/// reconnects.
 class EndpointOptions {
 public:
-    /// `header` names the socket in error texts.
+    /// `header` names the socket in messages, and must outlive the object.
     EndpointOptions(void* socket, const std::string& header);
 
-    /// Sets the options for a socket of this pattern at `endpoint`. Makes no call for settings that are absent.
-    /// \param credentials null for a plain process
+    /// Sets the options for a socket of this pattern at `endpoint`. Makes no call for absent settings.
+    /// \param credentials null without encryption
     /// \throws std::runtime_error if ZeroMQ refuses an option, or no server at `endpoint` is trusted
     void set(Protocol::Protocol protocol, const SocketEndpoint& endpoint, const NetworkSettings& settings,
              const Credentials* credentials) const;
 
-    /// Sets the options of a connection that this process makes to an endpoint that it has bound with `credentials`.
+    /// Sets the options for a connection of this process to an endpoint that it has bound with `credentials`.
     /// \throws std::runtime_error if ZeroMQ refuses an option
     void setForWakeUp(const SocketEndpoint& endpoint, const Credentials& credentials) const;
 

@@ -32,7 +32,7 @@ void takeKey(Lines& lines, std::string& key) {
     throw std::runtime_error("Security: Cannot write " + path + ": " + reason);
 }
 
-/// A file under a name that does not exist yet, next to the place where it is to appear. Removed on scope exit.
+/// A new file with a unique name in the same folder as `target`. Removed on scope exit.
 class TemporaryFile {
 public:
     explicit TemporaryFile(const std::string& target)
@@ -46,17 +46,17 @@ public:
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    // These return false, with the reason in `errno`, on failure.
+    // On failure, the following functions return false and set `errno`.
 
     bool isOpen() const { return descriptor.get() >= 0; }
 
     bool write(const std::string& text) const {
-        errno = ENOSPC; // a short write, which sets no error, has this cause
+        errno = ENOSPC; // the cause of a short write, which does not set errno
         return ::write(descriptor.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
                fsync(descriptor.get()) == 0;
     }
 
-    /// Gives the file the name `target` too, unless a file has it.
+    /// Gives the file the second name `target`. Never replaces a file.
     bool appearAs(const std::string& target) const { return link(path.c_str(), target.c_str()) == 0; }
 
 private:
@@ -68,7 +68,7 @@ private:
 
 bool isKey(const std::string& text) {
     std::uint8_t bytes[keySize];
-    // With an embedded zero, ZeroMQ would decode less than a key.
+    // ZeroMQ would stop decoding at an embedded zero.
     const bool decoded = text.size() == keyLength && std::strlen(text.c_str()) == keyLength &&
                          zmq_z85_decode(bytes, text.c_str()) != nullptr;
     explicit_bzero(bytes, sizeof bytes);

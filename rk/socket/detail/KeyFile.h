@@ -6,16 +6,16 @@
 
 namespace rk::socket::detail {
 
-/// Whether `text` is a key in ZeroMQ's printable encoding. Each key has exactly one such text.
+/// Returns whether `text` is a key in ZeroMQ's printable encoding. Each key has exactly one encoding.
 bool isKey(const std::string& text);
 
-/// Whether `keys` holds two keys that belong together. False also if ZeroMQ has no CURVE.
+/// Returns whether the two keys of `keys` belong together. Returns false if ZeroMQ has no CURVE.
 bool isPair(const Security::KeyPair& keys);
 
-/// Reads a key pair as `Security::readKeyFile` does.
+/// Implements `Security::readKeyFile`.
 Security::KeyPair readKeyFile(const std::string& path);
 
-/// Writes a key pair as `Security::writeKeyFile` does.
+/// Implements `Security::writeKeyFile`.
 void writeKeyFile(const Security::KeyPair& keys, const std::string& path);
 
 } // namespace rk::socket::detail

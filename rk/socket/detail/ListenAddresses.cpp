@@ -30,7 +30,7 @@ const in6_addr& ipv6(const sockaddr& address) {
     return reinterpret_cast<const sockaddr_in6&>(address).sin6_addr;
 }
 
-/// Adds `address`, unless it is of another family, or link-local, because that needs a zone.
+/// Adds `address` if its family is wanted. Skips link-local addresses, which need a zone.
 void add(Addresses& addresses, const sockaddr& address, bool withIpv6) {
     char text[INET6_ADDRSTRLEN];
     std::string added;

@@ -17,7 +17,7 @@ constexpr off_t largestFile = 16777216; // 16 MiB
     throw std::runtime_error("Security: Cannot read " + path + ": " + reason);
 }
 
-/// Returns null if the file may be read.
+/// Returns why the file must not be read, or null.
 const char* complaintAbout(const struct stat& file, const Forbidden& forbidden) {
     if (!S_ISREG(file.st_mode)) {
         return "not a regular file";

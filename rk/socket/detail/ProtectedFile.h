@@ -5,7 +5,7 @@
 
 namespace rk::socket::detail {
 
-/// Permissions that a file must not give, and why.
+/// Permissions that a file must not have, and the reason for the message.
 struct Forbidden {
     mode_t permissions;
     const char* reason;
@@ -14,7 +14,7 @@ struct Forbidden {
 /// Closes a file descriptor on scope exit.
 class FileDescriptor {
 public:
-    /// Takes over `descriptor`, which may be negative.
+    /// Takes ownership of `descriptor`, which may be negative.
     explicit FileDescriptor(int descriptor) : number(descriptor) {}
     ~FileDescriptor();
     FileDescriptor(const FileDescriptor&) = delete;
@@ -26,10 +26,11 @@ private:
     int number;
 };
 
-/// Reads the file at `path` into `text`, which gets its full size at once.
+/// Reads the file at `path` into `text`. Resizes `text` once, so that growing leaves no copies of secrets in memory.
 ///
-/// The file must be regular, belong to the effective user or to root, and give none of the forbidden permissions. These
-/// checks hold for the file that is read, even if another takes its place meanwhile. Does not block on pipes and devices.
+/// The file must be regular, belong to the effective user or to root, and have none of the forbidden permissions.
+/// Checks the opened file, so replacing `path` during the call does not bypass the checks. Does not block on pipes and
+/// devices.
 /// \throws std::runtime_error with path and reason
 void readProtectedFile(const std::string& path, const Forbidden& forbidden, std::string& text);
 

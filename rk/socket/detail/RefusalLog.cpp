@@ -45,12 +45,12 @@ struct RefusalLog::Shared {
     std::condition_variable changed;
     std::deque<Line> lines;
     unsigned long dropped = 0;
-    int failure = 0; ///< the error that has ended the authentication, unless it is the process that ends
+    int failure = 0; ///< the error that has ended the authenticator, or 0 at process exit
     bool ending = false;
     std::promise<void> ended;
 };
 
-/// What the thread does. It holds no lock while it logs.
+/// The body of the thread. Holds no lock while it logs.
 class RefusalLog::Writer {
 public:
     explicit Writer(std::shared_ptr<Shared> sharedState) : shared(std::move(sharedState)) {}
@@ -117,8 +117,8 @@ private:
 
     const std::shared_ptr<Shared> shared;
     bool done = false;
-    std::map<std::string, Clock::time_point> logged; ///< when each address had its line
-    unsigned long count = 0;                         ///< of refusals without a line
+    std::map<std::string, Clock::time_point> logged; ///< time of the last line for each address
+    unsigned long count = 0;                         ///< refusals that were not logged
     Clock::time_point countedSince;
 };
 
@@ -151,7 +151,7 @@ void RefusalLog::addEnd(int error) noexcept {
     tell([&] { shared->failure = error; });
 }
 
-/// Best effort: without memory or lock, a line is lost, or the thread stays behind.
+/// Best effort: if memory or the lock fails, a line is lost, or the destructor detaches the thread.
 template <class Change>
 void RefusalLog::tell(const Change& change) noexcept {
     try {

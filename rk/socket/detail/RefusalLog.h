@@ -6,30 +6,29 @@
 
 namespace rk::socket::detail {
 
-/// Logs which clients were refused, on a thread of its own, so that an application's logging calls never delay a
-/// handshake.
+/// Logs refused clients on a separate thread, so that an application's logger never delays a handshake.
 ///
-/// Logs one warning per address and minute. It counts all others, and logs their number with the next refusal after a
-/// minute. Memory is bounded: lines that wait for a slow logger, and those of many addresses, are counted as well, and so
-/// are all lines while standard error is a pipe that is full.
+/// Logs one warning per address and minute. Counts all other refusals, and logs their number with the next refusal
+/// after a minute. Memory is bounded: while the logger is slow, while standard error is a full pipe, or if there are
+/// many addresses, refusals are only counted.
 class RefusalLog {
 public:
     /// Starts the thread, with the signal mask of the caller.
-    /// \throws std::system_error if the system has none
+    /// \throws std::system_error if the system cannot start one
     RefusalLog();
 
-    /// Ends the thread after the lines that wait. A thread that is not done after 100 ms stays behind in its logging call,
-    /// and drops the other lines.
+    /// Lets the thread log the pending lines, and joins it. Detaches it if it has not finished after 100 ms. It then
+    /// drops the other lines.
     ~RefusalLog();
 
     RefusalLog(const RefusalLog&) = delete;
     RefusalLog& operator=(const RefusalLog&) = delete;
 
-    /// Logs that a client at `address` was refused, which has `key`. Does not wait for the logger. Drops the line if there
-    /// is no memory for it.
+    /// Queues a line about a refused client at `address` with `key`. Does not wait for the logger. Drops the line if
+    /// memory is exhausted.
     void add(std::string_view address, std::string_view key) noexcept;
 
-    /// Logs last that the error of ZeroMQ has ended the authentication.
+    /// Queues the last line: ZeroMQ's error has ended the authenticator.
     void addEnd(int error) noexcept;
 
 private:
@@ -39,7 +38,7 @@ private:
     template <class Change>
     void tell(const Change& change) noexcept;
 
-    std::shared_ptr<Shared> shared; ///< with a thread that may stay behind
+    std::shared_ptr<Shared> shared; ///< outlives this object if the thread is detached
     std::thread thread;
 };
 

@@ -5,12 +5,12 @@
 
 namespace rk::socket::detail {
 
-/// Overwrites `text` in a way that the compiler does not remove.
+/// Overwrites `text` with zeros. The compiler cannot remove the call.
 inline void wipe(std::string& text) noexcept {
     explicit_bzero(text.data(), text.size());
 }
 
-/// A text that is wiped on scope exit. Give it its full size at once: growing leaves copies behind.
+/// A string that is wiped on scope exit. Reserve its full size first, because growing leaves copies in memory.
 struct SecretText {
     SecretText() = default;
     ~SecretText() { wipe(text); }

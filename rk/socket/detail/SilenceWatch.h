@@ -4,8 +4,8 @@
 
 namespace rk::socket::detail {
 
-/// Decides when a listener that receives nothing reconnects: after the limit, then with pauses that double up to 30
-/// seconds, or to the limit if it is longer.
+/// Decides when a listener that receives nothing reconnects. It does so after the limit, then with pauses that double
+/// up to 30 seconds, or up to the limit if that is longer.
 class SilenceWatch {
 public:
     /// 0 seconds means no limit.

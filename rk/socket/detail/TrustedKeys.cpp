@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view tcpPrefix = "tcp://";
 constexpr std::string_view anyPort = "*";
 
-/// Takes the next word off `line`.
+/// Removes the next word from `line` and returns it.
 std::string takeWord(std::string_view& line) {
     constexpr char blanks[] = {' ', '\t', '\0'};
     line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
@@ -31,7 +31,7 @@ std::string place(const std::string& host, std::string_view port) {
     return host + ":" + std::string(port);
 }
 
-/// Returns the port as a number is printed, or "*", or an empty text if it is neither.
+/// Returns the port without leading zeros, or "*". Returns an empty string if it is neither.
 std::string normalizedPort(std::string_view port) {
     unsigned short number = 0;
     const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
@@ -54,7 +54,7 @@ TrustedKeys::TrustedKeys(const std::string& path) {
 
 void TrustedKeys::add(std::string_view line, const Lines& lines) {
     const std::string key = takeWord(line);
-    if (key.empty() || key.front() == '#') { // no key begins with it: it would stand for more than 32 bits
+    if (key.empty() || key.front() == '#') { // a comment: no key starts with '#', since its value would exceed 32 bits
         return;
     }
     if (!isKey(key)) {

@@ -18,15 +18,15 @@ public:
     /// Trusts no key.
     TrustedKeys() = default;
 
-    /// Reads a file of trusted keys.
-    /// \throws std::runtime_error with path and line for an entry that is not understood
+    /// Reads a trusted-keys file.
+    /// \throws std::runtime_error with path and line if an entry is invalid
     explicit TrustedKeys(const std::string& path);
 
-    /// Whether a client with this key is admitted.
+    /// Returns whether a client with this key is admitted.
     bool admits(std::string_view key) const { return clients.count(key) > 0; }
 
-    /// Returns the key that the server at a TCP endpoint must have, or an empty text if there is none. A key for the port
-    /// overrides one for all ports of the host. Hosts are compared as they are written.
+    /// Returns the key that the server at a TCP endpoint must have, or an empty string if the file has none. A key for
+    /// the port overrides one for all ports of the host. Hosts are compared as strings and not resolved.
     std::string serverKey(const SocketEndpoint& endpoint) const;
 
 private:

@@ -10,7 +10,7 @@ namespace rk::socket::detail {
 
 namespace {
 
-// An empty request would be mistaken for a client's. To protobuf, "rk" announces a field longer than all of this.
+// Not empty, because a client's request may be empty. Protobuf cannot parse it: "rk" starts a field that is too long.
 constexpr std::string_view text = "rk::socket::detail::WakeUpCall";
 
 } // namespace
@@ -28,15 +28,15 @@ void WakeUpCall::send(const BoundAddresses& addresses, std::mutex& mutex) {
     if (socket == nullptr) {
         open(addresses);
     }
-    zmq_send(socket, text.data(), text.size(), ZMQ_DONTWAIT); // fails once it has succeeded: a reply is due first
+    zmq_send(socket, text.data(), text.size(),
+             ZMQ_DONTWAIT); // fails if it succeeded before, because a reply is due first
 }
 
-/// Connects a new socket.
 void WakeUpCall::open(const BoundAddresses& addresses) {
     socket = getSocket(Protocol::Req);
     const int none = 0;
     zmq_setsockopt(socket, ZMQ_LINGER, &none, sizeof none);
-    // Without this, the request would wait for the first address even if only the second can be reached.
+    // Otherwise the request would wait for the first address, even if only the second is reachable.
     const int connectedOnly = 1;
     zmq_setsockopt(socket, ZMQ_IMMEDIATE, &connectedOnly, sizeof connectedOnly);
     try {
