@@ -8,14 +8,14 @@
 #include <stdexcept>
 #include <string>
 
-// The instructions that a call takes over the same work done by hand on 0MQ's C interface, as callgrind counts them with
-// 0MQ left out. They are exact, whatever else the machine does.
+// Compares the instructions of a call with those of the same work written by hand on ZeroMQ's C interface. Callgrind
+// counts them, without those of ZeroMQ. The counts are exact on a busy machine too.
 
 namespace rk::tests {
 
 namespace {
 
-/// The number behind `label` in what a child wrote to standard error.
+/// Returns the number after `label` in a child's standard error.
 double numberBehind(const std::string& label, const ChildResult& result) {
     for (const std::string& line : result.errorLines) {
         const std::string::size_type at = line.find(label);
@@ -37,7 +37,7 @@ double instructionsOf(const Work& work, int times) {
                                   work.name, std::to_string(work.payload), std::to_string(times)}));
 }
 
-/// Per call: the difference of a long run and a short one, in which everything else is the same.
+/// Returns the instructions per call, from the difference of a long run and a short one.
 double instructions(const Work& work) {
     constexpr int shortRun = 20 * 49;
     constexpr int longRun = 120 * 49;
@@ -49,13 +49,13 @@ double allocations(const std::string& work) {
     return numberBehind("allocations: ", runChild({RK_COST_CHILD, work, "64", std::to_string(times)})) / times;
 }
 
-// Strays by a few instructions in a whole run, which do not belong to any one call.
+// A whole run varies by a few instructions.
 constexpr double slack = 0.1;
 
-// Since protobuf 22, a caller that knows the type of a message checks with fewer instructions whether it is complete.
+// Since protobuf 22, a caller that knows the message type needs fewer instructions to check `IsInitialized`.
 constexpr double knownType = GOOGLE_PROTOBUF_VERSION < 4022000 ? 0 : 12;
 
-/// Instructions per call; noted in the test's report, as "send" or "sendProtoBuf_by_hand".
+/// Returns the instructions per call, and records them in the test's report as "send" or "sendProtoBuf_by_hand".
 double counted(const Work& work) {
     std::string key = work.name;
     std::replace(key.begin(), key.end(), ' ', '_');
@@ -78,7 +78,7 @@ TEST(Cost, ReceiveAddsAtMost25Instructions) {
     EXPECT_LE(overhead("receive", "receive by hand"), 25 + slack);
 }
 
-TEST(Cost, CapOfZeroCostsNothing) {
+TEST(Cost, AddsNothingWithACapOfZero) {
     EXPECT_NEAR(0, overhead("send with a cap of 0", "send"), slack);
 }
 
@@ -90,7 +90,7 @@ TEST(Cost, StatisticsAddAtMost25PerReceive) {
     EXPECT_LE(overhead("receive with statistics", "receive without statistics"), 25 + slack);
 }
 
-TEST(Cost, AllocatesForSentMessagesOnly) {
+TEST(Cost, AllocatesOnlyForSentMessages) {
     for (const char* const work : {"send", "receive", "send with statistics", "receive with statistics"}) {
         EXPECT_EQ(0, allocations(work)) << work;
     }
@@ -98,7 +98,7 @@ TEST(Cost, AllocatesForSentMessagesOnly) {
     EXPECT_EQ(0, allocations("receiveProtoBuf"));
 }
 
-/// By the size of the bytes in the message.
+/// The parameter is the size of the bytes field in the message.
 class CostOfProtoBuf : public ::testing::TestWithParam<int> {};
 
 TEST_P(CostOfProtoBuf, SendAddsNoInstructions) {

@@ -13,7 +13,7 @@ namespace {
 
 using testing::Not;
 
-/// Never destroyed: the library logs until the process is gone.
+/// Never destroyed, because the library logs until the process ends.
 std::vector<std::string>& debugLines() {
     static auto* const lines = std::make_unique<std::vector<std::string>>().release();
     return *lines;
@@ -30,7 +30,7 @@ protected:
         debugLines().clear();
     }
 
-    /// Sends the message and receives it again.
+    /// Sends the message and receives it.
     void pass(unsigned int size) {
         feed.publisher.sendProtoBuf(&text);
         feed.subscriber.receiveProtoBuf(&received, size);
@@ -83,7 +83,7 @@ TEST_F(Transfer, ReleasesItsBufferWhenSendThrows) {
     EXPECT_THAT(made.arraysAlive, IsEmpty());
 }
 
-TEST_F(Transfer, ReleasesWhenTheMessageChanged) {
+TEST_F(Transfer, ReleasesItsBufferWhenMessageChanged) {
     FakeMessage message(10, 9, 9);
 
     const Allocations made = allocationsOf([&] { EXPECT_ANY_THROW(feed.publisher.sendProtoBuf(&message)); });
@@ -92,10 +92,10 @@ TEST_F(Transfer, ReleasesWhenTheMessageChanged) {
     EXPECT_THAT(made.arraysAlive, IsEmpty());
 }
 
-TEST_F(Transfer, AllocatesNothingWhenRefused) {
+TEST_F(Transfer, AllocatesNothingForARejectedMessage) {
     FakeMessage tooLong(2147483648U, 0);
     Command incomplete;
-    textThrownBy([&] { feed.publisher.sendProtoBuf(&incomplete); }); // protobuf reads the descriptors, once
+    textThrownBy([&] { feed.publisher.sendProtoBuf(&incomplete); }); // because protobuf reads the descriptors once
 
     const Allocations made = allocationsOf([&] {
         textThrownBy([&] { feed.publisher.sendProtoBuf(nullptr); });

@@ -13,14 +13,14 @@
 #include <messages.pb.h>
 #include <string>
 
-// Does one piece of work a given number of times, through the library or by hand on 0MQ's C interface, and writes how
-// many allocations that took. Run under callgrind with two numbers of times, the difference is the cost of the work.
+// Repeats one operation, either through the library or by hand on ZeroMQ's C interface, and prints the number of
+// allocations. Cost_test.cpp runs it under callgrind with two numbers of repetitions, and takes the difference.
 //
 // usage: cost_child WORK PAYLOAD TIMES     PAYLOAD is the size of the bytes in the protobuf messages
 
 namespace rk::utils {
 
-// The lines are not part of the work.
+// Log lines are not measured.
 void logDebug(const std::string&) {}
 void logWarning(const std::string&) {}
 void logError(const std::string&) {}
@@ -34,7 +34,7 @@ using rk::socket::Socket;
 
 constexpr unsigned int bufferSize = 65536;
 
-/// What both ways of doing the work are given.
+/// The arguments for the library and for the work by hand.
 struct Bench {
     explicit Bench(std::size_t payload) {
         blob.set_payload(std::string(payload, 'x'));
@@ -54,7 +54,7 @@ struct Bench {
     Reading received;
 };
 
-/// Not inlined: the loop is the same for all work.
+/// Not inlined, so that the loop is the same for all work.
 template <class Work>
 [[gnu::noinline]] void repeat(long times, Work work) {
     for (long i = 0; i < times; ++i) {
@@ -62,7 +62,7 @@ template <class Work>
     }
 }
 
-/// `times` sends, with the statistics switched at every 49th block: none writes the line of the 50th.
+/// Sends `times` blocks. Restarts the statistics after 49 blocks, so that no line is logged.
 void sendInShortPeriods(Bench& bench, long times, bool statistics) {
     repeat(times, [&bench, statistics](long block) {
         if (block % 49 == 0) {
@@ -162,7 +162,7 @@ int main(int argc, char** argv) {
     }
     Bench bench(std::strtoul(argv[2], nullptr, 10));
     const auto& work = works.at(argv[1]);
-    // What is made once, such as a receive buffer, is not part of the work.
+    // Excludes one-time costs, such as the receive buffer.
     work(bench, 50);
     const unsigned long before = rk::cost::allocations();
     work(bench, std::strtol(argv[3], nullptr, 10));

@@ -6,9 +6,9 @@
 #include <cstring>
 #include <string>
 
-// 0MQ for the trial. The functions stand in the executable, where the library and the work done by hand both find them,
-// and in a file of their own, so that neither gets them inlined. They are not those of support/interpose, whose way to a
-// policy takes some 50 instructions for each call: the counts would be more about the tests than about the work.
+// Stubs of ZeroMQ's functions for the library and for the work by hand. They are in a separate file, so that they are
+// not inlined into either. They do not use support/interpose, which takes about 50 instructions per call and would
+// dominate the counts.
 
 extern "C" void* __libc_malloc(std::size_t size); // glibc's own name
 

@@ -7,7 +7,7 @@ namespace rk::cost {
 /// Makes every `zmq_recv` from now on receive `message`.
 void letBeReceived(const std::string& message);
 
-/// How often `malloc`, in which operator new ends, was called in this process so far.
+/// Returns how often this process has called `malloc`, directly or through `operator new`.
 unsigned long allocations();
 
 } // namespace rk::cost

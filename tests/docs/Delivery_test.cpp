@@ -4,13 +4,13 @@
 
 #include <cstddef>
 
-// What docs/guide/ says about messages that are lost, doubled or delayed.
+// Tests the statements of docs/guide/ about lost, duplicated and delayed messages.
 
 namespace rk::tests {
 
 namespace {
 
-/// Long enough for a message to come if it would.
+/// Long enough for a message to arrive.
 constexpr unsigned int silenceMs = 400;
 
 /// A server and its client.
@@ -37,7 +37,7 @@ bool hasInput(Socket& socket, unsigned int milliseconds) {
     return socket.poll(milliseconds, error) == PollResult::Input;
 }
 
-/// Serves each request that comes to `endpoint`, until none has come for a while. Returns the requests.
+/// Serves requests at `endpoint` until none arrives for a while. Returns the requests.
 std::string serve(const SocketEndpoint& endpoint, std::size_t expected) {
     Peer server("server", Protocol::Rep, endpoint);
     std::string served;
@@ -55,7 +55,7 @@ void expectExchange(Socket& client, Socket& server, char request = 'q') {
     EXPECT_EQ('r', receive(client));
 }
 
-/// What becomes of a first request, whose server is not running, if the client closes or sends another one.
+/// The fate of a first request to a server that is not running, if the client closes or sends another request.
 struct Fate {
     ClosePolicy::ClosePolicy policy;
     std::string servedAfterClose;
@@ -66,7 +66,7 @@ const Fate fates[] = {{ClosePolicy::DropPending, "", "2"},
                       {ClosePolicy::LingerTwoSeconds, "1", "12"},
                       {ClosePolicy::WaitForDelivery, "1", "12"}};
 
-/// 0MQ drops messages in the background, soon after the socket is closed, and does not say when.
+/// Waits a second, because ZeroMQ drops messages in the background after a close, and reports no event.
 void letZmqDrop(ClosePolicy::ClosePolicy policy) {
     if (policy == ClosePolicy::DropPending) {
         Socket idle("idle", ClosePolicy::DropPending);
@@ -92,7 +92,7 @@ public:
         requester.connect(secondEndpoint, patienceMs);
     }
 
-    /// Sends a request that the server abandons, as a listener does whose handler does not reply.
+    /// Sends a request that the server abandons, like a listener whose handler does not reply.
     void abandon(Socket& server, char request) {
         send(client, request);
         EXPECT_EQ(request, receive(server));
@@ -108,7 +108,7 @@ public:
 
 } // namespace
 
-TEST(Delivery, ServesARequestWhenTheServerComes) {
+TEST(Delivery, ServesARequestWhenServerStartsLater) {
     for (const Fate& fate : fates) {
         SCOPED_TRACE(fate.policy);
         const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
@@ -165,7 +165,7 @@ TEST(Delivery, DropsTheFirstOfTwoReplies) {
     EXPECT_EQ('2', receive(pair.client));
 }
 
-TEST(Delivery, KeepsALateReplyForAReceiveAgain) {
+TEST(Delivery, KeepsALateReplyForTheNextReceive) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
     Peer server("server", Protocol::Rep, endpoint);
     Peer client("client", Protocol::Req, endpoint, ClosePolicy::DropPending, 1);
@@ -198,7 +198,7 @@ TEST(Delivery, DropsQueuedRequestsWhenRebuilt) {
     EXPECT_FALSE(hasInput(waiting, 0));
 }
 
-TEST(Delivery, SkipsSubscribersThatComeLater) {
+TEST(Delivery, SkipsSubscribersThatConnectLater) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     Peer publisher("publisher", Protocol::Pub, endpoint, ClosePolicy::WaitForDelivery);
     send(publisher, 'x');
@@ -228,7 +228,7 @@ TEST(Delivery, NeedsBothRebuiltOverInproc) {
     EXPECT_EQ('3', receive(subscriber));
 }
 
-TEST(Delivery, AlternatesBetweenServersThatAnswer) {
+TEST(Delivery, AlternatesBetweenServersThatReply) {
     for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
         SCOPED_TRACE(Transport::ToString(transport));
         TwoServers servers(transport);
@@ -239,7 +239,7 @@ TEST(Delivery, AlternatesBetweenServersThatAnswer) {
     }
 }
 
-TEST(Delivery, RepeatsToASilentFirstServer) {
+TEST(Delivery, RetriesWithASilentFirstServer) {
     for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
         SCOPED_TRACE(Transport::ToString(transport));
         TwoServers servers(transport);
@@ -251,8 +251,8 @@ TEST(Delivery, RepeatsToASilentFirstServer) {
     }
 }
 
-/// Not over inproc: there the rebuild of a client of a name that is not bound is a race between 0MQ's own threads.
-TEST(Delivery, RepeatsToAFirstServerThatIsDown) {
+/// Not over inproc. There the rebuild of a client of an unbound name races with ZeroMQ's threads.
+TEST(Delivery, RetriesWithAFirstServerThatIsDown) {
     for (const auto transport : {Transport::Tcp, Transport::Ipc}) {
         SCOPED_TRACE(Transport::ToString(transport));
         const TwoServers servers(transport);
@@ -274,7 +274,7 @@ TEST(Delivery, RepeatsToAFirstServerThatIsDown) {
     }
 }
 
-TEST(Delivery, AsksASilentSecondAfterARepetition) {
+TEST(Delivery, SendsToASilentSecondServerAfterRetry) {
     for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
         SCOPED_TRACE(Transport::ToString(transport));
         TwoServers servers(transport);
@@ -295,7 +295,7 @@ TEST(Delivery, FindsAnInprocServerWhenRebuilt) {
     expectExchange(pair.client, pair.server);
 }
 
-TEST(Delivery, FindsAnInprocServerWhenRepeated) {
+TEST(Delivery, FindsAnInprocServerWhenRetried) {
     Pair pair(Transport::Inproc);
     send(pair.client, '1');
     EXPECT_EQ('1', receive(pair.server));
@@ -304,7 +304,7 @@ TEST(Delivery, FindsAnInprocServerWhenRepeated) {
     expectExchange(pair.client, pair.server);
 }
 
-TEST(Delivery, GoesToTheLastThatBindsAnIpcPath) {
+TEST(Delivery, ReachesTheLastServerToBindAnIpcPath) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Ipc);
     Peer first("first", Protocol::Rep, endpoint);
     Peer second("second", Protocol::Rep, endpoint);
@@ -313,7 +313,7 @@ TEST(Delivery, GoesToTheLastThatBindsAnIpcPath) {
     EXPECT_FALSE(hasInput(first, 0));
 }
 
-TEST(Delivery, DropsTheReplyToAClientThatHasGone) {
+TEST(Delivery, DropsTheReplyWhenTheClientHasEnded) {
     Pair pair(Transport::Inproc);
     send(pair.client, 'q');
     EXPECT_EQ('q', receive(pair.server));

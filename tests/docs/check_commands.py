@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Fails unless .ci/run, a script of the project or the tested guide runs each command that README.md shows, in an
-indented block or as `scripts/...`, and unless the scripts, checks and proofs that the documents name exist.
+"""Checks the commands in documents. .ci/run, a script or the tested guide must run each command of README.md. Every
+script, check and proof that a document names must exist.
 
 usage: check_commands.py SOURCES"""
 
@@ -22,7 +22,7 @@ def shown_commands():
 
 
 def run_commands():
-    """All that is run, as one string; of a command with many checks, each check on its own."""
+    """Returns all commands that are run, as one string. A command with several checks is repeated for each check."""
     scripts = [script for script in sorted((sources / "scripts").rglob("*")) if script.is_file()]
     places = [sources / ".ci/run", *scripts, sources / "docs/guide/first-message.md"]
     run = "\n".join(re.sub(r"^#.*$", "", place.read_text(), flags=re.MULTILINE) for place in places)

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Fails unless each link of the repository's Markdown leads to a file, and to a heading in it. If the text of a link is
-the name of a test, as in [`Suite.Name`](file), the file has to have this test.
+"""Checks the links in Markdown. Each must lead to a file, and to a heading in it. If the text of a link is the name of a
+test, as in [`Suite.Name`](file), the file must contain this test.
 
 usage: check_links.py SOURCES"""
 

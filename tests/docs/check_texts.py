@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Fails unless docs/guide/troubleshooting.md explains each text that the library's sources can make, and no other.
+"""Checks that docs/guide/troubleshooting.md explains each message of the library, and no other.
 
 usage: check_texts.py SOURCES
 
-A text is put together from string literals. Each literal of two words or more has to occur in a heading of the page. A
-heading, with "…" where it varies, has to consist of literals."""
+Messages consist of string literals. Each literal of two words or more must occur in a heading of the page. A heading
+must consist of literals, with "…" for the parts that vary."""
 
 import pathlib
 import re

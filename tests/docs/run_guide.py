@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Does what a guide says, to the letter. Without SOURCES it prints the shell script that does it on another machine.
+"""Runs the commands of a guide exactly as written. Without SOURCES it prints a shell script for another machine.
 
 usage: run_guide.py GUIDE packages|folder [SOURCES]
 
-One shell runs the guide's ```sh blocks in order. It starts in a copy of the sources and has a home of its own. A block
-that begins with a comment naming a file is written to that file, in the current folder of the shell. A ```text block
-shows how the output of the commands before it ends. A free port replaces that of the guide.
+One shell runs the guide's ```sh blocks in order. It starts in a copy of the sources and has a temporary home folder. A
+block that begins with a comment naming a file is written to that file, in the current folder of the shell. A ```text
+block must match the end of the output before it. A free port replaces that of the guide.
 
 Where a guide shows two ways to install, one is followed: from the packages in build/packages, or into a folder. The
 first line of a block says which way it belongs to."""
@@ -29,7 +29,7 @@ port_of_the_guide = "5555"
 
 
 def step(language, body):
-    """Returns what the shell does for a block."""
+    """Returns the shell commands for a block."""
     file = re.match(r"(?://|#) ([A-Za-z_]+\.[a-z]+)\n", body)
     if file:
         return f"cat >{file[1]} <<'END OF FILE'\n{body}END OF FILE\n"

@@ -13,7 +13,7 @@
 
 namespace rk::tests {
 
-/// Hands each text that it receives to a function.
+/// Passes each string that it receives to a function.
 class TextListener final : public socket::utils::SocketListener {
 public:
     using Handler = std::function<void(Text&, socket::Socket&)>;
@@ -25,7 +25,7 @@ public:
         stop(ignored);
     }
 
-    /// \throws std::runtime_error if an address or the start is refused
+    /// \throws std::runtime_error if an endpoint cannot be added or the listener cannot start
     void startOn(const std::vector<std::string>& addresses) {
         std::string error;
         for (const std::string& address : addresses) {

@@ -1,4 +1,4 @@
-// Loads the library that it is given and says what has changed by that. Says nothing if nothing has.
+// Loads the given library and prints how this has changed the process. Prints nothing without a change.
 
 #include <dlfcn.h>
 #include <filesystem>

@@ -5,16 +5,16 @@ import itertools
 import os
 import socket
 
-# Below the range from which the system gives ports to clients.
+# Below the range of ephemeral ports.
 FIRST, COUNT = 10000, 22000
 
 _numbers = itertools.count(os.getpid() * 37)
 
 
 def free_port():
-    """Returns a free TCP port. No other process of the tests gets it while this one runs.
-
-    The tests in C++ reserve ports by the same names."""
+    """Returns a free TCP port. No other test process gets it while this one runs.
+    
+    The C++ tests reserve ports under the same names."""
     for number in itertools.islice(_numbers, COUNT):
         port = FIRST + number % COUNT
         reservation = socket.socket(socket.AF_UNIX)

@@ -5,7 +5,7 @@ import select
 import subprocess
 import time
 
-PATIENCE = 20  # seconds; tests wait for events, and only a test that fails waits this long
+PATIENCE = 20  # seconds. Tests wait for events, so only a failing test waits this long
 
 
 class Process:
@@ -31,7 +31,7 @@ class Process:
     def read_line(self, patience=PATIENCE):
         """Returns the next line without its end, or None at the end of the output. A patience of None waits forever.
 
-        Raises TimeoutError when no line comes in time."""
+        Raises TimeoutError if no line arrives in time."""
         deadline = None if patience is None else time.monotonic() + patience
         while b"\n" not in self.unread:
             left = None if deadline is None else max(0, deadline - time.monotonic())
@@ -53,7 +53,7 @@ class Process:
         return self.process.wait()
 
     def wait(self, patience=PATIENCE):
-        """Returns the exit status. Kills a program that does not end in time."""
+        """Waits and returns the exit status. Kills a program that does not end in time."""
         try:
             return self.process.wait(patience)
         except subprocess.TimeoutExpired:

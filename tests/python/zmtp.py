@@ -1,4 +1,4 @@
-"""0MQ's protocol on a bare TCP connection, for peers that break it: version 3.1, mechanism NULL."""
+"""ZeroMQ's protocol on a bare TCP connection, for peers that violate it: version 3.1, mechanism NULL."""
 
 import contextlib
 import socket
@@ -24,7 +24,7 @@ def frame(body, flags=0):
 
 
 def claim(length, flags=0):
-    """The head of a frame whose body has so many bytes."""
+    """Returns the header of a frame with a body of `size` bytes."""
     return struct.pack(">BQ", flags | LONG, length)
 
 
@@ -63,7 +63,7 @@ def receive_exactly(bare, size):
 
 
 def joined(endpoint, pattern=b"DEALER"):
-    """A connection that the other side takes for that of a 0MQ socket."""
+    """A connection that looks like a ZeroMQ socket to the other side."""
     bare = connection(endpoint)
     bare.sendall(greeting() + ready(pattern))
     await_joined(bare)

@@ -20,7 +20,7 @@ struct Entry {
     bool isAlive;
 };
 
-/// Of a fixed length, since it is written while allocating.
+/// Has a fixed length, because it is written during an allocation.
 struct Record {
     bool active = false;
     std::size_t failingSize = std::numeric_limits<std::size_t>::max();
@@ -31,7 +31,7 @@ struct Record {
 
 thread_local Record record;
 
-/// Ends the recording also when the action throws.
+/// Records during its lifetime, so that the recording also ends if the action throws.
 class Recording {
 public:
     explicit Recording(std::size_t failingSize) {
@@ -89,7 +89,7 @@ void* allocate(std::size_t size, bool isArray, const void* /*caller*/) noexcept 
 
 void release(void* address, bool /*isArray*/, const void* caller) noexcept {
     if (isInLibrary(caller)) {
-        errno = EDOM; // which a deletion may change
+        errno = EDOM; // because a deletion may change it
     }
     if (record.active && address != nullptr) {
         ++record.deletions;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-/// The journal's lines for the calls of a socket.
+/// Builds the journal's lines for the calls of a socket.
 namespace rk::tests::calls {
 
 using Lines = std::vector<std::string>;
@@ -45,7 +45,7 @@ inline int linger(socket::Protocol::Protocol pattern, socket::ClosePolicy::Close
     return policy == socket::ClosePolicy::LingerTwoSeconds ? 2000 : -1;
 }
 
-/// The calls and log lines of one `connect`.
+/// Returns the calls and log lines of one `connect`.
 inline Lines connect(const std::string& name, socket::Protocol::Protocol pattern,
                      socket::ClosePolicy::ClosePolicy policy, const socket::SocketEndpoint& endpoint,
                      unsigned int receiveTimeout) {

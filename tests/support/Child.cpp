@@ -33,7 +33,7 @@ pid_t spawnWithErrorsTo(int descriptor, const std::vector<std::string>& command)
     return child;
 }
 
-/// What comes out of `descriptor` until its other end is closed. False when the time ran out first.
+/// Reads from `descriptor` until its other end is closed. Returns false if the time runs out first.
 bool readAll(int descriptor, std::string& text, std::chrono::seconds patience) {
     const Clock::time_point deadline = Clock::now() + patience;
     while (true) {

@@ -8,8 +8,8 @@ namespace rk::tests {
 
 /// How a child process ended, and what it wrote to standard error.
 struct ChildResult {
-    bool ended = false; ///< by itself, in time
-    int status = -1;    ///< its exit status, or minus the signal that killed it
+    bool ended = false; ///< before the time ran out
+    int status = -1;    ///< exit status, or the negative number of the signal
     std::vector<std::string> errorLines;
 };
 

@@ -12,7 +12,7 @@
 
 namespace rk::tests {
 
-/// A plain 0MQ program in another process, in effect: a socket of a context of its own. Waits at most 20 seconds.
+/// A plain ZeroMQ socket in a separate context, as in another process. Waits at most 20 seconds.
 class CurvePeer {
 public:
     explicit CurvePeer(int type) : socket(context.socket(type)) {

@@ -15,7 +15,7 @@ namespace rk::tests {
 
 namespace {
 
-/// Reserves the port among the processes of the tests, for as long as this one runs: the descriptor is never closed.
+/// Reserves the port among the test processes until this one ends. Never closes the descriptor.
 bool reserve(unsigned short port) {
     const std::string name = "rk-socket-test-port-" + std::to_string(port);
     sockaddr_un address{};

@@ -11,8 +11,8 @@
 
 namespace rk::tests {
 
-/// A message that serialises another number of bytes than it measures, and counts its calls of both. The cached size
-/// may be a third number, as if another thread had measured in between.
+/// A message whose measured size differs from its serialised size. Counts the calls of both. The cached size may differ
+/// too, as if another thread had measured in between.
 class FakeMessage final : public google::protobuf::Message {
 public:
     FakeMessage(std::size_t measuredSize, std::size_t serializedSize)

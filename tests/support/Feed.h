@@ -22,7 +22,8 @@ public:
         join();
     }
 
-    /// Makes the publisher process the subscription: when asked for its events, ZeroMQ first handles commands of peers.
+    /// Makes the publisher process the subscription. A query of its events makes ZeroMQ handle its peers' commands
+    /// first.
     void join() {
         std::string ignored;
         publisher.poll(0, ignored);

@@ -4,7 +4,8 @@
 
 namespace rk::tests {
 
-/// The only `Type` of the process, never destroyed. Constructed without `operator new`, which uses some of them.
+/// Returns the only `Type` of the process, which is never destroyed. Does not call `operator new`, because its policy
+/// uses such objects.
 template <class Type>
 Type& immortal() {
     alignas(Type) static unsigned char memory[sizeof(Type)];

@@ -10,12 +10,12 @@
 
 namespace rk::tests {
 
-/// A folder with key files and files of trusted keys.
+/// A folder with key files and trusted-keys files.
 class KeyFiles {
 public:
     std::string pathOf(const std::string& name) const { return folder.path() + "/" + name; }
 
-    /// Writes a file that its owner alone can access.
+    /// Writes a file that only its owner can access.
     std::string write(const std::string& name, const std::string& content, mode_t mode = S_IRUSR | S_IWUSR) const {
         const std::string path = pathOf(name);
         std::ofstream(path) << content;

@@ -12,7 +12,7 @@
 
 namespace rk::tests {
 
-/// A bare 0MQ socket of the library's context: a peer whose calls stand in no journal. Waits at most 20 seconds.
+/// A bare ZeroMQ socket in the library's context. The journal does not record its calls. Waits at most 20 seconds.
 class NativeSocket {
 public:
     explicit NativeSocket(socket::Protocol::Protocol pattern) : protocol(pattern), handle(socket::getSocket(pattern)) {
@@ -21,7 +21,7 @@ public:
         set(ZMQ_SNDTIMEO, 20000);
     }
 
-    /// Binds or connects, as the pattern does.
+    /// Binds or connects according to the pattern.
     NativeSocket(socket::Protocol::Protocol pattern, const socket::SocketEndpoint& endpoint) : NativeSocket(pattern) {
         const bool binds = pattern == socket::Protocol::Pub || pattern == socket::Protocol::Rep;
         binds ? bind(endpoint) : connect(endpoint);
@@ -35,8 +35,8 @@ public:
         EXPECT_EQ(0, zmq_connect(handle.get(), endpoint.toString(protocol).c_str()));
     }
 
-    /// Lets a publisher take note of its subscribers in this process: asked for its events, 0MQ first does what peers
-    /// have told it.
+    /// Makes a publisher process the subscriptions of this process. A query of its events makes ZeroMQ handle its
+    /// peers' commands first.
     void join() { hasInput(); }
 
     bool hasInput() {

@@ -14,8 +14,8 @@
 
 namespace rk::tests {
 
-/// A listener that records the strings that it receives, and then calls the test's handler. The default is `echo` for
-/// `Rep`, `ignore` otherwise.
+/// A listener that records the strings that it receives, and then calls the test's handler. The default handler is
+/// `echo` for `Rep` and `ignore` for `Sub`.
 class RecordingListener : public socket::utils::SocketListener {
 public:
     using Maker = std::function<std::shared_ptr<google::protobuf::Message>()>;

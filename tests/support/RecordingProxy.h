@@ -19,7 +19,7 @@ public:
     RecordingProxy(const RecordingProxy&) = delete;
     RecordingProxy& operator=(const RecordingProxy&) = delete;
 
-    /// Where to connect instead.
+    /// Returns the endpoint of the proxy.
     const socket::SocketEndpoint& endpoint() const { return front; }
 
     std::string bytesOfClient() const { return bytesFrom(0); }

@@ -8,15 +8,15 @@
 
 namespace rk::tests {
 
-/// Encrypts the connections of this process with new keys. It trusts itself at first, as a client and as a server.
+/// Encrypts the connections of this process with new keys. At first, the process trusts only itself.
 class SecuredProcess {
 public:
     SecuredProcess() { trust(itself()); }
 
-    /// Enables encryption with these lines in the file of trusted keys.
+    /// Enables encryption with these lines in the trusted-keys file.
     void trust(const std::string& lines) const { enable(own, lines); }
 
-    /// Likewise, with other keys.
+    /// Enables encryption with other keys and these lines in the trusted-keys file.
     void enable(const socket::Security::KeyPair& keys, const std::string& lines) const {
         socket::Security::enable(files.write("keys", keys), files.write("trusted", lines));
     }

@@ -43,7 +43,7 @@ private:
     sigset_t former{};
 };
 
-/// Handles a signal by doing nothing, without restarting system calls, during its lifetime.
+/// Installs an empty handler for a signal during its lifetime. The signal interrupts system calls.
 class SignalTaker {
 public:
     explicit SignalTaker(int signalNumber) : number(signalNumber) {
@@ -52,7 +52,7 @@ public:
         sigaction(number, &taker, &former);
     }
     ~SignalTaker() {
-        // Ignoring a signal discards it where it is still pending.
+        // Ignoring a signal discards pending ones.
         std::signal(number, SIG_IGN);
         sigaction(number, &former, nullptr);
     }

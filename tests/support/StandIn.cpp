@@ -34,12 +34,12 @@ struct State {
     Journal journal;
 };
 
-/// Never destroyed: the library calls until the process is gone.
+/// Never destroyed, because the library makes calls until the process ends.
 State& state() {
     return immortal<State>();
 }
 
-/// Readable while polls run out. One that has begun to wait ends, too.
+/// Readable while polls run out, so that polls that have already begun end too.
 int runOutDescriptor() {
     static const int descriptor = eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC);
     return descriptor;
@@ -52,7 +52,7 @@ std::string lineOf(const Parts&... parts) {
     return line.str();
 }
 
-/// By what a test names the function. A fault is set for one option: "zmq_setsockopt OPTION", "zmq_getsockopt OPTION".
+/// Returns the name by which a test refers to the call, such as "zmq_bind" or "zmq_setsockopt OPTION".
 std::string keyOf(const Call& call) {
     const bool hasOption = call.function == Function::ZmqSetsockopt || call.function == Function::ZmqGetsockopt;
     return hasOption ? lineOf(call.name(), " ", call.number) : call.name();
@@ -97,7 +97,7 @@ std::string lineOf(const Call& call) {
     }
 }
 
-/// The error of the fault that is due for this call, if any.
+/// Returns the error of the fault that is due for this call, if any.
 std::optional<int> dueFault(const std::string& function) {
     State& s = state();
     const std::lock_guard<std::mutex> lock(s.mutex);
@@ -165,7 +165,7 @@ bool advanceTestClock(useconds_t pause) {
     return true;
 }
 
-/// A test's clock goes on by the library's pauses.
+/// Advances the test's clock by the library's pauses.
 std::intptr_t goOn(Call& call, const Real& real) {
     switch (call.function) {
     case Function::ZmqPoll:
@@ -179,10 +179,10 @@ std::intptr_t goOn(Call& call, const Real& real) {
     }
 }
 
-/// Notes a call of the library and makes it, or fails, or answers it.
+/// Records a call of the library. Then makes it, fails it or answers it.
 std::intptr_t watch(Call& call, const Real& real) {
     const std::string function = keyOf(call);
-    // Settled before the call is noted: what a test asks for when it sees the line is for the next call.
+    // Before the call is recorded, because a fault that a test requests when it sees the line is for the next call.
     const std::optional<int> error = dueFault(function);
     const std::optional<std::intptr_t> answer = error ? std::nullopt : dueAnswer(function);
     state().journal.add(lineOf(call));
@@ -191,7 +191,7 @@ std::intptr_t watch(Call& call, const Real& real) {
     return result;
 }
 
-/// Closes also when the close fails: nothing else would.
+/// Closes the socket even if the close is to fail, because nothing else would close it.
 std::intptr_t watchClose(const Call& call, const Real& real) {
     state().journal.add(call.name());
     const std::intptr_t result = real();

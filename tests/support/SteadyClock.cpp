@@ -21,7 +21,7 @@ using std::chrono::seconds;
 
 std::mutex mutex;
 std::optional<nanoseconds> clockOfTheTest;
-nanoseconds ahead{0}; // of the system's, by what tests have advanced it: it never goes back
+nanoseconds ahead{0}; // of the system's clock, by the sum of all advances, so that time never goes back
 std::vector<nanoseconds> pauses;
 unsigned int readings = 0;
 

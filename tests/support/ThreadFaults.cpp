@@ -18,14 +18,14 @@ struct Lock {
 
 std::atomic<int> faultOfThreads{0};
 thread_local Lock faultOfLocks;
-thread_local int faultOfJoins = 0; // the next one's
+thread_local int faultOfJoins = 0; // of the next join
 
 std::function<void()>& pendingAction() {
     thread_local std::function<void()> action;
     return action;
 }
 
-/// The error of the lock that is being made, if it is the one to fail.
+/// Returns the error of the fault that is due for this lock, or 0.
 int dueFaultOfLocks(const void* caller) {
     Lock& fault = faultOfLocks;
     if (fault.locksUntilIt == 0 || !isInLibrary(caller)) {
@@ -41,7 +41,7 @@ void runPendingAction() {
     }
 }
 
-/// One that fails has joined.
+/// Joins before it fails.
 std::intptr_t join(const Real& real) {
     runPendingAction();
     const std::intptr_t error = real();
@@ -56,7 +56,7 @@ std::intptr_t performOnThread(const Call& call, const Real& real) {
         return join(real);
     }
     if (call.function == Function::FutureWait) {
-        // Before it joins a thread, a listener waits for its end like this.
+        // A listener waits like this for the end of its thread before it joins it.
         if (isInLibrary(call.caller)) {
             runPendingAction();
         }

@@ -42,13 +42,13 @@ protected:
 
 } // namespace
 
-TEST_F(CommandLine, TakesMessagesAsTheyAre) {
+TEST_F(CommandLine, KeepsMessagesUnchanged) {
     EXPECT_EQ(std::nullopt, parse({"send", "[1,2]", "{}", "", "[]", "a b", "--", "--text", "--"}));
 
     EXPECT_THAT(messages, ElementsAre("[1,2]", "{}", "", "[]", "a b", "--text", "--"));
 }
 
-TEST_F(CommandLine, TakesValuesInBracketsAsTheyAre) {
+TEST_F(CommandLine, KeepsValuesInBracketsUnchanged) {
     parse({"send", "--text", "[ 1,2 ]", "--proto", "[1,2]", "--proto", "[3]"});
 
     EXPECT_EQ("[ 1,2 ]", text);
@@ -62,7 +62,7 @@ TEST_F(CommandLine, TakesASchemaPerOption) {
     EXPECT_THAT(messages, ElementsAre(RK_PLANT_SCHEMA, "x"));
 }
 
-TEST_F(CommandLine, TakesControlCharactersAsTheyAre) {
+TEST_F(CommandLine, KeepsControlCharactersUnchanged) {
     for (int character = 2; character < 0x20; ++character) {
         const std::string argument = std::string(1, static_cast<char>(character)) + "a";
         messages.clear();
@@ -73,7 +73,7 @@ TEST_F(CommandLine, TakesControlCharactersAsTheyAre) {
     }
 }
 
-TEST_F(CommandLine, TakesMisleadingTextAsItIs) {
+TEST_F(CommandLine, KeepsMisleadingTextUnchanged) {
     parse({"send", "++", "+", "\1\1", "--", "\1"});
     EXPECT_THAT(messages, ElementsAre("++", "+", "\1\1", "\1"));
 }

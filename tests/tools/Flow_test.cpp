@@ -12,7 +12,7 @@ const Flow::Clock::time_point start{1000s};
 
 } // namespace
 
-TEST(Flow, HasNoSizesAndGapsWithoutMessages) {
+TEST(Flow, HasNoSizesOrGapsWithoutMessages) {
     const Flow flow(start);
 
     EXPECT_EQ("0.0 messages/s, 0.000 Mbit/s", flow.rates(start + 1s));
@@ -20,7 +20,7 @@ TEST(Flow, HasNoSizesAndGapsWithoutMessages) {
     EXPECT_EQ("gap -", flow.gapText());
 }
 
-TEST(Flow, TellsRatesSizesAndGaps) {
+TEST(Flow, ReportsRatesSizesAndGaps) {
     Flow flow(start);
     flow.add(131072, start + 1s);
     flow.add(131072 * 2, start + 1s + 10ms);
@@ -31,7 +31,7 @@ TEST(Flow, TellsRatesSizesAndGaps) {
     EXPECT_EQ("gap 10.000/20.000/30.000 ms, spread 10.000 ms", flow.gapText());
 }
 
-TEST(Flow, CountsTheGapSinceThePeriodBefore) {
+TEST(Flow, CountsTheGapSinceThePreviousPeriod) {
     Flow flow(start, start - 5ms);
     flow.add(1, start + 5ms);
 

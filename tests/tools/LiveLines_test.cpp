@@ -4,7 +4,7 @@
 
 namespace rk::tools {
 
-TEST(LiveLines, AreDrawnOverThoseBefore) {
+TEST(LiveLines, ReplaceThePreviousLines) {
     LiveLines lines;
 
     EXPECT_EQ("\r\033[Kone\n\r\033[Ktwo\n", lines.draw({"one", "two"}, 3));
@@ -16,7 +16,7 @@ TEST(LiveLines, CutBetweenCharacters) {
     EXPECT_EQ("\r\033[Kü▁\n", LiveLines().draw({"ü▁▂"}, 2));
 }
 
-TEST(LiveLines, ClearTheScreenWhenItBecomesNarrower) {
+TEST(LiveLines, ClearTheScreenWhenItShrinks) {
     LiveLines lines;
     lines.draw({"one", "two"}, 3);
 

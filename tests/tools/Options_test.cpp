@@ -45,7 +45,7 @@ protected:
 
 } // namespace
 
-TEST_F(Options, KeepDefaultsWhenNotGiven) {
+TEST_F(Options, KeepTheirDefaults) {
     parse({"ipc://a", "ipc://b"});
 
     EXPECT_THAT(socket.endpoints, ElementsAre("ipc://a", "ipc://b"));
@@ -62,7 +62,7 @@ TEST_F(Options, KeepDefaultsWhenNotGiven) {
     EXPECT_EQ(67108864U, socket.maxSize);
 }
 
-TEST_F(Options, TakeTheValuesGiven) {
+TEST_F(Options, TakeTheGivenValues) {
     parse({"ipc://a", "--rate", "8", "--fifo", "0", "--close-policy", "wait", "--hex", "--format", "hex", "--bind",
            "-n", "3", "-t", "2s", "--delay", "10ms", "--max-size", "1KiB"});
 

@@ -34,7 +34,7 @@ TEST(RawCodec, WritesTextAndHexInOneLine) {
     EXPECT_EQ("before 610a", decoded(Format::Hex, "a\n"));
 }
 
-TEST(RawCodec, WritesHexdumpsAsXxdDoes) {
+TEST(RawCodec, WritesHexdumpsLikeXxd) {
     EXPECT_EQ("before 00000000: 3031 3233 3435 3637 3839 0aff 6162 6364  0123456789..abcd\n"
               "00000010: 6566 67                                  efg",
               decoded(Format::Hexdump, "0123456789\n\xFF"
@@ -42,7 +42,7 @@ TEST(RawCodec, WritesHexdumpsAsXxdDoes) {
     EXPECT_EQ("before ", decoded(Format::Hexdump, ""));
 }
 
-TEST(RawCodec, RefusesWhatIsNoHexNumber) {
+TEST(RawCodec, RejectsInvalidHexadecimals) {
     EXPECT_EQ("not pairs of hexadecimal digits",
               rk::tests::textThrownBy<CodecError>([] { codecFor(Format::Text, true)->encode("x"); }));
 }

@@ -8,7 +8,7 @@ namespace rk::tools::recording {
 
 using namespace std::chrono_literals;
 
-TEST(Recording, HeadHasTheLowestByteFirst) {
+TEST(Recording, HeadIsLittleEndian) {
     EXPECT_EQ(std::string("\x15\xCD\x5B\x07\0\0\0\0\x2C\x01\0\0", headSize), toBytes({123456789ns, 300, false}));
 }
 

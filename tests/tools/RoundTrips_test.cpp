@@ -25,7 +25,7 @@ TEST(RoundTrips, HaveQuantilesThatOccurred) {
     EXPECT_DOUBLE_EQ(1.0, trips.quantile(0.0));
 }
 
-TEST(RoundTrips, KeepTimesThatAreAlikeAsTheirMean) {
+TEST(RoundTrips, KeepTheMeanOfEqualTimes) {
     RoundTrips trips;
     trips.add(1000000ns);
     trips.add(1000002ns);
@@ -33,7 +33,7 @@ TEST(RoundTrips, KeepTimesThatAreAlikeAsTheirMean) {
     EXPECT_DOUBLE_EQ(1.000001, trips.quantile(0.5));
 }
 
-TEST(RoundTrips, AreCountedInClassesThatDouble) {
+TEST(RoundTrips, AreCountedInDoublingClasses) {
     RoundTrips trips;
     for (const auto time : {300us, 300us, 1500us}) {
         trips.add(time);

@@ -19,7 +19,7 @@ TEST(Text, ReadsHexWithBlanksAndCapitals) {
     EXPECT_EQ("", fromHex(""));
 }
 
-TEST(Text, RefusesHexThatIsNotPairsOfDigits) {
+TEST(Text, RejectsHexWithoutPairsOfDigits) {
     for (const char* const text : {"a", "0g", "a b", "0x10", "abc"}) {
         EXPECT_EQ(std::nullopt, fromHex(text)) << text;
     }
@@ -51,7 +51,7 @@ TEST(Text, EscapesInvisibleCharacters) {
     EXPECT_EQ("\\xF3\\xA0\\x81\\x81", printable("\U000E0041"));
 }
 
-TEST(Text, TellsUtf8FromOtherBytes) {
+TEST(Text, DistinguishesUtf8FromOtherBytes) {
     EXPECT_TRUE(isUtf8("a\u202E€"));
     EXPECT_FALSE(isUtf8("a\xFF"));
 }

@@ -9,7 +9,7 @@ namespace rk::tools {
 
 namespace {
 
-/// What the parser gets of a value; nothing if the value is refused.
+/// Returns the value as the validator passes it on, or an empty string if it rejects the value.
 std::string accepted(const CLI::Validator& validator, std::string text) {
     return validator(text).empty() ? text : "";
 }
@@ -67,7 +67,7 @@ TEST(Validators, TakesNumbersInTheirRange) {
     }
 }
 
-TEST(Validators, RefusesTheEmptyText) {
+TEST(Validators, RejectsTheEmptyString) {
     EXPECT_EQ("must not be empty", notEmpty()(std::string()));
     EXPECT_EQ("", notEmpty()(std::string(" ")));
 }

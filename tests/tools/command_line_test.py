@@ -1,4 +1,4 @@
-"""What the tool says about itself: its help, its manual page, the shells' completions, and what it refuses."""
+"""The tool's help, manual page, completions for shells, and messages about wrong arguments."""
 
 import os
 import pty
@@ -23,7 +23,7 @@ class Help(ToolTest):
         return output.decode()
 
     def options(self, command):
-        """Each option of a subcommand, in all spellings."""
+        """Yields each option of a subcommand in all spellings."""
         return self.spellings(re.findall(r"^  (-.*?)(?:  .*)?$", self.help(command), re.MULTILINE))
 
     def spellings(self, entries):
@@ -45,7 +45,7 @@ class Help(ToolTest):
         for command in COMMANDS:
             section = page.split('.SS "rk-socket %s ' % command)[1].split("\n.S")[0]
             self.assertGreaterEqual(len(self.options(command)), 4)
-            # CLI11 leaves out what every command has: --help.
+            # CLI11 omits --help, which every command has.
             self.assertEqual(self.options(command) - {"-h", "--help"},
                              self.spellings(re.findall(r"^\.TP\n(-.*)$", section, re.MULTILINE)))
 
@@ -120,7 +120,7 @@ class ZSh:
         os.close(self.master)
 
     def complete(self, text):
-        """What zsh shows when the tabulator key is pressed behind the text: the rest of a word, or a list."""
+        """Returns the completion that zsh shows after a tab: the rest of a word, or a list."""
         os.write(self.master, text.encode() + b"\t\x01# \necho en''d\n")
         return self.read_until("end\r\n")
 

@@ -1,8 +1,13 @@
-"""Runs every example of the help and of the document, with the peers that they speak of.
+"""Runs every example of the help and of the document, with a peer for each port:
 
-The peers are told apart by port: on 5555 somebody publishes telemetry.Reading, on 5556 somebody answers telemetry.Command,
-on 5558 somebody echoes; whoever publishes or pushes on 5557 is listened to, and whoever answers on 5559 is asked. On 5560
-somebody collects, or is given something to collect, and on 5561 somebody hands out. On 5562 somebody publishes encrypted.
+5555  publishes telemetry.Reading
+5556  answers telemetry.Command
+5557  receives published or pushed messages
+5558  echoes
+5559  sends requests
+5560  pulls messages, or pushes to a tool that binds it
+5561  pushes messages
+5562  publishes encrypted
 """
 
 import concurrent.futures
@@ -48,7 +53,7 @@ class Examples(ToolTest):
         return "tcp://127.0.0.1:%d" % self.ports[port]
 
     def make_keys(self):
-        """The files of the tool, and the keys of the encrypted server."""
+        """Writes the tool's files and the keys of the encrypted server."""
         public, secret = zmq.curve_keypair()
         self.run_tool("keygen", self.path("my.key"))
         self.write_file("trusted-keys", public + b" tcp://localhost:%d\n" % self.ports[5562])
@@ -97,7 +102,7 @@ class Examples(ToolTest):
         self.finish(command, process)
 
     def listener(self, tool, command):
-        """Who hears what the tool sends, if it sends first."""
+        """Returns the peer for a tool that sends first."""
         if tool == "pub":
             return self.subscriber(self.endpoint(5557))
         if tool == "push":
@@ -152,7 +157,7 @@ for index, example in enumerate(examples_of_document(), 1):
     add_test("document_%d" % index, example)
 
 if __name__ == "__main__":
-    # They mostly wait: several at a time.
+    # In parallel, because they mostly wait.
     cases = unittest.defaultTestLoader.loadTestsFromTestCase(Examples)
     with concurrent.futures.ThreadPoolExecutor(8) as pool:
         results = list(pool.map(lambda case: case.run(), cases))

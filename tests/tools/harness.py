@@ -1,4 +1,4 @@
-"""What the tests of the tool share: the tool as a process, and foreign peers made with Python's 0MQ and protobuf."""
+"""Common code of the tool's tests: the tool as a process, and peers with Python's ZeroMQ and protobuf."""
 
 import atexit
 import fcntl
@@ -25,7 +25,7 @@ sys.path.append(os.path.join(SOURCES, "tests/python"))
 import processes  # noqa: E402
 from ports import free_port  # noqa: E402, F401
 
-PATIENCE = 30  # seconds; a test waits for events, and this long only when it fails
+PATIENCE = 30  # seconds. Tests wait for events, so only a failing test waits this long
 TOOL = os.environ["RK_TOOL"]
 SCHEMAS = os.path.join(SOURCES, "tests/tools")
 
@@ -39,11 +39,11 @@ class Process(processes.Process):
         self.watchdog.start()
 
     def read_line(self):
-        """The next line of standard output, without its end; b"" at the end of the output."""
+        """Returns the next line of standard output without its end, or b"" at the end of the output."""
         return super().read_line(patience=None) or b""
 
     def end(self):
-        """Waits. The exit status, the rest of standard output, and standard error."""
+        """Waits. Returns the exit status, the rest of standard output, and standard error."""
         output, errors = self.process.communicate()
         self.watchdog.cancel()
         return self.process.returncode, self.unread + output, errors.decode()
@@ -55,7 +55,7 @@ class Process(processes.Process):
 
 
 class Terminal:
-    """The tool on a terminal of 100 columns: its standard output and standard error are one."""
+    """The tool on a terminal of 100 columns, which shows its standard output and standard error."""
 
     def __init__(self, arguments, environment=None):
         self.master, terminal = pty.openpty()
@@ -76,7 +76,7 @@ class Terminal:
         try:
             while True:
                 self._read()
-        except OSError:  # what Linux says when nobody has the terminal any more
+        except OSError:  # on Linux, once no process has the terminal open
             pass
         os.close(self.master)
         return self.process.wait(), self.text
@@ -136,7 +136,7 @@ class ToolTest(unittest.TestCase):
         return peer
 
     def publisher(self, endpoint):
-        """A publisher that can be asked to wait for its subscriber."""
+        """Returns a publisher that can wait for its subscriber."""
         peer = self.peer(zmq.XPUB)
         peer.bind(endpoint)
         return peer
@@ -152,7 +152,7 @@ class ToolTest(unittest.TestCase):
         return peer
 
     def serve(self, endpoint, answer):
-        """A reply socket that answers each request with answer(request), until the test is over."""
+        """Runs a reply socket until the end of the test. It replies to each request with answer(request)."""
         peer = self.peer(zmq.REP)
         peer.bind(endpoint)
         peer.setsockopt(zmq.RCVTIMEO, 50)
@@ -181,13 +181,13 @@ class ToolTest(unittest.TestCase):
 
 
 def generated(name, folder=SCHEMAS):
-    """Python's own code for the schema `name`, and for those that it imports from the same folder."""
+    """Returns the Python code for the schema `name` and its imports from the same folder."""
     place = tempfile.mkdtemp(prefix="rk-socket-test-")
     atexit.register(shutil.rmtree, place)
     files = [file for file in os.listdir(folder) if file.endswith(".proto")]
     subprocess.run(["protoc", "-I", folder, "--python_out", place, *files], check=True,
                    stderr=subprocess.DEVNULL)
     sys.path.insert(0, place)
-    with warnings.catch_warnings():  # Debian 13's protobuf uses what newer Python deprecates
+    with warnings.catch_warnings():  # Debian 13's protobuf uses deprecated functions
         warnings.simplefilter("ignore", DeprecationWarning)
         return importlib.import_module(name + "_pb2")

@@ -1,4 +1,4 @@
-"""Messages of several parts, and what can be written beside a message."""
+"""Messages of several parts, and output in addition to a message."""
 
 import json
 import os
@@ -160,7 +160,7 @@ class PushAndPull(ToolTest):
 
 
 class Directions(ToolTest):
-    """--bind and --connect, against peers on the other side."""
+    """--bind and --connect, with peers on the other side."""
 
     def test_each_command_can_be_on_either_side(self):
         for command, options, kind in (("sub", ["--bind", "--count", "1"], zmq.PUB), ("pull", ["--bind", "--count", "1"], zmq.PUSH)):

@@ -1,4 +1,4 @@
-"""What protobuf's own JSON conversion cannot carry, and what a message has that its type lacks, against Python's protobuf."""
+"""Values that protobuf's JSON cannot represent, and unknown fields, compared with Python's protobuf."""
 
 import json
 import unittest
@@ -69,7 +69,7 @@ class Receiving(ToolTest):
 
 class Sending(ToolTest):
     def served(self, request):
-        """What a server gets for a request in JSON."""
+        """Returns the request that a server receives for JSON input."""
         endpoint = self.fresh_endpoint()
         server = self.peer(zmq.REP)
         server.bind(endpoint)

@@ -1,4 +1,4 @@
-"""rk-socket pub, against foreign subscribers."""
+"""rk-socket pub with foreign subscribers."""
 
 import json
 import time
@@ -11,7 +11,7 @@ plant = generated("plant")
 
 class Publishing(ToolTest):
     def feed(self, *options, endpoint=None):
-        """A pub that reads standard input, and a subscriber that has begun to hear it."""
+        """Returns a pub that reads standard input, and a subscriber that has received a message."""
         endpoint = endpoint or self.fresh_endpoint()
         subscriber = self.subscriber(endpoint)
         pub = self.start("pub", endpoint, "--delay", "0", *options)
@@ -32,7 +32,7 @@ class Publishing(ToolTest):
         return blocks
 
     def round_of(self, *options):
-        """What pub repeats for ever, from any point on and as long as it takes to see it twice."""
+        """Returns a part of pub's endless output that is long enough to contain each message twice."""
         endpoint = self.fresh_endpoint()
         subscriber = self.subscriber(endpoint)
         pub = self.start("pub", endpoint, "--count", "0", "--interval", "1ms", *options)
@@ -90,7 +90,7 @@ class Publishing(ToolTest):
         endpoint = self.fresh_endpoint()
         subscriber = self.subscriber(endpoint)
         heard = False
-        while not heard:  # one message each time: it may be over before the subscriber has come
+        while not heard:  # one message per run, which may end before the subscriber has connected
             status, output, errors = self.run_tool("pub", endpoint, "--whole", "--delay", "50ms", input=b"a\nb\n")
             self.assertEqual((0, b"", ""), (status, output, errors))
             heard = subscriber.poll(0)

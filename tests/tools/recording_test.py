@@ -1,4 +1,4 @@
-"""Recordings: what sub writes, what pub reads, and that the timing is kept."""
+"""Recordings that sub writes and pub replays with the same timing."""
 
 import struct
 import time
@@ -72,7 +72,7 @@ class Recording(ToolTest):
 
 class Replaying(ToolTest):
     def replay(self, *options):
-        """A replay from a pipe, which the subscriber has begun to hear."""
+        """Returns a replay from a pipe, after the subscriber has received a message."""
         endpoint = self.fresh_endpoint()
         subscriber = self.subscriber(endpoint)
         pub = self.start("pub", endpoint, "--replay", "-", "--delay", "0", *options)

@@ -1,4 +1,4 @@
-"""rk-socket rep, against foreign clients."""
+"""rk-socket rep with foreign clients."""
 
 import signal
 import unittest
@@ -10,7 +10,7 @@ plant = generated("plant")
 
 class Replies(ToolTest):
     def ask(self, requests, *options):
-        """The replies to the requests, and how rep ended after them."""
+        """Returns the replies to the requests, and the end of rep."""
         endpoint = self.fresh_endpoint()
         rep = self.start("rep", endpoint, "--count", str(len(requests)), *options)
         client = self.client(endpoint)
@@ -84,7 +84,7 @@ class Replies(ToolTest):
 
     def test_a_signal_ends_the_command(self):
         endpoint = self.fresh_endpoint()
-        # The command is one that does not end by itself: that the signal ends it is what is shown.
+        # The command never ends, so that only the signal can end it.
         rep = self.start("rep", endpoint, "--command", "echo runs >&2; exec sleep 1000")
         client = self.client(endpoint)
         client.send(b"a")

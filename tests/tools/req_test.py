@@ -1,4 +1,4 @@
-"""rk-socket req, against foreign servers."""
+"""rk-socket req with foreign servers."""
 
 import json
 import select

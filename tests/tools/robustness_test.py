@@ -1,4 +1,4 @@
-"""That nothing is lost silently, and that nothing which the other side, a file or a command does jams the tool."""
+"""The tool reports every loss, and no peer, file or command makes it hang."""
 
 import fcntl
 import os
@@ -19,7 +19,7 @@ import zmtp
 
 class Stuck(ToolTest):
     def stuck_push(self, *options):
-        """A push whose peer takes nothing of a message that is longer than the system's buffers."""
+        """Returns a push whose peer reads nothing. The message is longer than the system's buffers."""
         endpoint = "tcp://127.0.0.1:%d" % free_port()
         block = self.write_file("block", bytes(1 << 25))
         push = self.start("push", endpoint, "--file", block, "--fifo", "1", "--verbose", *options)
@@ -33,7 +33,7 @@ class Stuck(ToolTest):
 
 class Publishing(Stuck):
     def test_a_fast_pipe_loses_nothing(self):
-        # The queues of both sides together hold far less.
+        # Far more than the queues of both sides hold.
         number = 30000
         endpoint = "tcp://127.0.0.1:%d" % free_port()
         subscriber = self.peer(zmq.SUB)
@@ -48,7 +48,7 @@ class Publishing(Stuck):
         self.assertEqual((0, b"", ""), pub.end())
 
     def full(self, *options):
-        """A pub whose only subscriber takes nothing."""
+        """Returns a pub whose only subscriber reads nothing."""
         endpoint = self.fresh_endpoint()
         subscriber = self.peer(zmq.SUB)
         subscriber.setsockopt(zmq.RCVHWM, 1)
@@ -75,7 +75,7 @@ class Publishing(Stuck):
         subscriber.recv()
         pub.signal(signal.SIGINT)
 
-        self.assertIn(pub.end()[0], (130, 1))  # 1: it has also lost what waited in its queue, and says so
+        self.assertIn(pub.end()[0], (130, 1))  # 1 if it also reports the loss of queued messages
 
     def test_a_signal_ends_the_wait_for_subscribers(self):
         pub = self.start("pub", self.fresh_endpoint(), "x", "--wait", "1", "--verbose")
@@ -136,7 +136,7 @@ class Signals(Stuck):
         self.assertIn(b"in all, ", output)
 
     def test_another_one_later_kills(self):
-        # After the first signal it waits for its peer.
+        # After the first signal, it waits for its peer.
         push = self.stuck_push("--count", "0", "--close-policy", "wait")
         push.signal(signal.SIGTERM)
         while push.process.poll() is None:
@@ -171,7 +171,7 @@ class Memory(ToolTest):
                          preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (1 << 29, 1 << 29)))
         self.await_subscriber(publisher)
         publisher.send(bytes(1 << 29))
-        # The old connection may end after the new one was made.
+        # The old connection may end after the new one begins.
         while publisher.recv() != b"\1":
             pass
         publisher.send(b"next")
@@ -186,7 +186,7 @@ class Memory(ToolTest):
     def test_a_recording_with_a_wrong_length_is_refused(self):
         header = b"rk-socket recording 1\n" + struct.pack("<QI", 0, 0x7FFFFFFF)
         path = self.write_file("recording", header)
-        os.truncate(path, 3 << 30)  # it takes no room on the disk
+        os.truncate(path, 3 << 30)  # a sparse file
         limit = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_AS, (1 << 30, 1 << 30))}
         reason = "damaged: message 1, at byte 22, has 2147483647 bytes, more than --max-size 67108864"
 
@@ -220,7 +220,7 @@ class Commands(ToolTest):
         return replies, rep.end()
 
     def test_one_that_hangs_is_killed_and_the_next_request_served(self):
-        # The sleep is the command that hangs. The tool kills it.
+        # The command that hangs is the sleep. The tool kills it.
         self.assertEqual(([b"", b"a"], (1, b"hang\na\n", "rk-socket: the command was killed, and the request answered with an "
                                                          "empty reply: it took longer than 100 ms\n")),
                          self.ask('read x; [ "$x" != hang ] || sleep 1000; printf "$x"', "--command-timeout", "100ms"))
@@ -231,7 +231,7 @@ class Commands(ToolTest):
                          self.ask('read x; [ "$x" != hang ] || yes; printf "$x"', "--command-output", "1000"))
 
     def test_processes_in_its_background_do_not_delay_the_reply(self):
-        # The sleep is the process in the background. The test kills it.
+        # The background process is the sleep. The test kills it.
         pid = self.path("pid")
         command = "printf before; sleep 1000 2>/dev/null & echo $! > " + pid
         replies, (status, output, _) = self.ask(command, requests=(b"a",))
@@ -241,10 +241,10 @@ class Commands(ToolTest):
 
 
 class Connections(ToolTest):
-    """What probe says, and what the others remark."""
+    """The output of probe, and the remarks of the other commands."""
 
     def remark(self, endpoint, command="sub", *options):
-        """The first line on standard error."""
+        """Returns the first line of standard error."""
         tool = self.start(command, endpoint, *options)
         line = tool.process.stderr.readline().decode()
         tool.signal(signal.SIGINT)
@@ -256,7 +256,7 @@ class Connections(ToolTest):
         self.assertEqual("rk-socket: %s: %s\n" % (endpoint, reason), self.remark(endpoint))
 
     def listener(self, serve):
-        """Something that is no ZeroMQ socket, and serves each connection in its own way."""
+        """Returns a server that is not a ZeroMQ socket and serves each connection with a function."""
         listening = socket.create_server(("127.0.0.1", 0))
         connections = []
 

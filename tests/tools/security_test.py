@@ -1,4 +1,4 @@
-"""Key files, and what keys do between the tool and foreign peers."""
+"""Key files, and encryption between the tool and foreign peers."""
 
 import os
 import socket
@@ -14,19 +14,19 @@ class KeyTest(ToolTest):
         self.other, self.other_key = self.key_pair("other")
 
     def key_pair(self, name):
-        """A key file, and its public key."""
+        """Returns a key file and its public key."""
         path = self.path(name + ".key")
         status, output, errors = self.run_tool("keygen", path)
         self.assertEqual((0, ""), (status, errors))
         return path, output[:40].decode()
 
     def trusting(self, *lines):
-        """The options of a side with the key pair `own` that trusts the keys in these lines."""
+        """Returns the options for the key pair `own` and these lines of trusted keys."""
         self.write_file("trusted", "".join(line + "\n" for line in lines).encode())
         return ["--key", self.own, "--trust", self.path("trusted")]
 
     def secured(self, peer, path, server_key=None):
-        """The foreign peer with the keys in a file, as a server or as a client of the server with a key."""
+        """Returns a foreign peer with the keys in a file: a server, or a client of the server with `server_key`."""
         with open(path, "rb") as file:
             peer.curve_publickey, peer.curve_secretkey = file.read().split()
         if server_key:

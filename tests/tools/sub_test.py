@@ -1,4 +1,4 @@
-"""rk-socket sub, against foreign publishers."""
+"""rk-socket sub with foreign publishers."""
 
 import json
 import select
@@ -16,7 +16,7 @@ def sample(number):
 
 class Printing(ToolTest):
     def sub(self, blocks, *options):
-        """What sub does with the blocks of one publisher."""
+        """Returns the result of sub for the blocks of one publisher."""
         endpoint = self.fresh_endpoint()
         publisher = self.publisher(endpoint)
         sub = self.start("sub", endpoint, "--count", str(len(blocks)), *options)
@@ -77,7 +77,7 @@ class Printing(ToolTest):
         self.assertEqual((0, [b"one", b"two"]), (status, sorted(output.split())))
 
     def test_misses_nothing_of_a_flood_that_its_queue_has_room_for(self):
-        # Nobody reads the output while the messages come: all but a pipe full of them have to wait in the queue.
+        # The output is not read while the messages arrive, so the queue must hold all but a pipe full of them.
         number = 100000
         endpoint = self.fresh_endpoint()
         publisher = self.publisher(endpoint)
@@ -231,7 +231,7 @@ class Ending(ToolTest):
         self.assertEqual(3, sub.end()[0])
 
     def test_timeout_ends_it(self):
-        # timeout itself says 124
+        # timeout's own status would be 124
         pipe = self.start_shell("timeout 0.2 rk-socket sub tcp://127.0.0.1:1")
 
         self.assertEqual((124, b"", ""), pipe.end())
@@ -256,7 +256,7 @@ class Ending(ToolTest):
         self.assertEqual((0, b"one\n0 0\n", ""), pipe.end())
 
     def flooded(self, *options):
-        """A sub whose output nobody reads, and which has far more than a pipe holds to write."""
+        """Returns a sub whose output is not read, and that has far more to write than a pipe holds."""
         sub, publisher = self.subscribed("--fifo", "0", *options)
         for number in range(100000):
             publisher.send(b"%08d" % number)
@@ -321,7 +321,7 @@ class Statistics(ToolTest):
         for size in (10, 20, 30, 40):
             publisher.send(b"x" * size)
         line = sub.read_line()
-        while b": 4 messages, " not in line:  # begins when the subscription is there, or after
+        while b": 4 messages, " not in line:  # depends on when the subscription arrives
             line = sub.read_line()
         self.assertRegex(line, rb"^\d+\.\d s: 4 messages, \d+\.\d messages/s, \d+\.\d{3} Mbit/s, "
                                rb"size 10/25\.0/40 bytes, gap \d+\.\d{3}/\d+\.\d{3}/\d+\.\d{3} ms, spread \d+\.\d{3} ms$")

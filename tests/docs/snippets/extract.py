@@ -3,8 +3,8 @@
 
 usage: extract.py DOCUMENT FOLDER
 
-A ```text block that follows is what the program writes, and goes to FOLDER/NAME-1.txt. The compiler reports errors by
-the lines of the document. A block that begins with a comment naming a file belongs to a larger example."""
+A ```text block after it has the program's output, and goes to FOLDER/NAME-1.txt. The compiler reports errors with the
+line numbers of the document. A block that begins with a comment naming a file belongs to a larger example."""
 
 import pathlib
 import re

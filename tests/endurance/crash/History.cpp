@@ -12,7 +12,8 @@ namespace rk::tests::crash {
 void record(const std::string& event) {
     const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
     const std::string line = std::to_string(now.count()) + " " + processName + " " + event + "\n";
-    // The system writes a line of this length to a pipe at once. A reader that has gone ends the process.
+    // The system writes a line of this length to a pipe atomically. If the reader has ended, a signal ends this
+    // process.
     static_cast<void>(!::write(STDOUT_FILENO, line.data(), line.size()));
 }
 
@@ -36,7 +37,7 @@ std::optional<Letter> unseal(const std::string& sealed) {
 
 } // namespace rk::tests::crash
 
-// The executable's own logging layer records what the library rebuilds, and what it cannot rebuild.
+// Replaces the library's logging functions, to record each rebuild and each failed rebuild.
 namespace rk::utils {
 
 void logDebug(const std::string& message) {

@@ -6,14 +6,14 @@
 
 namespace rk::tests::crash {
 
-/// Writes one line "time process event" to standard output, in one go: a process that is killed leaves no half line.
-/// The time is that of the monotonic clock, in nanoseconds. Any thread may call it.
+/// Writes one line "time process event" to standard output. Writes it atomically, so that a killed process leaves no
+/// partial line. The time is that of the monotonic clock in nanoseconds. Any thread may call it.
 void record(const std::string& event);
 
-/// The name under which this process records. It is set once, before anything else.
+/// The name of this process in the lines. Set it first.
 inline std::string processName;
 
-/// What travels in a message: its sender, its number, and how often it has been sent before.
+/// The contents of a message: its sender, its number, and how often it has been sent before.
 struct Letter {
     std::string sender;
     std::uint64_t number = 0;
@@ -23,10 +23,10 @@ struct Letter {
     std::string text() const;
 };
 
-/// Returns the letter as text with a checksum in front, since the network may change bytes.
+/// Returns the letter as a string that starts with a checksum, because the network may corrupt it.
 std::string seal(const Letter& letter);
 
-/// Returns nothing if `seal` has not made the text.
+/// Returns the letter of a string that `seal` has returned, or nothing for any other string.
 std::optional<Letter> unseal(const std::string& sealed);
 
 } // namespace rk::tests::crash

@@ -1,20 +1,20 @@
-"""Judges a history by what the library promises. Each check yields a text for each broken promise."""
+"""Checks a history against the library's guarantees. Each check yields a message for each breach."""
 
 import collections
 import math
 
 from history import SECOND, History, Intervals, role
 
-# How soon all clients are served again after the last disturbance. 0MQ reconnects after a tenth of a second, and the
-# client repeats what was lost. The rest is for a machine under load.
+# How soon all clients are served after the last disturbance. ZeroMQ reconnects after a tenth of a second, and clients
+# retry lost requests. The rest is a margin for a busy machine.
 RECOVERY = 10 * SECOND
-# How soon an undisturbed server serves what has been handed to the system's connection.
+# How soon an undisturbed server serves a request that has been written to the connection.
 DELIVERY = 1 * SECOND
-# A lingering socket has two seconds. A server that is there after half a second leaves it enough of them.
+# A lingering socket has two seconds. That suffices if the server starts within half a second.
 LINGER_MARGIN = SECOND // 2
-REQUEST_TIMEOUT = 100  # milliseconds, of each attempt
+REQUEST_TIMEOUT = 100  # milliseconds per attempt
 REQUEST_ATTEMPTS = 3
-# How long after the last attempt a requester may take, on a machine under load.
+# A requester's delay after its last attempt, on a busy machine.
 REQUEST_MARGIN = 1 * SECOND
 LINGER_TWO_SECONDS = "1"
 WAIT_FOR_DELIVERY = "2"
@@ -53,7 +53,7 @@ def nothing_unexpected(history):
 
 
 def _served(history):
-    """(sender, number, attempt) of all that servers have taken, with the events."""
+    """Returns (sender, number, attempt) of all requests that servers received, with the events."""
     result = collections.defaultdict(list)
     for event in history.events:
         if event.kind in SERVED:
@@ -62,7 +62,7 @@ def _served(history):
 
 
 def _outcomes(history, process, *kinds):
-    """(request, event) for each event of these kinds; the request is None if none is open."""
+    """Yields (request, event) for each event of these kinds. The request is None if none is open."""
     asked = None
     for event in history.of_process[process]:
         if event.kind in ASKS:
@@ -96,7 +96,7 @@ def repetitions_are_repairs(history):
     for sender, number, attempt in _served(history):
         attempts[sender, number].add(int(attempt))
     for process in history.of_process:
-        broken = False  # the exchange, so that it may be repeated
+        broken = False  # whether the exchange was disturbed, so that a retry is allowed
         for event in history.of_process[process]:
             if event.kind in ("repair", "garbled"):
                 broken = True
@@ -108,7 +108,7 @@ def repetitions_are_repairs(history):
 
 
 def _epochs(events):
-    """For every request the number of repairs until it was on its way."""
+    """Returns for every request the number of repairs until it was sent."""
     epochs = {}
     repairs = 0
     latest = None
@@ -158,7 +158,7 @@ def steady_requests_are_served(history):
 
 
 def _feed(history):
-    """(subscriber, event, publisher, number) of all that was received."""
+    """Returns (subscriber, event, publisher, number) of all received messages."""
     for process in history.processes("subscriber"):
         for event in history.of_process[process]:
             if event.kind == "got":
@@ -174,7 +174,7 @@ def feeds_keep_their_order(history):
 
 
 def _published(history):
-    """When each message of a feed was sent."""
+    """Returns the time at which each message of a feed was sent."""
     return {(event.process, int(event.args[0])): event.time for event in history.events if event.kind == "publish"}
 
 
@@ -184,7 +184,7 @@ def steady_feeds_are_complete(history):
     last = {}
     for subscriber, event, publisher, number in _feed(history):
         time, previous = last.get((subscriber, publisher), (event.time, number - 1))
-        # What is read after a disturbance may have come before it.
+        # A message that is read after a disturbance may have arrived before it.
         begin = min(time, published.get((publisher, previous + 1), time))
         if number > previous + 1 and not lossy.touch(begin, event.time):
             yield f"{subscriber} has missed {publisher} {previous + 1} to {number - 1}, though nothing was disturbed"
@@ -213,7 +213,7 @@ def close_policies_are_kept(history):
 
 
 def _moments_of_calm(history, *roles):
-    """The ends of disturbances behind which nothing comes from outside for long enough to be judged."""
+    """Returns the ends of disturbances after which the next one comes late enough to check the recovery."""
     from_outside = history.disturbed(*roles, repairs=False)
     for end in history.disturbed(*roles).ends:
         if from_outside.next_begin_after(end) > end + RECOVERY and end + RECOVERY < history.end:
@@ -222,7 +222,7 @@ def _moments_of_calm(history, *roles):
 
 def clients_are_served_again(history):
     for client in history.roles("client"):
-        # When the request was sent, and when the reply came.
+        # The time of the request and of its reply.
         replies = [(asked.time, reply.time) for process in history.processes(client)
                    for asked, reply in _outcomes(history, process, "reply") if asked]
         for calm in _moments_of_calm(history, "server", client):
@@ -242,7 +242,7 @@ def subscribers_are_fed_again(history):
 
 
 def _requests(history, process):
-    """(request, event that ended it) of a requester, one after the other."""
+    """Yields (request, event that ended it) of a requester, in order."""
     asked = None
     for event in history.of_process[process]:
         if event.kind == "request":

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""The checker lets a sound history pass, and refuses each kind of broken promise when it is planted."""
+"""The checker accepts a correct history, and detects each kind of breach in a manipulated one."""
 
 import unittest
 
 from checker import check
 from history import SECOND, Event, Intervals, parse
 
-# A client that is served, a server that is killed and comes back, a handler that fails, a feed, and a closed socket.
+# A client that is served, a server that is killed and restarted, a handler that fails, a feed, and a closed socket.
 SOUND = """
 0.00 server#1 ready
 0.10 client-1#1 ask 1 1
@@ -54,7 +54,7 @@ SOUND = """
 SERVED = "4.02 server#2 serve closer#1 1 1"
 EVERY_SECOND = "{0}.1 server#2 repair\n{0}.2 server#2 connected\n{0}.3 server#2 serve client-2#1 {0} 1\n"
 
-# What is replaced in the sound history, by what, what is added, and the checks that refuse the result.
+# The replaced part of the history, its replacement, an addition, and the checks that must fail.
 CASES = {
     "sound": ({}, "", ""),
     "an error": ({}, "5 server#2 error Failed connecting", "nothing_unexpected"),
@@ -116,7 +116,7 @@ CASES = {
         {"6.02 client-1#1 reply 5 1 client-1#1 5 1": ""}, "6.5 host begin 2 cut network\n7 host end 2",
         "clients_are_served_again subscribers_are_fed_again"),
 }
-# The same, with texts among those of the breaches.
+# The same, with messages that the breaches must contain.
 TEXTS = {
     "requests out of order on one connection": (
         {"0.11 server#1 serve client-1#1 1 1": "0.215 server#1 serve client-1#1 1 1"}, "",

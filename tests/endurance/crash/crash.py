@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Disturbs clients, a server and a feed at random points, and judges what they have recorded.
+"""Disturbs clients, a server and a feed at random, and checks their histories.
 
 processes    are killed, frozen and restarted
 connections  are delayed, stalled, cut, half open and corrupted, by a proxy
@@ -34,15 +34,14 @@ SKIPPED = 77
 IMPOSTOR = str(pathlib.Path(__file__).with_name("impostor.py"))
 REPLY_TIMEOUT = 300  # milliseconds
 LINGER_TWO_SECONDS, WAIT_FOR_DELIVERY = 1, 2  # close policies
-ROUNDS_OF_A_RUN = 250  # then all processes start again
+ROUNDS_OF_A_RUN = 250  # after which all processes restart
 FIGURES = {"reply": "replies", "timeout": "timeouts", "repair": "repairs", "garbled": "garbled",
            "got": "messages of the feed", "closed": "close policies", "answer": "answers",
            "unanswered": "requests given up"}
 
 
 class Run:
-    """A server with its clients, a feed with its reader, and how long they take to recover. A derived class starts them
-    and knows what may happen: `act`."""
+    """A server with its clients, and a feed with its reader. A derived class starts them and disturbs them in `act`."""
 
     def __init__(self, program, seed):
         self.random = random.Random(seed)
@@ -57,7 +56,7 @@ class Run:
         self.host.start("subscriber", subscriber, prefix=far)
 
     def round(self):
-        """Lets something happen at some moment. Returns whether all processes recover from it."""
+        """Disturbs the processes at a random time. Returns whether all of them recover."""
         self.pause(0.05)
         self.act()
         return self.wait_for_recovery()
@@ -69,7 +68,7 @@ class Run:
         return [name for name in self.host.running if name.startswith("client")]
 
     def wait_for_recovery(self):
-        """Waits until each client has an answer to what it has asked since now, and the subscriber has news."""
+        """Waits until each client has a reply to a request sent from now on, and the subscriber has a new message."""
         since = self.host.note("calm")
         feed = self.host.latest.get(("publisher", "publish"))
         recovered = self.host.wait_until(
@@ -90,7 +89,7 @@ class Run:
         return self.host.start("closer", endpoint, policy, prefix=prefix).label
 
     def wait_for_delivery(self, closer):
-        """Waits until the closer has ended, and its request is served or an accident of the server excuses its loss."""
+        """Waits until the closer has ended, and its request is served or lost because the server was disturbed."""
         self.host.end("closer")
         closed = self.host.latest_time("closer", "closed")
         self.host.wait_until(
@@ -159,7 +158,7 @@ class Processes(Run):
             self.host.restart(name)
 
     def close_while_the_server_is_away(self):
-        """The request is sent and its socket closed before the server comes."""
+        """Sends a request and closes its socket before the server starts."""
         with self.host.disturbance("kill", "server"):
             self.host.kill("server")
             closer = self.send_and_close(*self.somewhere())
@@ -220,7 +219,7 @@ class Connections(Run):
         mode = self.random.choice([mode for mode in Proxy.MODES if mode != Proxy.PASS])
         with self.host.disturbance(mode, "network"):
             self.to_server.set(mode)
-            # 0MQ does not reconnect a subscriber whose peer has broken the protocol. A repeated request repairs that.
+            # ZeroMQ does not reconnect a subscriber after a protocol error of its peer. A retried request reconnects.
             if mode != Proxy.CORRUPT:
                 self.to_publisher.set(mode)
             self.pause(0.5)
@@ -234,7 +233,7 @@ class Connections(Run):
 
 
 class Hosts(Run):
-    """The server and the publisher are near, all others far."""
+    """The server and the publisher run on the near host, all others on the far one."""
 
     def __init__(self, program, seed):
         self.network = network = Network()
@@ -251,8 +250,8 @@ class Hosts(Run):
             print(f"hosts: without netem: {failure}")
 
     def act(self):
-        """The link is bad for a while. It loses packets, not connections: nothing of the feed may be missed, and what
-        is sent and closed meanwhile arrives afterwards."""
+        """Makes the link bad for a while. It loses packets, not connections. No message of the feed may be lost, and
+        requests that are sent during this time and closed must arrive later."""
         way = self.random.choice(self.ways)
         closer = None
         with self.host.disturbance(way.__name__, "network"):
@@ -270,8 +269,8 @@ class Hosts(Run):
 
 
 class Peers(Run):
-    """The server and the publisher are near, all others far. The processes notice within two seconds that a machine has
-    vanished. The subscriber is a listener that connects again after a second of silence, or a socket of its own."""
+    """The server and the publisher run on the near host, all others on the far one. The processes detect within two
+    seconds that a machine has vanished. The subscriber is a plain socket, or a listener with a silence limit of 1 s."""
 
     PORTS = (5555, 5556)
     PEER_TIMEOUT = 2  # seconds
@@ -288,7 +287,7 @@ class Peers(Run):
 
     @contextlib.contextmanager
     def absence(self, *names):
-        """Kills processes, and starts them again afterwards on the near host, which may be another by then."""
+        """Kills processes, and restarts them later on the near host, which may have been replaced by then."""
         for name in names:
             self.host.kill(name)
         yield
@@ -315,7 +314,7 @@ class Peers(Run):
         self.network.heal()
 
     def forgotten_connections(self):
-        """What the connections carried is never delivered. The rules stay until all connections are others."""
+        """Packets of the present connections are never delivered. The rules stay until all connections are new ones."""
         self.network.forget()
         recovered = self.wait_for_recovery()
         self.network.heal()
@@ -337,7 +336,7 @@ class Peers(Run):
 
     def act(self):
         ways = [self.power_loss, self.pulled_cable, self.one_way_loss, self.forgotten_connections, self.frozen_publisher]
-        # A socket of its own needs what the guide recommends to survive this.
+        # A plain socket needs the measures of the guide to survive this.
         way = self.random.choice([*ways, self.wrong_server] if self.listens else ways)
         with self.host.disturbance(way.__name__, "network"):
             way()
@@ -364,7 +363,7 @@ KINDS = {"processes": Processes, "connections": Connections, "hosts": Hosts, "se
 
 
 def play(kind, program, rounds, seed):
-    """Plays one run. Returns whether all promises were kept, and leaves the history in a file if not."""
+    """Performs one run. Returns whether all guarantees held. If not, writes the history to a file."""
     run = KINDS[kind](program, seed)
     done = 0
     try:

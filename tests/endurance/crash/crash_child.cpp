@@ -105,7 +105,7 @@ void publish(const Words& endpoints) {
     }
 }
 
-/// A client that asks one question after the other, and repeats each until its reply comes.
+/// A client that sends one request after the other, and retries each until its reply arrives.
 class Asker {
 public:
     Asker(const SocketEndpoint& endpoint, unsigned replyTimeout)
@@ -119,7 +119,7 @@ public:
         if (isAnswered()) {
             letter = {processName, letter.number + 1, 1, (letter.number + 1) % failsEvery == 0};
         } else {
-            // The handler fails on the first attempt alone.
+            // The handler fails only on the first attempt.
             letter.fails = false;
             ++letter.attempt;
         }
@@ -162,7 +162,7 @@ void ask(const Words& arguments) {
     } while (!inputEndsWithin(betweenRequests));
 }
 
-/// Sends one request and closes the socket at once: its close policy has to deliver the request.
+/// Sends one request and closes the socket at once. The close policy must deliver the request.
 void sendAndClose(const Words& arguments) {
     const auto policy = static_cast<socket::ClosePolicy::ClosePolicy>(std::stoi(arguments.at(1)));
     socket::Socket client("closer", policy);
@@ -185,7 +185,7 @@ void setUpNetwork() {
     socket::Network::setSilenceLimit(seconds("SILENCE_LIMIT"));
 }
 
-/// A server without manners: slow at times, it repeats replies, and forgets some.
+/// A misbehaving server. It is sometimes slow, repeats some replies and omits others.
 class Misbehaving {
 public:
     Misbehaving(const Words& endpoints, std::chrono::milliseconds slowness) : pause(slowness) {
@@ -224,7 +224,7 @@ public:
             send(before);
             break;
         case 4:
-            std::this_thread::sleep_for(pause); // a slow server is what is tested: longer than its clients wait
+            std::this_thread::sleep_for(pause); // longer than its clients wait
             send(request);
             break;
         case 5:
@@ -236,7 +236,7 @@ public:
     }
 
 private:
-    /// Returns the frames of a request, or nothing if there is none.
+    /// Returns the frames of a request, or no frames if there is none.
     Words receive() {
         Words frames;
         int more = 1;
@@ -316,7 +316,7 @@ int main(int argc, char** argv) {
                      "A process runs until its standard input ends, except for a closer.\n";
         return 2;
     }
-    // A process that is frozen when its run is killed would stay.
+    // Otherwise a suspended process would survive the end of its run.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     processName = argv[2];
     try {

@@ -1,19 +1,19 @@
-"""What client and server processes have written down, and what was done to them."""
+"""The events that client and server processes have recorded, and the disturbances."""
 
 import bisect
 import collections
 import math
 
-# Nanoseconds of the machine's monotonic clock, "role#incarnation", a word, and what belongs to it.
+# Nanoseconds of the monotonic clock, "role#incarnation", the kind of event, and its arguments.
 Event = collections.namedtuple("Event", "time process kind args")
 
 SECOND = 1_000_000_000
-# A server is rebuilt within this time, or not at all: its address may be waited for, two seconds at most.
+# A server is rebuilt within this time or not at all. The bind may wait up to two seconds for the address.
 REBUILD = 3 * SECOND
 
 
 def parse(line):
-    """One line "time process kind arguments..."; ValueError when it is none."""
+    """Parses a line "time process kind arguments...". Raises ValueError for any other line."""
     time, process, kind, *args = line.split()
     return Event(int(time), process, kind, tuple(args))
 
@@ -23,7 +23,7 @@ def role(process):
 
 
 class Intervals:
-    """Times that do not overlap, in order; what touches or overlaps is joined."""
+    """Disjoint intervals in order. Intervals that touch or overlap are merged."""
 
     def __init__(self, pairs):
         self.begins = []
@@ -36,7 +36,7 @@ class Intervals:
                 self.ends.append(end)
 
     def touch(self, begin, end):
-        """Whether any moment from begin to end lies within."""
+        """Returns whether any moment from begin to end lies within."""
         index = bisect.bisect_right(self.begins, end) - 1
         return index >= 0 and self.ends[index] >= begin
 
@@ -49,19 +49,19 @@ class Intervals:
         return self.begins[index] if index < len(self.begins) else math.inf
 
     def free_from(self, time):
-        """The first moment from `time` on that lies outside."""
+        """Returns the first moment from `time` on that lies outside."""
         index = bisect.bisect_right(self.begins, time) - 1
         return self.ends[index] if index >= 0 and self.ends[index] >= time else time
 
 
 class History:
-    """Events in order of time, and when who was disturbed.
+    """Events in order of time, and the times at which each role was disturbed.
 
     The process "host" writes "begin ID KIND ROLE" and "end ID" about what it does to a role, and "exit PROCESS STATUS
-    WHY". The role "network" stands between all others.
+    WHY". The role "network" connects all others.
     """
 
-    # After these, what was under way may be gone. Delay, loss of packets and frozen processes only take time.
+    # These lose messages on their way. Delays, packet loss and frozen processes only take time.
     LOSSY = frozenset({"kill", "restart", "repair", "cut", "one-way", "half-open", "corrupt", "power_loss", "pulled_cable",
                        "one_way_loss", "forgotten_connections", "wrong_server", "frozen_publisher"})
 
@@ -80,7 +80,7 @@ class History:
         return sorted({role(process) for process in self.of_process if role(process).startswith(prefix)})
 
     def disturbed(self, *roles, lossy=False, repairs=True):
-        """The times at which one of the roles, or the network, was disturbed; from outside alone, if not by repairs."""
+        """Returns the times at which one of the roles or the network was disturbed, with or without repairs."""
         roles += ("network",)
         return Intervals(
             (begin, end)
@@ -100,7 +100,7 @@ class History:
             yield begin.time, math.inf, *begin.args[1:]
 
     def _by_repairs(self):
-        """A server that is rebuilt drops what waits for it, from the request that it gives up to the last connection."""
+        """Returns the times of rebuilds. A rebuilt server drops its queued requests, until the last client reconnects."""
         for process in self.processes("server"):
             begin = None
             end = None

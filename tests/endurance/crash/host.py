@@ -1,4 +1,4 @@
-"""Starts, kills and freezes processes, and collects what they record."""
+"""Starts, kills and freezes processes, and collects their events."""
 
 import contextlib
 import pathlib
@@ -19,7 +19,7 @@ ASKED_BY = {"reply": "ask", "answer": "request"}
 
 
 class Member(Process):
-    """A process in a role, labelled "client-2#1" for instance. A thread hands on each line that it writes, and None at
+    """A process in a role, with a label such as "client-2#1". A thread passes on each line of its output, and None at
     the end."""
 
     def __init__(self, label, command, take):
@@ -38,7 +38,7 @@ class Member(Process):
 
 
 class Host:
-    """The processes of one run and the history that they write together."""
+    """The processes of one run and their common history."""
 
     def __init__(self, program):
         self.program = program
@@ -47,13 +47,13 @@ class Host:
         self.changed = threading.Condition()
         self.running = {}  # by role
         self.latest = {}  # the last event of each kind, by role
-        self.answered = {}  # when the last request of a role was sent that has been answered
+        self.answered = {}  # time of the last answered request, by role
         self.incarnations = {}
         self.disturbances = 0
         self.arguments = {}
 
     def note(self, kind, *args):
-        """Adds an event of the host's own, and returns its time."""
+        """Adds an event of the host and returns its time."""
         event = Event(time.monotonic_ns(), "host", kind, tuple(map(str, args)))
         self._take(event)
         return event.time
@@ -69,7 +69,7 @@ class Host:
             self.changed.notify_all()
 
     def wait_until(self, holds, patience=PATIENCE):
-        """Waits until `holds()` is true, and asks again with every event. Returns False if that takes too long."""
+        """Waits until `holds()` is true. Checks it after every event. Returns False if the time runs out."""
         with self.changed:
             return self.changed.wait_for(holds, patience)
 
@@ -107,7 +107,7 @@ class Host:
         self.end(name, expected=-signal.SIGKILL)
 
     def end(self, name, expected=0):
-        """Asks a process to end, and waits until it has ended and all that it has written is read."""
+        """Asks a process to end, and waits until it has ended and its output has been read."""
         process = self.running.pop(name)
         process.close_input()
         status = process.wait()
@@ -117,7 +117,7 @@ class Host:
 
     @contextlib.contextmanager
     def disturbance(self, kind, target):
-        """Notes the begin and the end of what is done to a role."""
+        """Records the begin and the end of a disturbance of a role."""
         self.disturbances += 1
         number = self.disturbances
         self.note("begin", number, kind, target)

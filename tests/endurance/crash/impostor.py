@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Answers every connection to some ports with what is no ZeroMQ, and writes the port of each, until its input ends.
+"""Answers every connection to some ports with data that is not ZeroMQ's protocol. Prints the port of each connection.
+Ends when its input ends.
 
 usage: impostor.py PORT..."""
 
@@ -16,7 +17,7 @@ def answer(listener):
         client.settimeout(1)
         try:
             client.sendall(WORDS)
-            while client.recv(4096):  # until the client has given up
+            while client.recv(4096):  # until the client disconnects
                 pass
         except OSError:
             pass

@@ -1,5 +1,5 @@
-"""Two hosts of a network of their own: namespaces joined by a pair of virtual Ethernet devices. The far host plugs its end
-into a bridge, which stays when the near host loses its power. Needs root."""
+"""Two simulated hosts: network namespaces joined by a pair of virtual Ethernet devices. The far host's device is attached
+to a bridge, which remains when the near host loses power. Needs root."""
 
 import subprocess
 
@@ -7,7 +7,7 @@ from processes import Process
 
 
 class NotPossible(Exception):
-    """This machine does not permit it; the text says why."""
+    """Raised if this machine does not permit it, with the reason."""
 
 
 def run(*command):
@@ -25,14 +25,14 @@ def hold_namespace():
 
 
 class Network:
-    """Hosts "near" and "far", and a link that can be made bad."""
+    """Hosts "near" and "far", and a link that can be disturbed."""
 
     ADDRESS = {"near": "10.77.0.1", "far": "10.77.0.2"}
     NEAR_MAC = "02:00:00:00:77:01"
 
     def __init__(self):
         self.holders = {}
-        self.queued = False  # whether a discipline other than the usual one holds packets back
+        self.queued = False  # whether a queueing discipline is installed
         try:
             self._make()
         except (NotPossible, FileNotFoundError) as failure:
@@ -62,7 +62,7 @@ class Network:
         self._run(host, "ip", "link", "set", "lo", "up")
 
     def prefix(self, host):
-        """Returns how a command begins that is to run on the host."""
+        """Returns the prefix of a command that runs on the host."""
         return ("nsenter", f"--net=/proc/{self.holders[host].pid}/ns/net")
 
     def _run(self, host, *command):
@@ -87,7 +87,7 @@ class Network:
         self._drop("output")
 
     def forget(self):
-        """Drops the packets of all connections that there are, like a router that has forgotten them."""
+        """Drops the packets of all existing connections, like a router that has forgotten them."""
         listed = subprocess.run((*self.prefix("far"), "ss", "-tnH"), capture_output=True, text=True, check=True)
         ports = {line.split()[3].rpartition(":")[2] for line in listed.stdout.splitlines()}
         if ports:
@@ -96,9 +96,9 @@ class Network:
             self._drop("output", which=f"tcp sport {known}")
 
     def renew_near(self):
-        """Replaces the near host by a new one that knows of no connection. Its processes have been killed."""
+        """Replaces the near host by a new one without connections. Its processes must have been killed."""
         self.holders.pop("near").end()
-        # The connections of killed processes keep the old namespace, which must not reach the bridge any more.
+        # Connections of killed processes keep the old namespace alive, so it must be detached from the bridge.
         self._run("far", "ip", "link", "del", "plug")
         self._power_on()
 

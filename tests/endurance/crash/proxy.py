@@ -1,4 +1,4 @@
-"""A TCP proxy that does what bad networks do."""
+"""A TCP proxy that behaves like a bad network."""
 
 import asyncio
 import random
@@ -10,7 +10,7 @@ BLOCK = 1 << 14
 
 
 class Proxy:
-    """Forwards connections to a port of this machine, on a thread of its own. `mode` says how; see `MODES`."""
+    """Forwards connections to a local port, on a separate thread. `mode` is one of `MODES`."""
 
     PASS, DELAY, STALL, CUT, HALF_OPEN, CORRUPT = MODES = ("pass", "delay", "stall", "cut", "half-open", "corrupt")
 
@@ -28,7 +28,7 @@ class Proxy:
         self.port = self.server.sockets[0].getsockname()[1]
 
     def set(self, mode):
-        """From now on; what a mode has broken is cut off when the next one begins."""
+        """Changes the mode. Cuts the connections that the previous mode has broken."""
         self._do(self._set(mode))
 
     def close(self):
@@ -80,7 +80,7 @@ class Proxy:
             self.writers -= pair
 
     async def _pump(self, reader, writer):
-        """Forwards until one side closes; the other is then closed as well, but by nobody who is half open."""
+        """Forwards until one side closes. Then closes the other side, unless the connection is to be half open."""
         try:
             while block := await reader.read(BLOCK):
                 await self._forward(block, writer)
@@ -93,7 +93,7 @@ class Proxy:
     async def _forward(self, block, writer):
         await self.passing.wait()
         if self.mode == self.HALF_OPEN:
-            return  # swallowed: the sender is told nothing
+            return  # discarded without a sign to the sender
         if self.mode == self.DELAY:
             await asyncio.sleep(self.random.uniform(0, 0.05))
         if self.mode == self.CORRUPT and self.random.random() < 0.2:
@@ -108,7 +108,7 @@ class Proxy:
 
 
 def abort(writer):
-    """Breaks a connection off, with what is still under way."""
+    """Cuts a connection and drops its data."""
     connection = writer.get_extra_info("socket")
     if connection is not None and connection.fileno() >= 0:
         connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))

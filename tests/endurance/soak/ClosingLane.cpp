@@ -20,7 +20,7 @@ bool accepts(int family, const void* address, socklen_t size) {
     return accepted;
 }
 
-/// Returns whether a connection to the endpoint would be accepted now. 0MQ closes a socket in the background.
+/// Returns whether the endpoint accepts connections. ZeroMQ closes a socket in the background.
 bool isListenedOn(const socket::SocketEndpoint& endpoint) {
     if (endpoint.transport == socket::Transport::Tcp) {
         sockaddr_in address{};
@@ -38,7 +38,7 @@ bool isListenedOn(const socket::SocketEndpoint& endpoint) {
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned receiveTimeout = 20;
-/// A server that is there this soon after the close leaves 0MQ enough of the two seconds to connect and deliver.
+/// A server that starts within this time leaves ZeroMQ enough of the two seconds to connect and deliver.
 constexpr std::chrono::milliseconds soon{500};
 constexpr std::chrono::milliseconds lingerAndMore{3000};
 
@@ -51,10 +51,10 @@ public:
     void step() override {
         using namespace socket::ClosePolicy;
         if (isListenedOn(endpoint)) {
-            return; // the server of the last step would take the request with it
+            return; // because the server of the last step would receive the request
         }
         const ClosePolicy policy = onceIn(3) ? DropPending : onceIn(2) ? LingerTwoSeconds : WaitForDelivery;
-        // 0MQ never frees a client of an inproc name that is not bound.
+        // ZeroMQ never releases a client of an unbound inproc name.
         if (!reconnectsByItself) {
             openServer();
         }
@@ -99,7 +99,7 @@ private:
         }
     }
 
-    /// Receives again without having replied. The socket is rebuilt, and there is nothing to receive.
+    /// Receives again without having replied. The socket is rebuilt and receives no message.
     void jam() {
         ++figures.jams;
         std::uint64_t received = 0;
@@ -107,7 +107,7 @@ private:
             server.receive(&received, sizeof received);
             breach("received " + std::to_string(received) + ", which no client has sent again");
         } catch (const std::runtime_error&) {
-            // The time runs out.
+            // The receive times out.
         }
     }
 

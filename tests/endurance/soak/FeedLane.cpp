@@ -38,7 +38,7 @@ public:
     }
 
 private:
-    /// Checks that the numbers rise, by one once the reader has joined. Fails on every hundredth.
+    /// Checks that the numbers increase, and by one once the reader has joined. Throws at every hundredth.
     void read(std::uint64_t received) {
         const std::lock_guard<std::mutex> lock(mutex);
         if (received <= last || (joined && received != last + 1)) {
@@ -70,7 +70,7 @@ private:
         }
     }
 
-    /// Publishes until the first message has arrived. From then on none may be missed.
+    /// Publishes until the first message has arrived. From then on, every message must arrive.
     void join() {
         const std::uint64_t first = number + 1;
         const auto deadline = std::chrono::steady_clock::now() + patience;
@@ -95,7 +95,7 @@ private:
         join();
     }
 
-    /// The close policy keeps what the replaced socket has not sent yet.
+    /// The close policy keeps the unsent messages of the replaced socket.
     void rebuildPublisher() {
         publishBurst();
         publisher.resetConnections();

@@ -8,13 +8,13 @@
 
 namespace rk::tests::soak {
 
-/// Counts what all lanes together have done, and reports broken promises. Any thread may call it.
+/// Counts the events of all lanes, and reports broken promises. Any thread may call it.
 class Figures {
 public:
-    std::atomic<std::uint64_t> exchanges{0};  ///< requests whose reply has come
+    std::atomic<std::uint64_t> exchanges{0};  ///< requests whose reply has arrived
     std::atomic<std::uint64_t> published{0};  ///< messages of feeds, all of them received
     std::atomic<std::uint64_t> deliveries{0}; ///< requests that their close policy has delivered after the close
-    std::atomic<std::uint64_t> repeats{0};    ///< requests sent once more because a repair had lost them
+    std::atomic<std::uint64_t> repeats{0};    ///< requests sent again because a repair had lost them
     std::atomic<std::uint64_t> jams{0};       ///< calls made out of turn
     std::atomic<std::uint64_t> restarts{0};   ///< of listeners and publishers
     std::atomic<std::uint64_t> failures{0};   ///< of handlers

@@ -11,13 +11,13 @@
 
 namespace rk::tests::soak {
 
-/// A message that has not come after this time is lost. It is far longer than a busy machine takes.
+/// A message that has not arrived after this time is lost. A busy machine takes far less.
 constexpr std::chrono::seconds patience{60};
 
-/// One strand of the run: sockets of its own on one transport, and a step that one thread repeats.
+/// One part of the run, with separate sockets on one transport. One thread repeats its step.
 class Lane {
 public:
-    /// \param kind with the transport, the name of the lane
+    /// \param kind the name of the lane, without the transport
     /// \param betweenSteps from the end of one step to the beginning of the next
     Lane(const std::string& kind, std::chrono::milliseconds betweenSteps, socket::Transport::Transport transport,
          std::uint64_t seed, Figures& allFigures)
@@ -44,23 +44,23 @@ protected:
 
     Figures& figures;
     const socket::SocketEndpoint endpoint;
-    /// Peers in the same process do not reconnect by themselves.
+    /// False on inproc, where peers do not reconnect.
     const bool reconnectsByItself;
 
 private:
     std::mt19937_64 random;
 };
 
-/// A client and a listener. The client jams, the handler fails, the listener is restarted. Each request gets its own
-/// reply. A request that a repair has lost is repeated.
+/// A client and a listener. The client jams, the handler fails, and the listener is restarted. Each request gets its
+/// own reply. Requests that a repair has lost are sent again.
 std::unique_ptr<Lane> makeRequestLane(socket::Transport::Transport transport, std::uint64_t seed, Figures& figures);
 
-/// A publisher and a subscribe listener. Both are restarted, and the handler fails. Once the subscription has arrived,
-/// each message arrives until the next restart, once and in order.
+/// A publisher and a subscribe listener. Both are restarted, and the handler fails. Between the arrival of the
+/// subscription and the next restart, each message arrives once and in order.
 std::unique_ptr<Lane> makeFeedLane(socket::Transport::Transport transport, std::uint64_t seed, Figures& figures);
 
-/// Clients that send one request and close at once, before the server is there. The server gets what their close policy
-/// keeps. It binds the same address each time, and jams now and then.
+/// Clients that send one request and close at once, before the server starts. The server receives the requests that
+/// their close policy keeps. It binds the same address each time, and jams sometimes.
 std::unique_ptr<Lane> makeClosingLane(socket::Transport::Transport transport, std::uint64_t seed, Figures& figures);
 
 } // namespace rk::tests::soak

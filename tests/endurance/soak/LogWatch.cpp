@@ -40,7 +40,7 @@ bool LogWatch::waitForConnection(const std::string& socketName, std::uint64_t co
 
 } // namespace rk::tests::soak
 
-// The executable's own logging layer: the library finds these functions before its own.
+// Replaces the library's logging functions.
 namespace rk::utils {
 
 void logDebug(const std::string& message) {
@@ -52,7 +52,7 @@ void logWarning(const std::string& message) {
 }
 
 void logError(const std::string& /*message*/) {
-    // Handlers fail on purpose. Any other error shows as a breach.
+    // Handlers fail on purpose. Any other error is reported as a breach.
 }
 
 } // namespace rk::utils

@@ -11,15 +11,15 @@ namespace rk::tests::soak {
 /// Counts the library's log lines below error level. Any thread may call it.
 class LogWatch {
 public:
-    /// The watch of the process. It is never destroyed, since the library logs while static objects are.
+    /// Returns the watch of the process. It is never destroyed, because the library logs during static destruction.
     static LogWatch& ofProcess();
 
     void note(const std::string& line);
 
-    /// How many sockets the library has rebuilt.
+    /// Returns how many sockets the library has rebuilt.
     std::uint64_t repairs();
 
-    /// How often the socket of that name has been connected.
+    /// Returns how often the socket of that name has been connected.
     std::uint64_t connections(const std::string& socketName);
 
     /// Waits until `connections` is above `count`. Returns false if that takes too long.

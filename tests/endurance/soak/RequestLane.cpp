@@ -13,7 +13,7 @@ namespace {
 constexpr std::chrono::milliseconds untilRepeated{500};
 constexpr unsigned largestReply = 1024;
 
-/// Sends the request back, unless the request is "throw" or "say nothing".
+/// Echoes the request, unless it is "throw" or "say nothing".
 void answer(const Text& request, socket::Socket& socket) {
     if (request.text() == "throw") {
         throw std::runtime_error("as asked");
@@ -48,7 +48,8 @@ public:
     }
 
 private:
-    /// A request that the client sends before it notices that its peer is gone is lost, and has to be repeated.
+    /// The client may send a request before it detects that its peer has ended. The request is then lost and must be
+    /// sent again.
     void restartListener() {
         std::string error;
         if (!listener.stop(error) || !listener.start(error)) {

@@ -1,13 +1,13 @@
-"""Judges from samples of a run whether the process holds ever more."""
+"""Decides from the samples of a run whether the resources of the process grow."""
 
 import dataclasses
 import math
 import statistics
 
-# What each quantity may grow by within the run.
+# The allowed growth of each quantity during the run.
 LIMITS = {
-    "resident KiB": 512,  # pages, of which a few hundred come and go by chance
-    "allocated KiB": 256,  # four bytes for each socket that is rebuilt within two hours
+    "resident KiB": 512,  # pages, of which a few hundred vary at random
+    "allocated KiB": 256,  # four bytes for each socket that is rebuilt in two hours
     "descriptors": 1,
     "threads": 1,
 }
@@ -26,7 +26,7 @@ def fit(points):
 
 @dataclasses.dataclass
 class Growth:
-    """What became of one quantity between the end of the warm-up and the end of the run, by the second."""
+    """The growth of one quantity per second, from the end of the warm-up to the end of the run."""
 
     name: str
     first: float
@@ -42,13 +42,13 @@ class Growth:
 
     @property
     def is_flat(self):
-        """False only for a growth that cannot be chance."""
+        """Returns False only for a statistically significant growth."""
         return self.grown - 2 * self.error * self.span <= self.limit
 
 
 class Record:
-    """The least that was held in each of forty stretches of a run. A restart, for instance, comes and goes and does not
-    show. A leak is in every stretch."""
+    """Returns the minimum in each of forty sections of a run. Temporary growth, such as during a restart, does not show. A
+    leak shows in every section."""
 
     def __init__(self, warm_up, end):
         self.warm_up = warm_up

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The judge finds each quantity that grows, and no growth in what comes and goes."""
+"""The judge detects each quantity that grows, and ignores quantities that only vary."""
 
 import math
 import unittest
@@ -10,7 +10,7 @@ WARM_UP, END = 100, 1000
 
 
 def run_that_grows_by(**growth):
-    """A run whose quantities grow by so much, on top of a swing that comes and goes."""
+    """Returns a run whose quantities grow by this much, in addition to a periodic variation."""
     record = Record(WARM_UP, END)
     for time in range(END + 1):
         done, swing = (time - WARM_UP) / (END - WARM_UP), math.sin(time)
@@ -57,7 +57,7 @@ class Fit(unittest.TestCase):
         self.assertEqual((2, 0, 3), fit([(1, 5), (2, 7), (3, 9), (4, 11)]))
 
     def test_has_the_error_of_the_textbook(self):
-        # The squares of the rests 0.5, -1 and 0.5 about y = x + 0.5 sum up to 1.5, on one degree of freedom.
+        # The squares of the residuals 0.5, -1 and 0.5 from y = x + 0.5 add up to 1.5, with one degree of freedom.
         for expected, value in zip((1, 0.8660254037844386, 0.5), fit([(0, 1), (1, 0.5), (2, 3)])):
             self.assertAlmostEqual(expected, value, 12)
 

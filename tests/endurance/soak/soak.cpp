@@ -1,5 +1,5 @@
-/// Works with all patterns over all transports until its standard input ends. Writes a line of figures each second, as
-/// JSON, and a line "breach TEXT" for each broken promise.
+/// Runs all patterns over all transports until its standard input ends. Prints a line of JSON figures each second, and
+/// a line "breach TEXT" for each broken promise.
 
 #include "endurance/InputEnd.h"
 #include "endurance/soak/Lane.h"
@@ -35,14 +35,14 @@ void work(Lane& lane, const std::atomic<bool>& stopped) {
     try {
         while (!stopped) {
             lane.step();
-            std::this_thread::sleep_for(lane.pause); // the rate is what is set here: no event follows
+            std::this_thread::sleep_for(lane.pause); // limits the rate
         }
     } catch (const std::exception& failure) {
         lane.breach(failure.what());
     }
 }
 
-/// Returns whether all lanes end. A lane that hangs is a breach, and the process can only be left.
+/// Returns whether all lanes end. A lane that hangs is a breach, and the process must exit without it.
 bool wait(const Lanes& lanes, const std::vector<std::future<void>>& ends) {
     const auto deadline = std::chrono::steady_clock::now() + 3 * patience;
     bool ended = true;
@@ -55,7 +55,7 @@ bool wait(const Lanes& lanes, const std::vector<std::future<void>>& ends) {
     return ended;
 }
 
-/// Memory from `new` and `malloc`, without what the allocator keeps for later.
+/// Returns the allocated memory, without the allocator's free memory.
 double allocatedKiB() {
     const struct mallinfo2 memory = mallinfo2();
     return static_cast<double>(memory.uordblks + memory.hblkhd) / 1024;
@@ -79,8 +79,8 @@ std::string json(const Figures& figures) {
     return text.str();
 }
 
-/// One arena for all threads, and large blocks straight from the system: memory that is released is given back, so that
-/// only what is still in use can grow.
+/// Uses one arena for all threads, and takes large blocks from the system. Released memory is returned, so that only
+/// memory in use can grow.
 void keepAllocatorFromHoarding() {
     mallopt(M_ARENA_MAX, 1);
     mallopt(M_MMAP_THRESHOLD, 4096);

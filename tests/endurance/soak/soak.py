@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Lets the soak program run for some minutes, shows live figures, and judges it: no broken promise, and nothing grows.
+"""Runs the soak program for some minutes and shows live figures. Fails if a guarantee is broken or a resource grows.
 
 usage: soak.py PROGRAM MINUTES SEED [SUMMARY.json]"""
 
@@ -23,7 +23,7 @@ COUNTS = ("exchanges", "published", "deliveries", "repeats", "jams", "restarts",
 
 
 def use_of(pid):
-    """What the process holds now, and the seconds of processor time that it has taken."""
+    """Returns the resources of the process, and the seconds of processor time that it has used."""
     process = pathlib.Path(f"/proc/{pid}")
     resident = int((process / "statm").read_text().split()[1]) * resource.getpagesize() / 1024
     ticks = (process / "stat").read_text().rpartition(")")[2].split()[11:13]
@@ -51,7 +51,7 @@ class Soak:
         self.ran = 0
         self.next_line = 0
         self.ended = False
-        # Ctrl-C is for this program, which asks the other one to end.
+        # Ctrl-C reaches only this program, which asks the other one to end.
         self.process = Process([program, str(seed)], start_new_session=True)
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             signal.signal(number, self.ask_to_end)
@@ -73,7 +73,7 @@ class Soak:
             self.breaches.append(f"the program has ended with {status}")
 
     def read_line(self, patience):
-        """Returns the program's next line, or None if no more come. Takes note of a breach."""
+        """Returns the program's next line, or None at the end. Records breaches."""
         try:
             line = self.process.read_line(patience)
         except TimeoutError:
@@ -87,7 +87,7 @@ class Soak:
         return line.decode()
 
     def add(self, figures):
-        with contextlib.suppress(OSError):  # the process has ended meanwhile
+        with contextlib.suppress(OSError):  # the process has ended
             self.use = {**figures, **use_of(self.process.pid)}
             self.ran = time.monotonic() - self.start
             self.record.add(self.ran, self.use)

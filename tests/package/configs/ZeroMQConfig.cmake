@@ -1,4 +1,4 @@
-# Stands for the configuration that libzmq brings along on some systems.
+# Replaces libzmq's configuration, which some systems have.
 add_library(libzmq INTERFACE IMPORTED)
 set_target_properties(libzmq PROPERTIES
   INTERFACE_LINK_LIBRARIES -lzmq

@@ -1,4 +1,4 @@
-# Stands for the configuration that protobuf brings along on some systems.
+# Replaces protobuf's configuration, which some systems have.
 add_library(protobuf::libprotobuf INTERFACE IMPORTED)
 set_target_properties(protobuf::libprotobuf PROPERTIES
   INTERFACE_LINK_LIBRARIES -lprotobuf

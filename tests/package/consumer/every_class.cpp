@@ -1,4 +1,4 @@
-// Every class, made and destroyed in every way that users may.
+// Constructs and destroys every public class in every allowed way.
 #include <rk/socket/PollSet.h>
 #include <rk/socket/Socket.h>
 #include <rk/socket/SocketContext.h>

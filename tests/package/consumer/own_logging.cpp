@@ -26,6 +26,6 @@ int main() {
     client.createAndConnect(Protocol::Req, SocketEndpoint::FromString("inproc://nobody"), 0);
     char request = '?';
     client.send(&request, 1);
-    client.send(&request, 1); // out of turn: the socket is rebuilt, with a warning
+    client.send(&request, 1); // out of turn, so the library rebuilds the socket and logs a warning
     client.setInternalFifoSize(-1);
 }

@@ -10,7 +10,7 @@ using namespace rk::socket;
 
 namespace {
 
-/// Binds `server` to the first TCP port that nobody holds, below those that the other tests take.
+/// Binds `server` to the first free TCP port below the ports of the other tests.
 SocketEndpoint bindSomewhere(Socket& server) {
     for (unsigned short port = 9000;; ++port) {
         const SocketEndpoint endpoint(Transport::Tcp, "127.0.0.1", port);

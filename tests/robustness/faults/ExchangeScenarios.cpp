@@ -22,7 +22,7 @@ std::vector<Step> exchange(Transport::Transport transport) {
                       close(pair.client), close(pair.server)});
 }
 
-/// In-process, where a subscription has arrived once the publisher has looked at its socket.
+/// Uses inproc, where a subscription arrives as soon as the publisher polls its socket.
 std::vector<Step> publish() {
     const auto endpoint = freshEndpoint(Transport::Inproc);
     const PartyPointer publisher = party("the one who publishes", Protocol::Pub);
@@ -56,7 +56,7 @@ std::vector<Step> open(Protocol::Protocol pattern, Transport::Transport transpor
             close(one), destroy(one)};
 }
 
-/// 0MQ is made to give a socket for what is no pattern.
+/// The injected ZeroMQ creates a socket for an invalid pattern.
 std::vector<Step> unknownPattern() {
     const PartyPointer one = party("the one who is alone", static_cast<Protocol::Protocol>(7));
     const auto endpoint = freshEndpoint(Transport::Tcp);
@@ -160,7 +160,7 @@ std::vector<Step> pollSet() {
                       call("remove", server, [=] { set->remove(*server->socket); }), close(client), close(server)});
 }
 
-/// Returns each request to its sender, until it is destroyed.
+/// Echoes requests until it is destroyed.
 class EchoServer {
 public:
     explicit EchoServer(const socket::SocketEndpoint& endpoint) {

@@ -10,13 +10,13 @@ namespace rk::tests {
 
 namespace {
 
-/// Of all threads. The main thread's comes first.
+/// The operations of all threads. The main thread's comes first.
 std::vector<Operation*>& operations() {
     return immortal<std::vector<Operation*>>();
 }
 std::mutex operationsMutex;
 
-/// Never destroyed: calls are made until the process is gone.
+/// Never destroyed, because calls are made until the process ends.
 Operation& current() {
     thread_local Operation* const operation = [] {
         const std::lock_guard<std::mutex> lock(operationsMutex);

@@ -11,7 +11,7 @@
 
 namespace rk::tests {
 
-/// What is to fail: a call from a site, and from then on every call of that function if `lasting`.
+/// A call from a site that fails. If `lasting`, every later call of that function fails too.
 struct Fault {
     int site;
     int nth;
@@ -19,14 +19,14 @@ struct Fault {
     bool lasting;
 };
 
-/// How far an operation had come.
+/// The progress of an operation.
 struct Progress {
     bool warned = false;   ///< the warning before a rebuild was logged
-    bool received = false; ///< a message was taken
+    bool received = false; ///< a message was received
     bool logging = false;  ///< a line was being logged
 };
 
-/// A fault that struck.
+/// A fault that was injected.
 struct Strike {
     int site;
     Function function;
@@ -35,7 +35,7 @@ struct Strike {
     Progress progress;
 };
 
-/// A call from a site, as it was seen.
+/// A call from a site that was observed.
 struct SeenCall {
     int site;
     int nth;
@@ -43,18 +43,18 @@ struct SeenCall {
     int option; ///< of `zmq_setsockopt`
     bool inStruckOperation;
     bool afterStrike;
-    std::size_t path; ///< of its operation, up to this call
+    std::size_t path; ///< the operation's path up to this call
 };
 
-/// Every thread's operation is its own.
+/// The operation that a thread performs. Each thread has one.
 struct Operation {
     Progress progress;
     std::vector<Strike> strikes;
-    std::vector<std::string> lines; ///< that were logged: "error: Something failed"
-    std::size_t path = 0;           ///< a hash of what it is, of the sites that it has passed, and of their errors
+    std::vector<std::string> lines; ///< the logged lines, such as "error: Something failed"
+    std::size_t path = 0;           ///< a hash of its name, of the sites that it has passed, and of their errors
 };
 
-/// Which calls fail. While nobody watches, none does, and none is noted.
+/// Decides which calls fail. Injects and records nothing while it does not watch.
 class Faults {
 public:
     static Faults& instance();
@@ -62,27 +62,27 @@ public:
     void arm(const std::vector<Fault>& faults);
     void disarm();
 
-    /// Called for every call from a site: the error that it is to fail with.
+    /// Called for every call from a site. Returns the error to inject, if any.
     std::optional<int> due(int site, Function function, int option);
 
-    /// The calling thread's.
+    /// Returns the operation of the calling thread.
     static Operation& operation();
-    /// What the other threads did. It is forgotten.
+    /// Removes and returns the operation of the other threads.
     static Operation takeOperationOfOthers();
     static bool struckOthers();
 
     const std::vector<SeenCall>& calls() const { return seen; }
     bool struck() const { return strikes > 0; }
-    /// Whether every call of `function` fails from now on.
+    /// Returns whether every call of `function` fails from now on.
     bool isLasting(Function function);
     bool sawUnlisted() const { return unlisted; }
 
     void addLine(const std::string& line);
-    /// All lines, of all threads.
+    /// Returns the lines of all threads.
     const std::vector<std::string>& lines() const { return everyLine; }
 
     std::atomic<bool> watching{false};
-    /// Whether a listener has, by a fault, no socket to serve.
+    /// Whether a fault has left a listener without a socket to serve.
     std::atomic<bool> listenerIsDeaf{false};
 
 private:
@@ -98,7 +98,7 @@ private:
     bool unlisted = false;
 };
 
-/// While it lives, the calling thread's calls count for nothing.
+/// Ignores the calling thread's calls during its lifetime.
 class Unwatched {
 public:
     Unwatched();

@@ -1,4 +1,4 @@
-// The policy that makes the library's calls fail, each in its turn. A call that does not come from the library is made.
+// The policy that makes each of the library's calls fail in turn. Calls from elsewhere are made unchanged.
 
 #include "Inject.h"
 
@@ -17,26 +17,26 @@ namespace rk::tests {
 
 namespace {
 
-/// Readable once a thread of the library is waited for: no poll of the library waits any more.
+/// Readable once a thread of the library is being joined, so that no poll of the library waits any longer.
 int pollsEnd() {
     static const int descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     return descriptor;
 }
 
-/// Readable after the library has begun to receive, or to connect.
+/// Readable after the library has begun to receive or to connect.
 int callsBegun() {
     static const int descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     return descriptor;
 }
 
-/// How far the library's clock is ahead, in nanoseconds: by the pauses that it would have made.
+/// How far the library's clock is ahead, in nanoseconds. Pauses advance it instead of waiting.
 std::atomic<std::int64_t> ahead{0};
 
 std::atomic<unsigned int> receives{0};
 std::atomic<unsigned int> connects{0};
-std::atomic<long> longestWait{std::numeric_limits<long>::max()}; ///< of a poll, in milliseconds
+std::atomic<long> longestWait{std::numeric_limits<long>::max()}; ///< for a poll, in milliseconds
 
-/// After a rebuild there may be nothing more to receive: the time then runs out sooner than the scenario says.
+/// Shortens the wait, because there may be nothing to receive after a rebuild.
 bool nothingComes(void* socket) {
     zmq_pollitem_t item{socket, 0, ZMQ_POLLIN, 0};
     if (!Faults::operation().progress.warned || socket == nullptr ||
@@ -47,7 +47,7 @@ bool nothingComes(void* socket) {
     return true;
 }
 
-/// Makes a socket for an unknown pattern, too.
+/// Creates a socket even for an unknown pattern.
 std::intptr_t makeSocket(Call& call, const Real& real) {
     call.number = call.number == -1 ? ZMQ_PUB : call.number;
     const std::intptr_t socket = real();
@@ -57,8 +57,8 @@ std::intptr_t makeSocket(Call& call, const Real& real) {
     return socket;
 }
 
-/// Closes also when the close fails: nothing else would. Sets the linger time, which a fault may have left at 0MQ's own,
-/// for which an exit would wait.
+/// Closes the socket even if the close is to fail, because nothing else would close it. Sets the linger time, because a
+/// fault may have left ZeroMQ's default, which would delay the exit.
 std::intptr_t closeSocket(Call& call, const Real& real, std::optional<int> error) {
     Ledger::instance().socketClosed(call.object);
     if (Faults::instance().struck()) {
@@ -93,7 +93,7 @@ std::intptr_t goOn(Call& call, const Real& real) {
     case Function::ZmqMsgRecv:
         return receive(call, real);
     case Function::Usleep:
-        // A clock that failed stands at zero, and the next block is due years later.
+        // A clock that failed returned zero, so that the next block is due years later.
         return call.number > 1000000 && Faults::instance().struck() ? 0 : real();
     default:
         return real();
@@ -167,7 +167,7 @@ std::intptr_t perform(Call& call, const Real& real) {
 std::intptr_t performOnThread(const Call& call, const Real& real) {
     const int site = Sites::instance().of(call.caller);
     if (call.function == Function::FutureWait) {
-        // Before it joins a thread, a listener waits for its end.
+        // A listener waits for the end of its thread before it joins it.
         if (site != Sites::elsewhere) {
             eventfd_write(pollsEnd(), 1);
         }
@@ -212,7 +212,7 @@ void release(void* address, bool isArray, const void* /*caller*/) noexcept {
     Ledger::release(address, isArray);
 }
 
-/// Notes the line, and has it written as the library writes it.
+/// Records the line and lets the library write it.
 void log(const char* level, const std::string& text, void (*write)(const std::string&)) {
     Operation& operation = Faults::operation();
     operation.progress.warned = operation.progress.warned || std::string_view(level) == "warning";

@@ -2,19 +2,19 @@
 
 namespace rk::tests {
 
-/// Opens what the injected calls need, before the library is used.
+/// Opens the descriptors that the injected calls need. Call it before the library is used.
 void prepareInjection();
 
-/// How often the library has begun to receive.
+/// Returns how often the library has begun to receive.
 unsigned int receivesBegun();
 
-/// Lets the time of every poll of the library run out soon.
+/// Makes every poll of the library time out soon.
 void hurryPolls();
 
-/// How often it has connected.
+/// Returns how often the library has connected.
 unsigned int connectsBegun();
 
-/// Waits until it begins to receive or to connect, for 50 ms at most.
+/// Waits until the library begins to receive or to connect, at most 50 ms.
 void awaitCall();
 
 } // namespace rk::tests

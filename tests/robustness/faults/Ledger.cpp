@@ -23,8 +23,8 @@ enum class Life : std::uint64_t {
     Dead = 0x6465616464656164
 };
 
-/// Stands before every block that `operator new` has given. The blocks of the library form a list, and are not given
-/// back to the system, so that a second release is seen for what it is.
+/// Precedes every block from `operator new`. The library's blocks form a list and are never returned to the system, so
+/// that a double release is detected.
 struct alignas(16) Header {
     Life life;
     std::size_t size;
@@ -48,7 +48,7 @@ std::size_t entriesOf(const char* folder) {
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-/// The kernel forgets a thread that has ended in its own time.
+/// Waits, because the kernel removes ended threads in the background.
 std::size_t threadsLeft() {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     std::size_t threads = entriesOf("/proc/self/task");
@@ -84,7 +84,7 @@ Header* blockAround(const std::vector<Header*>& blocks, std::uintptr_t address) 
     return address >= begin && address <= begin + block->size ? block : nullptr;
 }
 
-/// Marks what can be reached from the words in `range`.
+/// Marks the blocks that are reachable from the words in `range`.
 void mark(const std::vector<Header*>& blocks, Range range) {
     std::vector<Range> pending{range};
     while (!pending.empty()) {
@@ -211,7 +211,7 @@ std::vector<std::string> Ledger::imbalances(bool contextMayLive) {
     return complaints;
 }
 
-/// Memory is lost when nothing leads to it from what the libraries keep for as long as they are loaded.
+/// Memory has leaked if it is not reachable from the static data of the libraries.
 void Ledger::addLeaks() {
     const std::vector<Header*> blocks = aliveBlocks();
     for (const Range& range : Sites::instance().data()) {

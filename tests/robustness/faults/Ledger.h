@@ -6,15 +6,15 @@
 
 namespace rk::tests {
 
-/// What the library has taken and not given back: memory, native sockets, contexts; and what the process has of
-/// descriptors and threads. Whatever is given back twice, or was never taken, is noted.
+/// Records the memory, native sockets and contexts that the library acquires and releases, and the descriptors and
+/// threads of the process. Detects double and invalid releases.
 class Ledger {
 public:
     static Ledger& instance();
 
-    /// Memory for `operator new`; null when there is none.
+    /// Allocates for `operator new`. Returns null if memory is exhausted.
     static void* allocate(std::size_t size, bool isArray, int site) noexcept;
-    /// Memory of `operator delete`.
+    /// Releases for `operator delete`.
     static void release(void* address, bool isArray) noexcept;
 
     void socketOpened(void* socket);
@@ -22,12 +22,12 @@ public:
     void socketClosedByOthers(void* socket);
     std::size_t openSockets();
     void contextMade(void* context);
-    /// `ended` unless the context lives on.
+    /// \param ended false if the context still exists
     void contextTerminated(void* context, bool ended);
 
-    /// Notes how many descriptors and threads there are.
+    /// Records the number of descriptors and threads.
     void begin();
-    /// What is wrong, in words, at the end of the process: what was not given back, or not as it should have been.
+    /// Called at the end of the process. Describes leaks and wrong releases.
     std::vector<std::string> imbalances(bool contextMayLive);
 
 private:

@@ -17,7 +17,7 @@ namespace rk::tests {
 
 namespace {
 
-/// Sends back what it is sent, but for "fail", at which its handler throws.
+/// Echoes its requests. The handler throws if the request is "fail".
 class EchoListener : public socket::utils::SocketListener {
 public:
     using SocketListener::requireHandler;
@@ -121,7 +121,7 @@ Step destroyListener(const Service& service) {
     return call("~SocketListener", service.party, [=] { service.listener->reset(); });
 }
 
-/// Whether there is a reply; when the listener's thread meets a fault, there need not be one.
+/// Returns whether a reply arrives. There may be none if a fault was injected into the listener's thread.
 bool isAnswered(Socket& client) {
     using Clock = std::chrono::steady_clock;
     std::string error;
@@ -140,7 +140,7 @@ bool isAnswered(Socket& client) {
     return false;
 }
 
-/// A request of a client that no fault meets.
+/// A request of a client without faults.
 Step ask(const Service& service, const std::string& question) {
     return call("ask", nullptr, [=] {
         const Unwatched unwatched;
@@ -199,14 +199,14 @@ std::vector<Step> serveOnAll() {
             destroyListener(service)};
 }
 
-/// Nothing is sent to it; but its endpoint has a long address.
+/// A subscribe listener with a long address. Receives nothing.
 std::vector<Step> listenTo(const socket::SocketEndpoint& endpoint) {
     const Service service = serviceOn(endpoint);
     return {construct(service), addListenEndpoint(service, service.endpoint.toString(Protocol::Req)), start(service),
             stop(service), destroyListener(service)};
 }
 
-/// Ends a thread that waits for `event`, on scope exit.
+/// On scope exit, sets `event` and joins the thread that waits for it.
 class JoinAtEnd {
 public:
     JoinAtEnd(std::thread& waiting, std::promise<void>& event) : thread(waiting), promise(event) {}
@@ -222,8 +222,7 @@ private:
     std::promise<void>& promise;
 };
 
-/// Sends a frame that blocks the listener's receive, and comes back when it is blocked; a listener that meets a fault
-/// need not be.
+/// Sends a frame that blocks the listener in its receive. Returns once it is blocked, or soon if a fault was injected.
 Step sendStray(const Service& service) {
     return call("ask", nullptr, [=] {
         using Clock = std::chrono::steady_clock;
@@ -245,7 +244,7 @@ Step sendStray(const Service& service) {
     });
 }
 
-/// Stops a listener that is blocked. Where a fault keeps `stop` from waking it, the next request does.
+/// Stops a blocked listener. If a fault keeps `stop` from waking it, the next request does.
 Step stopBlocked(const Service& service) {
     Step step = stop(service);
     step.run = [service, run = step.run] {
@@ -274,7 +273,7 @@ std::vector<Step> stopWhileBlocked() {
             stopBlocked(service), destroyListener(service)};
 }
 
-/// Waits until the listener has connected again. One that meets a fault need not, so that the wait has a limit.
+/// Waits until the listener has reconnected. The wait has a limit, because a fault may prevent the reconnect.
 Step awaitReconnection() {
     return call("ask", nullptr, [] {
         using Clock = std::chrono::steady_clock;

@@ -24,7 +24,7 @@ std::vector<std::string> split(const std::string& text, const std::string& separ
     return parts;
 }
 
-/// "*" stands for every error that the function's documentation names.
+/// "*" means every error that the function's documentation names.
 std::set<std::string> errorsOf(const std::string& cause) {
     std::set<std::string> names;
     for (const Intercepted& entry : intercepted) {
@@ -43,7 +43,7 @@ bool isLine(const std::string& part) {
     return part.compare(0, 4, "logs") == 0;
 }
 
-/// The rows, with those of several failures cut into the parts that one failure does not lead to.
+/// Returns the rows. For rows of several failures, keeps only the parts that no single failure causes.
 std::set<Row> withoutKnownParts(const std::set<Row>& rows) {
     std::set<Row> result;
     std::set<std::pair<std::string, std::string>> known;
@@ -67,7 +67,7 @@ std::set<Row> withoutKnownParts(const std::set<Row>& rows) {
     return result;
 }
 
-/// "zmq_poll: EFAULT EINTR".
+/// Returns a string such as "zmq_poll: EFAULT EINTR".
 std::string textOf(const std::string& cause, const std::set<std::string>& errors) {
     if (errors.count("") != 0) {
         return cause;
@@ -143,13 +143,13 @@ void Outcomes::load(const std::string& file, bool records) {
 
 void Outcomes::write(const std::string& file, std::set<Row> seen) const {
     std::ofstream output(file);
-    output
-        << "# What failures come to: operation | outcome | failures that lead there. scripts/prove faults writes it.\n"
-           "#\n"
-           "# E stands for the text of the error, * for every error of the function's documentation, ~ for chance.\n"
-           "# \"nothing\" is an operation that ends as it does without the failure. \"several\" are what only more "
-           "than\n"
-           "# one failure leads to.\n";
+    output << "# The recorded outcomes: operation | outcome | failures that cause it. scripts/prove faults writes this "
+              "file.\n"
+              "#\n"
+              "# E is the error's message, * is every error in the function's documentation, ~ means that it depends "
+              "on timing.\n"
+              "# \"nothing\" is the outcome without the failure. \"several\" is a part that only several failures "
+              "cause.\n";
     seen = withoutKnownParts(seen);
     std::map<std::pair<std::string, std::string>, std::map<std::string, std::set<std::string>>> table;
     const auto add = [&](const Row& row, bool isChance) {

@@ -7,48 +7,49 @@
 
 namespace rk::tests {
 
-/// What one failure in an operation came to.
+/// The outcome of one failure in an operation.
 struct Row {
     std::string operation;
     std::string outcome;
-    std::string cause; ///< the function that failed, and when
+    std::string cause; ///< the function that failed, and at which point
     std::string error;
 
     bool operator<(const Row& other) const;
 };
 
-/// The outcomes that are on record: a file with a line for each operation and outcome, with the failures that lead there.
+/// The recorded outcomes: a file with one line for each operation and outcome, which lists the failures that cause it.
 ///
-/// A failure marked with "~" leads there or elsewhere, as chance has it. Of several failures at once the record holds the
-/// parts of their outcomes: results and log lines.
+/// A failure marked with "~" causes it only sometimes. For several failures at once, the record has the parts of their
+/// outcomes, which are results and log lines.
 class Outcomes {
 public:
     static Outcomes& instance();
 
-    /// Reads the record. When a new one is made, every outcome is taken as it comes.
+    /// Reads the record. If `records`, accepts every outcome.
     void load(const std::string& file, bool records);
-    /// Writes it anew: `seen`, and as a matter of chance what was on record and was not seen.
+    /// Replaces the record by `seen`. Recorded rows that were not seen are kept and marked with "~".
     void write(const std::string& file, std::set<Row> seen) const;
 
     bool holds(const Row& row) const;
-    /// Whether every part of the outcome is on record for the operation, or its lines for any.
+    /// Returns whether every part of the outcome is recorded for the operation. Log lines may be recorded for any
+    /// operation.
     bool holdsParts(const std::string& operation, const std::string& outcome) const;
-    /// What is on record for a failure, in words.
+    /// Describes the recorded outcomes of a failure.
     std::string expected(const Row& row) const;
-    /// The rows that have to be seen, and are not in `seen`.
+    /// Returns the required rows that are not in `seen`.
     std::vector<std::string> missing(const std::set<Row>& seen) const;
 
 private:
     bool isRecording = false;
-    std::map<Row, bool> rows; ///< whether a matter of chance
+    std::map<Row, bool> rows; ///< whether the row is marked with "~"
     std::map<std::string, std::set<std::string>> parts;
     std::set<std::string> lines;
 };
 
-/// The cause of rows that hold what several failures come to.
+/// The cause of rows for several failures at once.
 extern const char* const several;
 
-/// "EINTR".
+/// Returns a name such as "EINTR".
 std::string nameOf(int error);
 
 } // namespace rk::tests

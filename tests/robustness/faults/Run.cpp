@@ -32,7 +32,7 @@ const char* const deafLine = "Failed reading socket: Socket: Cannot poll a NULL 
 struct Observed {
     Outcome outcome;
     std::vector<std::string> debug;
-    bool closed = false; ///< the socket, which was open or was being opened
+    bool closed = false; ///< whether the operation has closed the socket
 };
 
 std::string typeName(const std::exception& failure) {
@@ -103,7 +103,7 @@ std::string causeOf(const Strike& strike) {
                                      : "");
 }
 
-/// One child process.
+/// Runs a scenario in a child process.
 class Child {
 public:
     Child(const Scenario& scenario, const std::vector<Fault>& faults, Report& target)
@@ -125,7 +125,7 @@ public:
         Faults::operation() = {};
     }
 
-    /// Checks the rest after the process has run all its destructors.
+    /// Runs the remaining checks after all destructors of the process.
     void finish() {
         Faults::instance().watching = false;
         const Operation done = Faults::operation();
@@ -142,7 +142,7 @@ public:
         end();
     }
 
-    /// Judges an exception that nothing catches.
+    /// Judges an uncaught exception.
     [[noreturn]] void terminated() {
         Faults::instance().watching = false;
         const Operation& done = Faults::operation();
@@ -158,7 +158,7 @@ public:
     }
 
 private:
-    /// The index of the step to perform next.
+    /// Performs a step. Returns the index of the next one.
     std::size_t perform(std::size_t index) {
         step = &steps[index];
         Faults::operation() = {};
@@ -185,13 +185,13 @@ private:
         return done.strikes.empty() || goesOn ? index + 1 : recover(index, seen, done);
     }
 
-    /// Judges the thread of the listener that has just ended. Returns whether it did nothing but serve.
+    /// Judges the thread of the listener that has just ended. Returns whether it has only served.
     bool threadIsFine() {
         const Operation done = Faults::takeOperationOfOthers();
         Observed seen;
         split(done.lines, seen);
         std::vector<std::string>& lines = seen.outcome.lines;
-        // Without a fault, this is what a listener of silence does.
+        // A listener with a silence limit also logs this without a fault.
         lines.erase(std::remove_if(lines.begin(), lines.end(),
                                    [](const std::string& line) { return isIn(line, "Nothing received for"); }),
                     lines.end());
@@ -203,18 +203,17 @@ private:
         return didNothing;
     }
 
-    /// A book of addresses that cannot be locked does not wait for an address that is about to come free. Nor does one
-    /// whose clock has been put ahead.
+    /// The address book does not wait for a released address if its lock fails, or if the clock has been advanced.
     bool isUnnotedAddress(const Observed& seen) const {
         return addressIsUnnoted && isIn(seen.outcome.text + joined(seen.outcome.lines), "Address already in use");
     }
 
-    /// A message of the attempt before may reach the next one. One that comes again and again ends at the watchdog.
+    /// A message of the previous attempt may arrive in the next one. The watchdog ends a run in which this repeats.
     bool isLeftover(const Observed& seen) const { return hasRecovered && seen.outcome.type == wrongResult; }
 
     std::size_t restart() {
         const Unwatched unwatched;
-        // ZeroMQ closes in the background what every attempt opens, and has no event for the end of it.
+        // ZeroMQ closes the sockets of each attempt in the background, and reports no event.
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
         if (isOneOf(step->operation, {"start", "startOnAll"})) {
             std::find_if(steps.begin(), steps.end(), [](const Step& each) { return each.endsThread; })->run();
@@ -223,7 +222,7 @@ private:
         return 0;
     }
 
-    /// The same call again, or, where the socket is closed or something was used up, all from the beginning.
+    /// Repeats the call. If the socket is closed or a resource was used up, restarts the scenario.
     std::size_t recover(std::size_t index, const Observed& seen, const Operation& done) {
         hasRecovered = true;
         Faults::instance().disarm();
@@ -238,7 +237,7 @@ private:
         if (!seen.closed && !done.progress.received && !done.progress.warned) {
             return index;
         }
-        // Nothing of the first attempt may reach the second.
+        // No message of the first attempt may arrive in the second.
         for (const Step& each : steps) {
             if (each.party && each.party != step->party && each.party->socket) {
                 each.party->socket->close();
@@ -279,8 +278,8 @@ private:
         return seen;
     }
 
-    /// Without a fault, all lines of the step have to be there. With one, each line has to be one of its socket's.
-    /// Blocks that were counted before a fault count in statistics.
+    /// Without a fault, all lines of the step must have been logged. With a fault, each line must be one of its
+    /// socket's. The statistics include blocks that were counted before a fault.
     bool debugAgrees(const std::vector<std::string>& seen) const {
         if (!Faults::instance().struck()) {
             return seen.size() == step->debug.size() &&
@@ -299,7 +298,7 @@ private:
         return seen == expected || (isIn(expected, "Rate is ") && seen.compare(0, expected.size(), expected) == 0);
     }
 
-    /// Each line is on standard error, unless a fault in writing it took it away.
+    /// Each line is on standard error, unless a fault prevented the write.
     void checkWrittenLines() {
         std::string text;
         char block[4096];
@@ -320,7 +319,7 @@ private:
         }
     }
 
-    /// Compares an outcome with those on record. Ends the process if it is another.
+    /// Compares an outcome with the record. Ends the process if it is not recorded.
     void judge(const std::string& operation, const std::string& outcome, std::vector<Strike> strikes) {
         for (const Strike& strike : strikes) {
             report.struck = true;
@@ -331,7 +330,7 @@ private:
             addressIsUnnoted = addressIsUnnoted || strike.function == Function::PthreadMutexLock ||
                                (strike.function == Function::ZmqBind && strike.error == EADDRINUSE);
         }
-        // 0MQ's threads decide whether an address is waited for.
+        // The timing of ZeroMQ's threads decides whether a bind is retried.
         strikes.erase(std::remove_if(strikes.begin(), strikes.end(),
                                      [](const Strike& strike) { return strike.function == Function::Nanosleep; }),
                       strikes.end());
@@ -341,7 +340,7 @@ private:
         }
         append(report.rows, row.operation + "|" + row.outcome + "|" + row.cause + "|" + row.error + "\n",
                !strikes.empty());
-        // A fault that only another one leads to need not be on record by itself.
+        // A fault that only occurs after another one need not be recorded by itself.
         const bool isKnown = strikes.empty() ? outcome == "nothing"
                                              : (strikes.size() == 1 && Outcomes::instance().holds(row)) ||
                                                    ((strikes.size() > 1 || isOfMany) &&
@@ -372,7 +371,7 @@ private:
         return text;
     }
 
-    /// With placeholders for what differs by error and scenario.
+    /// Returns the string with placeholders for the parts that depend on the error and the scenario.
     std::string generic(std::string text, const std::vector<Strike>& strikes) const {
         for (const Strike& strike : strikes) {
             text = strike.error > 0 ? replaceAll(text, zmq_strerror(strike.error), "E") : text;
@@ -437,7 +436,7 @@ Child* child = nullptr;
 void run(const Scenario& scenario, const std::vector<Fault>& faults, Report& report) {
     alarm(watchdogSeconds);
     prepareInjection();
-    // Registered before the handlers of the library, and therefore run after them.
+    // Registered before the library's handlers, so that it runs after them.
     std::atexit([] { child->finish(); });
     std::set_terminate([] { child->terminated(); });
     child = std::make_unique<Child>(scenario, faults, report).release();

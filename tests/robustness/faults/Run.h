@@ -6,11 +6,11 @@
 
 namespace rk::tests {
 
-/// What a child process tells its parent: memory that both share.
+/// The report of a child process, in memory that it shares with its parent.
 struct Report {
     static constexpr std::size_t capacity = 20000;
 
-    bool ended = false;  ///< in the way that it had to
+    bool ended = false;  ///< as expected
     bool struck = false; ///< at least one fault
     std::array<char, 8000> failure{};
     std::array<char, 100000> rows{}; ///< operation|outcome|cause|error
@@ -19,7 +19,7 @@ struct Report {
     std::array<SeenCall, capacity> calls; ///< the first `callCount` of them
 };
 
-/// Runs the scenario in this process, with the faults, to the process's end.
+/// Runs the scenario with the faults in this process, and ends the process.
 [[noreturn]] void run(const Scenario& scenario, const std::vector<Fault>& faults, Report& report);
 
 } // namespace rk::tests

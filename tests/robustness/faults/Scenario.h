@@ -14,11 +14,11 @@ namespace rk::tests {
 
 using namespace socket;
 
-/// What an operation comes to, as far as it can be seen.
+/// The visible outcome of an operation.
 struct Outcome {
     enum class Kind {
         Returns,
-        Throws ///< an exception of type `type`; or returns a failure, of type "result"
+        Throws ///< throws an exception of type `type`, or returns a failure, whose type is "result"
     };
 
     Kind kind = Kind::Returns;
@@ -39,32 +39,32 @@ struct Party {
     std::unique_ptr<socket::Socket> socket;
 };
 
-/// Thrown by a step whose result is a failure that is returned, not thrown.
+/// Thrown by a step whose operation returns a failure instead of throwing it.
 struct Reported {
     std::string text;
 };
 
-/// Thrown by a step whose result is not what it has to be.
+/// Thrown by a step whose result is wrong.
 struct Wrong {
     std::string text;
 };
 
 /// One call of a public operation.
 struct Step {
-    std::string operation; ///< as it is called, without arguments
+    std::string operation; ///< its name, without arguments
     std::shared_ptr<Party> party;
     std::function<void()> run;
     Outcome normal;                 ///< without a fault
     std::vector<std::string> debug; ///< the debug lines, without a fault
     std::string endpoint{};         ///< of a listener
-    bool endsThread = false;        ///< of a listener: what that has logged is looked at
-    bool endsEarly = false;         ///< by a failure of which it says nothing: it has to be made again
+    bool endsThread = false;        ///< ends a listener's thread, whose log is then checked
+    bool endsEarly = false;         ///< a failure can end it silently, so that it must be repeated
 };
 
 struct Scenario {
     std::string name;
     std::function<std::vector<Step>()> steps;
-    bool isShort = false; ///< two faults are tried at once
+    bool isShort = false; ///< pairs of faults are injected
 };
 
 } // namespace rk::tests

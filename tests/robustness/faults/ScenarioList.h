@@ -4,7 +4,7 @@
 
 namespace rk::tests {
 
-// The scenarios, by theme.
+// The scenarios, by topic.
 std::vector<Scenario> exchangeScenarios();
 std::vector<Scenario> repairScenarios();
 std::vector<Scenario> securityScenarios();

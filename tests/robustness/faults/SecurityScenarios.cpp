@@ -17,7 +17,7 @@ namespace Protocol = socket::Protocol;
 namespace Security = socket::Security;
 namespace Transport = socket::Transport;
 
-/// The files of a process in a folder, whose path stands in no outcome.
+/// Handles a process's files in a folder. Removes the folder's path from the outcome.
 Step inFolder(const std::string& operation, const std::function<void()>& run) {
     Step step = call("Security::" + operation, nullptr, run);
     step.endpoint = temporaryFolder();
@@ -30,7 +30,7 @@ Step refused(Step step, const std::string& type, const std::string& text) {
     return step;
 }
 
-/// A client that makes its files, and connects to a server whose key it has, and to one whose key it does not have.
+/// A client that writes its files and connects to two servers, of which it knows the key of one.
 std::vector<Step> security() {
     const std::string keyFile = temporaryFolder() + "/keys";
     const std::string trustFile = temporaryFolder() + "/trusted";

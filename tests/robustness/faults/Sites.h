@@ -6,13 +6,13 @@
 
 namespace rk::tests {
 
-/// A place in the library from which something is called that can fail.
+/// A place in the library that calls a function that can fail.
 struct Site {
-    std::uintptr_t offset; ///< of the instruction behind the call, from where the library is loaded
+    std::uintptr_t offset; ///< of the return address, from the start of the library
     std::string caller;
     std::string callee;
     int number;     ///< among the calls of `callee` by `caller`
-    bool mayBeIdle; ///< no call of the library's need reach it
+    bool mayBeIdle; ///< need not be reached
 
     std::string text() const { return caller + " -> " + callee + " #" + std::to_string(number); }
 };
@@ -23,7 +23,7 @@ struct Range {
     bool holds(std::uintptr_t address) const { return address >= begin && address < end; }
 };
 
-/// Which site a call came from.
+/// Finds the site of a call.
 class Sites {
 public:
     static constexpr int elsewhere = -1; ///< not from the library
@@ -31,17 +31,17 @@ public:
 
     static Sites& instance();
 
-    /// Reads what find-sites has written.
+    /// Reads the list that find-sites has written.
     void load(const std::string& file);
 
     const std::vector<Site>& all() const { return sites; }
     const Site& operator[](int site) const { return sites[static_cast<std::size_t>(site)]; }
 
-    /// The site of the call that returns to `address`. A call made by the C++ library, spdlog or protobuf belongs to
-    /// whoever called these.
+    /// Returns the site of the call that returns to `address`. A call from the C++ library, spdlog or protobuf belongs
+    /// to the site that called these.
     int of(const void* address) const;
 
-    /// Where the library, and those that call on its behalf, keep what they can write.
+    /// Returns the writable data of the library and of the libraries that make calls for it.
     const std::vector<Range>& data() const { return writable; }
 
 private:

@@ -14,7 +14,7 @@ PartyPointer party(const std::string& name, socket::Protocol::Protocol pattern);
 struct Pair {
     explicit Pair(socket::Transport::Transport transport);
 
-    /// Makes and connects both, goes through `steps`, and destroys both.
+    /// Returns steps that create and connect both, perform `steps`, and destroy both.
     std::vector<Step> with(const std::vector<Step>& steps) const;
 
     const socket::SocketEndpoint endpoint;
@@ -22,7 +22,7 @@ struct Pair {
     const PartyPointer client = party("the one who asks", socket::Protocol::Req);
 };
 
-// The steps that most scenarios are made of.
+// The steps of most scenarios.
 Step construct(const PartyPointer& party);
 Step create(const PartyPointer& party);
 Step connect(const PartyPointer& party, const socket::SocketEndpoint& endpoint, unsigned int timeout);
@@ -36,17 +36,17 @@ Step poll(const PartyPointer& party, unsigned int timeout, socket::PollResult::P
 Step flush(const PartyPointer& party);
 Step setInternalFifoSize(const PartyPointer& party);
 
-/// Any other operation. It throws `Wrong` when it finds something else than it has to.
+/// Any other operation. It throws `Wrong` if the result is wrong.
 Step call(const std::string& operation, const PartyPointer& party, std::function<void()> run);
 
-/// The step, when it is not to return: the exception, and its text.
+/// Returns the step with an exception as its outcome.
 Step throwing(Step step, const std::string& text);
-/// The step, when its receive timeout expires.
+/// Returns the step with an expired receive timeout as its outcome.
 Step timingOut(Step step);
-/// The step, when the socket is jammed and rebuilt on the way.
+/// Returns the step with the repair of a jammed socket in its outcome.
 Step jammed(Step step, const socket::SocketEndpoint& endpoint);
 
-/// What `connect` logs.
+/// Returns the lines that `connect` logs.
 std::vector<std::string> linesOfConnect(const Party& party, const socket::SocketEndpoint& endpoint);
 
 void require(bool condition, const std::string& text);

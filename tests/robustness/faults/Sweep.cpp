@@ -1,9 +1,13 @@
 // usage: fault_sweep SITES OUTCOMES [record|SCENARIO]
 //
-// Runs every scenario, or the one that is named, once without a fault, and then once for every fault: at each call from
-// each of the SITES, each error, once and from then on. A second fault follows the first in the same operation, once on
-// each path: the sites that an operation on this pattern has passed, with their errors. Fails when what they come to is
-// not in OUTCOMES, or when a site was never made to fail. With "record", it writes into OUTCOMES what they come to.
+// Runs every scenario, or the named one, first without a fault, and then once for every fault. A fault is a call from
+// one of the SITES with one error. Each is injected once, and once with all later calls failing too.
+//
+// Then injects a second fault in the same operation, once for each path. A path consists of the sites that an operation
+// on this pattern has passed, and of their errors.
+//
+// Fails if an outcome is not in OUTCOMES, or if no call from a site has failed. "record" writes the outcomes to
+// OUTCOMES.
 
 #include "Outcomes.h"
 #include "Run.h"
@@ -28,8 +32,8 @@ namespace rk::tests {
 
 namespace {
 
-constexpr int workers = 8; // most of the time goes into waiting
-/// The calls of one site in one scenario that are made to fail: the first ones, and the last.
+constexpr int workers = 8; // they mostly wait
+/// The number of first calls of a site that fail in one scenario. The last call fails too.
 constexpr int firstCalls = 3;
 
 struct Job {
@@ -47,10 +51,10 @@ Type& shared() {
     return *::new (memory) Type;
 }
 
-/// Numbers that are not 0, shared by processes.
+/// A set of numbers other than 0 that processes share.
 class SharedSet {
 public:
-    /// Whether the number is new.
+    /// Returns whether the number is new.
     bool insert(std::size_t number) {
         for (std::size_t at = number % slots.size();; at = (at + 1) % slots.size()) {
             std::size_t found = 0;
@@ -67,7 +71,7 @@ private:
     std::array<std::atomic<std::size_t>, 1 << 18> slots{};
 };
 
-/// What all processes of the sweep write to.
+/// The results of all processes of the sweep, in shared memory.
 struct Tally {
     SharedSet paths; ///< of pairs of faults
     std::atomic<std::size_t> nextJob{0};
@@ -100,7 +104,7 @@ std::string describe(const std::vector<Fault>& faults, const Report& report) {
     return text.str();
 }
 
-/// Runs a child, and says whether all went as it had to.
+/// Runs a child. Returns whether it ended as expected.
 bool runChild(const Scenario& scenario, const std::vector<Fault>& faults, Report& report, Tally& tally) {
     report.~Report();
     ::new (&report) Report;
@@ -169,7 +173,7 @@ public:
 private:
     void perform(const Job& job) {
         attempt(*job.scenario, {job.fault});
-        // Later calls of a site differ from the first where an address is given up and bound again.
+        // Later calls of a site differ from the first if an address is released and bound again.
         const bool isNew = job.fault.nth == 1 || job.scenario->isShort || job.fault.error == EADDRINUSE;
         if (!job.leadsToPairs || !isNew) {
             return;
@@ -191,7 +195,7 @@ private:
         }
     }
 
-    /// The error is a part of the path, of which the call that fails is the end.
+    /// Returns the path that ends with the failed call and its error.
     std::size_t pathOfStrike(const Fault& fault) const {
         const SeenCall* const end = report.calls.cbegin() + report.callCount;
         const SeenCall* const found = std::find_if(report.calls.cbegin(), end, [&](const SeenCall& call) {
@@ -204,7 +208,7 @@ private:
         return {call.site, call.nth, entryOf(call.function).errors.front(), false};
     }
 
-    /// What throws needs memory: there may be none when the second fault makes the library throw.
+    /// Tries the case that memory is exhausted when the second fault makes the library throw.
     void attemptToThrowWithoutMemory(const Job& job, const Fault& second) {
         for (std::size_t index = 0; index < report.callCount; ++index) {
             const SeenCall call = report.calls[index];
@@ -223,7 +227,7 @@ private:
         for (std::size_t site = 0; site < report.struckSites.size(); ++site) {
             tally.struckSites[site] += report.struckSites[site] ? 1 : 0;
         }
-        // Of two faults it may be chance that only one strikes.
+        // The second of two faults is not always reached.
         if (faults.size() == 1) {
             rows << report.rows.data();
             return;
@@ -254,7 +258,7 @@ std::set<Row> rowsOf(const std::string& text) {
     return rows;
 }
 
-/// In processes of their own, a few at a time. What they have seen comes back in files.
+/// Runs the jobs in separate processes, a few at a time. The processes return their rows in files.
 std::set<Row> performAll(const std::vector<Job>& jobs, Tally& tally) {
     std::vector<int> files;
     for (int number = 0; number < workers; ++number) {
@@ -281,7 +285,7 @@ std::set<Row> performAll(const std::vector<Job>& jobs, Tally& tally) {
     return rowsOf(all);
 }
 
-/// The sites that were never made to fail, though they can be reached.
+/// Prints and counts the sites that can be reached and have never failed.
 int countIdle(const Tally& tally) {
     int idle = 0;
     for (std::size_t index = 0; index < Sites::instance().all().size(); ++index) {

@@ -49,7 +49,7 @@ std::vector<Step> statistics() {
             destroy(publisher)};
 }
 
-/// A bit of pause after each block but the first.
+/// A short pause after each block but the first.
 std::vector<Step> capping() {
     const PartyPointer publisher = party("the one who publishes", Protocol::Pub);
     const auto pause = [&] {
@@ -75,7 +75,7 @@ Step refused(Step step, const std::string& type, const std::string& text) {
     return step;
 }
 
-/// A server that listens on the loopback interface, and one that listens there under its name.
+/// Two servers on the loopback interface, one by address and one by name.
 std::vector<Step> network() {
     const auto endpoint = freshEndpoint(Transport::Tcp);
     const PartyPointer server = party("the one who answers", Protocol::Rep);
@@ -91,7 +91,7 @@ std::vector<Step> network() {
         } catch (const std::invalid_argument&) {
             throw;
         } catch (const std::logic_error&) {
-            // After a fault, the steps are made again, and there is a context.
+            // Steps are repeated after a fault, and the context exists by then.
         }
     };
     return {set("setMaxSockets", limitSockets),

@@ -65,7 +65,7 @@ void* orReported(void* handle) {
     return handle;
 }
 
-/// A context of the application's own, and that of the process.
+/// A context of the application, and the context of the process.
 std::vector<Step> contexts() {
     Step own = call("SocketContext", nullptr, [] {
         socket::SocketContext context;

@@ -13,14 +13,14 @@ namespace rk::tests {
 
 namespace {
 
-/// The boundary whose operation runs on this thread.
+/// The boundary that runs an operation on this thread.
 thread_local Boundary* watching = nullptr;
 
-/// A call that succeeds may leave any error number behind.
+/// The error number after a successful call, which may leave any.
 constexpr int leftover = EXDEV;
 
-/// The inproc name that stands for an address: for TCP, the port alone counts. Each boundary has its own,
-/// so that no input hears another.
+/// Returns the inproc name that replaces an address. For TCP, only the port counts. The names differ between
+/// boundaries, so that inputs do not affect each other.
 std::string onInproc(const std::string& address, unsigned long boundary) {
     const std::string suffix = " of " + std::to_string(boundary);
     if (address.rfind("tcp://", 0) == 0) {
@@ -33,7 +33,7 @@ unsigned long countOfBoundaries = 0;
 
 } // namespace
 
-/// The library's calls, each as the boundary answers it.
+/// The boundary's versions of the functions that the library calls.
 struct Calls {
     Boundary& boundary;
     Call& call;
@@ -70,7 +70,7 @@ struct Calls {
 
     Event& add(const std::string& arguments) const { return boundary.add(holder() + call.name() + arguments); }
 
-    /// "#N " for an open socket, "#0 " for none. Every other handle is one that the library has closed.
+    /// Returns "#N " for an open socket and "#0 " for null. Any other handle is of a closed socket.
     std::string holder() const {
         void* const handle = call.function == Function::ZmqPoll ? call.items->socket : call.object;
         const bool hasNone = call.function == Function::ZmqSocket || call.function == Function::Gettimeofday ||
@@ -89,7 +89,7 @@ struct Calls {
         return boundary.calls >= fault.from && boundary.calls - fault.from < fault.times;
     }
 
-    /// Notes a call and makes it, or fails.
+    /// Records a call. Then makes it or fails it.
     template <class Action>
     Event& make(const std::string& arguments, const Action& action) const {
         Event& event = add(arguments);
@@ -116,7 +116,7 @@ struct Calls {
         return handle;
     }
 
-    /// What is not sent yet is dropped: nobody would wait for it.
+    /// Drops unsent messages, so that the close does not wait for them.
     std::intptr_t close() const {
         Event& event = add("");
         event.isInjected = faultIsDue() && boundary.current.error != 0;
@@ -169,8 +169,8 @@ struct Calls {
                            [&](const auto& socket) { return socket.second.bound.count(name) != 0; });
     }
 
-    /// 0MQ can be told to connect to an inproc name before somebody binds it. But it keeps a socket that was closed in
-    /// between until the process ends, which then ends with a race of 0MQ's own threads.
+    /// Connects the sockets that wait for this inproc name. ZeroMQ could connect to an unbound name, but would not
+    /// release a socket that is closed before the bind. At process exit, its threads would then race.
     void connectWhoWaitsFor(const std::string& name) const {
         for (auto& [handle, waiting] : boundary.sockets) {
             if (waiting.waitsFor.erase(name) != 0) {
@@ -180,8 +180,8 @@ struct Calls {
         }
     }
 
-    /// libzmq 4.3.4 may crash when the length of a queue is set while a peer goes, even to a length that it refuses: a
-    /// socket in use keeps the one that it has.
+    /// Does not change the queue size of a socket in use. libzmq 4.3.4 may crash if the size is set while a peer
+    /// disconnects, even to an invalid size.
     std::intptr_t setOption() const {
         const bool isNumber = call.data != nullptr && call.size == sizeof(int);
         const int number = isNumber ? *static_cast<const int*>(call.data) : 0;
@@ -224,7 +224,7 @@ struct Calls {
         return event.result;
     }
 
-    /// 0MQ takes note of what peers have told a socket, of a subscription for one, when it is asked for its events.
+    /// Makes ZeroMQ handle its peers' commands, such as subscriptions. A query of the events does so.
     void hearPeers() const {
         int ignored = 0;
         std::size_t length = sizeof ignored;

@@ -14,27 +14,26 @@ namespace rk::tests {
 /// A call that the library made, or a line that it logged.
 struct Event {
     std::string line;        ///< "#2 zmq_bind tcp://*:1" with the number of the native socket, "debug: Connected ..."
-    int result = 0;          ///< of `zmq_socket`, the number of the new native socket
-    int error = 0;           ///< 0MQ's, when the call failed
-    bool isInjected = false; ///< the failure, or the strange success, was asked for
-    std::string bytes = {};  ///< what was sent or received
-    std::int64_t value = 0;  ///< the clock, in microseconds; the events that a poll returned
+    int result = 0;          ///< for `zmq_socket`, the number of the new native socket
+    int error = 0;           ///< ZeroMQ's error number if the call failed
+    bool isInjected = false; ///< whether the failure or odd success was injected
+    std::string bytes = {};  ///< the message of a send or receive
+    std::int64_t value = 0;  ///< the time in microseconds, or the events of a poll
 };
 
-/// The library's calls that fail: the `from`th of those that can, and the `times` - 1 that follow. Error 0 makes a poll
-/// report one socket as ready, and no event of it; it does nothing to other calls.
+/// Lets `times` calls of the library fail, beginning with the `from`th that can. Error 0 makes a poll report one ready
+/// socket without events, and does not affect other calls.
 struct Fault {
     unsigned int from = 0;
     unsigned int times = 0;
     int error = 0;
 };
 
-/// Stands between the library and what it calls, on the thread that made it, and keeps the ledger of native sockets:
-/// each is used only while it is open, and closed exactly once.
+/// Intercepts the library's calls on the thread that created it. Checks that each native socket is used only while it
+/// is open, and closed exactly once.
 ///
-/// The calls reach 0MQ. Every transport goes over inproc, where what is sent is there at once; nothing waits: a send
-/// that would block is interrupted, and the time of a receive or a poll has run out. The clock stands still but for the
-/// pauses.
+/// The calls reach ZeroMQ, but over inproc, where messages arrive at once. No call waits: a send that would block is
+/// interrupted, and a receive or poll times out. The clock only advances in pauses.
 class Boundary {
 public:
     Boundary();
@@ -42,7 +41,7 @@ public:
     Boundary(const Boundary&) = delete;
     Boundary& operator=(const Boundary&) = delete;
 
-    /// Runs `operation` of the library and returns what it did.
+    /// Runs `operation` of the library and returns its calls and log lines.
     template <class Operation>
     std::vector<Event> eventsOf(const Operation& operation) {
         const Watch watch(*this);
@@ -50,7 +49,7 @@ public:
         return std::move(events);
     }
 
-    /// For the next operation alone.
+    /// Injects a fault into the next operation only.
     void injectNext(const Fault& fault) { next = fault; }
 
     Event& add(const std::string& line) { return events.emplace_back(Event{line}); }
@@ -73,9 +72,9 @@ private:
 
     struct NativeSocket {
         int number;
-        bool isConnected; ///< to somebody who is there
+        bool isConnected; ///< to a bound name
         std::set<std::string> bound;
-        std::set<std::string> waitsFor; ///< names to which it is connected as soon as they are bound
+        std::set<std::string> waitsFor; ///< names to connect to once they are bound
     };
 
     const unsigned long identity;

@@ -6,7 +6,7 @@
 
 namespace rk::tests {
 
-/// The input of a fuzz target, read from front to back. Behind its end there are zeros.
+/// Reads the input of a fuzz target from start to end, and zeros after the end.
 class Bytes {
 public:
     Bytes(const std::uint8_t* data, std::size_t size) : next(data), end(data + size) {}
@@ -15,10 +15,10 @@ public:
 
     unsigned int byte() { return areLeft() ? *next++ : 0; }
 
-    /// Below `limit`, which is at most 256.
+    /// Returns a number below `limit`, which is at most 256.
     unsigned int below(unsigned int limit) { return byte() % limit; }
 
-    /// Of two bytes.
+    /// Returns a number of two bytes.
     unsigned int number() {
         const unsigned int high = byte();
         return high << 8U | byte();

@@ -21,7 +21,7 @@ namespace Transport = socket::Transport;
 
 namespace {
 
-/// Shorter than the shortest time for which a bind of an address that was given up is repeated.
+/// Shorter than the shortest time for which the bind of a released address is retried.
 constexpr std::chrono::milliseconds leastPatience{40};
 
 bool isTheSame(const SocketEndpoint& one, const SocketEndpoint& other) {
@@ -138,7 +138,7 @@ std::string ModelSocket::connectionPhrase() const {
     return is(Protocol::Rep) ? ", listening on " : ", sending to ";
 }
 
-/// An address that is in use is waited for if this process has given it up, and refused at once otherwise.
+/// The bind of an address in use is retried if this process has released the address, and fails at once otherwise.
 int ModelSocket::bind(const std::string& address) {
     const std::string line = "#" + std::to_string(native) + " zmq_bind " + address;
     Event bound = script.take(line);
@@ -230,7 +230,7 @@ void ModelSocket::send(void* data, unsigned long size) {
     handleBitRateCapping(static_cast<unsigned int>(size));
 }
 
-/// 0MQ has to answer as the turn of the socket demands, unless the answer is injected.
+/// Requires the result that matches the socket's turn, unless the result was injected.
 Event ModelSocket::sendOnce(const std::string& message) {
     const Event& sent = call("zmq_send " + std::to_string(message.size()) + " bytes, flags 0");
     requireEqual(message, sent.bytes, "other bytes are sent");

@@ -14,9 +14,10 @@
 
 namespace rk::tests {
 
-/// What a socket has to do, written down a second time: its states, whose turn it is, its counters, and the order of
-/// its calls. Its operations are those of the library's socket and end as those have to. They do nothing by themselves:
-/// they go through the script of what the library did, and take from it what 0MQ answered.
+/// A second implementation of `Socket` as a model: its states, turns, counters and the order of its calls.
+///
+/// It has the operations of the library's socket with the required results. It makes no calls itself. It checks the
+/// script of the library's calls, and takes ZeroMQ's results from there.
 class ModelSocket {
 public:
     ModelSocket(const std::string& name, int closePolicy, Script& script, Addresses& addresses);
@@ -42,7 +43,7 @@ public:
 
 private:
     enum class Turn {
-        Either, ///< of a publisher or a subscriber, which take no turns
+        Either, ///< of a publisher or subscriber, which do not alternate
         Send,
         Receive
     };

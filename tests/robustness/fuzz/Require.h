@@ -6,7 +6,7 @@
 
 namespace rk::tests {
 
-/// Ends the process by a signal, which is a finding of libFuzzer and a failed test.
+/// Aborts the process, which libFuzzer and CTest report as a failure.
 [[noreturn]] inline void fail(const std::string& finding) {
     std::fprintf(stderr, "Finding: %s\n", finding.c_str());
     std::abort();

@@ -11,7 +11,7 @@
 
 namespace rk::tests {
 
-/// What the library did in one operation, for the model to go through in order.
+/// The calls and log lines of one operation, which the model checks in order.
 class Script {
 public:
     void begin(std::vector<Event> events, std::chrono::steady_clock::duration duration) {
@@ -20,7 +20,7 @@ public:
         took = duration;
     }
 
-    /// The next event, which has to be this one.
+    /// Returns the next event, and requires it to be `line`.
     const Event& take(const std::string& line) {
         requireEqual(line, next < all.size() ? all[next].line : "nothing", "the library did something else");
         return all[next++];
@@ -40,8 +40,8 @@ private:
     std::chrono::steady_clock::duration took{};
 };
 
-/// Which native socket of the process holds which address; 0 for one that was given up. Lives as long as the library's
-/// own record of it.
+/// Maps each address to the native socket of the process that holds it, or to 0 after the release. Lives as long as the
+/// library's own record.
 using Addresses = std::map<std::string, int>;
 
 } // namespace rk::tests

@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-/// Any text is parsed, what comes out is printed and parsed again; and any three values are printed and parsed. What a
-/// text has to give is worked out here a second time, from the rules.
+/// Parses any string, prints the result and parses it again. Prints and parses any endpoint. Computes the expected
+/// results independently.
 
 namespace rk::tests {
 
@@ -23,7 +23,7 @@ namespace Transport = socket::Transport;
 constexpr Protocol::Protocol everyPattern[] = {Protocol::Undef, Protocol::Pub, Protocol::Sub, Protocol::Rep,
                                                Protocol::Req};
 
-/// The low 16 bits of the decimal number that a C text begins with; numbers beyond a `long` count as its limit.
+/// Returns the low 16 bits of the decimal number at the start of a C string. Saturates at the limits of `long`.
 unsigned short portOf(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
     const bool isNegative = !text.empty() && text.front() == '-';
@@ -64,7 +64,7 @@ void requirePrints(const SocketEndpoint& endpoint) {
     requireEqual("SocketEndpoint " + connects, endpoint.messageHeader(), "the header is another");
 }
 
-/// What `endpoint` prints gives it back.
+/// Requires that parsing the printed `endpoint` returns it.
 void requireSurvivesPrinting(const SocketEndpoint& endpoint) {
     const std::string printed = endpoint.toString(Protocol::Undef);
     const SocketEndpoint again = SocketEndpoint::FromString(printed);
@@ -73,7 +73,7 @@ void requireSurvivesPrinting(const SocketEndpoint& endpoint) {
     requireEqual(printed, again.toString(Protocol::Undef), "printed again it is another text");
 }
 
-/// Whoever reads the reason as a C text sees it up to the first zero byte of `text`.
+/// Requires the message up to the first zero byte of `text`, where a C string ends.
 void requireRefused(const std::string& text, const std::string& reason) {
     const std::string expected = "Failed deserializing " + text + ": " + reason;
     requireEqual(expected.c_str(), textIfThrownBy([&] { SocketEndpoint::FromString(text); }),

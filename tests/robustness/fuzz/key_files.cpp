@@ -15,8 +15,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-/// Any bytes are read as a key file and as a file of trusted keys. What is no key file is refused with a text that does
-/// not depend on the secret. What is one is written and read again.
+/// Reads any bytes as a key file and as a trusted-keys file. Messages about invalid files must not depend on the secret
+/// key. Writes valid key pairs and reads them again.
 
 namespace rk::tests {
 
@@ -25,7 +25,7 @@ namespace {
 namespace Security = socket::Security;
 using Security::KeyPair;
 
-/// A file in memory that this process alone can access.
+/// A file in memory that only this process can access.
 class MemoryFile {
 public:
     explicit MemoryFile(std::string_view content) : descriptor(memfd_create("input", MFD_CLOEXEC)) {
@@ -47,7 +47,7 @@ std::string contentOf(const KeyPair& keys) {
     return keys.publicKey + "\n" + keys.secretKey + "\n";
 }
 
-/// Whether the reason stands behind a line that the input has, or behind the one that it lacks.
+/// Returns whether the message names a line of the input, or the line after its last.
 bool isOneOf(const std::string& text, const std::string& path, std::string_view input,
              std::initializer_list<const char*> reasons) {
     const auto lines = std::count(input.begin(), input.end(), '\n') + 2;

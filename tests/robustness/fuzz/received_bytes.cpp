@@ -14,8 +14,8 @@
 #include <stdexcept>
 #include <string>
 
-/// Any bytes are sent and received as a protobuf message, over sockets that serve every input. What has to come out is
-/// known from protobuf itself.
+/// Sends any bytes and receives them as a protobuf message. All inputs share the sockets. Compares the result with
+/// protobuf's own.
 
 namespace rk::tests {
 
@@ -25,14 +25,14 @@ using google::protobuf::Message;
 using socket::Socket;
 namespace Protocol = socket::Protocol;
 
-/// A subscriber, whose receive buffer is always of the same size, and the 0MQ socket that it hears.
+/// A subscriber with a receive buffer of fixed size, and the ZeroMQ socket that sends to it.
 class Line {
 public:
     explicit Line(unsigned int size) : bufferSize(size) {
         const socket::SocketEndpoint endpoint(socket::Transport::Inproc, "line-" + std::to_string(size), 0);
         require(zmq_bind(source.get(), endpoint.toString(Protocol::Pub).c_str()) == 0, "the source is not bound");
         subscriber.createAndConnect(Protocol::Sub, endpoint, patienceMs);
-        optionOf(source.get(), ZMQ_EVENTS); // 0MQ then takes note of the subscription
+        optionOf(source.get(), ZMQ_EVENTS); // makes ZeroMQ handle the subscription
     }
 
     void check(const std::string& payload, const Message& kind) {
@@ -47,7 +47,7 @@ public:
     }
 
 private:
-    /// Fills `message` unless the payload is refused before it is parsed.
+    /// Fills `message` unless the payload is rejected before it is parsed.
     std::string refusalOf(const std::string& payload, Message& message) const {
         if (payload.size() > bufferSize) {
             return "[Socket line]: Receive buffer size too small: Required: " + std::to_string(payload.size()) +
@@ -75,13 +75,13 @@ const Message& kindOf(unsigned int choice) {
     }
 }
 
-/// Made once, and gone before the context of the process is.
+/// Created once, and destroyed before the context of the process.
 Line& lineOf(unsigned int choice) {
     static Line lines[] = {Line(1), Line(8), Line(16), Line(64), Line(4096)};
     return lines[choice % std::size(lines)];
 }
 
-/// protobuf would write a line for every message without its required fields.
+/// Protobuf would log every message that lacks required fields.
 const bool isSilent = (tools::silenceProtobuf(), true);
 
 } // namespace

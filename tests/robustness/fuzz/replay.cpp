@@ -33,7 +33,7 @@ void replay(const fs::path& path) {
 
 } // namespace
 
-/// Feeds a fuzz target with files, without libFuzzer. usage: NAME FILE_OR_FOLDER...
+/// Runs a fuzz target on files, without libFuzzer. usage: NAME FILE_OR_FOLDER...
 int main(int count, char** arguments) {
     std::size_t replayed = 0;
     for (int index = 1; index < count; ++index) {

@@ -22,7 +22,8 @@
 #include <utility>
 #include <vector>
 
-/// The bytes choose calls on several sockets, and failures of what they call. A model says what each call has to do.
+/// The bytes choose calls on several sockets, and faults in the functions that these call. A model determines the
+/// required result of each call.
 
 namespace rk::tests {
 
@@ -35,7 +36,8 @@ namespace ClosePolicy = socket::ClosePolicy;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
-/// Few, so that sockets meet. Two differ by what a binding socket ignores, two are nowhere.
+/// Only a few, so that sockets share them. Two differ only by the host, which a binding socket ignores. Two are
+/// invalid.
 const SocketEndpoint endpoints[] = {{Transport::Inproc, "a", 0},
                                     {Transport::Inproc, "9a", 1},
                                     {Transport::Ipc, "/a", 0},
@@ -56,14 +58,14 @@ const Value& oneOf(const Value (&values)[count], Bytes& bytes) {
     return values[bytes.below(count)];
 }
 
-/// How an operation ended, as its caller sees it.
+/// The result of an operation for its caller.
 struct Outcome {
     std::string thrown;
     int result = 0;
     std::string text;
 };
 
-/// Runs an operation, of the library or of the model, on an outcome that it fills.
+/// Runs an operation of the library or of the model, which fills the outcome.
 template <class Operation>
 Outcome outcomeOf(const Operation& operation) {
     Outcome outcome;
@@ -80,13 +82,13 @@ Outcome outcomeOf(const Operation& operation) {
     return outcome;
 }
 
-/// A socket of the library, and the model of it.
+/// A socket of the library and its model.
 struct Subject {
     std::unique_ptr<Socket> socket;
     std::unique_ptr<ModelSocket> model;
 };
 
-/// Lives for one input.
+/// The sockets of one input.
 class World {
 public:
     World() {
@@ -161,7 +163,7 @@ private:
         script.requireEnd();
     }
 
-    /// Those that the library has given up are known to it for as long as the process runs.
+    /// Returns the released addresses. They outlive an input, because the library remembers them too.
     static Addresses& addresses() {
         static Addresses instance;
         return instance;
@@ -174,7 +176,7 @@ private:
         script.begin(std::move(events), std::chrono::steady_clock::now() - begin);
     }
 
-    /// The library goes first, the model along the script of what it did.
+    /// Runs the library first, and then the model on the script of the library's calls.
     template <class Operation>
     void both(Subject& subject, const Operation& operation) {
         Outcome actual;
@@ -240,7 +242,7 @@ private:
         }
     }
 
-    /// None, a text or a command.
+    /// Returns null, a text or a command.
     static std::unique_ptr<Message> messageOf(unsigned int choice) {
         switch (choice % 4) {
         case 0:
@@ -292,7 +294,7 @@ private:
         });
     }
 
-    /// A period of the statistics has 50 blocks.
+    /// Counts many blocks at once, because a period of the statistics has 50.
     void count(Subject& subject, Bytes& bytes) {
         const unsigned int size = oneOf(blockSizes, bytes);
         const unsigned int choice = bytes.byte();
@@ -311,7 +313,7 @@ private:
         build(subject, static_cast<ClosePolicy::ClosePolicy>(bytes.below(4)));
     }
 
-    /// An address in use is not injected without end: it would be waited for.
+    /// Limits the number of injected EADDRINUSE errors, because the library retries after each.
     void inject(Bytes& bytes) {
         const unsigned int choice = bytes.byte();
         const unsigned int times[] = {1, 2, 3, std::numeric_limits<unsigned int>::max()};
@@ -325,7 +327,7 @@ private:
     int messages = 0;
 };
 
-/// protobuf would write a line for every message that it cannot parse.
+/// Protobuf would log every message that it cannot parse.
 const bool isSilent = (tools::silenceProtobuf(), true);
 
 } // namespace

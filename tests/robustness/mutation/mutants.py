@@ -1,10 +1,10 @@
-"""The mutants of a source file: each is the file with one small mistake in it."""
+"""The mutants of a source file. Each is the file with one small mistake."""
 
 import dataclasses
 import hashlib
 import re
 
-# What may be taken for one another.
+# Operators and words that replace each other.
 families = [
     ["Pub", "Sub", "Rep", "Req", "Undef"],
     ["Inproc", "Ipc", "Tcp", "Undef"],
@@ -37,7 +37,7 @@ token = re.compile(
     r'(?P<comment>//[^\n]*)|(?P<text>"(?:[^"\\\n]|\\.)*")|(?P<char>\'(?:[^\'\\]|\\.)\')'
     r"|(?P<number>\b(?:0[0-7]+|\d+\.\d+|\d+)\b)|(?P<name>\b[A-Za-z_]\w*\b)"
     r"|(?P<operator>(?<= )(?:==|!=|<=|>=|<|>|&&|\|\||\+=|\+|-|\*|/|&|\|)(?= |$)|\+\+|(?<![\w=])!(?!=))", re.MULTILINE)
-# Lines whose words and signs are no behaviour: what only declares, and the labels of a switch, which none can share.
+# Lines without behaviour: declarations, and the labels of a switch, which must be distinct.
 inert = re.compile(r"\s*(#|using |namespace |template|case |enum |///|//)|.* = (delete|default);")
 declaration = re.compile(r"\s*(const |auto |static |constexpr |return\b|throw\b|using |[\w:<>,*& ]+ \w+(\{.*\})?( = .*)?;$)")
 guard = re.compile(r"\s*const (std::lock_guard<std::mutex>|ErrnoKeeper|SignalBlock) \w+(\(.*\))?;$")
@@ -59,7 +59,7 @@ class Mutant:
 
     @property
     def name(self):
-        """The same wherever the function stands in the file."""
+        """Returns a name that does not depend on the function's position in the file."""
         return f"{self.file}: {self.function}: {self.before} => {self.after}"
 
     @property
@@ -114,7 +114,7 @@ class Source:
         self.lines = text.split("\n")
 
     def mutants(self):
-        """Every mutant once, in the order of the file."""
+        """Yields every mutant once, in the order of the file."""
         if self.file.endswith(".h") and "/detail/" not in self.file:
             found = list(self.of_initialisers())
         else:
@@ -141,7 +141,7 @@ class Source:
         return begin, len(self.lines) if end is None else end + 1
 
     def function_at(self, number):
-        """The name of what the line stands in."""
+        """Returns the name of the function that contains the line."""
         for line in reversed(self.lines[:number + 1]):
             found = re.match(r"(?:    )?(?:\[\[.*\]\] )?(?:[\w:<>*&, ]+[ *&])?([\w:~]+)\(.*[{:;,]$", line)
             if found and not re.match(r"\s*(if|for|while|switch|return|throw|const std::lock_guard)\b|.*\[&\]", line):
@@ -161,7 +161,7 @@ class Source:
                     yield self.mutant(number, number, [line[:match.start()] + new + line[match.end():]])
 
     def of_initialisers(self):
-        """Of a public header, only what the library alone compiles: the values that its private members begin with."""
+        """Restricts a public header to the initial values of private members, which only the library compiles."""
         first = self.lines.index("private:") if "private:" in self.lines else len(self.lines)
         return self.of_tokens([number for number, line in enumerate(self.lines)
                                if number > first and re.match(r"    [\w:<>*]+ \w+( = .*|\{.*\});", line)])
@@ -183,7 +183,7 @@ class Source:
                 yield self.mutant(number, number, [line[:found.start()] + f" ? {no} : {yes}" + line[found.end():]])
 
     def statements(self):
-        """The first and last line of each simple statement of a function's body."""
+        """Yields the first and last line of each simple statement of a function's body."""
         first = None
         for number, line in enumerate(self.lines):
             code = line.split("//")[0].rstrip() if '"' not in line else line
@@ -205,7 +205,7 @@ class Source:
             ends_function = last + 1 < len(self.lines) and self.lines[last + 1] == "}"
             if is_call or guard.match(whole) or leaving.match(whole) and not ends_function:
                 yield self.mutant(first, last, [indent + ";"])
-            # Assignments of values that nothing reads in between may stand in any order.
+            # Assignments of values that are not read in between may be in any order.
             if previous and is_call and "(" in whole and previous[1] + 1 == first and previous[2] == indent:
                 swapped = self.lines[first:last + 1] + self.lines[previous[0]:previous[1] + 1]
                 yield self.mutant(previous[0], last, swapped)

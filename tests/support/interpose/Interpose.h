@@ -13,14 +13,14 @@
 #include <type_traits>
 
 /// \file
-/// The functions that test executables put in front of those that the library calls.
+/// Intercepts the functions that the library calls.
 ///
-/// The dynamic linker finds the executable's functions first. They do nothing by themselves: they hand each call to a
-/// policy, which the executable defines once. An executable links the parts that it needs:
+/// A test executable defines functions of the same names, and the dynamic linker finds these first. They pass each call
+/// to a policy, which the executable defines. An executable links the parts that it needs:
 ///
 /// | part | functions | policy |
 /// |---|---|---|
-/// | Zmq.cpp | 0MQ's | `perform` |
+/// | Zmq.cpp | ZeroMQ's | `perform` |
 /// | System.cpp | chmod, gettimeofday, usleep | `perform` |
 /// | Files.cpp | open, mkostemp, fstat, read, write, fsync, link | `perform` |
 /// | Names.cpp | getifaddrs, getaddrinfo | `perform` |
@@ -76,14 +76,14 @@ enum class Function {
     OperatorNew
 };
 
-/// Instead of an error number: `zmq_poll` says that the socket is ready, with no event or with an unexpected one.
+/// These replace an error number: `zmq_poll` reports the socket as ready, with no event or with an unexpected one.
 constexpr int readyForNothing = -1;
 constexpr int readyInError = -2;
 
 struct Intercepted {
     std::string_view name;
-    std::intptr_t failure;      ///< the result of a call that leaves its error in `errno`
-    std::array<int, 10> errors; ///< those that its manual page names; 0 ends them
+    std::intptr_t failure;      ///< the result of a call that sets `errno`
+    std::array<int, 10> errors; ///< the errors in its manual page, then 0
 };
 
 /// In the order of `Function`.
@@ -131,28 +131,28 @@ constexpr const Intercepted& entryOf(Function function) {
     return intercepted[static_cast<std::size_t>(function)];
 }
 
-/// A call, with those of its arguments that the function has. A policy may change them before it goes on.
+/// A call and its arguments. A policy may change them before it makes the call.
 struct Call {
     Function function;
-    const void* caller;         ///< the address behind the call
+    const void* caller;         ///< the return address
     void* object = nullptr;     ///< a socket or a context
     const char* text = nullptr; ///< an address or a path
     long number = 0;            ///< a type, an option, a mode, a timeout, a pause
-    const void* data = nullptr; ///< what is sent, received into, or set
-    std::size_t size = 0;       ///< of the data in bytes, or of the items
+    const void* data = nullptr; ///< the buffer to send from, to receive into, or to set
+    std::size_t size = 0;       ///< in bytes, or the number of items
     int flags = 0;
     zmq_pollitem_t* items = nullptr;
 
     std::string name() const { return std::string(entryOf(function).name); }
 
-    /// Leaves the error in `errno` and gives the result of a failure.
+    /// Sets `errno` and returns the result of a failure.
     std::intptr_t fail(int error) const {
         errno = error;
         return entryOf(function).failure;
     }
 };
 
-/// Makes a call with the arguments that it has by then. Refers to what it is made of.
+/// Makes the real call with its current arguments. Refers to the constructor's arguments.
 class Real {
 public:
     template <class Action>
@@ -175,13 +175,13 @@ private:
     std::intptr_t (*invoke)(const void*);
 };
 
-/// The function of this name that the library would call without the executable's.
+/// Returns the original function of this name.
 template <class Signature>
 Signature* next(const char* name) {
     return reinterpret_cast<Signature*>(dlsym(RTLD_NEXT, name));
 }
 
-/// A poll of one item that ends, with nothing ready, once `descriptor` is readable.
+/// Polls one item. Returns 0 once `descriptor` is readable.
 inline std::intptr_t pollUnlessReadable(int descriptor, Call& call, const Real& real) {
     zmq_pollitem_t& item = *call.items;
     zmq_pollitem_t both[]{item, {nullptr, descriptor, ZMQ_POLLIN, 0}};
@@ -192,17 +192,17 @@ inline std::intptr_t pollUnlessReadable(int descriptor, Call& call, const Real& 
     return ready > 0 ? (item.revents != 0 ? 1 : 0) : ready;
 }
 
-// The policies. Those of threads return their error.
+// The policies. Those for threads return the error number.
 
 std::intptr_t perform(Call& call, const Real& real);
 std::intptr_t performOnThread(const Call& call, const Real& real);
 
-/// For the number of nanoseconds in `call`.
+/// Pauses for the nanoseconds in `call`.
 std::intptr_t pauseFor(const Call& call, const Real& real);
-/// In nanoseconds, from the system's.
+/// Returns the library's time from the system's, in nanoseconds.
 std::int64_t steadyClock(std::int64_t now, const void* caller) noexcept;
 
-/// Null when there is none.
+/// Returns null if the allocation is to fail.
 void* allocate(std::size_t size, bool isArray, const void* caller) noexcept;
 void release(void* address, bool isArray, const void* caller) noexcept;
 

@@ -4,7 +4,7 @@
 
 namespace rk::tests {
 
-/// The interfaces that the library has received last. A test may change them before the library reads them.
+/// Returns the interfaces that the library received last. A test may change them before the library reads them.
 ifaddrs* latestInterfaces();
 
 } // namespace rk::tests

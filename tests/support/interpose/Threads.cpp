@@ -28,7 +28,7 @@ int pthread_join(pthread_t thread, void** result) {
 
 } // extern "C"
 
-/// What a wait for a future calls before it blocks.
+/// Called by a timed wait for a future before it blocks.
 bool std::__atomic_futex_unsigned_base::_M_futex_wait_until_steady(unsigned* address, unsigned value, bool hasTimeout,
                                                                    chrono::seconds seconds,
                                                                    chrono::nanoseconds nanoseconds) {

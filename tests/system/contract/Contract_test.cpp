@@ -5,7 +5,7 @@ namespace rk::tests {
 
 namespace {
 
-/// What a child process writes, without the library's debug lines.
+/// Returns the output of a child process without the library's debug lines.
 std::vector<std::string> linesOf(const std::vector<std::string>& command) {
     const ChildResult result = runChild(command);
     EXPECT_EQ(0, result.status) << testing::PrintToString(result.errorLines);
@@ -23,7 +23,7 @@ std::vector<std::string> linesOf(const std::string& scenario) {
     return linesOf(std::vector<std::string>{RK_CONTRACT_CHILD, scenario});
 }
 
-/// AddressSanitizer looks for leaks at an ordinary end, and may hang if that is the end of a forked process.
+/// Disables the leak check of AddressSanitizer, which may hang at the exit of a forked process.
 std::vector<std::string> linesWithoutLeakCheckOf(const std::string& scenario) {
     return linesOf(
         std::vector<std::string>{"/usr/bin/env", "LSAN_OPTIONS=detect_leaks=0", RK_CONTRACT_CHILD, scenario});
@@ -34,13 +34,13 @@ const std::vector<std::string> values{"rep 3", "ipc",          "tcp://*:1 Socket
 
 } // namespace
 
-TEST(ContractAfterExit, LeavesValuesAndLogLines) {
+TEST(ContractAfterExit, KeepsValuesAndLogLines) {
     EXPECT_EQ(values, linesOf("late-values"));
     EXPECT_THAT(linesOf("late-log-lines"), ElementsAre(EndsWith("[debug] a debug line"),
                                                        EndsWith("[warning] a warning"), EndsWith("[error] an error")));
 }
 
-TEST(ContractAfterExit, LeavesSocketsClosed) {
+TEST(ContractAfterExit, KeepsSocketsClosed) {
     const std::string refused = "Socket: Failed creating socket [Socket late] of type 1: Context was terminated on "
                                 "[Socket late]";
     EXPECT_THAT(linesOf("late-socket"),
@@ -55,7 +55,7 @@ TEST(ContractAfterExit, LeavesSocketsClosed) {
                             "setTargetBitRate: done", "handleBitRateCapping: done", "close: done", "[Socket late]"));
 }
 
-TEST(ContractAfterExit, LetsNoListenerStart) {
+TEST(ContractAfterExit, StartsNoListener) {
     EXPECT_THAT(
         linesOf("late-listener"),
         ElementsAre("added", "removed",
@@ -64,7 +64,7 @@ TEST(ContractAfterExit, LetsNoListenerStart) {
                     "stopped", "[Socket Listener rep] text"));
 }
 
-TEST(ContractAfterFork, LeavesTheParentsSockets) {
+TEST(ContractAfterFork, KeepsTheParentsSockets) {
     const auto went = [](const char* status) {
         return ElementsAre("answered", std::string("the child ended with ") + status, "answered");
     };
@@ -74,11 +74,11 @@ TEST(ContractAfterFork, LeavesTheParentsSockets) {
     EXPECT_THAT(linesOf("fork-with-a-listener"), went("0"));
 }
 
-TEST(ContractAfterFork, GivesBothAFirstSocket) {
+TEST(ContractAfterFork, CreatesAFirstSocketInBoth) {
     EXPECT_THAT(linesOf("fork-before-the-first-socket"), ElementsAre("answered", "the child ended with 0", "answered"));
 }
 
-TEST(ContractAfterFork, LeavesValuesAndLogLines) {
+TEST(ContractAfterFork, KeepsValuesAndLogLines) {
     std::vector<testing::Matcher<std::string>> expected(values.begin(), values.end());
     for (const char* end : {"[debug] a debug line", "[warning] a warning", "[error] an error"}) {
         expected.emplace_back(EndsWith(end));
@@ -88,7 +88,7 @@ TEST(ContractAfterFork, LeavesValuesAndLogLines) {
     EXPECT_THAT(linesOf("fork-and-use-values"), ElementsAreArray(expected));
 }
 
-TEST(ContractAfterFork, PassesNoDescriptorOn) {
+TEST(ContractAfterFork, LeavesExecNoDescriptor) {
     const std::vector<std::string> lines = linesOf("fork-and-exec");
 
     ASSERT_EQ(4U, lines.size());

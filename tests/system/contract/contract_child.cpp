@@ -1,5 +1,5 @@
-// A process that calls the library after its context has ended, or on both sides of a fork, as its argument says, and
-// writes what comes of each call; for Contract_test.cpp to watch.
+// A child process of Contract_test.cpp. Depending on its argument, it calls the library after the context has ended or
+// on both sides of a fork. It prints the result of each call.
 
 #include "support/messages.pb.h"
 
@@ -43,7 +43,7 @@ void say(const std::string& text) {
     std::cerr << text << std::endl;
 }
 
-/// Says what the call throws, if anything.
+/// Prints the message of the exception that the call throws, if any.
 void attempt(const std::string& name, const std::function<void()>& call) {
     try {
         call();
@@ -106,7 +106,7 @@ void callListener() {
     say(listener.makeErrorString("text"));
 }
 
-/// Made before the context, hence destroyed after it.
+/// Created before the context, so that it is destroyed later.
 class LateComer {
 public:
     explicit LateComer(void (*lateCalls)()) : calls(lateCalls) {}
@@ -124,14 +124,14 @@ void callAfterTheContext() {
     Socket("early", ClosePolicy::DropPending).create(Protocol::Pub);
 }
 
-/// The child's end is its status, or minus the signal that killed it.
+/// Prints the exit status of the child, or the negative number of the signal that killed it.
 void sayEndOf(pid_t child) {
     int status = 0;
     waitpid(child, &status, 0);
     say("the child ended with " + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status)));
 }
 
-/// Runs `action` in a child, and waits for its end.
+/// Runs `action` in a child and waits for the child.
 void inChild(const std::function<void()>& action) {
     const pid_t child = fork();
     if (child == 0) {
@@ -168,7 +168,7 @@ void askListener() {
     say("answered");
 }
 
-/// The children that end in the ordinary way are killed if they hang.
+/// Lets children exit normally, and kills them if they hang.
 void exitOrdinarily() {
     alarm(20);
     std::exit(7);
@@ -220,7 +220,7 @@ void forkAndUseValues() {
     });
 }
 
-/// Lets the program that a child becomes say how many descriptors it has.
+/// Executes a program in a child that prints how many descriptors it has inherited.
 void execInChild() {
     inChild([] { execl("/bin/sh", "sh", "-c", "ls -1 /proc/self/fd | wc -l >&2", nullptr); });
 }

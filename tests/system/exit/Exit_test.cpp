@@ -19,7 +19,7 @@ ChildResult exitAfter(const std::string& scenario) {
     return runChild({RK_EXIT_CHILD, scenario});
 }
 
-/// The end of each line behind what says when and by whom it was written.
+/// Returns the messages of the log lines, without time and source.
 std::vector<std::string> linesOfContext(const ChildResult& result) {
     const std::string header = "[debug] [SocketContext]: ";
     std::vector<std::string> lines;
@@ -68,7 +68,7 @@ TEST(ExitOfAProcess, LogsNothingWithoutASocket) {
     EXPECT_THAT(result.errorLines, ElementsAre());
 }
 
-TEST(ExitOfAProcess, LogsFourLinesAndNoMore) {
+TEST(ExitOfAProcess, LogsOnlyFourLines) {
     EXPECT_EQ(4U, exitAfter("one-socket").errorLines.size());
 }
 
@@ -80,7 +80,7 @@ TEST(ExitOfAProcess, EndsARunningListener) {
                                            "poll() for socket [Socket static]. Aborting listener thread.")));
 }
 
-TEST(ExitOfAProcess, RefusesALateSocket) {
+TEST(ExitOfAProcess, RejectsALateSocket) {
     const ChildResult result = exitAfter("late-create");
 
     ASSERT_EQ(5U, result.errorLines.size());
@@ -135,7 +135,7 @@ TEST_P(Exit, TouchesNoReleasedMemory) {
     if (valgrind.empty()) {
         GTEST_SKIP() << "valgrind runs neither what a sanitizer has instrumented nor what is emulated";
     }
-    // Valgrind runs one thread at a time. A busy machine makes it ten times slower than it is alone.
+    // Valgrind runs one thread at a time, and is ten times slower on a busy machine.
     const ChildResult result =
         runChild({valgrind, "-q", "--fair-sched=yes", "--error-exitcode=9", RK_EXIT_CHILD, GetParam()},
                  std::chrono::seconds(100));

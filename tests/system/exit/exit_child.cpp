@@ -1,4 +1,4 @@
-// A process that ends in the way its argument names, for Exit_test.cpp to watch.
+// A child process of Exit_test.cpp that ends in the way its argument names.
 
 #include "support/BlockedStandardError.h"
 #include "support/Endpoints.h"
@@ -36,8 +36,7 @@
 #include <unistd.h>
 #include <vector>
 
-/// ThreadSanitizer's options: threads that nobody joins are what some scenarios are about, and a second at exit is
-/// long.
+/// ThreadSanitizer's options: some scenarios leave threads unjoined on purpose, and the default delay at exit is long.
 extern "C" const char* __tsan_default_options() {
     return "report_thread_leaks=0:atexit_sleep_ms=0";
 }
@@ -69,7 +68,7 @@ void startOn(SilentListener& listener, const std::string& name) {
     }
 }
 
-/// Threads that say when they are about to block, for the main thread to wait for.
+/// Threads that signal to the main thread when they are about to block.
 class Blockers {
 public:
     void start() {
@@ -93,7 +92,7 @@ private:
             char buffer[1];
             socket.receive(buffer, sizeof buffer);
         } catch (const ZmqContextTerminationException&) {
-            // What a thread gets whose process ends.
+            // Process exit ends the call.
         }
     }
 
@@ -102,7 +101,7 @@ private:
     int blocking = 0;
 };
 
-/// Never destroyed: the threads may still be in it when the process ends.
+/// Never destroyed, because threads may use it until the process ends.
 Blockers& blockers() {
     static auto* const instance = std::make_unique<Blockers>().release();
     return *instance;
@@ -113,7 +112,7 @@ void useOneSocket() {
     socket.create(Protocol::Req);
 }
 
-/// Never destroyed, like the listeners of an application that does not care.
+/// Never destroyed, as in an application that does not stop its listeners.
 std::list<SilentListener>& leftListeners() {
     static auto* const instance = std::make_unique<std::list<SilentListener>>().release();
     return *instance;
@@ -143,7 +142,7 @@ void exitFromAnotherThread() {
     std::thread([] { std::exit(0); }).join();
 }
 
-/// Made before the context, hence destroyed after it.
+/// Created before the context, so that it is destroyed later.
 class LateComer {
 public:
     ~LateComer() {
@@ -161,7 +160,7 @@ void createAfterTheContext() {
     useOneSocket();
 }
 
-/// Makes sockets until none is given any more. Made before the context, hence destroyed after it.
+/// Creates sockets until this fails. Created before the context, so that it is destroyed later.
 class Makers {
 public:
     void start() {
@@ -176,7 +175,7 @@ public:
 private:
     void make() const {
         std::string failure;
-        while (failure.empty() || failure == textOf("Too many open files")) { // 0MQ may lag behind with closing them.
+        while (failure.empty() || failure == textOf("Too many open files")) { // ZeroMQ closes sockets slowly
             try {
                 failure.clear();
                 useOneSocket();
@@ -215,7 +214,7 @@ void createFromFourThreadsAtOnce() {
     }
 }
 
-/// Connects to inproc names and then binds them, as often as the context lets it.
+/// Connects to inproc names and then binds them, until the context ends.
 void meetOnInproc(const std::string& prefix, std::atomic<int>& steps) {
     constexpr int names = 60;
     std::list<Socket> sockets;
@@ -226,7 +225,7 @@ void meetOnInproc(const std::string& prefix, std::atomic<int>& steps) {
                 .createAndConnect(step < names ? Protocol::Req : Protocol::Rep, name, 0);
         }
     } catch (const std::runtime_error&) {
-        // The context has ended, or will after this thread has closed its sockets.
+        // The context is ending. It waits until this thread has closed its sockets.
     }
 }
 
@@ -244,7 +243,7 @@ void encrypt() {
     const rk::tests::SecuredProcess process;
 }
 
-/// A server whose authenticator runs, and a client that it refuses.
+/// Leaves a server with a running authenticator, and a client that it refuses.
 void leaveAnAuthenticatorRunning() {
     encrypt();
     static SilentListener* const listener = std::make_unique<SilentListener>(Protocol::Rep, "encrypted").release();
@@ -259,7 +258,7 @@ void leaveAnAuthenticatorRunning() {
     client.send("question");
 }
 
-/// What the first warning of the library does, and waits for. Never destroyed, like what follows.
+/// Set by the library's first warning, which then waits for `released`. Neither is ever destroyed.
 std::promise<void>& warned() {
     static auto* const instance = std::make_unique<std::promise<void>>().release();
     return *instance;
@@ -270,7 +269,7 @@ std::promise<void>& released() {
     return *instance;
 }
 
-/// Asks the authenticator for a client without a key, as ZeroMQ does, and waits for the reply.
+/// Sends the authenticator a request for a client without a key, as ZeroMQ does, and waits for the reply.
 void askFor(const std::string& address, void* asker) {
     for (const std::string& frame : {std::string("1.0"), std::string("id"), std::string("domain")}) {
         zmq_send(asker, frame.data(), frame.size(), ZMQ_SNDMORE);
@@ -300,7 +299,7 @@ void exitWhileTheLoggerIsBlocked() {
     warned().get_future().wait();
 }
 
-/// How many threads the process has.
+/// Returns the number of threads of the process.
 std::ptrdiff_t threads() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator());
 }
@@ -308,7 +307,7 @@ std::ptrdiff_t threads() {
 /// Lets the first warning end after the context has, and waits for the end of the library's threads.
 class SlowLogger {
 public:
-    /// Sanitizers start a thread of their own with the first.
+    /// Starts a thread first, because sanitizers start another one then.
     SlowLogger() {
         std::thread([] {}).join();
         threadsBefore = threads();
@@ -325,7 +324,7 @@ private:
 };
 
 void exitWhileTheLoggerIsSlow() {
-    static const SlowLogger logger; // made before the context, hence destroyed after it
+    static const SlowLogger logger; // created before the context, so that it is destroyed later
     exitWhileTheLoggerIsBlocked();
 }
 
@@ -352,7 +351,7 @@ void forkBesideAnAuthenticator() {
     }
 }
 
-/// Keys are read before a fork, sockets are made after it.
+/// Enables encryption before a fork, and creates sockets after it.
 void encryptInAChild() {
     encrypt();
     const pid_t child = fork();
@@ -373,10 +372,10 @@ int portOf(int descriptor) {
     return result == 0 && address.sin_family == AF_INET ? ntohs(address.sin_port) : none;
 }
 
-/// Stops the thread of ZeroMQ that closes a connection, until another descriptor has been closed.
+/// Delays the ZeroMQ thread that closes a connection until another descriptor has been closed.
 class LostConnection {
 public:
-    /// \param localPort the port at the end that is stopped
+    /// \param localPort the local port of the connection
     void stopAt(unsigned short localPort) { port = localPort; }
     void awaitStop() { stopped.get_future().wait(); }
     void resumeAfter(int descriptor) { last = descriptor; }
@@ -402,7 +401,7 @@ private:
     std::promise<void> resumed;
 };
 
-/// Never destroyed: ZeroMQ closes descriptors while the process ends.
+/// Never destroyed, because ZeroMQ closes descriptors while the process ends.
 LostConnection& lostConnection() {
     static auto* const instance = std::make_unique<LostConnection>().release();
     return *instance;
@@ -422,7 +421,7 @@ void loseASubscriber(ClosePolicy::ClosePolicy policy) {
     do {
         publisher.send(block.data(), block.size());
     } while (subscriber.poll(1, error) != PollResult::Input);
-    for (int number = 0; number < 500; ++number) { // More than TCP takes.
+    for (int number = 0; number < 500; ++number) { // more than TCP buffers
         publisher.send(block.data(), block.size());
     }
 
@@ -430,14 +429,14 @@ void loseASubscriber(ClosePolicy::ClosePolicy policy) {
     subscriber.close();
     lostConnection().awaitStop();
     publisher.close();
-    // ZeroMQ ends sockets in the order in which they are closed.
+    // ZeroMQ closes sockets in the order of the calls.
     const rk::tests::ZmqHandle last(getSocket(Protocol::Pub));
     lostConnection().resumeAfter(rk::tests::optionOf(last.get(), ZMQ_FD));
 }
 
 } // namespace
 
-/// Instead of the library's.
+/// Replaces the library's function.
 void rk::utils::logWarning(const std::string& text) {
     if (blocksWarnings.exchange(false)) {
         warned().set_value();

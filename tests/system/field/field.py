@@ -1,4 +1,4 @@
-"""What the tests in the field share: programs behind a pipe, fresh addresses, and what a process takes of its machine."""
+"""Common code of the field tests: programs driven through a pipe, unused addresses, and the resources of a process."""
 
 import contextlib
 import os
@@ -15,7 +15,7 @@ sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "python"))
 from ports import free_port  # noqa: E402
 from processes import PATIENCE, Process  # noqa: E402
 
-# The allocator gives back what is freed, so that memory shows what is held.
+# Makes the allocator return freed memory, so that the resident memory shows the memory in use.
 FRUGAL = {"MALLOC_ARENA_MAX": "1", "MALLOC_MMAP_THRESHOLD_": "4096", "MALLOC_TRIM_THRESHOLD_": "4096"}
 POLICIES = {"DropPending": 0, "LingerTwoSeconds": 1, "WaitForDelivery": 2}
 BUILD = pathlib.Path(os.environ["RK_FIELD_BUILD"])
@@ -23,11 +23,11 @@ MESSAGES = pathlib.Path(__file__).parent.parent.parent / "support/messages.proto
 
 
 class Refused(Exception):
-    """What a program answered with "error"."""
+    """Raised if a program answers "error"."""
 
 
 class Program(Process):
-    """A program that answers every line with a line that begins with "ok" or "error". It has to end with status 0."""
+    """A program that answers every line with one that begins with "ok" or "error". It must exit with status 0."""
 
     def __init__(self, command, **options):
         self.log = tempfile.TemporaryFile("w+")
@@ -47,11 +47,11 @@ class Program(Process):
         return text
 
     def logged(self):
-        """The log so far, read without moving the position at which the program writes."""
+        """Returns the log so far. Does not move the program's write position."""
         return os.pread(self.log.fileno(), os.fstat(self.log.fileno()).st_size, 0).decode()
 
     def close(self):
-        """Ends the program, and returns its exit status and its log."""
+        """Ends the program. Returns its exit status and its log."""
         with self.log:
             return self.end(), self.logged()
 
@@ -65,7 +65,7 @@ class Program(Process):
 
 
 def peer(through=(), **options):
-    """The library behind a pipe, started by the command `through`, if any."""
+    """The library, driven through a pipe. The command `through` starts it, if given."""
     return Program([*through, os.environ["RK_FIELD_PEER"]], env={**os.environ, **FRUGAL}, **options)
 
 
@@ -89,7 +89,7 @@ _folder = None
 
 
 def folder():
-    """A folder for socket files, which ends with the process that runs the tests."""
+    """Returns a folder for socket files, which is removed at exit."""
     global _folder
     if _folder is None:
         _folder = tempfile.TemporaryDirectory(prefix="rk-field-")
@@ -137,7 +137,7 @@ def descriptors(pid):
 
 
 def wait_until(condition, patience=PATIENCE):
-    """Asks again until `condition` holds, for what no event tells of: how another process stands with its machine."""
+    """Polls until `condition` holds, for example the resources of another process, which cause no event."""
     deadline = time.monotonic() + patience
     while not condition():
         if time.monotonic() > deadline:
@@ -160,7 +160,7 @@ class TestCase(unittest.TestCase):
         return self.stack.enter_context(context)
 
     def note(self, text):
-        """What scripts/prove figures shows."""
+        """Prints a figure for scripts/prove figures."""
         print(f"figure: {self.id()}: {text}", flush=True)
 
     def assert_refused(self, text, program, line):

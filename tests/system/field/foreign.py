@@ -22,7 +22,7 @@ BLOCKS = [
     b"",
     b"\x00",
     b"\x00rk\x00\xff\x00\r\n\x80\x00",
-    bytes(range(255)),  # the longest that 0MQ counts with one byte
+    bytes(range(255)),  # the longest with a length field of one byte
     bytes(range(256)),
     random.Random(1).randbytes(1 << 20),
 ]
@@ -188,7 +188,7 @@ class Node:
 
 
 class Exchange:
-    """What a foreign peer and the library say to each other. The classes below say which peer, and over what."""
+    """Exchanges between a foreign peer and the library. The derived classes choose peer and transport."""
 
     def setUp(self):
         super().setUp()
@@ -197,7 +197,7 @@ class Exchange:
         self.endpoint = field.fresh_endpoint(self.transport)
 
     def ask(self, client, server, messages, kind, answer):
-        """`kind` is the end of the names of the peers' operations."""
+        """`kind` is the suffix of the peers' operations."""
         server.open("rep", self.endpoint)
         client.open("req", self.endpoint)
         for message in messages:
@@ -208,7 +208,7 @@ class Exchange:
             self.assertEqual(answer(message), getattr(client, "receive" + kind)())
 
     def publish(self, publisher, subscriber, messages, kind, mark):
-        """Publishes marks until one arrives, and then the messages."""
+        """Publishes marks until one arrives, then the messages."""
         publisher.open("pub", self.endpoint)
         subscriber.open("sub", self.endpoint)
         publisher.send_command(MARK)

@@ -1,5 +1,5 @@
-"""Peers that wish the library ill, on a port that it has bound. It must not crash, leak, or stop serving honest ones, and
-what it keeps in memory is bounded by what the application has set."""
+"""Hostile peers on a port that the library has bound. The library must not crash, leak, or stop serving other clients.
+Its memory must stay within the limits that the application has set."""
 
 import collections
 import contextlib
@@ -32,7 +32,7 @@ class Hostile(field.TestCase):
         self.context = self.enter(zmq.Context())
 
     def serve(self):
-        """Lets the victim answer blocks, on a thread of its own."""
+        """Lets the victim reply to blocks on a separate thread."""
         self.open("rep")
         self.victim.ask(f"serve own {2 * MEGABYTE}")
         self.settle()
@@ -42,13 +42,13 @@ class Hostile(field.TestCase):
         self.descriptors = field.descriptors(self.victim.pid)
 
     def settle(self):
-        """What a first exchange takes of memory is no leak."""
+        """Makes a first exchange, whose memory is not a leak."""
         for _ in range(20):
             self.assert_serves()
         self.assertTrue(field.wait_until(self.all_have_left))
 
     def plain(self, pattern, timeout=1000 * field.PATIENCE):
-        """A well-behaved 0MQ socket that is connected to the victim."""
+        """Returns a normal ZeroMQ socket that is connected to the victim."""
         peer = self.bare(pattern)
         peer.rcvtimeo = peer.sndtimeo = timeout
         self.prepare(peer)
@@ -64,17 +64,17 @@ class Hostile(field.TestCase):
         return peer
 
     def assert_serves(self):
-        """A client that comes now gets its reply, to its first request."""
+        """Expects a new client to get a reply to its first request."""
         with self.plain(zmq.REQ) as client:
             client.send(QUESTION)
             self.assertEqual(QUESTION[::-1], client.recv())
 
     def assert_serves_who_insists(self):
-        """Each stray connection before may have cost a reply, and some may still be waiting to be read."""
+        """Retries, because each stray connection may have cost a reply, and some may still be queued."""
         self.assertTrue(any(self.serves(QUESTION) for _ in range(10)))
 
     def serves(self, question):
-        """Whether a client that comes now gets its reply in time."""
+        """Returns whether a new client gets a reply in time."""
         with self.plain(zmq.REQ, timeout=2000) as client:
             client.send(question)
             with contextlib.suppress(zmq.Again):
@@ -86,7 +86,7 @@ class Hostile(field.TestCase):
         return field.resident_megabytes(self.victim.pid)
 
     def connections(self):
-        """How many others are connected to the victim."""
+        """Returns the number of other connections to the victim."""
         return field.descriptors(self.victim.pid) - self.descriptors
 
     def all_have_left(self):
@@ -101,7 +101,7 @@ class Hostile(field.TestCase):
         self.assertTrue(field.wait_until(self.all_have_left), f"{self.connections()} connections stay")
 
     def assert_does_not_add_up(self, attack, times=8, megabytes=2):
-        """What an attack leaves behind, it leaves once: memory grows by no more than a single attack may take."""
+        """Expects that repeated attacks do not use more memory than a single one."""
         attack()
         self.assert_all_left()
         first = self.resident()
@@ -112,7 +112,7 @@ class Hostile(field.TestCase):
 
 
 class Served(Hostile):
-    """The victim answers from the start."""
+    """A victim that replies from the start."""
 
     def setUp(self):
         super().setUp()
@@ -167,7 +167,7 @@ class Greetings(Served):
 
 
 class Connections(Served):
-    """Those that are made, and not used as they should be."""
+    """Attacks with connections that are made and misused."""
 
     @staticmethod
     def disperse(crowd):
@@ -329,7 +329,7 @@ def in_milliseconds(seconds):
 
 
 class Frames(Hostile):
-    """Messages that break the rules, or are meant for others."""
+    """Messages that violate the protocol, or belong to other patterns."""
 
     def test_that_claim_to_be_huge_take_no_memory(self):
         self.serve()
@@ -420,7 +420,7 @@ class Frames(Hostile):
 
 
 class Commands(Hostile):
-    """Messages that a listener cannot read."""
+    """Messages that a listener cannot parse."""
 
     COMMAND = bytes.fromhex("0807120909000000000000f83f1a0161")  # number 7, time 1.5, payload "a"
     REPLY = bytes.fromhex("0808120909000000000000f83f1a0161")
@@ -437,7 +437,7 @@ class Commands(Hostile):
             self.assertEqual(self.REPLY, client.recv())
 
     def throw(self, block):
-        """Waits until the listener's socket is rebuilt and bound: the one that it replaces still takes connections."""
+        """Waits until the listener's socket is rebuilt and bound, because the old one still accepts connections."""
         before = self.victim.logged().count(self.CONNECTED)
         with self.plain(zmq.REQ) as stranger:
             stranger.send(block)
@@ -472,10 +472,10 @@ class Commands(Hostile):
 
 
 class Floods(Hostile):
-    """More than is read."""
+    """Attacks with more messages than the victim reads."""
 
     def flood(self, message, count, patience=0.5):
-        """Sends until the victim takes no more, at most `count` messages; returns the connection and how many it took."""
+        """Sends at most `count` messages until the victim accepts no more. Returns the connection and their number."""
         bare = self.enter(zmtp.joined(self.endpoint))
         bare.settimeout(patience)
         for sent in range(count):
@@ -501,7 +501,7 @@ class Floods(Hostile):
     def test_of_requests_whose_replies_are_not_read_keep_a_thousand_replies_and_no_more(self):
         self.serve()
         before = self.resident()
-        # A queue that is full takes no more before half of it has been served.
+        # A full queue accepts no more before half of it has been served.
         _, sent = self.flood(zmtp.request(bytes(64 * KILOBYTE)), 5000, field.PATIENCE)
         self.assertEqual(5000, sent)
         self.assert_serves()
@@ -515,7 +515,7 @@ class Floods(Hostile):
             self.assert_serves()
 
     def publish(self, queue, idle):
-        """Publishes 3,000 blocks of 64 KiB to `idle` subscribers that never read; returns the memory before."""
+        """Publishes 3,000 blocks of 64 KiB to `idle` subscribers that never read. Returns the memory before."""
         self.open("pub", queue)
         for _ in range(idle):
             self.enter(zmtp.joined(self.endpoint, b"SUB")).sendall(zmtp.subscription(b""))
@@ -551,7 +551,7 @@ class Floods(Hostile):
 
     @staticmethod
     def hears(bare):
-        """Whether a message waits to be read: the subscriptions have been taken note of, as they come in order."""
+        """Returns whether a message is queued. The subscriptions, which arrive first, have then been handled."""
         bare.settimeout(0.005)
         try:
             return bare.recv(1) != b""
@@ -560,7 +560,7 @@ class Floods(Hostile):
 
 
 class Offenders(Hostile):
-    """Servers that greet like 0MQ and then break its protocol."""
+    """Servers that greet like ZeroMQ and then violate its protocol."""
 
     BROKEN_READY = bytes([zmtp.COMMAND, 4]) + b"\x05REA"
 
@@ -569,7 +569,7 @@ class Offenders(Hostile):
         self.server = self.enter(socket.create_server(("127.0.0.1", zmtp.address_of(self.endpoint)[1])))
 
     def offends(self, seconds):
-        """Breaks the protocol and waits until the victim hangs up. Returns whether it connects in time."""
+        """Violates the protocol and waits until the victim disconnects. Returns whether it reconnects in time."""
         self.server.settimeout(seconds)
         try:
             bare, _ = self.server.accept()
@@ -584,7 +584,7 @@ class Offenders(Hostile):
 
     def assert_given_up_until(self, command):
         self.assertTrue(self.offends(field.PATIENCE))
-        self.assertFalse(self.offends(0.5))  # 0MQ reconnects after a tenth of a second, when it does
+        self.assertFalse(self.offends(0.5))  # if ZeroMQ reconnects, it does so after a tenth of a second
         self.victim.ask(command)
         self.assertTrue(self.offends(field.PATIENCE))
 

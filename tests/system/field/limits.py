@@ -1,4 +1,4 @@
-"""The limits of the machine: each ends in the error that is documented, and all works again once the cause is gone."""
+"""The limits of the machine. Each causes the documented error, and the library recovers once the cause is removed."""
 
 import contextlib
 import os
@@ -23,7 +23,7 @@ def refused(reason):
 
 
 def too_many(number, name="own"):
-    """The text of a failed creation; 3 is a reply socket, 4 a request socket."""
+    """Returns the message of a failed creation. 3 is a reply socket and 4 a request socket."""
     return f"Socket: Failed creating socket [Socket {name}] of type {number}: Too many open files on [Socket {name}]"
 
 
@@ -46,7 +46,7 @@ class Limits(field.TestCase):
         return True
 
     def allow(self, count):
-        """So many file descriptors."""
+        """Occupies `count` file descriptors."""
         hard = resource.prlimit(self.peer.pid, resource.RLIMIT_NOFILE)[1]
         resource.prlimit(self.peer.pid, resource.RLIMIT_NOFILE, (count, hard))
 
@@ -68,10 +68,10 @@ class Limits(field.TestCase):
 
 
 class Descriptors(Limits):
-    """No file descriptors left, and some again."""
+    """Exhausts the file descriptors and releases some."""
 
     def leave_none(self):
-        """Those that are open stay so; as 0 to 2 are, there is none for a new one whatever 0MQ closes meanwhile."""
+        """Sets the limit to 3. Open descriptors stay open, and no new one is available even if ZeroMQ closes some."""
         self.allow(3)
 
     def leave_enough(self):
@@ -147,10 +147,10 @@ class Descriptors(Limits):
 
 
 class Sockets(Limits):
-    """0MQ's 1,023 sockets."""
+    """ZeroMQ's 1,023 sockets."""
 
     def use_up(self):
-        """Takes all that are left, and tells how many they were."""
+        """Opens all sockets that are left and returns their number."""
         for count in range(2000):
             self.ask(f"open {count} 0")
             try:
@@ -181,7 +181,7 @@ class Paths(Limits):
         self.assert_exchanges("client", "own")
 
     def assert_serves_after(self, repair, path, reason):
-        """It cannot be bound for this reason, until it is repaired."""
+        """Expects the bind to fail for this reason until the cause is removed."""
         with self.assertRaises(field.Refused) as caught:
             self.bind(path)
         self.assertEqual(refused(reason), str(caught.exception))
@@ -220,7 +220,7 @@ class Paths(Limits):
 
     @contextlib.contextmanager
     def mounted(self, options):
-        """A file system of its own. Tests that run at the same time see it too, and do not mind."""
+        """A separate file system. Other running tests see it too, which does not affect them."""
         folder = pathlib.Path(tempfile.mkdtemp(dir=field.folder()))
         subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", folder], check=True)
         try:
@@ -272,7 +272,7 @@ class Ports(Limits):
 
 
 class Repetitions(Limits):
-    """A request that is sent again and again to a server that stays away: each rebuilds the socket."""
+    """Repeated requests to a server that does not exist. Each rebuilds the socket."""
 
     def setUp(self):
         super().setUp()
@@ -290,7 +290,7 @@ class Repetitions(Limits):
                   f"{1024 * (megabytes - before[1]) / times:.1f} KB each")
 
     def use_up(self, endpoint, policy):
-        """Repeats until no socket is left, and tells how often that was possible."""
+        """Retries until no socket is left. Returns the number of retries."""
         self.open("own", "req", endpoint, policy=policy)
         self.repeat(20)
         before = self.footprint()
@@ -304,7 +304,7 @@ class Repetitions(Limits):
         return 20 + int(count) - 1
 
     def repeat_and_settle(self, times, descriptors):
-        """A hundred at a time, as 0MQ releases a socket a moment after it is closed."""
+        """Retries in groups of a hundred, because ZeroMQ releases sockets in the background."""
         for _ in range(times // 100):
             self.repeat(100)
             self.assertTrue(field.wait_until(lambda: field.descriptors(self.peer.pid) <= descriptors))
@@ -312,12 +312,12 @@ class Repetitions(Limits):
     def assert_flat(self, endpoint):
         self.open("own", "req", endpoint, policy="DropPending")
         self.ask("send own 01")
-        descriptors = field.descriptors(self.peer.pid) + 2  # one that is just being connected, and its timer
+        descriptors = field.descriptors(self.peer.pid) + 2  # a new connection and its timer
         self.repeat_and_settle(1000, descriptors)
         before = self.footprint()
         self.repeat_and_settle(3000, descriptors)
         self.note_growth(3000, before)
-        self.assertLess(self.footprint()[1] - before[1], 5)  # kept ones would take 45
+        self.assertLess(self.footprint()[1] - before[1], 5)  # sockets that were never released would take 45
 
     def test_with_drop_pending_take_nothing(self):
         for transport in ("tcp", "ipc"):
@@ -348,7 +348,7 @@ class Repetitions(Limits):
         self.assertEqual(1022, count)
         with field.peer() as server:
             open_socket(server, "own", "rep", endpoint)
-            for _ in range(1 + count):  # the first request, and its repetitions
+            for _ in range(1 + count):  # the first request and its retries
                 self.assertEqual("1 01", server.ask("receive own 10"))
                 server.ask("send own 02")
             self.assertTrue(field.wait_until(lambda: self.can("create own req")))

@@ -1,5 +1,5 @@
-/// The library behind a pipe: reads a command from each line, executes it, and answers with a line, "ok" and the result
-/// or "error" and the text of the exception. Bytes are hexadecimal digits, "-" if there are none.
+/// Drives the library through a pipe. Reads one command per line, executes it, and writes one line: "ok" and the
+/// result, or "error" and the message of the exception. Bytes are written as hexadecimal digits, and no bytes as "-".
 
 #include "support/messages.pb.h"
 
@@ -54,11 +54,11 @@ std::string fromHexadecimal(const std::string& text) {
     return bytes;
 }
 
-/// Answers each block with its bytes in reverse, on a thread of its own, and goes on after an error.
+/// Replies to each block with its bytes in reverse, on a separate thread. Continues after an error.
 class BlockServer {
 public:
     /// \param replier a bound reply socket
-    /// \param size the longest block that it takes
+    /// \param size the size of the longest block
     BlockServer(std::unique_ptr<Socket> replier, std::size_t size)
         : socket(std::move(replier)), block(size, '\0'), thread([this] { serve(); }) {}
     ~BlockServer() {
@@ -99,7 +99,7 @@ private:
     std::thread thread;
 };
 
-/// Answers each command with the one that has the next number and the payload in reverse.
+/// Replies to each command with the next number and the payload in reverse.
 class CommandListener : public socket::utils::SocketListener {
 public:
     using SocketListener::SocketListener;
@@ -229,7 +229,7 @@ private:
         result = std::to_string(socket.poll(words.next<unsigned int>(), error)) + " " + error;
     }
 
-    /// Executes the command that follows the number so many times.
+    /// Reads a number, and executes the command after it as many times.
     void repeat(Words& words) {
         const auto times = words.next<int>();
         const auto command = words.rest();

@@ -1,4 +1,4 @@
-"""What takes longer than a change may wait for: see scripts/prove siege."""
+"""Attacks that run for minutes: see scripts/prove siege."""
 
 import os
 import random

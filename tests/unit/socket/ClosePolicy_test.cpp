@@ -27,7 +27,7 @@ INSTANTIATE_TEST_SUITE_P(Number, ClosePolicyOf,
                                          std::pair(-1, -1), std::pair(std::numeric_limits<int>::max(), -1),
                                          std::pair(std::numeric_limits<int>::min(), -1)));
 
-/// A request to a server that is not there yet, which its socket has not sent when it is destroyed.
+/// A socket that is destroyed with an unsent request, because its server does not exist yet.
 class ClosePolicyOn : public testing::TestWithParam<Transport::Transport> {
 protected:
     static void leaveRequest(ClosePolicy::ClosePolicy policy, const SocketEndpoint& endpoint) {
@@ -50,7 +50,7 @@ TEST_P(ClosePolicyOf, SetsTheLingerTime) {
     for (const auto pattern : everyPattern) {
         Socket socket("cmd", static_cast<ClosePolicy::ClosePolicy>(GetParam().first));
         void* const handle = context.handleOf(Protocol::ToNativeProtocol(pattern));
-        const int other = 12345; // Unlike 0MQ's default, no policy's value.
+        const int other = 12345; // differs from ZeroMQ's default and from every policy
         zmq_setsockopt(handle, ZMQ_LINGER, &other, sizeof other);
         standIn.answer("zmq_socket", handle);
         socket.createAndConnect(pattern, freshEndpoint(Transport::Ipc), 0);
@@ -59,7 +59,7 @@ TEST_P(ClosePolicyOf, SetsTheLingerTime) {
     }
 }
 
-TEST(ClosePolicy, IsChangedByASubscriberAlone) {
+TEST(ClosePolicy, IsChangedOnlyBySubscribers) {
     for (const bool fails : {true, false}) {
         StandIn standIn;
         Socket socket("cmd", ClosePolicy::LingerTwoSeconds);
@@ -96,7 +96,7 @@ TEST_P(ClosePolicyOn, KeepsARequestForALaterServer) {
 TEST_P(ClosePolicyOn, DropsARequest) {
     const SocketEndpoint endpoint = freshEndpoint(GetParam());
     {
-        // Its end waits until 0MQ is done with the socket and has dropped the request.
+        // Its destructor waits until ZeroMQ has closed the socket and dropped the request.
         ZmqContext context;
         standIn.answer("zmq_socket", context.handleOf(ZMQ_REQ));
         leaveRequest(ClosePolicy::DropPending, endpoint);

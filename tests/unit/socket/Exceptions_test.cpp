@@ -21,7 +21,7 @@ class Exceptions : public testing::Test {
     static_assert(std::is_nothrow_copy_constructible_v<Exception>);
 };
 
-/// Clang 19 warns about macros whose last argument is left out.
+/// Names the tests, because clang 19 warns if the macro's last argument is omitted.
 struct ExceptionName {
     template <class Exception>
     static std::string GetName(int /*index*/) {

@@ -35,7 +35,7 @@ using calls::Lines;
 
 const std::string linger = "zmq_setsockopt " + std::to_string(ZMQ_LINGER) + " ";
 
-/// Leaves ZeroMQ's defaults set: the options are set from then on, but to what they are anyway.
+/// Sets every option to ZeroMQ's default. A setting cannot become absent again.
 void restoreDefaults() {
     Network::listenOn("*");
     Network::setPeerTimeout(0);
@@ -49,7 +49,7 @@ class NetworkOf : public testing::TestWithParam<std::pair<Protocol::Protocol, Tr
 protected:
     ~NetworkOf() override { restoreDefaults(); }
 
-    /// The options that `connect` sets for the endpoint.
+    /// Returns the options that `connect` sets for the endpoint.
     Lines linesOfConnect() {
         socket.create(protocol);
         standIn.journal().clear();
@@ -66,14 +66,13 @@ protected:
         return lines;
     }
 
-    /// The lines of options that were set before.
     void setEverything() const {
         Network::setPeerTimeout(30);
         Network::setMaxMessageSize(1000);
         Network::setIpv6(true);
     }
 
-    /// ZeroMQ does not release a socket that was connected to an inproc name that is never bound.
+    /// Binds the inproc name of a connecting socket. Otherwise ZeroMQ would never release that socket.
     std::optional<NativeSocket> inprocPeer() const {
         if (calls::binds(protocol) || endpoint.transport != Transport::Inproc) {
             return std::nullopt;
@@ -152,7 +151,7 @@ protected:
     StandIn standIn;
 };
 
-/// The ports of the other ends of the connections to a port of this machine.
+/// Returns the peers' ports of all connections to a local port.
 std::set<std::string> connectionsTo(unsigned short port) {
     std::ostringstream suffix;
     suffix << ':' << std::uppercase << std::hex << std::setw(4) << std::setfill('0') << port;
@@ -184,7 +183,7 @@ int countThatComeThrough(Feed& feed) {
     return received;
 }
 
-/// Ends the process with 0 if a request socket is rebuilt while so many others are open.
+/// Exits with 0 if a request socket is rebuilt while `others` sockets are open.
 void repairBeside(int others) {
     const rlimit many{4096, 4096};
     if (setrlimit(RLIMIT_NOFILE, &many) != 0) {
@@ -203,7 +202,7 @@ void repairBeside(int others) {
     std::exit(0);
 }
 
-/// Ends the process with 0 if no more sockets than the limit can be made.
+/// Exits with 0 if exactly `limit` sockets can be created.
 void exhaust(int limit) {
     Network::setMaxSockets(limit);
     std::list<Socket> open;
@@ -213,7 +212,7 @@ void exhaust(int limit) {
         }
     } catch (const std::runtime_error&) {
         const bool wasLast = open.size() == static_cast<std::size_t>(limit) + 1;
-        open.clear(); // the exit waits for them
+        open.clear(); // because the exit waits for them
         std::exit(wasLast ? 0 : 2);
     }
     std::exit(1);
@@ -241,7 +240,7 @@ TEST_P(NetworkOf, SetsOptionsBeforeTheEndpoint) {
                           calls::set(ZMQ_TCP_KEEPALIVE_INTVL, 5), calls::set(ZMQ_TCP_KEEPALIVE_CNT, 4)};
     Lines expected = ofTcp(keepalive);
     if (!calls::binds(protocol) && GetParam().second == Transport::Tcp) {
-        expected.front() = calls::set(ZMQ_IPV6, 0); // of an IPv4 address
+        expected.front() = calls::set(ZMQ_IPV6, 0); // for an IPv4 address
     }
     EXPECT_THAT(linesOfConnect(), ElementsAreArray(ofBinding({"zmq_setsockopt 22 = 1000 (8 bytes)"}) + expected +
                                                    ofTcp(ofConnecting({calls::set(ZMQ_TCP_MAXRT, 29500),
@@ -371,7 +370,7 @@ TEST_F(NetworkSettings, DropThePeerOfALargeMessage) {
     EXPECT_EQ(PollResult::Timeout, server.poll(100, error));
 }
 
-TEST_F(NetworkSettings, HoldSoManyMessages) {
+TEST_F(NetworkSettings, LimitTheQueuedMessages) {
     Network::setQueueSize(10);
     Feed feed;
     EXPECT_EQ(20, countThatComeThrough(feed));
@@ -381,7 +380,7 @@ TEST_F(NetworkSettings, HoldSoManyMessages) {
     EXPECT_EQ(20, countThatComeThrough(feed));
 }
 
-/// Longer than the peer timeout, in which unread messages fill every queue and buffer between the two.
+/// Unread messages fill every queue and buffer between the two sockets for longer than the peer timeout.
 TEST_F(NetworkSettings, KeepAFullSubscriber) {
     Network::setPeerTimeout(2);
     Network::setSilenceLimit(1);
@@ -393,7 +392,7 @@ TEST_F(NetworkSettings, KeepAFullSubscriber) {
     std::string error;
     std::string frame(1 << 20, 'x');
     do {
-        publisher.poll(0, error); // take note of the subscription
+        publisher.poll(0, error); // processes the subscription
         publisher.send(frame.data(), frame.size());
     } while (subscriber.poll(1, error) != PollResult::Input);
     const std::set<std::string> before = connectionsTo(endpoint.port);
@@ -401,7 +400,7 @@ TEST_F(NetworkSettings, KeepAFullSubscriber) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(7);
     while (std::chrono::steady_clock::now() < end) {
         publisher.send(frame.data(), frame.size());
-        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the rate of a load that must outlast the time set
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so that the load outlasts the timeout
     }
     EXPECT_EQ(before, connectionsTo(endpoint.port));
     frame.back() = 'y';
@@ -447,7 +446,7 @@ TEST(NetworkDeathTest, LimitsSockets) {
     EXPECT_EXIT(exhaust(20), testing::ExitedWithCode(0), "");
 }
 
-TEST(NetworkDeathTest, LimitsSocketsAfterAFailedLock) {
+TEST(NetworkDeathTest, LimitsSocketsAfterALockFails) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(limitAfterFailedLock(), testing::ExitedWithCode(0), "");
 }

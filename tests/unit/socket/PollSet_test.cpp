@@ -69,7 +69,7 @@ protected:
     std::function<void()> note(const std::string& name) {
         return [this, name] { called.push_back(name); };
     }
-    /// Notes the text that it receives.
+    /// Returns a handler that records the message.
     std::function<void()> read(Socket& socket) {
         return [this, &socket] { called.push_back(receiveText(socket)); };
     }
@@ -85,7 +85,7 @@ protected:
 
 } // namespace
 
-TEST_F(PollSet, CallsWhatIsReady) {
+TEST_F(PollSet, CallsReadyHandlers) {
     set.add(feed.subscriber, read(feed.subscriber));
     set.add(otherFeed.subscriber, note("silent feed"));
     set.add(event.get(), [&] {
@@ -103,7 +103,7 @@ TEST_F(PollSet, CallsWhatIsReady) {
     EXPECT_THAT(called, ElementsAre("news", "event"));
 }
 
-TEST_F(PollSet, CallsAgainForWhatIsLeft) {
+TEST_F(PollSet, CallsAgainForRemainingInput) {
     set.add(feed.subscriber, read(feed.subscriber));
     feed.publisher.send("one");
     feed.publisher.send("two");
@@ -121,7 +121,7 @@ TEST_F(PollSet, WaitsWithNothingToPoll) {
     EXPECT_EQ(0U, set.wait(atOnce));
 }
 
-TEST_F(PollSet, WaitsForItsTime) {
+TEST_F(PollSet, WaitsForItsTimeout) {
     set.add(feed.subscriber, note("feed"));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(0U, set.wait(milliseconds(20)));
@@ -155,7 +155,7 @@ TEST_F(PollSet, ReplacesAHandler) {
     EXPECT_THAT(called, ElementsAre("new", "new feed"));
 }
 
-TEST_F(PollSet, ForgetsWhatIsRemoved) {
+TEST_F(PollSet, ForgetsRemovedItems) {
     set.add(event.get(), note("event"));
     set.add(feed.subscriber, note("feed"));
     set.remove(event.get());
@@ -169,7 +169,7 @@ TEST_F(PollSet, ForgetsWhatIsRemoved) {
     EXPECT_EQ(0U, set.wait(atOnce));
 }
 
-TEST_F(PollSet, SkipsASocketThatIsEmptied) {
+TEST_F(PollSet, SkipsAnEmptiedSocket) {
     set.add(event.get(), [&] {
         called.push_back(receiveText(feed.subscriber));
         event.take();
@@ -184,7 +184,7 @@ TEST_F(PollSet, SkipsASocketThatIsEmptied) {
     EXPECT_EQ(2U, standIn.journal().count("zmq_poll 1 items, events 1, 0 ms")) << "one before each handler";
 }
 
-TEST_F(PollSet, LetsHandlersChangeIt) {
+TEST_F(PollSet, AllowsHandlersToChangeIt) {
     set.add(event.get(), [&, kept = std::string(1000, 'x')] {
         set.remove(event.get()); // itself
         set.remove(feed.subscriber);
@@ -202,7 +202,7 @@ TEST_F(PollSet, LetsHandlersChangeIt) {
     EXPECT_THAT(called, ElementsAre(std::string(1000, 'x'), "added"));
 }
 
-TEST_F(PollSet, StarvesNoneWhenAHandlerThrows) {
+TEST_F(PollSet, CallsAllAfterAHandlerThrows) {
     set.add(event.get(), [&] { throw std::runtime_error("as asked"); });
     set.add(feed.subscriber, read(feed.subscriber));
     set.add(otherEvent.get(), [&] {
@@ -253,7 +253,7 @@ TEST_F(PollSet, CallsForAHangUp) {
     EXPECT_THAT(called, ElementsAre("pipe", "pipe"));
 }
 
-TEST_F(PollSet, EndsByASignal) {
+TEST_F(PollSet, EndsOnASignal) {
     interrupt([&] { EXPECT_EQ(0U, set.wait(withoutLimit)); });
     set.add(event.get(), note("event"));
     interrupt([&] { EXPECT_EQ(0U, set.wait(withoutLimit)); });
@@ -278,7 +278,7 @@ TEST_F(PollSet, ThrowsWhenZmqFails) {
     EXPECT_EQ("Cannot poll a set of sockets: Bad address", textThrownBy([&] { set.wait(atOnce); }));
 }
 
-TEST_F(PollSet, RefusesWhatCannotBePolled) {
+TEST_F(PollSet, RejectsInvalidItems) {
     EXPECT_EQ("Cannot poll without a handler",
               textThrownBy<std::invalid_argument>([&] { set.add(feed.subscriber, nullptr); }));
     EXPECT_EQ("Cannot poll descriptor -1", textThrownBy<std::invalid_argument>([&] { set.add(-1, note("none")); }));

@@ -21,7 +21,7 @@ static_assert(std::is_same_v<decltype(&Protocol::ToString), std::string (*)(Prot
 static_assert(std::is_same_v<decltype(&Protocol::FromString), Protocol::Protocol (*)(const std::string&)>);
 static_assert(std::is_same_v<decltype(&Protocol::ToNativeProtocol), int (*)(Protocol::Protocol)>);
 
-/// Every pattern, with its text and 0MQ's number.
+/// A pattern, its name and ZeroMQ's number.
 struct Pattern {
     Protocol::Protocol pattern;
     const char* text;
@@ -43,7 +43,7 @@ TEST(Protocol, ConvertsEveryPattern) {
     }
 }
 
-TEST(Protocol, HasNoTextOrNumberForOtherValues) {
+TEST(Protocol, HasNoNameOrNumberForOtherValues) {
     for (const int value : {0, 5, 7, -1, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
         const auto none = static_cast<Protocol::Protocol>(value);
         EXPECT_EQ("undef", Protocol::ToString(none));
@@ -51,7 +51,7 @@ TEST(Protocol, HasNoTextOrNumberForOtherValues) {
     }
 }
 
-TEST(Protocol, IsUndefForOtherTexts) {
+TEST(Protocol, IsUndefForOtherNames) {
     for (const std::string& text :
          {std::string(), std::string("undef"), std::string("PUB"), std::string("Pub"), std::string(" pub"),
           std::string("pub "), std::string("pu"), std::string("publ"), std::string("pubsub"), std::string("1"),

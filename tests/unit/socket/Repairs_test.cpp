@@ -11,8 +11,6 @@
 #include <thread>
 #include <utility>
 
-// Repairs of sockets with any number of endpoints.
-
 namespace rk::tests {
 
 namespace {
@@ -21,7 +19,7 @@ using calls::operator+;
 
 const auto counts = testing::Values(1, 2, 3, 4, 5, 8, 17, 50);
 
-/// A socket with endpoints of mixed transports and receive timeouts. Peers bind those that the socket connects to.
+/// A socket with endpoints of mixed transports and receive timeouts, and peers for them.
 class Repaired {
 public:
     Repaired(Protocol::Protocol pattern, int count, ClosePolicy::ClosePolicy closePolicy = ClosePolicy::DropPending)
@@ -40,10 +38,10 @@ public:
         made = standIn.journal().lines();
     }
 
-    /// The calls of the first connects, which each rebuild repeats.
+    /// Returns the expected calls of a rebuild: a close, and the calls of the original connects.
     calls::Lines linesOfRebuild() const { return calls::Lines{"zmq_close"} + made; }
 
-    /// The same by the model.
+    /// Returns the same calls from the model.
     calls::Lines modelOfRebuild() const {
         calls::Lines lines{"zmq_close", calls::open(protocol)};
         for (const auto& [endpoint, timeout] : connections) {
@@ -56,7 +54,7 @@ public:
         return calls::Lines{call, calls::repairWarning("x")} + linesOfRebuild() + calls::Lines{call};
     }
 
-    /// What `action` makes the library do.
+    /// Returns the journal of `action`.
     calls::Lines linesOf(const std::function<void()>& action) {
         standIn.journal().clear();
         action();
@@ -65,7 +63,7 @@ public:
 
     NativeSocket& peer(std::size_t number) { return *std::next(peers.begin(), static_cast<std::ptrdiff_t>(number)); }
 
-    /// Peer `number` receives `text`, at last: requests of a replaced socket may come first. Then it replies.
+    /// Peer `number` receives `text` and replies. Skips requests of replaced sockets, which may arrive first.
     void expectAtPeer(std::size_t number, const std::string& text) {
         std::string received = peer(number).receive();
         while (received != text && !received.empty()) {
@@ -76,7 +74,7 @@ public:
         peer(number).send("reply to " + text);
     }
 
-    /// Shows that every endpoint is connected, in order: 0MQ takes peers in turn, in the order of their connections.
+    /// Expects every endpoint to be connected in order. ZeroMQ sends to the peers in the order of the connects.
     void expectPeersInOrder(std::size_t from = 0) {
         for (std::size_t number = from; number < peers.size(); ++number) {
             const std::string text = "to " + std::to_string(number);
@@ -86,7 +84,6 @@ public:
         }
     }
 
-    /// Shows that clients of every endpoint are served.
     void expectClientsServed() {
         for (const auto& [endpoint, timeout] : connections) {
             NativeSocket client(Protocol::Req, endpoint);
@@ -97,14 +94,14 @@ public:
         }
     }
 
-    /// Shows that what the publishers send arrives.
+    /// Expects messages of every publisher to arrive.
     void expectNewsOfEveryPeer() {
         for (std::size_t number = 0; number < peers.size(); ++number) {
             expectNews([&](const std::string& text) { peer(number).send(text); }, socket);
         }
     }
 
-    /// Shows that subscribers to every endpoint hear the publisher.
+    /// Expects subscribers of every endpoint to receive.
     void expectSubscribersHear() {
         for (const auto& [endpoint, timeout] : connections) {
             Peer subscriber("subscriber", Protocol::Sub, endpoint);
@@ -133,7 +130,7 @@ private:
         connections.emplace_back(endpoint, timeout);
     }
 
-    /// A subscription takes its time to arrive.
+    /// Publishes repeatedly, because a subscription takes time to arrive.
     void expectNews(const std::function<void(const std::string&)>& publish, Socket& subscriber) {
         static int edition = 0;
         const std::string text = "edition " + std::to_string(++edition);
@@ -142,7 +139,7 @@ private:
         } while (!hears(text, subscriber));
     }
 
-    /// Passes over older editions, of which several may have been published.
+    /// Skips older messages.
     static bool hears(const std::string& text, Socket& subscriber) {
         std::string error;
         while (subscriber.poll(1, error) == PollResult::Input) {
@@ -158,7 +155,7 @@ class Repairs : public testing::TestWithParam<int> {};
 
 INSTANTIATE_TEST_SUITE_P(Of, Repairs, counts);
 
-/// One for many endpoints: 0MQ may lag behind with closing the peers' sockets, and has 1,023 at most.
+/// Returns one policy for many endpoints. ZeroMQ closes peers' sockets slowly and has at most 1,023.
 std::vector<ClosePolicy::ClosePolicy> policiesFor(int count) {
     if (count > 8) {
         return {ClosePolicy::WaitForDelivery};
@@ -168,7 +165,7 @@ std::vector<ClosePolicy::ClosePolicy> policiesFor(int count) {
 
 } // namespace
 
-TEST_P(Repairs, ConnectsEachAsTheModelDoes) {
+TEST_P(Repairs, ConnectsEachLikeTheModel) {
     for (const auto pattern : everyPattern) {
         for (const auto policy : policiesFor(GetParam())) {
             Repaired repaired(pattern, GetParam(), policy);
@@ -188,28 +185,28 @@ TEST_P(Repairs, RebuildsInOrderEveryTime) {
     }
 }
 
-TEST_P(Repairs, LeavesEveryPeerOfARequesterInOrder) {
+TEST_P(Repairs, KeepsTheOrderOfARequestersPeers) {
     Repaired repaired(Protocol::Req, GetParam());
     repaired.expectPeersInOrder();
     repaired.socket.resetConnections();
     repaired.expectPeersInOrder();
 }
 
-TEST_P(Repairs, LeavesEveryClientOfAReplierServed) {
+TEST_P(Repairs, ServesEveryClientOfAReplier) {
     Repaired repaired(Protocol::Rep, GetParam());
     repaired.expectClientsServed();
     repaired.socket.resetConnections();
     repaired.expectClientsServed();
 }
 
-TEST_P(Repairs, LeavesASubscriberToEveryPublisher) {
+TEST_P(Repairs, KeepsASubscriberOnEveryPublisher) {
     Repaired repaired(Protocol::Sub, GetParam());
     repaired.expectNewsOfEveryPeer();
     repaired.socket.resetConnections();
     repaired.expectNewsOfEveryPeer();
 }
 
-TEST_P(Repairs, LeavesAPublisherToEverySubscriber) {
+TEST_P(Repairs, KeepsAPublisherForEverySubscriber) {
     Repaired repaired(Protocol::Pub, GetParam());
     repaired.expectSubscribersHear();
     repaired.socket.resetConnections();
@@ -257,7 +254,7 @@ TEST_P(Repairs, ReceivesAfterEachOfManyJams) {
     }
 }
 
-TEST_P(Repairs, StopsAtTheFailingOne) {
+TEST_P(Repairs, StopsAtTheFailingEndpoint) {
     for (int failing = 1; failing <= GetParam(); failing += 1 + GetParam() / 5) {
         Repaired repaired(Protocol::Req, GetParam());
         repaired.standIn.fail("zmq_connect", EINVAL, failing);
@@ -270,7 +267,7 @@ TEST_P(Repairs, StopsAtTheFailingOne) {
     }
 }
 
-TEST_P(Repairs, PassesOverEachEndpointThatItHas) {
+TEST_P(Repairs, IgnoresDuplicateEndpoints) {
     Repaired repaired(Protocol::Req, GetParam());
     for (int round = 0; round < 2; ++round) {
         EXPECT_THAT(repaired.linesOf([&] {
@@ -283,7 +280,7 @@ TEST_P(Repairs, PassesOverEachEndpointThatItHas) {
     }
 }
 
-TEST_P(Repairs, ForgetsTheQueueSizeAndKeepsTheRest) {
+TEST_P(Repairs, ResetsOnlyTheQueueSize) {
     Repaired repaired(Protocol::Req, GetParam());
     repaired.standIn.setClock(1000.0);
     repaired.socket.setTargetBitRate(1);

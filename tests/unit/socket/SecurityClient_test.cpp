@@ -51,10 +51,10 @@ class SecurityClient : public testing::Test {
 protected:
     SecurityClient() {
         process.trust(SecuredProcess::asServer(server));
-        SteadyClock().advance(std::chrono::minutes(1)); // an address has one line a minute
+        SteadyClock().advance(std::chrono::minutes(1)); // because each address is logged once a minute
     }
 
-    /// Expects that `peer`, bound to the endpoint, receives nothing from a request.
+    /// Sends a request to `peer` and expects that it does not arrive.
     void expectSilence(CurvePeer& peer) {
         Socket client("client", ClosePolicy::DropPending);
         client.createAndConnect(Protocol::Req, endpoint, 300);
@@ -159,7 +159,7 @@ TEST_F(SecurityClient, TalksToTrustedServer) {
     EXPECT_EQ("answer", receiveText(client));
 }
 
-TEST_F(SecurityClient, SubscribesToServersWithTheirKeys) {
+TEST_F(SecurityClient, SubscribesWithEachServersKey) {
     const SocketEndpoint second = freshEndpoint(Transport::Tcp);
     const KeyPair other = generateKeyPair();
     process.trust(SecuredProcess::asServer(server) + other.publicKey +
@@ -286,7 +286,7 @@ TEST_P(SecurityRecovery, OfARequestByARepair) {
     EXPECT_EQ(1U, standIn.journal().count("warning: [Socket client] Attempting reset"));
 }
 
-TEST_F(SecurityClientRefused, TimesOutInAFirstSendAfterwards) {
+TEST_F(SecurityClientRefused, TimesOutAfterAFirstSend) {
     Socket client("client", ClosePolicy::DropPending);
     client.createAndConnect(Protocol::Req, endpoint, 300);
     ASSERT_TRUE(waitForRefusal());

@@ -37,12 +37,12 @@ namespace Transport = socket::Transport;
 constexpr int connectionEnds = ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
                                ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
 
-/// Whom a reply socket serves, and a publish socket.
+/// An encrypted reply socket and publish socket, and their clients.
 class SecurityServer : public testing::Test {
 protected:
     SecurityServer() {
         process.trust(process.itself() + SecuredProcess::asClient(client));
-        SteadyClock().advance(std::chrono::minutes(1)); // an address has one line a minute
+        SteadyClock().advance(std::chrono::minutes(1)); // because each address is logged once a minute
     }
 
     std::unique_ptr<CurvePeer> connected(int type, const KeyPair& keys) const {
@@ -51,7 +51,7 @@ protected:
         return peer;
     }
 
-    /// Expects that the reply socket receives just this.
+    /// Expects `text` to be the next request.
     void expectRequest(const std::string& text) {
         EXPECT_EQ(text, receiveText(server));
         sendText(server, "reply to " + text);
@@ -217,7 +217,7 @@ TEST_F(SecurityServer, ClosesHalfOpenHandshakes) {
     EXPECT_TRUE(connection.waitForEnd());
 }
 
-TEST_F(SecurityServer, AllocatesLittleForStrangers) {
+TEST_F(SecurityServer, AllocatesLittleForUntrusted) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
     const std::string greeting = std::string("\xff") + std::string(8, '\0') + "\x7f\x03" + '\0' + "CURVE" +
                                  std::string(15, '\0') + '\0' + std::string(31, '\0');
@@ -345,7 +345,7 @@ TEST_F(SecurityServer, ReceivesTheLargestMessage) {
     EXPECT_EQ(16 * 1024 * 1024, server.receive(&byte, sizeof byte));
 }
 
-TEST_F(SecurityServer, RefusesTheNameOfTheAuthenticator) {
+TEST_F(SecurityServer, RejectsTheAuthenticatorsName) {
     const SocketEndpoint authenticator(Transport::Inproc, "zeromq.zap.01", 0);
     for (const Protocol::Protocol protocol : everyPattern) {
         Socket intruder("intruder", ClosePolicy::DropPending);

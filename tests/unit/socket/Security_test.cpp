@@ -57,10 +57,10 @@ std::string sizeLimit(std::int64_t bytes) {
     return setting(ZMQ_MAXMSGSIZE, std::to_string(bytes), sizeof bytes);
 }
 
-/// The options that sockets get for their endpoints.
+/// The options that sockets set for their endpoints.
 class SecurityOptions : public testing::Test {
 protected:
-    /// The options of an endpoint that a socket connects.
+    /// Returns the options that `connect` sets.
     Lines optionsOf(Protocol::Protocol protocol, Transport::Transport transport) {
         Socket socket("part", ClosePolicy::DropPending);
         socket.create(protocol);
@@ -88,7 +88,7 @@ protected:
     SecuredProcess process;
 };
 
-/// The same in a process of its own, because the limit that no one has set cannot be restored.
+/// The same in a separate process, because a limit cannot become absent again.
 class SecurityOptionsDeathTest : public SecurityOptions {
 protected:
     void addToEachLimit() {
@@ -107,7 +107,7 @@ protected:
     }
 };
 
-/// What fails in `connect`, and the text that it throws.
+/// A call that fails in `connect`, and the expected message.
 struct Failure {
     const char* name;
     Protocol::Protocol protocol;
@@ -218,7 +218,7 @@ TEST_F(SecurityOptions, LeaveOthersPlain) {
     }
 }
 
-TEST_F(SecurityOptionsDeathTest, AddWhatEncryptionAdds) {
+TEST_F(SecurityOptionsDeathTest, AddLimits) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT((addToEachLimit(), std::exit(HasFailure() ? 1 : 0)), testing::ExitedWithCode(0), "");
 }

@@ -31,7 +31,7 @@ public:
         }
         child = ::fork();
         if (child == 0) {
-            // It keeps its copy of the listener until the pipe tells of this object's end.
+            // Keeps its copy of the listener until the pipe is closed by the destructor.
             ::close(ends[1]);
             char byte = 0;
             const ssize_t size = ::read(ends[0], &byte, 1);
@@ -61,7 +61,7 @@ ZmqHandle bindPlain(ZmqContext& context, const std::string& address) {
     return socket;
 }
 
-/// Narrows the permissions of the files that this process makes.
+/// Sets the umask on scope entry and restores it on scope exit.
 class Umask {
 public:
     explicit Umask(mode_t mask) : before(::umask(mask)) {}
@@ -88,7 +88,7 @@ protected:
     Socket socket{"control", ClosePolicy::DropPending};
 
     void expectRefusedAtOnce(const SocketEndpoint& endpoint) {
-        // On a busy machine any call may take long: the shortest of a few is what the library itself needs.
+        // Takes the shortest of several calls, because any call may take long on a busy machine.
         Clock::duration shortest = Clock::duration::max();
         for (int attempt = 0; attempt < 6; ++attempt) {
             shortest = std::min(shortest, timeOfRefusal(attempt % 2 == 0 ? Protocol::Rep : Protocol::Pub, endpoint));
@@ -96,7 +96,7 @@ protected:
         EXPECT_LT(shortest, atOnce);
     }
 
-    /// A request to the endpoint reaches `server`.
+    /// Expects a request to the endpoint to reach `server`.
     static void expectServed(Socket& server, const SocketEndpoint& endpoint) {
         Peer client("client", Protocol::Req, endpoint);
         sendText(client, "question");
@@ -127,7 +127,7 @@ INSTANTIATE_TEST_SUITE_P(Of, SocketBind, testing::ValuesIn(everyPattern), nameOf
 
 } // namespace
 
-TEST_F(SocketBind, IsRefusedWhenThisProcessBinds) {
+TEST_F(SocketBind, FailsWhenThisProcessHasBound) {
     Peer holder("holder", Protocol::Rep, port);
     holder.connect(name, patienceMs);
 
@@ -136,7 +136,7 @@ TEST_F(SocketBind, IsRefusedWhenThisProcessBinds) {
     expectServed(holder, port);
 }
 
-TEST_F(SocketBind, IsRefusedWhenA0MqSocketBinds) {
+TEST_F(SocketBind, FailsWhenAZmqSocketHasBound) {
     ZmqContext context;
     const ZmqHandle holder = bindPlain(context, port.toString(Protocol::Rep));
     expectRefusedAtOnce(port);
@@ -147,7 +147,7 @@ TEST_F(SocketBind, IsRefusedWhenAListenerBinds) {
     expectRefusedAtOnce(port);
 }
 
-TEST_F(SocketBind, IsRefusedWhenAProcessBinds) {
+TEST_F(SocketBind, FailsWhenAnotherProcessHasBound) {
     const OtherProcess holder(port.port);
     expectRefusedAtOnce(port);
 }
@@ -167,7 +167,7 @@ TEST_F(SocketBind, TakesOverAPathFromAnyHolder) {
     expectTakenOver();
 }
 
-TEST_P(SocketBind, OpensTheFileItBindsToEverybody) {
+TEST_P(SocketBind, LetsEveryUserOpenTheSocketFile) {
     const Umask narrow(077);
     ZmqContext context;
     const ZmqHandle holder = bindPlain(context, path.toString(Protocol::Rep));

@@ -9,7 +9,7 @@
 #include <type_traits>
 
 /// \file
-/// Which calls of the overloaded operations compile, and which overload they mean.
+/// Checks which calls of the overloaded operations compile, and which overload they select.
 
 namespace rk::tests {
 
@@ -45,7 +45,7 @@ public:
 template <class... Arguments>
 constexpr bool sends = Sending<Arguments...>::compiles;
 
-// Whatever converts to a mutable `void*` and a size.
+// Arguments that convert to a mutable `void*` and a size.
 static_assert(sends<void*, unsigned long> && sends<void*, int> && sends<void*, Size> && sends<void*, double>);
 static_assert(sends<void* const&, unsigned long> && sends<char*&, std::size_t> && sends<unsigned char*, unsigned>);
 static_assert(sends<std::byte*, std::size_t> && sends<int*, long> && sends<double*, short> && sends<bool*, bool>);
@@ -58,7 +58,7 @@ static_assert(sends<const void*, int> && sends<const char*, int> && sends<const 
 static_assert(sends<const std::uint8_t*, std::size_t> && sends<const Block*, int> && sends<const int (&)[2], int>);
 static_assert(sends<char* const*, int> && sends<const std::byte*, std::size_t>);
 
-// What is not bytes, or may change.
+// Arguments that are not constant bytes.
 static_assert(!sends<const Owner*, int> && !sends<const Socket*, int> && !sends<const std::string*, int>);
 static_assert(!sends<volatile char*, int> && !sends<const volatile char*, int> && !sends<const volatile void*, int>);
 static_assert(!sends<std::string, int> && !sends<std::string_view, int> && !sends<int, int> && !sends<void (*)(), int>);
@@ -67,12 +67,12 @@ static_assert(!sends<std::string, int> && !sends<std::string_view, int> && !send
 static_assert(sends<const char*> && sends<const char (&)[4]> && sends<std::string> && sends<const std::string&>);
 static_assert(sends<std::string&> && sends<std::string_view> && sends<char*>);
 
-// A buffer without its size, and what is no string.
+// A buffer without its size, and arguments that are not strings.
 static_assert(!sends<std::nullptr_t> && !sends<char (&)[4]> && !sends<int> && !sends<void*> && !sends<Block>);
 static_assert(!sends<std::vector<char>> && !sends<std::array<char, 4>> && !sends<unsigned char (&)[4]> && !sends<>);
 static_assert(!sends<void*, int, int>);
 
-/// Calls whose arguments have no type that a template could be given.
+/// Calls whose arguments cannot be expressed as template arguments.
 [[maybe_unused]] void compileCallsOfConstants(Socket& socket, Incomplete* incomplete, Text& message) {
     socket.send(nullptr, 0);
     socket.send(NULL, 0);
@@ -108,7 +108,7 @@ protected:
 
 } // namespace
 
-TEST_F(SocketCalls, SendNothingThatIsNull) {
+TEST_F(SocketCalls, RejectNullPointers) {
     socket.send(nullptr, 0);
     EXPECT_EQ("", received());
     socket.send(std::string_view());

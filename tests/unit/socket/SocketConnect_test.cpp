@@ -15,7 +15,7 @@
 #include <stdexcept>
 #include <type_traits>
 
-// Repairs_test.cpp shows the order of the calls for any number of endpoints.
+// Repairs_test.cpp tests the order of the calls for any number of endpoints.
 
 namespace rk::tests {
 
@@ -49,12 +49,12 @@ protected:
     }
 };
 
-/// A socket of a pattern that the library does not know, which only a 0MQ of the test's own making gives it.
+/// A socket of an unknown pattern, which only the stand-in for ZeroMQ can create.
 class SocketConnectOfNoPattern : public SocketConnect, public testing::WithParamInterface<int> {};
 
 INSTANTIATE_TEST_SUITE_P(OfType, SocketConnectOfNoPattern, testing::Values(0, 5, -1));
 
-/// A call of 0MQ that fails while a socket of the pattern is connected, and what the thrown text says of it.
+/// A call of ZeroMQ that fails while a socket of the pattern is connected, and its part of the message.
 struct FailingCall {
     std::string function;
     Protocol::Protocol protocol;
@@ -65,7 +65,7 @@ void PrintTo(const FailingCall& call, std::ostream* out) {
     *out << call.function << " of " << Protocol::ToString(call.protocol);
 }
 
-/// Connects a socket, which has one endpoint already, to a second one, in vain.
+/// A socket that has one endpoint and fails to connect a second one.
 class SocketConnectFailing : public SocketConnect, public testing::WithParamInterface<FailingCall> {
 protected:
     SocketConnectFailing() {
@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(In, SocketConnectFailing,
                                          FailingCall{"zmq_setsockopt " + std::to_string(ZMQ_SUBSCRIBE), Protocol::Sub,
                                                      subscribeText}));
 
-/// An endpoint that 0MQ itself refuses.
+/// An endpoint that ZeroMQ rejects.
 struct BadEndpoint {
     Protocol::Protocol protocol;
     SocketEndpoint endpoint;
@@ -190,7 +190,7 @@ TEST_F(SocketConnect, RecordsTheLastEndpoint) {
     socket.createAndConnect(Protocol::Sub, nobody, 0);
     socket.connect(other, 0);
     EXPECT_EQ(other, socket.lastEndpoint());
-    socket.connect(nobody, 0); // passed over
+    socket.connect(nobody, 0); // ignored
     EXPECT_EQ(other, socket.lastEndpoint());
     standIn.fail("zmq_connect", EINVAL);
     EXPECT_EQ(attachText + "Invalid argument on [Socket cmd]", textOfConnect({Transport::Tcp, "127.0.0.1", 10}));
@@ -302,7 +302,7 @@ TEST_F(SocketConnect, ThrowsTheErrorOfTheLastBind) {
     socket.createAndConnect(Protocol::Rep, endpoint, 0);
     socket.create(Protocol::Rep);
     standIn.journal().clear();
-    // The address is one that this process has given up: it is tried again.
+    // The bind is retried, because this process has released the address.
     standIn.fail("zmq_bind", EADDRINUSE);
     standIn.after("zmq_bind", [&] {
         standIn.fail("zmq_bind", EACCES);
@@ -315,7 +315,7 @@ TEST_F(SocketConnect, ThrowsTheErrorOfTheLastBind) {
     expectClosed(standIn, socket);
 }
 
-TEST_F(SocketConnect, FailsWithANegativeResultAlone) {
+TEST_F(SocketConnect, FailsOnlyForANegativeResult) {
     socket.create(Protocol::Req);
     standIn.answer("zmq_connect", 1);
     EXPECT_NO_THROW(socket.connect(nobody, 0));
@@ -325,7 +325,7 @@ TEST_F(SocketConnect, FailsWithANegativeResultAlone) {
     EXPECT_EQ(attachText + "Cannot allocate memory on [Socket cmd]", textOfConnect(freshEndpoint(Transport::Ipc)));
 }
 
-TEST_F(SocketConnect, ThrowsForATimeoutThatZmqRefuses) {
+TEST_F(SocketConnect, ThrowsWhenZmqRejectsTheTimeout) {
     for (const unsigned int timeout : {2147483648U, 4294967294U}) {
         socket.create(Protocol::Req);
         EXPECT_EQ(timeoutText + "Invalid argument on [Socket cmd]", textOfConnect(nobody, timeout));
@@ -347,7 +347,7 @@ TEST_F(SocketConnect, IgnoresARefusedLingerOrChmod) {
     EXPECT_EQ(1U, standIn.journal().count("debug: Connected [Socket cmd]"));
 }
 
-TEST_F(SocketConnect, BindsAnIpcNameThatIsNoFile) {
+TEST_F(SocketConnect, BindsAnAbstractIpcName) {
     const SocketEndpoint endpoint(Transport::Ipc, "@" + temporaryFolder(), 0);
     socket.create(Protocol::Rep);
     EXPECT_NO_THROW(socket.connect(endpoint, 100));
@@ -371,7 +371,7 @@ TEST_F(SocketConnect, ClosesWhenMemoryRunsOut) {
     }
 }
 
-TEST_F(SocketConnect, IsConnectedOnceForEachThatDiffers) {
+TEST_F(SocketConnect, ConnectsOncePerDistinctEndpoint) {
     std::mt19937 random;
     socket.create(Protocol::Req);
     std::vector<SocketEndpoint> distinct;

@@ -34,7 +34,7 @@ static_assert(!std::has_virtual_destructor_v<SocketContext>);
 static_assert(std::is_same_v<decltype(&SocketContext::createSocket), void* (SocketContext::*)(Protocol::Protocol)>);
 static_assert(std::is_same_v<decltype(&getSocket), void* (*)(Protocol::Protocol)>);
 
-/// Long enough for a second thread to get where it must not get.
+/// Long enough for a second thread to enter a section that it must not enter.
 constexpr std::chrono::milliseconds intrusion{100};
 
 const std::vector<std::string> shutdownJournal = {"debug: [SocketContext]: Terminating 0MQ context",
@@ -44,19 +44,19 @@ const std::vector<std::string> shutdownJournal = {"debug: [SocketContext]: Termi
                                                   "zmq_ctx_destroy",
                                                   "debug: [SocketContext]: Destroying 0MQ context Done"};
 
-/// Receives on a socket that nothing is ever sent to, and closes it. The error with which the receive ended.
+/// Blocks in a receive until it fails. Closes the socket and returns the error.
 int errorOfBlockedReceive(ZmqHandle socket) {
     zmq_setsockopt(socket.get(), ZMQ_RCVTIMEO, &patienceMs, sizeof patienceMs);
     char byte = 0;
     return zmq_recv(socket.get(), &byte, 1, 0) < 0 ? zmq_errno() : 0;
 }
 
-/// Ends the process of a death test; what the test has found out is its exit status.
+/// Exits the process of a death test. The exit status is the result of the test.
 [[noreturn]] void endProcess() {
     std::exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
-/// Each of these tests runs in a process of its own, which has no context yet.
+/// Runs each test in a separate process, which has no context yet.
 class SocketContextDeathTest : public testing::Test {
 protected:
     SocketContextDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
@@ -102,7 +102,7 @@ void createWithoutContext() {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_ctx_new", "zmq_socket 3", "zmq_socket 3"));
 }
 
-/// All descriptors of the process are taken, until some are given back. When it ends, there are as many as before.
+/// Occupies all descriptors of the process until some are released. Restores the limit on scope exit.
 class NoDescriptors {
 public:
     NoDescriptors() {
@@ -147,14 +147,14 @@ void createWithFewDescriptors() {
     EXPECT_NO_THROW(second.create(Protocol::Sub));
 }
 
-/// The first descriptor is then 0.
+/// Closes standard input first, so that the first new descriptor is 0.
 void createWithoutStandardInput() {
     close(STDIN_FILENO);
     Socket socket("cmd", ClosePolicy::DropPending);
     EXPECT_NO_THROW(socket.create(Protocol::Req));
 }
 
-/// Made before the context, hence destroyed after it, when it is known how the context has ended.
+/// Checks the end of the context in its destructor. Created before the context, so that it is destroyed later.
 struct Verdict {
     ~Verdict() { _exit(overlapped ? 1 : 0); }
     std::atomic<bool> overlapped{false};
@@ -174,7 +174,7 @@ struct Verdict {
     std::exit(2);
 }
 
-/// Whether one thread's socket is made while another's is.
+/// Returns whether two threads can create a socket at the same time.
 bool madeAtOnce(const std::function<void*(Protocol::Protocol)>& make) {
     StandIn standIn;
     std::atomic<bool> first{true};
@@ -197,15 +197,15 @@ INSTANTIATE_TEST_SUITE_P(GetSocket, SocketContextOfNoPattern, testing::Values(0,
 
 } // namespace
 
-TEST_F(SocketContextDeathTest, MakesOneForTwoThreads) {
+TEST_F(SocketContextDeathTest, CreatesOneInTwoThreads) {
     EXPECT_EXIT((callGetSocketFromTwoThreads(), endProcess()), ExitedWithCode(0), "");
 }
 
-TEST_F(SocketContextDeathTest, IsNotMadeForNothing) {
+TEST_F(SocketContextDeathTest, IsNotCreatedEarly) {
     EXPECT_EXIT((useSocketsWithoutCreatingOne(), endProcess()), ExitedWithCode(0), "");
 }
 
-TEST_F(SocketContextDeathTest, ReportsWhenNoneIsMade) {
+TEST_F(SocketContextDeathTest, ReportsAFailedCreation) {
     EXPECT_EXIT((createWithoutContext(), endProcess()), ExitedWithCode(0), "");
 }
 
@@ -220,11 +220,11 @@ TEST_F(SocketContextDeathTest, StartsWithoutInput) {
     EXPECT_EXIT((createWithoutStandardInput(), endProcess()), ExitedWithCode(0), "");
 }
 
-TEST_F(SocketContextDeathTest, EndsAfterMaking) {
+TEST_F(SocketContextDeathTest, EndsAfterCreation) {
     EXPECT_EXIT(exitWhileASocketIsMade(), ExitedWithCode(0), "");
 }
 
-TEST(SocketContextOfProcess, GivesThePattern) {
+TEST(SocketContextOfProcess, CreatesEachPattern) {
     EXPECT_EQ(ZMQ_PUB, optionOf(ZmqHandle(getSocket(Protocol::Pub)).get(), ZMQ_TYPE));
     EXPECT_EQ(ZMQ_SUB, optionOf(ZmqHandle(getSocket(Protocol::Sub)).get(), ZMQ_TYPE));
     EXPECT_EQ(ZMQ_REP, optionOf(ZmqHandle(getSocket(Protocol::Rep)).get(), ZMQ_TYPE));
@@ -265,24 +265,24 @@ TEST(SocketContextOfProcess, KeepsTheError) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_socket 4"));
 }
 
-TEST(SocketContextOfProcess, MakesOneAtATime) {
+TEST(SocketContextOfProcess, CreatesOneAtATime) {
     const ContextOfTheProcess context;
     EXPECT_FALSE(madeAtOnce(getSocket));
 }
 
-TEST(SocketContext, MakesOneAtATime) {
+TEST(SocketContext, CreatesOneAtATime) {
     SocketContext context;
     EXPECT_FALSE(madeAtOnce([&](Protocol::Protocol pattern) { return context.createSocket(pattern); }));
 }
 
-TEST(SocketContext, IsMadeAtOnce) {
+TEST(SocketContext, IsCreatedByTheConstructor) {
     StandIn standIn;
     const SocketContext context;
 
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_ctx_new"));
 }
 
-TEST(SocketContext, GivesSocketsOfThePattern) {
+TEST(SocketContext, CreatesEachPattern) {
     SocketContext context;
 
     EXPECT_EQ(ZMQ_REP, optionOf(ZmqHandle(context.createSocket(Protocol::Rep)).get(), ZMQ_TYPE));
@@ -298,7 +298,7 @@ TEST(SocketContext, LogsEachStepOfItsEnd) {
     EXPECT_EQ(shutdownJournal, standIn.journal().lines());
 }
 
-TEST(SocketContext, EndsWhenNoLineCanBeLogged) {
+TEST(SocketContext, EndsWhenLoggingFails) {
     StandIn standIn;
     {
         const SocketContext context;
@@ -325,7 +325,7 @@ TEST(SocketContext, LeavesAContextInItsMemory) {
     }
 }
 
-TEST(SocketContext, WakesAndAwaitsItsSockets) {
+TEST(SocketContext, WakesAndWaitsForItsSockets) {
     StandIn standIn;
     auto context = std::make_unique<SocketContext>();
     ZmqHandle open(context->createSocket(Protocol::Req));
@@ -358,7 +358,7 @@ TEST(SocketContext, IsEndedByTheSecondCall) {
     EXPECT_EQ(shutdownJournal, standIn.journal().lines());
 }
 
-TEST(SocketContext, GivesNoneWithoutAContext) {
+TEST(SocketContext, CreatesNoSocketWithoutAContext) {
     StandIn standIn;
     standIn.fail("zmq_ctx_new", ENOMEM);
     SocketContext context;

@@ -41,7 +41,7 @@ INSTANTIATE_TEST_SUITE_P(OfType, SocketCreate,
 
 } // namespace
 
-TEST_F(SocketCreate, IsNotDoneByTheConstructor) {
+TEST_F(SocketCreate, IsNotCalledByTheConstructor) {
     std::string error = "untouched";
     socket.resetConnections();
     socket.flushIncomingMessages();
@@ -88,7 +88,7 @@ TEST_F(SocketCreate, ForgetsTheEndpoints) {
     EXPECT_EQ(1U, standIn.journal().count("zmq_connect ipc:///nonexistent/nobody"));
 }
 
-TEST_P(SocketCreate, ThrowsForAValueThatIsNoPattern) {
+TEST_P(SocketCreate, ThrowsForAnInvalidPattern) {
     const std::string text = "Socket: Failed creating socket [Socket cmd] of type " + std::to_string(GetParam()) +
                              ": Invalid argument on [Socket cmd]";
     for (int round = 0; round < 2; ++round) {
@@ -101,7 +101,7 @@ TEST_P(SocketCreate, ThrowsForAValueThatIsNoPattern) {
     }
 }
 
-TEST_F(SocketCreate, ThrowsTheErrorOf0Mq) {
+TEST_F(SocketCreate, ThrowsZmqsError) {
     const std::pair<int, const char*> errors[] = {{EMFILE, "Too many open files"}, {ETERM, "Context was terminated"}};
     for (const auto& [error, reason] : errors) {
         socket.create(Protocol::Pub);
@@ -146,7 +146,7 @@ TEST_F(SocketCreate, KeepsStatisticsAndBitRate) {
     }
 }
 
-TEST_F(SocketCreate, LeavesTheNameAsItIs) {
+TEST_F(SocketCreate, KeepsTheName) {
     std::string name = "a [b] %s";
     Socket named(name, ClosePolicy::DropPending);
     name = "other";
@@ -185,7 +185,7 @@ TEST_F(SocketCreate, IsUndoneByTheDestructorOnce) {
     }
 }
 
-/// The end of the context waits for the socket.
+/// The context's destructor would wait for an open socket.
 TEST_F(SocketCreate, IsReallyUndoneByClose) {
     ZmqContext own;
     standIn.answer("zmq_socket", own.handleOf(ZMQ_PUB));

@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(Of, SocketEndpointNoPort,
 
 } // namespace
 
-TEST(SocketEndpoint, LeadsNowhereByDefault) {
+TEST(SocketEndpoint, IsInvalidByDefault) {
     const SocketEndpoint endpoint;
 
     EXPECT_EQ(Transport::Undef, endpoint.transport);
@@ -94,7 +94,7 @@ TEST(SocketEndpoint, LeadsNowhereByDefault) {
     EXPECT_EQ(0, endpoint.port);
 }
 
-TEST(SocketEndpoint, TakesItsValuesUnchecked) {
+TEST(SocketEndpoint, DoesNotCheckItsValues) {
     const SocketEndpoint endpoint(static_cast<Transport::Transport>(9), "any thing", 65535);
 
     EXPECT_EQ(9, endpoint.transport);
@@ -102,7 +102,7 @@ TEST(SocketEndpoint, TakesItsValuesUnchecked) {
     EXPECT_EQ(65535, endpoint.port);
 }
 
-TEST_P(SocketEndpointText, IsTakenApart) {
+TEST_P(SocketEndpointText, IsParsed) {
     const SocketEndpoint endpoint = SocketEndpoint::FromString(GetParam().text);
 
     EXPECT_EQ(GetParam().transport, endpoint.transport);
@@ -135,7 +135,7 @@ TEST(SocketEndpoint, PrintsForAnyPattern) {
     EXPECT_EQ("tcp://:5555", SocketEndpoint(Transport::Tcp, "", 5555).toString(Protocol::Req));
 }
 
-TEST(SocketEndpoint, PrintsTheNumberOfNoTransport) {
+TEST(SocketEndpoint, PrintsTheNumberOfABadTransport) {
     EXPECT_EQ("Invalid 0", SocketEndpoint().toString(Protocol::Pub));
     EXPECT_EQ("Invalid 4", SocketEndpoint(static_cast<Transport::Transport>(4), "h", 1).toString(Protocol::Pub));
     EXPECT_EQ("Invalid -1", SocketEndpoint(static_cast<Transport::Transport>(-1), "h", 1).toString(Protocol::Req));
@@ -161,7 +161,7 @@ TEST(SocketEndpoint, WritesEachPatternsText) {
     }
 }
 
-TEST(SocketEndpoint, IsEqualInTransportAddressAndTcpPort) {
+TEST(SocketEndpoint, ComparesTheTcpPort) {
     std::vector<SocketEndpoint> endpoints;
     for (const std::string& address : {std::string(), std::string("a"), std::string("aa"), std::string("a:1"),
                                        std::string("1 a"), std::string(300, 'a'), std::string(300, 'a') + "b"}) {

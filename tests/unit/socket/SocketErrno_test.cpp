@@ -6,8 +6,7 @@
 
 #include <cerrno>
 
-// Whatever the library calls between a failure and its report may change the error number: here each of those calls
-// does, one after the other.
+// Every call between a failure and its report may change the error number. These tests let each of them do so in turn.
 
 namespace rk::tests {
 
@@ -19,7 +18,7 @@ protected:
         standIn.after(GetParam(), [error] { errno = error; });
     }
 
-    /// The `nth` send from now on fails, with either kind of error.
+    /// Lets the `nth` send fail, with both kinds of error.
     void expectKept(int nth) {
         clobberWith(ETERM);
         standIn.fail("zmq_send", EHOSTUNREACH, nth);
@@ -69,7 +68,7 @@ TEST_P(SocketErrnoOfCount, IsKeptAtEveryBlock) {
     }
 }
 
-TEST_P(SocketErrnoOfCount, IsLeftAloneByAddBlock) {
+TEST_P(SocketErrnoOfCount, IsKeptByAddBlock) {
     clobberWith(ETERM);
     errno = ERANGE;
     for (int block = 0; block < 50; ++block) {

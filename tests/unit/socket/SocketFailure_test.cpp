@@ -9,7 +9,7 @@
 
 #include <ostream>
 
-// Failures of the operations that move messages, alike for all of them.
+// Failures that all operations on messages report in the same way.
 
 namespace rk::tests {
 
@@ -17,11 +17,11 @@ namespace {
 
 struct Operation {
     const char* name;
-    const char* function;  ///< of 0MQ
-    const char* line;      ///< of the journal
-    const char* errorText; ///< in front of the text of 0MQ
+    const char* function;  ///< ZeroMQ's function
+    const char* line;      ///< its line in the journal
+    const char* errorText; ///< precedes ZeroMQ's message
     const char* closedText;
-    const char* terminated; ///< what the text of a terminated context names
+    const char* terminated; ///< the function that the message of a terminated context names
     bool sends;
     void (*call)(Socket&);
 };
@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(Of, SocketFailure, testing::ValuesIn(everyOperation),
 
 } // namespace
 
-TEST_P(SocketFailure, IsOneCallAndNothingElse) {
+TEST_P(SocketFailure, MakesOnlyOneCall) {
     sendMessage(feed.publisher);
     standIn.journal().clear();
 
@@ -112,7 +112,7 @@ TEST_P(SocketFailure, ThrowsTheErrorAtOnce) {
     EXPECT_NO_THROW(call());
 }
 
-TEST_P(SocketFailure, TellsOfATerminatedContext) {
+TEST_P(SocketFailure, ReportsATerminatedContext) {
     standIn.fail(GetParam().function, ETERM);
 
     EXPECT_EQ("Context terminated in " + std::string(GetParam().terminated) + " for socket " + header,
@@ -146,7 +146,7 @@ TEST_P(SocketFailure, ThrowsWhenASignalInterrupts) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre(GetParam().line));
 }
 
-TEST_P(SocketFailure, CountsAttemptsToSendAlone) {
+TEST_P(SocketFailure, CountsOnlyFailedSends) {
     socket.activateStatistics(true);
     socket.setTargetBitRate(1);
     standIn.setClock(100.0);

@@ -22,7 +22,7 @@ protected:
         standIn.journal().clear();
     }
 
-    /// What a flush does that reads `count` messages, and then polls in vain.
+    /// Returns the calls of a flush that reads `count` messages.
     static std::vector<std::string> reads(int count) {
         std::vector<std::string> lines;
         for (int number = 0; number < count; ++number) {
@@ -46,7 +46,7 @@ TEST_F(SocketFlush, PollsAndReadsInTurn) {
     }
 }
 
-TEST_F(SocketFlush, ReadsEachPartOfAMessageByItself) {
+TEST_F(SocketFlush, ReadsEachPartSeparately) {
     const SocketEndpoint other = freshEndpoint(Transport::Inproc);
     NativeSocket source(Protocol::Pub, other);
     feed.subscriber.connect(other, 0);
@@ -61,7 +61,7 @@ TEST_F(SocketFlush, ReadsEachPartOfAMessageByItself) {
     EXPECT_EQ(reads(3), standIn.journal().lines());
 }
 
-TEST_F(SocketFlush, DiscardsWhatArrivesMeanwhile) {
+TEST_F(SocketFlush, DiscardsMessagesArrivingDuringIt) {
     publish(1);
     int arriving = 3;
     standIn.after("zmq_recv", [&] {
@@ -82,7 +82,7 @@ TEST_F(SocketFlush, CountsNothing) {
     EXPECT_THAT(standIn.journal().linesWith("gettimeofday"), IsEmpty());
 }
 
-TEST_F(SocketFlush, DoesNothingUnlessSubscribed) {
+TEST_F(SocketFlush, DoesNothingUnlessASubscriber) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     Peer server("server", Protocol::Rep, endpoint);
     Peer client("client", Protocol::Req, endpoint);

@@ -8,7 +8,7 @@
 
 #include <ostream>
 
-// Failures while a socket of either side is jammed. Repairs_test.cpp shows the repairs that succeed.
+// Failures during the repair of a jammed socket. Repairs_test.cpp tests repairs that succeed.
 
 namespace rk::tests {
 
@@ -23,7 +23,7 @@ struct Side {
     const char* errorText;
     const char* operation;
     const char* attach;
-    const char* typeText; ///< of a rebuild without a native socket
+    const char* typeText; ///< in the message of a rebuild that gets no native socket
     void (*call)(Socket&);
 };
 
@@ -48,7 +48,7 @@ const Side receiving{Protocol::Rep,
                      "3",
                      [](Socket& socket) { receiveText(socket); }};
 
-/// A socket of either side that is jammed.
+/// A jammed request or reply socket.
 class SocketJam : public testing::TestWithParam<Side> {
 protected:
     SocketJam() {
@@ -65,7 +65,7 @@ protected:
     }
     std::string textOf(const std::string& reason) const { return GetParam().errorText + reason + " on [Socket x]"; }
 
-    /// Shows that the socket is open: its next call reaches ZeroMQ.
+    /// Expects the socket to be open: its next call reaches ZeroMQ.
     void expectServing() {
         standIn.fail(GetParam().function, EHOSTUNREACH);
         EXPECT_EQ(textOf("Host unreachable"), textOfCall());
@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(Of, SocketJam, testing::Values(sending, receiving),
 
 } // namespace
 
-TEST_P(SocketJam, IsRepairedOnceForACall) {
+TEST_P(SocketJam, IsRepairedOncePerCall) {
     standIn.fail(GetParam().function, EFSM, 1, 2);
 
     EXPECT_EQ(textOf("Operation cannot be accomplished in current state"), textOfCall());
@@ -135,7 +135,7 @@ TEST_P(SocketJam, ThrowsWhenItCannotBeConnected) {
     EXPECT_THAT(textOfCall(), EndsWith(" on a NULL socket"));
 }
 
-TEST_P(SocketJam, CountsACallOnceThoughTriedTwice) {
+TEST_P(SocketJam, CountsARetriedCallOnce) {
     jammed.activateStatistics(true);
     standIn.setClock(100.0);
     for (std::size_t block = 1; block <= 100; ++block) {
@@ -147,7 +147,7 @@ TEST_P(SocketJam, CountsACallOnceThoughTriedTwice) {
     EXPECT_EQ(200U, standIn.journal().count(GetParam().function));
 }
 
-TEST_P(SocketJam, CapsWhatIsSentAfterTheRepair) {
+TEST_P(SocketJam, CapsTheRateAfterTheRepair) {
     client.setTargetBitRate(8);
     standIn.setClock(100.0);
     sendText(client, std::string(1048576, 'x'));

@@ -14,7 +14,7 @@ namespace rk::tests {
 
 namespace {
 
-/// A socket one of whose locks cannot be had. The faults count the locks in the order in which a call takes them.
+/// A socket that fails to take a lock. The faults count the locks in the order in which a call takes them.
 class SocketMutex : public testing::Test {
 protected:
     template <class Action>
@@ -33,11 +33,11 @@ protected:
 void destroyWithoutItsLock() {
     auto server = std::make_unique<Socket>("server", ClosePolicy::DropPending);
     server->createAndConnect(Protocol::Rep, freshEndpoint(Transport::Inproc), 0);
-    const MutexFault fault(EAGAIN, 2); // the first lock is the book's, which the close does without
+    const MutexFault fault(EAGAIN, 2); // the first lock is the address book's, and a close ignores its failure
     server.reset();
 }
 
-/// By which lock of the call it fails.
+/// The parameter is the number of the lock that fails.
 class SocketMutexCreate : public SocketMutex, public testing::WithParamInterface<int> {};
 
 INSTANTIATE_TEST_SUITE_P(AtLock, SocketMutexCreate, testing::Range(1, 5));
@@ -60,8 +60,8 @@ TEST_P(SocketMutexConnect, ThrowsAndCloses) {
 
     EXPECT_EQ(refused, textThrownAtLock(GetParam(), [&] { server.connect(endpoint, 100); }));
 
-    // The locks are the settings', the credentials' and the gate's, all before the bind, the book's, after it, and the
-    // record's, after the options.
+    // The order of the locks: settings, credentials and gate before the bind, address book after it, and record after
+    // the options.
     EXPECT_EQ(GetParam() == 5 ? 1U : 0U, standIn.journal().count(calls::set(ZMQ_RCVTIMEO, 100)));
     EXPECT_EQ(0U, standIn.journal().count("debug: Connected"));
     EXPECT_EQ("zmq_close", standIn.journal().lines().back());
@@ -81,7 +81,7 @@ TEST_F(SocketMutex, ClosesAndThrows) {
     expectClosed(standIn, server);
 }
 
-TEST_F(SocketMutex, ClosesWhenTheBookIsLocked) {
+TEST_F(SocketMutex, ClosesWhenTheBooksLockFails) {
     server.createAndConnect(Protocol::Rep, endpoint, 0);
     standIn.journal().clear();
     {
@@ -119,7 +119,7 @@ TEST_F(SocketMutex, LogsAFailedRebuild) {
     expectClosed(standIn, server);
 }
 
-TEST_F(SocketMutex, BindsWhenTheBookIsLocked) {
+TEST_F(SocketMutex, BindsWhenTheBooksLockFails) {
     server.createAndConnect(Protocol::Rep, endpoint, 0);
     server.create(Protocol::Rep);
     standIn.fail("zmq_bind", EADDRINUSE, 1, StandIn::always);

@@ -21,7 +21,7 @@ INSTANTIATE_TEST_SUITE_P(On, SocketPoll, everyTransport(), nameOfTransport);
 
 } // namespace
 
-TEST_F(SocketPoll, WaitsForAsLongAsItIsTold) {
+TEST_F(SocketPoll, WaitsForItsTimeout) {
     Feed feed;
     const auto start = std::chrono::steady_clock::now();
 
@@ -54,7 +54,7 @@ TEST_P(SocketPoll, WaitsForARequestAndItsReply) {
     EXPECT_EQ("as it was", error);
 }
 
-TEST_F(SocketPoll, SeesNoRequestWhileAReplyIsOwed) {
+TEST_F(SocketPoll, ReportsNoRequestWhileAReplyIsOwed) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     Peer server("server", Protocol::Rep, endpoint);
     Peer first("first", Protocol::Req, endpoint);
@@ -68,7 +68,7 @@ TEST_F(SocketPoll, SeesNoRequestWhileAReplyIsOwed) {
     EXPECT_EQ(PollResult::Input, server.poll(0, error));
 }
 
-TEST_F(SocketPoll, FailsWithTheEventsWithoutInput) {
+TEST_F(SocketPoll, ReportsEventsOtherThanInput) {
     Feed feed;
     standIn.answer("zmq_poll", 1);
 
@@ -76,7 +76,7 @@ TEST_F(SocketPoll, FailsWithTheEventsWithoutInput) {
     EXPECT_EQ("Unexpected error in poll(). revents=0 events=1 on [Socket feed]", error);
 }
 
-TEST_F(SocketPoll, HandsTheTimeoutOn) {
+TEST_F(SocketPoll, PassesTheTimeout) {
     Feed feed;
     for (const unsigned int timeout : {0U, 2147483647U, 2147483648U, 4294967295U}) {
         standIn.journal().clear();

@@ -30,8 +30,8 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Socket, SocketQueueOf, testing::ValuesIn(everyPattern), nameOfPattern);
 
-/// The lengths of a publisher's and a subscriber's queue, and how many messages come through without being received.
-/// Over inproc, 0MQ makes one queue of both.
+/// The queue sizes of a publisher and a subscriber, and how many messages the queues hold together. Over inproc, ZeroMQ
+/// joins both into one queue.
 struct Lengths {
     int publisher;
     int subscriber;
@@ -40,7 +40,7 @@ struct Lengths {
 
 class SocketQueue : public testing::TestWithParam<Lengths> {
 protected:
-    /// How many of 5,000 messages come through, from the first on.
+    /// Returns how many of 5,000 messages arrive.
     static int countThatComeThrough(Feed& feed) {
         for (int number = 0; number < 5000; ++number) {
             sendText(feed.publisher, std::to_string(number));
@@ -61,7 +61,7 @@ INSTANTIATE_TEST_SUITE_P(Of, SocketQueue,
 
 } // namespace
 
-TEST_P(SocketQueueOf, LogsWhenZmqRefusesTheSize) {
+TEST_P(SocketQueueOf, LogsWhenZmqRejectsTheSize) {
     socket.setInternalFifoSize(-1);
     EXPECT_THAT(standIn.journal().lines(), ElementsAre(calls::set(option, -1), failure("Invalid argument")));
 
@@ -80,12 +80,12 @@ TEST_P(SocketQueueOf, DoesNothingOnAClosedSocket) {
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());
 }
 
-TEST_P(SocketQueue, HoldsSoManyMessages) {
+TEST_P(SocketQueue, LimitsTheQueuedMessages) {
     Feed feed(GetParam().publisher, GetParam().subscriber);
     EXPECT_EQ(GetParam().both, countThatComeThrough(feed));
 }
 
-TEST_F(SocketQueue, IsOfDefaultLengthAfterARebuild) {
+TEST_F(SocketQueue, HasTheDefaultSizeAfterARebuild) {
     Feed feed(10, 20);
     feed.subscriber.resetConnections();
     feed.join();

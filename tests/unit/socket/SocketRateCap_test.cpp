@@ -144,7 +144,7 @@ TEST_F(SocketRateCap, TakesSizesModulo32Bits) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 500000"));
 }
 
-TEST_F(SocketRateCap, TakesTheGreatestRate) {
+TEST_F(SocketRateCap, AcceptsTheGreatestRate) {
     socket.setTargetBitRate(std::numeric_limits<unsigned int>::max());
     socket.handleBitRateCapping(0);
 
@@ -218,7 +218,7 @@ TEST_F(SocketRateCap, StartsBelowOneSecond) {
     EXPECT_THAT(pauses(), ElementsAre("usleep 1000000"));
 }
 
-TEST_F(SocketRateCap, TakesAFailingClockForZero) {
+TEST_F(SocketRateCap, TreatsAFailedClockAsZero) {
     socket.setTargetBitRate(8);
     standIn.fail("gettimeofday", EFAULT, 1, StandIn::always);
 

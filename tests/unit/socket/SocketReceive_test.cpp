@@ -27,7 +27,7 @@ class SocketReceive : public testing::Test {
 protected:
     SocketReceive() { standIn.journal().clear(); }
 
-    /// Sends a message whose serialised form is `size` bytes long, 2 to 129.
+    /// Sends a message that takes `size` bytes when serialised. `size` is 2 to 129.
     void sendOfSize(std::size_t size) {
         Text message;
         message.set_text(std::string(size - 2, 'x'));
@@ -44,25 +44,25 @@ protected:
     Text received;
 };
 
-/// A size that does not fit into a signed number, against which lengths are compared.
+/// A size that does not fit into a signed integer.
 class SocketReceiveHuge : public SocketReceive, public testing::WithParamInterface<unsigned int> {};
 
 INSTANTIATE_TEST_SUITE_P(Of, SocketReceiveHuge, testing::Values(2147483648U, 4294967295U));
 
 } // namespace
 
-TEST_F(SocketReceive, WithoutABufferReturnsTheLength) {
+TEST_F(SocketReceive, ReturnsTheLengthWithoutABuffer) {
     sendText(feed.publisher, "0123456789");
     EXPECT_EQ(10, feed.subscriber.receive(nullptr, 0));
 }
 
-TEST_F(SocketReceive, HandsASizeOfMoreThan32BitsOn) {
+TEST_F(SocketReceive, PassesASizeOfMoreThan32Bits) {
     standIn.answer("zmq_recv", 7);
     EXPECT_EQ(7, feed.subscriber.receive(nullptr, ULONG_MAX));
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_recv " + std::to_string(ULONG_MAX) + " bytes, flags 0"));
 }
 
-TEST_F(SocketReceive, ThrowsWhenTheTimeRunsOut) {
+TEST_F(SocketReceive, ThrowsWhenTheTimeoutExpires) {
     feed.subscriber.connect(freshEndpoint(Transport::Ipc), 1);
     standIn.journal().clear();
 
@@ -81,7 +81,7 @@ TEST_F(SocketReceive, ParsesIntoAReference) {
     EXPECT_EQ(8U, received.text().size());
 }
 
-TEST_F(SocketReceive, CountsAllOfWhatItCuts) {
+TEST_F(SocketReceive, CountsTruncatedBytes) {
     feed.subscriber.activateStatistics(true);
     feed.subscriber.setTargetBitRate(1);
     for (int block = 1; block <= 50; ++block) {
@@ -119,14 +119,14 @@ TEST_F(SocketReceive, ThrowsOnAPublisher) {
               textThrownBy([&] { receiveText(feed.publisher); }));
 }
 
-TEST_F(SocketReceive, ReplacesWhatTheMessageHeld) {
+TEST_F(SocketReceive, ReplacesTheContentsOfTheMessage) {
     received.set_text("as it was");
     sendText(feed.publisher, "");
     receive(1);
     EXPECT_FALSE(received.has_text());
 }
 
-TEST_F(SocketReceive, RefusesNoMessageThenSizeZero) {
+TEST_F(SocketReceive, RejectsNullBeforeSizeZero) {
     Socket closed("feed", ClosePolicy::DropPending);
     for (Socket* socket : {&feed.subscriber, &closed}) {
         for (const unsigned int size : {0U, 1U, 1000U}) {
@@ -163,7 +163,7 @@ TEST_F(SocketReceive, RefusesALongerMessage) {
     EXPECT_EQ(98U, received.text().size());
 }
 
-TEST_F(SocketReceive, RefusesBytesThatAreNoMessage) {
+TEST_F(SocketReceive, RejectsInvalidMessages) {
     Command command;
     for (const std::string bytes : {"", "\x08\x07", "\xff\xff\xff"}) {
         sendText(feed.publisher, bytes);
@@ -173,12 +173,12 @@ TEST_F(SocketReceive, RefusesBytesThatAreNoMessage) {
     sendOfSize(100);
     receive(1);
     EXPECT_EQ(98U, received.text().size());
-    sendOfSize(10); // In front of what is left of the last one.
+    sendOfSize(10); // overwrites the start of the previous message in the buffer
     receive(1);
     EXPECT_EQ(8U, received.text().size());
 }
 
-TEST_F(SocketReceive, OwesAReplyToWhatItRefuses) {
+TEST_F(SocketReceive, OwesAReplyToARejectedRequest) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     Peer server("feed", Protocol::Rep, endpoint);
     NativeSocket client(Protocol::Req, endpoint);

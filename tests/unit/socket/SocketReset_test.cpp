@@ -10,7 +10,7 @@
 #include <ostream>
 #include <type_traits>
 
-// Rebuilds that fail, and peers of rebuilt sockets. Repairs_test.cpp shows the calls of a rebuild.
+// Rebuilds that fail, and peers of rebuilt sockets. Repairs_test.cpp tests the calls of a rebuild.
 
 namespace rk::tests {
 
@@ -21,7 +21,7 @@ static_assert(std::is_same_v<decltype(&Socket::resetConnections), void (Socket::
 const SocketEndpoint first(Transport::Ipc, "/nonexistent/first", 0);
 const SocketEndpoint second(Transport::Ipc, "/nonexistent/second", 0);
 
-/// A step that fails, and the reason that the reset then logs.
+/// A step that fails, and the reason that the reset logs.
 struct FailingStep {
     std::string function;
     int nth;

@@ -41,7 +41,7 @@ TEST_F(SocketSend, CopiesTheBytes) {
     EXPECT_EQ("before", receiveText(feed.subscriber));
 }
 
-TEST_F(SocketSend, HandsASizeOfMoreThan32BitsOn) {
+TEST_F(SocketSend, PassesASizeOfMoreThan32Bits) {
     standIn.answer("zmq_send", 0);
     feed.publisher.send(nullptr, ULONG_MAX);
 
@@ -53,7 +53,7 @@ TEST_F(SocketSend, ThrowsOnASubscriber) {
               textThrownBy([&] { sendText(feed.subscriber, "news"); }));
 }
 
-TEST_F(SocketSend, LeavesAReplierServing) {
+TEST_F(SocketSend, KeepsAReplierServing) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     Peer server("server", Protocol::Rep, endpoint);
     Peer client("client", Protocol::Req, endpoint);
@@ -69,7 +69,7 @@ TEST_F(SocketSend, LeavesAReplierServing) {
     EXPECT_EQ("answer", receiveText(client));
 }
 
-TEST_F(SocketSend, PassesTheSerializedBytesOn) {
+TEST_F(SocketSend, PassesTheSerializedBytes) {
     Command command;
     command.set_id(7);
     command.mutable_header()->set_time(1.5);
@@ -90,7 +90,7 @@ TEST_F(SocketSend, MeasuresAndSerializesOnce) {
     EXPECT_EQ("xxxxx", receiveText(feed.subscriber));
 }
 
-TEST_F(SocketSend, RefusesNoMessageFirstOfAll) {
+TEST_F(SocketSend, RejectsNullFirst) {
     for (Socket* socket : {&feed.publisher, &closed}) {
         EXPECT_EQ("Socket: Cannot send NULL message", textThrownBy([&] { socket->sendProtoBuf(nullptr); }));
     }
@@ -128,14 +128,14 @@ TEST_F(SocketSend, SerializesAMessageOfIntMax) {
     } catch (const std::bad_alloc&) {
         GTEST_SKIP() << "no 2 GB of address space";
     } catch (const std::exception&) {
-        // Only the serialisation itself can have found out.
+        // The check before the serialisation has not detected the change.
         EXPECT_EQ(1, message.serialized);
     }
 }
 
-TEST_F(SocketSend, RefusesAMessageShorterThanMeasured) {
+TEST_F(SocketSend, RejectsAMessageShorterThanMeasured) {
 #if GOOGLE_PROTOBUF_VERSION < 4022000
-    // Where protobuf is built to check for it, it throws before the library can. Since release 22 it ends the process.
+    // A protobuf with assertions throws before the library does. Since release 22 it aborts the process.
     FakeMessage shorter(10, 9);
     EXPECT_THAT([&] { feed.publisher.sendProtoBuf(&shorter); },
                 testing::Throws<std::exception>(testing::Property(

@@ -9,7 +9,7 @@ namespace {
 
 constexpr unsigned int mega = 1048576;
 
-/// 49 blocks of a size and a last one `elapsed` seconds after the first, and the rates that are logged then.
+/// 49 blocks of one size, a last one `elapsed` seconds after the first, and the rates that are logged.
 struct Period {
     const char* name;
     unsigned int size;
@@ -68,15 +68,15 @@ TEST_P(SocketStatistics, LogTheRatesOfFiftyBlocks) {
     }
 }
 
-TEST_F(SocketStatistics, LogNoNumberWithoutBytes) {
+TEST_F(SocketStatistics, LogNanWithoutBytes) {
     count(50, 0);
 
-    // The sign of an undefined result is the processor's choice.
+    // The sign depends on the processor.
     EXPECT_THAT(lines(), ElementsAre(testing::AnyOf(begin + "nan Mbytes/s = nan Mbits/s, inf Blocks/s",
                                                     begin + "-nan Mbytes/s = -nan Mbits/s, inf Blocks/s")));
 }
 
-TEST_F(SocketStatistics, StartAnewWhenSwitchedOnOrOff) {
+TEST_F(SocketStatistics, RestartWhenSwitchedOnOrOff) {
     for (const bool active : {true, false}) {
         standIn.setClock(100.0);
         standIn.journal().clear();
@@ -116,7 +116,7 @@ TEST_F(SocketStatistics, CountASizeModulo32Bits) {
     EXPECT_THAT(lines(), ElementsAre(megabyte));
 }
 
-TEST_F(SocketStatistics, TakeAMissingClockForZero) {
+TEST_F(SocketStatistics, TreatAFailedClockAsZero) {
     standIn.fail("gettimeofday", EFAULT);
     count(49, 0);
     standIn.setClock(50.0);

@@ -8,8 +8,6 @@
 #include <string_view>
 #include <thread>
 
-// Every path delivers blocks of any size byte for byte.
-
 namespace rk::tests {
 
 namespace {
@@ -20,7 +18,7 @@ const std::vector<std::size_t> everySize{0,      1,      2,      33,      34,   
                                          4095,   4096,   4097,   65535,   65536,    65537,  99999, 100000,
                                          100001, 131072, 131073, 1048577, 16777217, largest};
 
-/// Bytes without a pattern, others for each size.
+/// Returns pseudorandom bytes, different for each size.
 std::string_view block(std::size_t size) {
     static const std::string bytes = [] {
         std::mt19937_64 random;
@@ -38,7 +36,7 @@ void send(Socket& socket, std::string_view bytes) {
     socket.send(const_cast<char*>(bytes.data()), bytes.size());
 }
 
-/// Receives into a buffer of `size` bytes, and shows that the bytes behind it do not change.
+/// Receives into a buffer of `size` bytes, and expects the bytes after it not to change.
 void expectReceived(Socket& socket, std::string_view expected, std::size_t size) {
     std::vector<char> buffer(size + 64, '~');
     EXPECT_EQ(static_cast<int>(expected.size()), socket.receive(buffer.data(), size));
@@ -67,7 +65,7 @@ protected:
         client.createAndConnect(clientPattern, endpoint, patienceMs);
     }
 
-    /// A new client's request of `size` bytes, once the server is rebuilt, which it is because it owes a reply.
+    /// Rebuilds the server, which owes a reply, and receives a new client's request of `size` bytes.
     void expectReceivedAfterJam(std::size_t size, std::size_t bufferSize) {
         NativeSocket asking(Protocol::Req);
         standIn.journal().clear();
@@ -81,7 +79,7 @@ protected:
         EXPECT_EQ(1U, standIn.journal().count("warning: "));
     }
 
-    /// The largest on one transport alone, for the sake of time.
+    /// The largest size runs on one transport only, to save time.
     std::vector<std::size_t> sizes{everySize.begin(), everySize.end() - (GetParam() == Transport::Inproc ? 0 : 1)};
     StandIn standIn;
     const SocketEndpoint endpoint = freshEndpoint(GetParam());
@@ -103,7 +101,7 @@ TEST_P(Transfers, CarriesRequestsAndReplies) {
     }
 }
 
-TEST_P(Transfers, CutsToTheBufferAndNoFurther) {
+TEST_P(Transfers, TruncatesToTheBuffer) {
     open(Protocol::Rep, Protocol::Req);
     for (const std::size_t size : {0U, 1U, 255U, 256U, 65536U, 100001U, 1048577U}) {
         for (const std::size_t bufferSize :
@@ -141,7 +139,7 @@ TEST_P(Transfers, ReceivesARequestAfterAJam) {
     }
 }
 
-TEST_P(Transfers, GrowsTheBufferAndShrinksItNever) {
+TEST_P(Transfers, NeverShrinksTheBuffer) {
     open(Protocol::Rep, Protocol::Req);
     std::mt19937 random(1);
     unsigned int buffer = 0;

@@ -28,13 +28,13 @@ TEST(Transport, ConvertsEveryTransport) {
     }
 }
 
-TEST(Transport, HasNoTextForOtherValues) {
+TEST(Transport, HasNoNameForOtherValues) {
     for (const int value : {0, 4, -1, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
         EXPECT_EQ("undef", Transport::ToString(static_cast<Transport::Transport>(value)));
     }
 }
 
-TEST(Transport, IsUndefForOtherTexts) {
+TEST(Transport, IsUndefForOtherNames) {
     for (const std::string& text : {std::string(), std::string("undef"), std::string("TCP"), std::string("Tcp"),
                                     std::string(" tcp"), std::string("tcp "), std::string("tc"), std::string("tcp:"),
                                     std::string("tcp://"), std::string("ip"), std::string("ipcs"), std::string("udp"),

@@ -64,12 +64,12 @@ TEST(Log, DropsALineWhenALockFails) {
     EXPECT_EQ(1, std::count(lines.begin(), lines.end(), '\n')) << lines;
 }
 
-TEST(Log, WorksInStaticDestructorsThatRunLast) {
+TEST(Log, WorksInLateStaticDestructors) {
     EXPECT_THAT(linesOf("after-everything"),
                 ElementsAre(EndsWith("[debug] first word"), EndsWith("[debug] last word")));
 }
 
-TEST(Log, LetsAProcessEndWhoseLastLockCannotBeHad) {
+TEST(Log, EndsTheProcessWhenItsLastLockFails) {
     EXPECT_THAT(linesOf("last-lock-fails"), ElementsAre(EndsWith("[debug] first word")));
 }
 

@@ -26,7 +26,7 @@ static_assert(std::is_constructible_v<MessageFormatter, const std::string&>);
 static_assert(!std::is_default_constructible_v<MessageFormatter>);
 static_assert(!std::has_virtual_destructor_v<MessageFormatter>);
 
-// None of the classes but the endpoint has a header of its own making.
+// Only the endpoint overrides the header.
 using HeaderOfTheName = std::string (MessageFormatter::*)() const;
 static_assert(std::is_same_v<decltype(&MessageFormatter::messageHeader), HeaderOfTheName>);
 static_assert(std::is_same_v<decltype(&socket::Socket::messageHeader), HeaderOfTheName>);
@@ -50,19 +50,19 @@ public:
 
 } // namespace
 
-TEST(IMessageFormatter, PutsTheHeaderInFront) {
+TEST(IMessageFormatter, PrependsTheHeader) {
     const CountingFormatter formatter;
 
     EXPECT_EQ("call 1: text", formatter.formatMessage("text"));
     EXPECT_EQ("call 2: ", formatter.formatMessage(""));
 }
 
-TEST(MessageFormatter, MakesItsHeaderOfTheName) {
+TEST(MessageFormatter, BuildsItsHeaderFromTheName) {
     EXPECT_EQ("[name]", MessageFormatter("name").messageHeader());
     EXPECT_EQ("[]", MessageFormatter("").messageHeader());
 }
 
-TEST(MessageFormatter, PutsItsHeaderInFront) {
+TEST(MessageFormatter, PrependsItsHeader) {
     EXPECT_EQ("[name]: text", MessageFormatter("name").formatMessage("text"));
 }
 
@@ -75,13 +75,13 @@ TEST(MessageFormatter, KeepsACopyOfTheName) {
     EXPECT_EQ("[before]", formatter.messageHeader());
 }
 
-TEST(MessageFormatter, TakesNamesAsTheyAre) {
+TEST(MessageFormatter, KeepsNamesUnchanged) {
     const std::string name("a\0%s\n", 5);
 
     EXPECT_EQ("[" + name + "]: " + name, MessageFormatter(name).formatMessage(name));
 }
 
-TEST(MessageFormatter, GivesWayToAnOverriddenHeader) {
+TEST(MessageFormatter, UsesAnOverriddenHeader) {
     const Renamed formatter;
     const IMessageFormatter& interface = formatter;
 

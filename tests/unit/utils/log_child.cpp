@@ -1,4 +1,4 @@
-// A process that logs in the way its argument names, for Log_test.cpp to watch.
+// A child process of Log_test.cpp that logs in the way its argument names.
 
 #include "support/MutexFault.h"
 
@@ -21,7 +21,7 @@ namespace {
 
 using namespace rk;
 
-/// The logging of an application: each line behind "app".
+/// The sink of an application, which prefixes each line with "app".
 class ApplicationSink : public spdlog::sinks::base_sink<std::mutex> {
     void sink_it_(const spdlog::details::log_msg& message) override {
         std::cerr << "app " << spdlog::level::to_string_view(message.level).data() << ": "
@@ -89,7 +89,7 @@ void logToTheApplicationAfterEverything() {
     utils::logDebug("first word");
 }
 
-/// When it is destroyed, the library's next lock cannot be had.
+/// Lets the library's next lock fail when it is destroyed.
 struct LastLockFails {
     ~LastLockFails() { fault.emplace(EAGAIN); }
     std::optional<tests::MutexFault>& fault;
@@ -101,7 +101,7 @@ void endWithoutALock() {
     static const LastLockFails lastLockFails{outlivesTheLog};
 }
 
-/// No line is logged until the context ends, and the registry is made after the context.
+/// Logs no line before the context ends, and creates the registry after the context.
 void logFirstWhenTheContextEnds() {
     socket::Socket("cmd", socket::ClosePolicy::DropPending).create(socket::Protocol::Req);
     registerLogger<ApplicationSink>();

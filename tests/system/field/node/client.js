@@ -1,5 +1,5 @@
-// A peer on plain 0MQ, from Node.js: reads a command a line, carries it out, and answers with a line, "ok" and what there
-// is to tell, or "error" and the reason. Bytes are written in hexadecimal digits, "-" where there are none.
+// A peer with plain ZeroMQ and Node.js. Reads one command per line, executes it, and writes one line: "ok" and the result,
+// or "error" and the reason. Bytes are written as hexadecimal digits, and no bytes as "-".
 //
 // usage: node client.js MESSAGES_PROTO
 
@@ -12,7 +12,7 @@ const zmq = require("zeromq");
 const Command = protobuf.loadSync(process.argv[2]).lookupType("rk.tests.Command");
 const patterns = { pub: zmq.Publisher, sub: zmq.Subscriber, req: zmq.Request, rep: zmq.Reply };
 let socket;
-let arriving; // a message that is being waited for
+let arriving; // the pending receive
 
 const toHexadecimal = (bytes) => Buffer.from(bytes).toString("hex") || "-";
 const fromHexadecimal = (text) => (text === "-" ? Buffer.alloc(0) : Buffer.from(text, "hex"));

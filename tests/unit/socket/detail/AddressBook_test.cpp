@@ -19,8 +19,8 @@ using std::chrono::seconds;
 
 const std::string refusal = "Socket: Failed connecting/binding socket: Address already in use on [Socket server]";
 
-/// An address that a socket has bound and given up, on a clock that stands still but for pauses. 0MQ does not see the
-/// bind: it would need real time to release the address.
+/// An address that a socket has released, and a clock that only advances in pauses. The bind does not reach ZeroMQ,
+/// which would need real time to release the address.
 class AddressBook : public testing::Test {
 protected:
     AddressBook() {
@@ -53,7 +53,7 @@ protected:
         });
     }
 
-    /// How often 0MQ was asked again before the refusal was believed.
+    /// Returns the number of retries before the bind fails.
     std::size_t pausesUntilRefusal() {
         refuseBinds(StandIn::always);
         EXPECT_EQ(refusal, textThrownBy([&] { bind(); }));
@@ -66,7 +66,7 @@ protected:
     Socket server{"server", ClosePolicy::DropPending};
 };
 
-/// An address that one socket has bound, and then another: on IPC, 0MQ lets it.
+/// An IPC address that two sockets have bound, one after the other, which ZeroMQ allows.
 class AddressBookTakeOver : public AddressBook {
 protected:
     AddressBookTakeOver() {
@@ -77,7 +77,7 @@ protected:
     Socket other{"other", ClosePolicy::DropPending};
 };
 
-/// Sockets that bind ever new addresses. ZeroMQ sees none of it, because it takes sockets back more slowly.
+/// Sockets that bind many different addresses. The calls do not reach ZeroMQ, which would close the sockets too slowly.
 class AddressBookPassing : public testing::Test {
 protected:
     void SetUp() override {
@@ -89,7 +89,7 @@ protected:
 
     void advance(nanoseconds time) { clock.advance(time); }
 
-    /// Binds and closes a socket with so many addresses. Returns by how many blocks the heap has grown for them.
+    /// Binds a socket to `addresses` addresses and closes it. Returns by how many blocks the heap has grown.
     std::ptrdiff_t pass(int addresses) {
         std::unique_ptr<Socket> socket;
         std::ptrdiff_t growth =
@@ -137,7 +137,7 @@ private:
     std::ptrdiff_t growthWithoutAddress = 0;
 };
 
-/// What an address takes: an entry, its text, and a node of the index.
+/// An entry, its string, and a node of the index.
 constexpr std::ptrdiff_t blocksPerAddress = 3;
 
 } // namespace
@@ -163,7 +163,7 @@ TEST_F(AddressBook, WaitsTwoSeconds) {
 }
 
 TEST_F(AddressBook, EndsAfterExactlyTwoSeconds) {
-    // Six pauses that grow take 6.3 ms, twenty that do not take 100 ms.
+    // Six growing pauses take 6.3 ms, and twenty constant ones take 100 ms.
     clock.advance(seconds(2) - microseconds(106300));
 
     EXPECT_EQ(26U, pausesUntilRefusal());
@@ -177,7 +177,7 @@ TEST_F(AddressBook, WaitsAtLeastFiftyMs) {
 
 TEST_F(AddressBook, EndsAfterExactlyFiftyMs) {
     clock.advance(hours(1));
-    // It takes what fourteen pauses leave of them.
+    // Fourteen pauses take the remaining time.
     firstAttemptTakes(microseconds(3700));
 
     EXPECT_EQ(14U, pausesUntilRefusal());
@@ -229,7 +229,7 @@ TEST_F(AddressBook, EndsOnALaterOtherError) {
     EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
 }
 
-TEST_F(AddressBook, WaitsForItsOwnAddressOnly) {
+TEST_F(AddressBook, WaitsOnlyForItsOwnAddress) {
     refuseBinds(StandIn::always);
 
     EXPECT_EQ(refusal,
@@ -249,7 +249,7 @@ TEST_F(AddressBook, RemembersALongHeldAddress) {
     EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
 }
 
-TEST_F(AddressBookTakeOver, IgnoresTheFormerHolder) {
+TEST_F(AddressBookTakeOver, IgnoresThePreviousHolder) {
     server.close();
 
     EXPECT_EQ(0U, pausesUntilRefusal());
@@ -287,7 +287,7 @@ TEST_F(AddressBookPassing, ForgetsInSmallSteps) {
     advance(seconds(3));
 
     for (int number = 0; number < 225; ++number) {
-        // One address comes, and each of the two calls forgets two.
+        // Adds one address. Each of the two calls drops two.
         EXPECT_EQ(-3 * blocksPerAddress, pass(1)) << number;
     }
     EXPECT_EQ(blocksPerAddress, pass(1)) << "none is left to forget";

@@ -69,7 +69,7 @@ protected:
     Authenticator() {
         server.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Tcp), patienceMs);
         asker.connect(authenticator);
-        SteadyClock().advance(std::chrono::minutes(1)); // an address has one line a minute
+        SteadyClock().advance(std::chrono::minutes(1)); // because each address is logged once a minute
         standIn.journal().clear();
     }
 
@@ -88,12 +88,12 @@ protected:
         return {"1.0", "id", "rk-socket", address, "", "CURVE", clientKey};
     }
 
-    /// The status for a client with this key at this address.
+    /// Returns the status for a client with this key at this address.
     std::string statusOf(const std::string& clientKey, const std::string& address = "10.0.0.1") {
         return ask(requestOf(clientKey, address)).at(2);
     }
 
-    /// What the authenticator has logged, in order, once `count` lines are there.
+    /// Waits for `count` lines and returns them in order.
     Frames waitForLines(std::size_t count) {
         EXPECT_TRUE(standIn.journal().waitFor(refused, count));
         return standIn.journal().linesWith(refused);
@@ -113,10 +113,10 @@ protected:
     const std::string key = bytesOf(untrusted.publicKey);
 };
 
-/// The same for its lines, once those of former tests are written. Time stands still.
-class RefusalLog : public Authenticator {
+/// Starts after the lines of earlier tests have been written. Time stands still.
+class AuthenticatorLog : public Authenticator {
 protected:
-    RefusalLog() {
+    AuthenticatorLog() {
         for (const std::string address : {"before", "and after a total"}) {
             statusOf(key, address);
             EXPECT_TRUE(standIn.journal().waitFor(lineOf(untrusted, address)));
@@ -147,7 +147,7 @@ protected:
     }
 };
 
-/// Each needs a process whose authenticator has not started. `connect` fails first, and succeeds then.
+/// Starts the authenticator in a new process. The first `connect` fails and the second succeeds.
 template <class Fault>
 void startAfter(const Fault& fault) {
     StandIn standIn;
@@ -223,7 +223,7 @@ TEST_F(Authenticator, RefusesOtherClients) {
     EXPECT_THAT(waitForLines(1), ElementsAre(lineOf(untrusted, "10.0.0.1")));
 }
 
-TEST_F(Authenticator, RefusesWhatIsNoKey) {
+TEST_F(Authenticator, RefusesInvalidKeys) {
     const std::string trusted = bytesOf(process.own.publicKey);
     EXPECT_EQ("300", statusOf(""));
     EXPECT_EQ("300", statusOf(trusted.substr(1)));
@@ -245,21 +245,21 @@ TEST_F(Authenticator, RefusesIncompleteRequests) {
     EXPECT_EQ(refusal(), ask({"1.0", "id", "rk-socket", "10.0.0.1", "", "CURVE"})); // without the last request's key
 }
 
-TEST_F(Authenticator, CutsWhatIsTooMuch) {
+TEST_F(Authenticator, TruncatesLongRequests) {
     Frames request = requestOf(bytesOf(process.own.publicKey), "10.0.0.1");
     request[1] = std::string(300, 'i');
     request.resize(20, std::string(300, 'x'));
     EXPECT_EQ((Frames{"1.0", std::string(256, 'i'), "200", "", "", ""}), ask(request));
 }
 
-TEST_F(Authenticator, GoesOnWhenInterrupted) {
+TEST_F(Authenticator, ContinuesWhenInterrupted) {
     for (const std::string& function : {std::string("zmq_recv"), std::string("zmq_send"), rcvMore}) {
         standIn.fail(function, EINTR);
         EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey))) << function;
     }
 }
 
-TEST_F(Authenticator, KeepsNobodyWaitingForTheLogger) {
+TEST_F(Authenticator, DoesNotWaitForTheLogger) {
     std::promise<void> released;
     standIn.after("warning", [&, once = released.get_future().share()] { once.wait(); });
     ASSERT_EQ("300", statusOf(key));
@@ -277,7 +277,7 @@ TEST_F(Authenticator, RefusesWithoutALock) {
     EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey)));
 }
 
-TEST_F(RefusalLog, HasOneLinePerAddressAndMinute) {
+TEST_F(AuthenticatorLog, LogsOncePerAddressAndMinute) {
     const KeyPair other = generateKeyPair();
     refuse(untrusted, "10.0.0.1");
     refuse(other, "10.0.0.1");
@@ -289,7 +289,7 @@ TEST_F(RefusalLog, HasOneLinePerAddressAndMinute) {
     EXPECT_EQ(refused + "1 more connections", waitForLines(4).at(3));
 }
 
-TEST_F(RefusalLog, CountsWhatItDoesNotLog) {
+TEST_F(AuthenticatorLog, CountsUnloggedRefusals) {
     for (int address = 0; address < 70; ++address) {
         refuse(untrusted, std::to_string(address));
     }
@@ -301,7 +301,7 @@ TEST_F(RefusalLog, CountsWhatItDoesNotLog) {
     EXPECT_EQ(64U, standIn.journal().count("warning: "));
 }
 
-TEST_F(RefusalLog, CountsWhatASlowLoggerMisses) {
+TEST_F(AuthenticatorLog, CountsForASlowLogger) {
     std::promise<void> released;
     standIn.after("warning", [&, once = released.get_future().share()] { once.wait(); });
     refuse(untrusted, "the first");
@@ -311,7 +311,7 @@ TEST_F(RefusalLog, CountsWhatASlowLoggerMisses) {
     }
     EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey))); // after the last refusal was handed over
     released.set_value();
-    passAMinuteAfter(65); // one and those that waited
+    passAMinuteAfter(65); // the first and the queued ones
     EXPECT_EQ(lineOf(untrusted, "60"), waitForLines(62).at(61));
     refuse(untrusted, "the last");
     EXPECT_EQ(lineOf(untrusted, "the last"), waitForLines(63).at(62));
@@ -335,7 +335,7 @@ TEST_F(RefusalLog, GoesOnWhenTheLoggerThrows) {
     EXPECT_EQ(lineOf(untrusted, "10.0.0.2"), waitForLines(2).at(1));
 }
 
-TEST_F(RefusalLog, LosesALineWithoutALock) {
+TEST_F(AuthenticatorLog, LosesALineWithoutALock) {
     std::list<MutexFault> faults;
     standIn.after(rcvMore, [&] { faults.emplace_back(EINVAL, 2); });
     refuse(untrusted, "10.0.0.1");
@@ -344,7 +344,7 @@ TEST_F(RefusalLog, LosesALineWithoutALock) {
     EXPECT_THAT(waitForLines(1), ElementsAre(lineOf(untrusted, "10.0.0.2")));
 }
 
-TEST_F(AuthenticatorDeathTest, StartsWhenTheNameIsFree) {
+TEST_F(AuthenticatorDeathTest, StartsOnceNameIsFree) {
     const auto start = [] {
         Socket former("former", ClosePolicy::DropPending);
         former.createAndConnect(Protocol::Rep, authenticator, 0);
@@ -361,7 +361,7 @@ TEST_F(AuthenticatorDeathTest, StartsWhenTheNameIsFree) {
                 "Socket: Cannot authenticate clients: Address already in use on \\[Socket server\\], then question");
 }
 
-TEST_F(AuthenticatorDeathTest, StartsWhenThereIsASocket) {
+TEST_F(AuthenticatorDeathTest, StartsOnceSocketIsFree) {
     const auto start = [] {
         startAfter([](StandIn& standIn, const auto& connect) {
             standIn.fail("zmq_socket", EMFILE);
@@ -372,7 +372,7 @@ TEST_F(AuthenticatorDeathTest, StartsWhenThereIsASocket) {
                 "Socket: Cannot authenticate clients: Too many open files on \\[Socket server\\], then question");
 }
 
-TEST_F(AuthenticatorDeathTest, StartsWhenThereIsAThread) {
+TEST_F(AuthenticatorDeathTest, StartsOnceThreadIsFree) {
     const auto start = [] {
         startAfter([](StandIn&, const auto& connect) {
             const ThreadFault fault(EAGAIN);
@@ -386,11 +386,11 @@ TEST_F(AuthenticatorDeathTest, StartsWhenThereIsAThread) {
     EXPECT_EXIT((start(), std::exit(0)), testing::ExitedWithCode(0), "Resource temporarily unavailable, then question");
 }
 
-TEST_F(AuthenticatorDeathTest, AdmitsNobodyWhenMissing) {
+TEST_F(AuthenticatorDeathTest, AdmitsNoneIfMissing) {
     EXPECT_EXIT(std::exit(admitsNobodyWithoutAuthenticator() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(AuthenticatorDeathTest, AdmitsNobodyOnceDead) {
+TEST_F(AuthenticatorDeathTest, AdmitsNoneOnceDead) {
     EXPECT_EXIT(std::exit(admitsNobodyAfterAFailureOf("zmq_send") ? 0 : 1), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(std::exit(admitsNobodyAfterAFailureOf(rcvMore) ? 0 : 1), testing::ExitedWithCode(0), "");
 }

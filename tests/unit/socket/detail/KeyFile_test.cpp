@@ -24,7 +24,7 @@ namespace {
 namespace Security = socket::Security;
 using Security::KeyPair;
 
-// A pair that is in use nowhere.
+// A key pair for tests only.
 const std::string publicKey = "Yne@$w-vo<fVvi]a<NY6T1ed:M$fCG*[IaLV{hID";
 const std::string secretKey = "D:)Q[IlAW!ahhC2ac:9*A}h:p?([4%wOTJ%JR%cs";
 
@@ -42,7 +42,7 @@ mode_t modeOf(const std::string& path) {
 
 class KeyFile : public testing::Test {
 protected:
-    /// The text of the exception that `readKeyFile` throws for this content, without the path.
+    /// Returns the message of `readKeyFile` for this content, without the path.
     std::string refusalOf(const std::string& content) const {
         files.write("keys", content);
         const std::string text = textThrownBy([&] { Security::readKeyFile(path); });
@@ -88,7 +88,7 @@ TEST_F(KeyFile, IsReadAsWritten) {
     EXPECT_EQ(secretKey, read.secretKey);
 }
 
-TEST_F(KeyFile, IsForItsOwnerAlone) {
+TEST_F(KeyFile, IsAccessibleOnlyToItsOwner) {
     const mode_t previous = umask(0);
     Security::writeKeyFile(keys, path);
     umask(previous);
@@ -107,7 +107,7 @@ TEST_F(KeyFile, ReplacesNoFile) {
     EXPECT_EQ(1U, filesInFolder());
 }
 
-TEST_F(KeyFile, ReplacesNoLinkThatLeadsNowhere) {
+TEST_F(KeyFile, ReplacesNoDanglingLink) {
     std::filesystem::create_symlink("nowhere", path);
     EXPECT_EQ("Security: Cannot write " + path + ": File exists", writeRefusal(path));
     EXPECT_FALSE(std::filesystem::exists(path));
@@ -122,7 +122,7 @@ TEST_F(KeyFile, IsNotWrittenOnAFullDevice) {
     const auto previous = std::signal(SIGXFSZ, SIG_IGN);
     rlimit limit{};
     getrlimit(RLIMIT_FSIZE, &limit);
-    const rlimit small{50, limit.rlim_max}; // less than two keys
+    const rlimit small{50, limit.rlim_max}; // smaller than two keys
     setrlimit(RLIMIT_FSIZE, &small);
     const std::string text = writeRefusal(path);
     setrlimit(RLIMIT_FSIZE, &limit);
@@ -178,7 +178,7 @@ TEST_F(KeyFile, IsRefusedWithKeysThatDoNotMatch) {
     EXPECT_EQ(":2: the secret key does not belong to the public key", refusalOf(secretKey + "\n" + publicKey));
 }
 
-TEST_F(KeyFile, IsRefusedWithTextThatIsNoKey) {
+TEST_F(KeyFile, IsRefusedWithAnInvalidKey) {
     EXPECT_EQ(":1: not a key", refusalOf(std::string(40, '"') + "\n"));                    // not in the alphabet
     EXPECT_EQ(":1: not a key", refusalOf(std::string(40, '#') + "\n"));                    // more than 32 bits
     EXPECT_EQ(":1: not a key", refusalOf(publicKey.substr(0, 35) + std::string(5, '\0'))); // a shorter text to C
@@ -239,7 +239,7 @@ TEST_F(KeyFile, IsRefusedWithoutCurve) {
     EXPECT_EQ("Security: " + path + ":2: the secret key does not belong to the public key", readRefusal(path));
 }
 
-TEST_F(KeyFile, IsReadInPieces) {
+TEST_F(KeyFile, IsReadInParts) {
     files.write("keys", keys);
     StandIn standIn;
     standIn.answer("read", 0); // as if the file had shrunk

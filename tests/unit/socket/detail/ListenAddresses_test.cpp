@@ -16,7 +16,7 @@ namespace rk::tests {
 
 namespace {
 
-/// Whether a connection to the port of this numeric address is accepted.
+/// Returns whether a connection to this numeric address and port is accepted.
 bool accepts(const char* address, unsigned short port) {
     addrinfo hints{};
     hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
@@ -63,8 +63,8 @@ protected:
     Socket server{"server", ClosePolicy::DropPending};
 };
 
-/// On a machine that has IPv6.
-class ListenIpv6 : public ListenAddresses {
+/// Skips its tests on a machine without IPv6.
+class ListenAddressesIpv6 : public ListenAddresses {
 protected:
     void SetUp() override {
         Network::setIpv6(true);
@@ -80,7 +80,7 @@ protected:
     }
 };
 
-/// Changes what the library was told of the interfaces.
+/// Changes the list of interfaces that the system returns to the library.
 template <class Change>
 void changeIpv6Addresses(const Change& change) {
     for (ifaddrs* entry = latestInterfaces(); entry != nullptr; entry = entry->ifa_next) {
@@ -90,7 +90,7 @@ void changeIpv6Addresses(const Change& change) {
     }
 }
 
-/// A listener that is blocked by a frame without ZeroMQ's delimiter, on the host that `Network` was told.
+/// Stops a listener, bound to the host of `Network`, that is blocked by a frame without ZeroMQ's delimiter.
 void stopBlockedListener(const Journal& journal, const SocketEndpoint& endpoint, const std::string& address) {
     RecordingListener listener(Protocol::Rep);
     listener.serve(endpoint);
@@ -116,7 +116,7 @@ TEST_F(ListenAddresses, AreAllByDefault) {
     EXPECT_THAT(addresses(), ElementsAre(at("*")));
 }
 
-TEST_F(ListenAddresses, AreOneAlone) {
+TEST_F(ListenAddresses, MayBeASingleOne) {
     listen("127.0.0.1");
 
     EXPECT_THAT(addresses(), ElementsAre(at("127.0.0.1")));
@@ -141,7 +141,7 @@ TEST_F(ListenAddresses, AreThoseOfTheEndpoint) {
     EXPECT_THAT(addresses(), ElementsAre(at("127.0.0.2")));
 }
 
-TEST_F(ListenAddresses, AreTakenAgainAfterARebuild) {
+TEST_F(ListenAddresses, AreBoundAgainByARebuild) {
     listen("lo");
     server.resetConnections();
 
@@ -149,13 +149,13 @@ TEST_F(ListenAddresses, AreTakenAgainAfterARebuild) {
     EXPECT_FALSE(accepts("127.0.0.2", endpoint.port));
 }
 
-TEST_F(ListenAddresses, DoNotConcernIpc) {
+TEST_F(ListenAddresses, DoNotAffectIpc) {
     endpoint = freshEndpoint(Transport::Ipc);
     listen("192.0.2.77");
     EXPECT_THAT(addresses(), ElementsAre("zmq_bind ipc://" + endpoint.address));
 }
 
-TEST_F(ListenAddresses, DoNotConcernConnecting) {
+TEST_F(ListenAddresses, DoNotAffectConnecting) {
     Network::listenOn("192.0.2.77");
     server.createAndConnect(Protocol::Req, endpoint, 0);
     EXPECT_EQ(1U, standIn.journal().count("zmq_connect " + endpoint.toString(Protocol::Req)));
@@ -211,7 +211,7 @@ TEST_F(ListenAddresses, WakeABlockedListener) {
     stopBlockedListener(standIn.journal(), endpoint, "tcp://127.0.0.2:" + port);
 }
 
-TEST_F(ListenIpv6, TakesBothFamilies) {
+TEST_F(ListenAddressesIpv6, TakesBothFamilies) {
     listen("lo");
 
     EXPECT_THAT(addresses(), ElementsAre(at("127.0.0.1"), at("[::1]")));
@@ -221,19 +221,19 @@ TEST_F(ListenIpv6, TakesBothFamilies) {
     EXPECT_TRUE(accepts("::1", endpoint.port));
 }
 
-TEST_F(ListenIpv6, TakesAllOfBothFamilies) {
+TEST_F(ListenAddressesIpv6, TakesAllOfBothFamilies) {
     listen("*");
     EXPECT_TRUE(accepts("127.0.0.1", endpoint.port));
     EXPECT_TRUE(accepts("::1", endpoint.port));
 }
 
-TEST_F(ListenIpv6, TakesAnIpv4Address) {
+TEST_F(ListenAddressesIpv6, TakesAnIpv4Address) {
     listen("127.0.0.1");
     EXPECT_TRUE(accepts("127.0.0.1", endpoint.port));
     EXPECT_FALSE(accepts("::1", endpoint.port));
 }
 
-TEST_F(ListenIpv6, TakesAnIpv6Address) {
+TEST_F(ListenAddressesIpv6, TakesAnIpv6Address) {
     for (const char* const host : {"::1", "[::1]"}) {
         standIn.journal().clear();
         listen(host);
@@ -243,7 +243,7 @@ TEST_F(ListenIpv6, TakesAnIpv6Address) {
     }
 }
 
-TEST_F(ListenIpv6, SharesAChosenPort) {
+TEST_F(ListenAddressesIpv6, SharesAChosenPort) {
     endpoint.port = 0;
     listen("lo");
 
@@ -256,12 +256,12 @@ TEST_F(ListenIpv6, SharesAChosenPort) {
     EXPECT_TRUE(accepts("::1", second.port));
 }
 
-TEST_F(ListenIpv6, ResolvesNames) {
+TEST_F(ListenAddressesIpv6, ResolvesNames) {
     listen("localhost");
     EXPECT_TRUE(accepts("127.0.0.1", endpoint.port));
 }
 
-TEST_F(ListenIpv6, ServesClientsOfBothFamilies) {
+TEST_F(ListenAddressesIpv6, ServesBothFamilies) {
     listen("lo");
     for (const char* const host : {"127.0.0.1", "[::1]", "localhost"}) {
         Socket client("client", ClosePolicy::DropPending);
@@ -273,7 +273,7 @@ TEST_F(ListenIpv6, ServesClientsOfBothFamilies) {
     }
 }
 
-TEST_F(ListenIpv6, SkipsLinkLocalAddresses) {
+TEST_F(ListenAddressesIpv6, SkipsLinkLocalAddresses) {
     standIn.after("getifaddrs", [] {
         changeIpv6Addresses([](sockaddr& address) {
             inet_pton(AF_INET6, "fe80::1", &reinterpret_cast<sockaddr_in6&>(address).sin6_addr);
@@ -283,7 +283,7 @@ TEST_F(ListenIpv6, SkipsLinkLocalAddresses) {
     EXPECT_THAT(addresses(), ElementsAre(at("127.0.0.1")));
 }
 
-TEST_F(ListenIpv6, TakesAnAddressOnce) {
+TEST_F(ListenAddressesIpv6, TakesAnAddressOnce) {
     standIn.after("getifaddrs", [] {
         changeIpv6Addresses([](sockaddr& address) {
             auto& ipv4 = reinterpret_cast<sockaddr_in&>(address);
@@ -295,12 +295,12 @@ TEST_F(ListenIpv6, TakesAnAddressOnce) {
     EXPECT_THAT(addresses(), ElementsAre(at("127.0.0.1")));
 }
 
-TEST_F(ListenIpv6, WakesAListenerOnAll) {
+TEST_F(ListenAddressesIpv6, WakesAListenerOnAll) {
     Network::listenOn("::");
     stopBlockedListener(standIn.journal(), endpoint, "tcp://[::]:" + port);
 }
 
-TEST_F(ListenIpv6, WakesABlockedListener) {
+TEST_F(ListenAddressesIpv6, WakesABlockedListener) {
     Network::listenOn("::1");
     stopBlockedListener(standIn.journal(), endpoint, "tcp://[::1]:" + port);
 }

@@ -18,7 +18,7 @@ namespace Security = socket::Security;
 const std::string key = Security::generateKeyPair().publicKey;
 const std::string otherKey = Security::generateKeyPair().publicKey;
 
-/// What `enable` refuses. Other files tell what the keys are good for.
+/// Files that `enable` rejects. The tests of `Security` cover the files that it accepts.
 class TrustedKeys : public testing::Test {
 protected:
     void enable() const { Security::enable(keyFile, path); }
@@ -28,7 +28,7 @@ protected:
         EXPECT_NO_THROW(enable()) << content;
     }
 
-    /// The text of the exception for this content, without the path.
+    /// Returns the message for this content, without the path.
     std::string refusalOf(const std::string& content) const {
         files.write("trusted", content);
         const std::string text = textThrownBy([&] { enable(); });
@@ -62,7 +62,7 @@ TEST_F(TrustedKeys, HaveEndpoints) {
     accept(key + " tcp://[::1]:1\n" + otherKey + " tcp://10.0.0.1;server:65535\n");
 }
 
-TEST_F(TrustedKeys, HaveCommentsBehindTheName) {
+TEST_F(TrustedKeys, AllowCommentsAfterTheName) {
     accept(key + " alice # and more\n" + otherKey + " tcp://server:5555 the first\n");
 }
 
@@ -83,7 +83,7 @@ TEST_F(TrustedKeys, AreRefusedWithoutName) {
     EXPECT_EQ(":1: no name or endpoint after the key", refusalOf(key + " # alice\n"));
 }
 
-TEST_F(TrustedKeys, AreRefusedWithNamesToHide) {
+TEST_F(TrustedKeys, AreRefusedWithUnprintableNames) {
     EXPECT_EQ(":1: a name that is not printable", refusalOf(key + " al\x1b[8mice\n"));
     EXPECT_EQ(":1: a name that is not printable", refusalOf(key + " \x7f\n"));
     EXPECT_EQ(":1: a name that is not printable", refusalOf(key + " alic\xc3\xa9\n"));

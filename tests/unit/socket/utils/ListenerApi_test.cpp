@@ -53,20 +53,20 @@ TEST_F(ListenerApi, RefusesOtherPatterns) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());
 }
 
-TEST_F(ListenerApi, MakesHeadersOfPatternAndName) {
+TEST_F(ListenerApi, BuildsHeadersFromPatternAndName) {
     EXPECT_EQ("[Socket Listener rep] text", listener.makeErrorString("text"));
     EXPECT_EQ("[Socket Listener sub] ", RecordingListener(Protocol::Sub).makeErrorString(""));
     EXPECT_EQ("[Socket Listener on service]", listener.messageHeader());
     EXPECT_EQ("[Socket Listener on service]: text", listener.formatMessage("text"));
 }
 
-TEST_F(ListenerApi, StopsWhenItNeverRan) {
+TEST_F(ListenerApi, StopsWithoutAStart) {
     EXPECT_TRUE(listener.stop(error));
     EXPECT_EQ("", error);
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());
 }
 
-TEST_F(ListenerApi, RefusesASecondStart) {
+TEST_F(ListenerApi, RejectsASecondStart) {
     listener.serve(endpoint);
 
     EXPECT_FALSE(listener.start(error));
@@ -102,7 +102,7 @@ TEST_F(ListenerApi, StartsWithTheCallsInOrder) {
                             "zmq_poll 1 items, events 1, 1000 ms", "zmq_close"));
 }
 
-TEST_F(ListenerApi, KeepsAnEndpointThatIsRemoved) {
+TEST_F(ListenerApi, KeepsARemovedEndpoint) {
     ASSERT_TRUE(listener.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
     ASSERT_TRUE(listener.removeListenEndpoint(endpoint.toString(Protocol::Rep), error));
 
@@ -153,7 +153,7 @@ TEST_F(ListenerApi, ReportsAFailedRestart) {
     EXPECT_EQ("new", ask({Transport::Inproc, "one-more", 0}, "new"));
 }
 
-TEST_F(ListenerApi, EndsWhenAnEndpointIsTaken) {
+TEST_F(ListenerApi, EndsWhenAnEndpointIsInUse) {
     const SocketEndpoint taken = freshEndpoint(Transport::Tcp);
     NativeSocket holder(Protocol::Rep, taken);
     for (const std::string& address :
@@ -179,7 +179,7 @@ TEST_F(ListenerApi, EndsWhenAnEndpointIsTaken) {
     EXPECT_TRUE(listener.stop(error));
 }
 
-TEST_F(ListenerApi, TellsWhetherAllEndpointsAreServed) {
+TEST_F(ListenerApi, ReportsWhetherAllAreServed) {
     EXPECT_FALSE(listener.isServing());
     listener.serve(freshEndpoint(Transport::Inproc));
     EXPECT_TRUE(listener.isServing());
@@ -199,7 +199,7 @@ TEST_F(ListenerApi, TellsWhetherAllEndpointsAreServed) {
     }
 }
 
-TEST_F(ListenerApi, TellsTheLastEndpointWhileItRuns) {
+TEST_F(ListenerApi, ReportsTheLastEndpointWhileItRuns) {
     EXPECT_EQ(SocketEndpoint(), listener.lastEndpoint());
     listener.serve({Transport::Tcp, "127.0.0.1", 0});
     EXPECT_EQ("question", ask(listener.lastEndpoint(), "question"));
@@ -229,7 +229,7 @@ TEST_F(ListenerApi, StartsOnAllEndpointsOrNone) {
     EXPECT_THAT(standIn.journal().lines().back(), "zmq_close");
 }
 
-TEST_F(ListenerApi, ReceivesUpToTheSizeThatIsSet) {
+TEST_F(ListenerApi, ReceivesUpToTheSetSize) {
     OnAllListener onAll;
     ASSERT_TRUE(onAll.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
     onAll.setMessageBufferSize(1000000);

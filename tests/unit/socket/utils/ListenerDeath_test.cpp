@@ -18,12 +18,12 @@ constexpr bool watchedByThreadSanitizer = true;
 constexpr bool watchedByThreadSanitizer = false;
 #endif
 
-/// Runs in a process that is new, and that no other thread has used.
+/// Runs each test in a new process without other threads.
 class ListenerDeathTest : public testing::Test {
 protected:
     ListenerDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
-    /// The process ends at the latest while this waits for a reply.
+    /// The process ends before the reply would arrive.
     static void sendARequest(RecordingListener& listener) {
         const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
         listener.serve(endpoint);
@@ -41,7 +41,7 @@ protected:
     }
 };
 
-/// What a listener's own thread must not do.
+/// Calls that a listener's thread must not make.
 class ListenerMisuseDeathTest : public ListenerDeathTest {
 protected:
     void SetUp() override {

@@ -29,7 +29,7 @@ protected:
         standIn.journal().clear();
     }
 
-    /// The listener answers everybody, and never had to be repaired for it.
+    /// Expects the listener to serve new clients without any repair.
     void expectSoundService() {
         EXPECT_EQ("question", ask(endpoint, "question"));
         EXPECT_EQ(0U, standIn.journal().count("warning: "));
@@ -43,7 +43,7 @@ INSTANTIATE_TEST_SUITE_P(Over, ListenerHandler, everyTransport(), nameOfTranspor
 
 } // namespace
 
-TEST_P(ListenerHandler, TakesTheCallsInOrder) {
+TEST_P(ListenerHandler, MakesTheCallsInOrder) {
     listener.setMaker([this] {
         standIn.journal().add("createMessage");
         return std::make_shared<Text>();
@@ -63,7 +63,7 @@ TEST_P(ListenerHandler, TakesTheCallsInOrder) {
                             "zmq_poll 1 items, events 1, 1000 ms"));
 }
 
-TEST_P(ListenerHandler, AnswersWhenItThrowsLater) {
+TEST_P(ListenerHandler, RepliesBeforeItThrows) {
     listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
         echo(text, socket);
         throw std::bad_alloc();
@@ -76,7 +76,7 @@ TEST_P(ListenerHandler, AnswersWhenItThrowsLater) {
     expectSoundService();
 }
 
-TEST_P(ListenerHandler, AnswersOnceWhenItRepliesTwice) {
+TEST_P(ListenerHandler, RepliesOnceWhenItRepliesTwice) {
     listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
         echo(text, socket);
         echo(text, socket);
@@ -104,8 +104,8 @@ TEST_P(ListenerHandler, OutlivesItsClient) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-/// Each part is handed over by itself; only to the last one 0MQ lets a server reply.
-TEST_P(ListenerHandler, TakesRequestsOfSeveralParts) {
+/// The handler gets each part separately. ZeroMQ accepts a reply only after the last one.
+TEST_P(ListenerHandler, AcceptsRequestsOfSeveralParts) {
     client->send("", ZMQ_SNDMORE);
     client->send("");
 
@@ -137,7 +137,7 @@ TEST_P(ListenerHandler, ServesAfterETermInReceive) {
     expectSoundService();
 }
 
-TEST_P(ListenerHandler, AnswersAfterAnIdlePoll) {
+TEST_P(ListenerHandler, RepliesAfterAnIdlePoll) {
     {
         const PollsRunOut none;
         ASSERT_TRUE(standIn.journal().waitFor("zmq_poll 1 items, events 1, 1000 ms", 3));

@@ -21,7 +21,7 @@ const std::string connected = "debug: Connected [Socket service]";
 
 const std::string waitingPoll = "zmq_poll 1 items, events 1, 1000 ms";
 
-/// A way of never replying: what the handler does, and what the request is.
+/// A handler that does not reply, and a request for it.
 struct Silence {
     const char* name;
     RecordingListener::Handler handler;
@@ -38,7 +38,7 @@ const Silence handlerThrows{"HandlerThrows",
 const Silence requestDoesNotParse{"RequestDoesNotParse", echo, "\xff"};
 const Silence requestIsTooLong{"RequestIsTooLong", echo, std::string(131073, 'x')};
 
-/// A client with a 0MQ context of its own, as if in another process, that can tell when it is connected.
+/// A client in a separate ZeroMQ context that detects when it is connected.
 class RemoteClient {
 public:
     explicit RemoteClient(const SocketEndpoint& endpoint) {
@@ -53,7 +53,7 @@ public:
         EXPECT_EQ(0, zmq_connect(client.get(), endpoint.toString(Protocol::Req).c_str()));
     }
 
-    /// Waits for the next connection: an event is a message of two parts.
+    /// Waits for the next connection event, which is a message of two parts.
     bool awaitConnection() {
         char part[256];
         return zmq_recv(events.get(), part, sizeof part, 0) >= 0 && zmq_recv(events.get(), part, sizeof part, 0) >= 0;
@@ -84,7 +84,7 @@ protected:
 
     void SetUp() override { listener.serve(endpoint); }
 
-    /// Comes back when the listener's socket is rebuilt: what comes in until then is lost with the old one.
+    /// Returns after the listener has rebuilt its socket, because the old socket's requests are lost.
     void sendARequestThatIsNotAnswered(NativeSocket& client) {
         const std::size_t connectedBefore = standIn.journal().count(connected);
         listener.setHandler(std::get<Silence>(GetParam()).handler);
@@ -102,7 +102,7 @@ const auto everySilence = testing::Values(handlerReturns, handlerThrows, request
 
 INSTANTIATE_TEST_SUITE_P(On, ListenerRepair, testing::Combine(everyTransport(), everySilence), caseName);
 
-/// An inproc peer does not connect again by itself.
+/// An inproc peer does not reconnect.
 class ListenerRepairRemote : public ListenerRepair {};
 
 INSTANTIATE_TEST_SUITE_P(On, ListenerRepairRemote,
@@ -132,7 +132,7 @@ TEST_P(ListenerRepair, WarnsOnceWithoutDelay) {
     EXPECT_EQ(0U, standIn.journal().count("error: [Socket service]"));
 }
 
-/// A round would last a second if a repair waited for the end of a poll.
+/// A round would take a second if a repair waited for the end of a poll.
 TEST_P(ListenerRepair, ServesNewClients) {
     const Clock::time_point start = Clock::now();
     for (int round = 0; round < 50; ++round) {
@@ -174,7 +174,7 @@ class ListenerRepairCalls : public ListenerTest {};
 
 } // namespace
 
-TEST_F(ListenerRepairCalls, IsSparedAfterAReply) {
+TEST_F(ListenerRepairCalls, IsSkippedAfterAReply) {
     listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
         echo(text, socket);
         throw std::runtime_error("too late");
@@ -192,7 +192,7 @@ TEST_F(ListenerRepairCalls, IsSparedAfterAReply) {
 }
 
 TEST_F(ListenerRepairCalls, MakesTheCallsInOrder) {
-    // On ipc no bind is ever refused and made again.
+    // On ipc no bind is retried.
     const SocketEndpoint path = freshEndpoint(Transport::Ipc);
     const std::string address = path.toString(Protocol::Rep);
     listener.setHandler(ignore);
@@ -227,7 +227,7 @@ TEST_F(ListenerRepairCalls, EndsTheThreadWhenItFails) {
                             "Aborting listener thread."));
 }
 
-TEST_F(ListenerRepairCalls, IsSparedAClosedSocket) {
+TEST_F(ListenerRepairCalls, IsSkippedForAClosedSocket) {
     listener.setHandler([](Text&, const std::shared_ptr<Socket>& socket) { socket->close(); });
     listener.serve(endpoint);
     NativeSocket client(Protocol::Req, endpoint);
@@ -237,7 +237,7 @@ TEST_F(ListenerRepairCalls, IsSparedAClosedSocket) {
         standIn.journal().waitFor("error: [Socket Listener rep] Failed reading socket: Socket: Cannot poll a NULL "
                                   "socket. Aborting listener thread."));
     EXPECT_EQ(0U, standIn.journal().count("warning: "));
-    // A poll without a socket would ask standard input.
+    // A poll with a null socket would poll standard input.
     EXPECT_EQ(0U, standIn.journal().count("zmq_poll 1 items, events 3"));
 }
 

@@ -15,7 +15,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(On, ListenerRestart, everyTransport(), nameOfTransport);
 
-/// Notes how it is stopped and started, and answers as it is told.
+/// Overrides `start` and `stop`, records the calls, and returns the configured result.
 class OverridingListener : public RecordingListener {
 public:
     using RecordingListener::RecordingListener;
@@ -79,7 +79,7 @@ TEST_F(ListenerRestartAdding, ReturnsStartsResult) {
     }
 }
 
-TEST_F(ListenerRestartAdding, RevivesAnEnded) {
+TEST_F(ListenerRestartAdding, RestartsAnEndedListener) {
     RecordingListener ended(Protocol::Rep);
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     standIn.fail("zmq_poll", EFAULT);
@@ -92,7 +92,7 @@ TEST_F(ListenerRestartAdding, RevivesAnEnded) {
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(ListenerRestartAdding, TakesADuplicate) {
+TEST_F(ListenerRestartAdding, AcceptsADuplicate) {
     RecordingListener server(Protocol::Rep);
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     server.serve(endpoint);

@@ -30,7 +30,7 @@ namespace Network = socket::Network;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
-/// A reply listener with an encrypted endpoint, and a stray frame that blocks it in its receive.
+/// A reply listener with an encrypted endpoint. A stray frame has blocked it in its receive.
 class ListenerSecurity : public testing::Test {
 protected:
     ListenerSecurity() { stray.set(ZMQ_LINGER, 0); }
@@ -46,7 +46,7 @@ protected:
         const bool inTime = stop.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
         EXPECT_TRUE(inTime);
         if (!inTime) {
-            std::_Exit(1); // no peer could end the receive either
+            std::_Exit(1); // because no peer could wake it either
         }
         EXPECT_TRUE(stop.get()) << error;
     }
@@ -94,7 +94,7 @@ TEST_F(ListenerSecurity, StopsInAReceiveOnIpcToo) {
     EXPECT_EQ(2U, standIn.journal().count("zmq_connect"));
 }
 
-TEST_F(ListenerSecurity, ReconnectsBesideARevokedServer) {
+TEST_F(ListenerSecurity, ReconnectsWithARevokedServer) {
     Network::setSilenceLimit(1);
     const SocketEndpoint revoked = freshEndpoint(Transport::Tcp);
     RecordingListener subscriber(Protocol::Sub);
@@ -110,7 +110,7 @@ TEST_F(ListenerSecurity, ReconnectsBesideARevokedServer) {
     Network::setSilenceLimit(0);
 }
 
-TEST_F(ListenerSecurity, StopsWhenAnOptionFailsAtFirst) {
+TEST_F(ListenerSecurity, StopsAfterAnOptionFails) {
     listener.serve(endpoint);
     block();
     standIn.fail("zmq_setsockopt " + std::to_string(ZMQ_CURVE_SERVERKEY), EINVAL);

@@ -17,21 +17,21 @@ std::string handlingError(const std::string& reason) {
     return "error: [Socket Listener rep] Failed handling received message: " + reason;
 }
 
-/// The next poll of a listener is the one that asks whether a reply is owed.
+/// The next poll of a listener checks whether a reply is owed.
 constexpr int afterTheReply = 2;
 
 class ListenerServing : public ListenerTest {
 protected:
     void SetUp() override { listener.serve(endpoint); }
 
-    /// A request of a client that stands in no journal, and the reply to it.
+    /// Sends a request and receives the reply, both without entries in the journal.
     void makeARequest() {
         NativeSocket client(Protocol::Req, endpoint);
         client.send("");
         EXPECT_EQ("", client.receive());
     }
 
-    /// The socket, which a handler kept, of a thread that has ended by itself because a poll failed.
+    /// Returns the socket of a thread that has ended because a poll failed. The handler has kept the socket.
     std::shared_ptr<Socket> socketKeptBeyond(int pollError, const std::string& line) {
         std::shared_ptr<Socket> kept;
         listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
@@ -45,7 +45,7 @@ protected:
         return kept;
     }
 
-    /// Waits until the thread has ended by itself, which says why and closes the socket then.
+    /// Waits until the thread has logged `line`, closed the socket and ended.
     void expectEndWith(const std::string& line) {
         EXPECT_TRUE(standIn.journal().waitFor("zmq_close"));
         EXPECT_THAT(standIn.journal().linesWith("error: "), ElementsAre(line));
@@ -69,7 +69,7 @@ TEST_F(ListenerServing, HandlesRequestsInOrder) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_F(ListenerServing, HandlesTheMessageThatWasMade) {
+TEST_F(ListenerServing, HandlesTheMessageOfTheMaker) {
     const auto made = std::make_shared<Text>();
     const Text* handled = nullptr;
     listener.setMaker([&] { return made; });
@@ -109,14 +109,14 @@ TEST_F(ListenerServing, LogsAHandlersException) {
     client.send("");
     ASSERT_TRUE(standIn.journal().waitFor(handlingError("no luck")));
     listener.setHandler(echo);
-    // What comes in before the socket is rebuilt is lost.
+    // Requests that arrive before the rebuild are lost.
     ASSERT_TRUE(standIn.journal().waitFor("debug: Connected [Socket service]", 2));
 
     EXPECT_EQ("question", ask(endpoint, "question"));
     EXPECT_EQ(1U, standIn.journal().count("error: "));
 }
 
-TEST_F(ListenerServing, KeepsARequestWhenNoneIsMade) {
+TEST_F(ListenerServing, KeepsARequestWithoutAMessage) {
     listener.setMaker([] { return nullptr; });
     auto answer = std::async(std::launch::async, [this] { return ask(endpoint, "question"); });
     ASSERT_TRUE(standIn.journal().waitFor(handlingError("Socket: Cannot receive on a NULL message"), 2));
@@ -138,7 +138,7 @@ TEST_F(ListenerServing, EndsWhenMakingAMessageThrows) {
 TEST_F(ListenerServing, EndsWhenLocksFail) {
     std::optional<MutexFault> fault;
     listener.setMaker([&fault]() -> std::shared_ptr<google::protobuf::Message> {
-        // The socket's lock; before it comes that of the addresses.
+        // The second lock is the socket's, and the first is the address book's.
         fault.emplace(EAGAIN, 2);
         throw std::runtime_error("none left");
     });

@@ -41,7 +41,7 @@ std::vector<int> without(const std::vector<int>& left, std::vector<int> signals)
     return signals;
 }
 
-/// Raises a signal on the calling thread. A fault whose signal is blocked ends the process by the default action.
+/// Raises a signal on the calling thread as a processor fault does: a blocked signal kills the process.
 void raiseAsTheProcessorDoes(int fault) {
     if (fault == SIGSEGV) {
         *static_cast<volatile char*>(mmap(nullptr, 1, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) = 1;
@@ -51,7 +51,7 @@ void raiseAsTheProcessorDoes(int fault) {
 
 std::atomic<int> samples{0};
 
-/// Interrupts threads that use the processor, as profilers do, but not the calling one.
+/// Interrupts all busy threads but the calling one, as a profiler does.
 class Profiler {
 public:
     Profiler() {
@@ -62,7 +62,7 @@ public:
     }
     ~Profiler() {
         set(0);
-        std::signal(SIGPROF, SIG_IGN); // discards one that is still pending in any thread
+        std::signal(SIGPROF, SIG_IGN); // discards signals that are pending in any thread
         sigaction(SIGPROF, &former, nullptr);
     }
     Profiler(const Profiler&) = delete;
@@ -82,7 +82,7 @@ class ListenerSignals : public ListenerTest {
 protected:
     ListenerSignals() : ListenerTest(Transport::Tcp) {}
 
-    /// Listens, and comes back when the thread waits.
+    /// Starts the listener and returns once its thread waits.
     void serve() {
         listener.serve(endpoint);
         ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
@@ -106,7 +106,7 @@ TEST_F(ListenerSignals, BlockAsynchronousOnes) {
         echo(text, socket);
     });
     {
-        const BlockedSignals block(setOf(SIGSEGV)); // which the thread does not inherit
+        const BlockedSignals block(setOf(SIGSEGV)); // which the listener's thread must not inherit
         listener.serve(endpoint);
     }
     ask(endpoint, "question");
@@ -203,7 +203,7 @@ TEST_F(ListenerSignals, KeepTheMaskWhenStartThrows) {
 
 TEST_F(ListenerSignals, StayWithTheApplication) {
     serve();
-    // Nobody but the listener could take them while this thread has them wait.
+    // This thread blocks them, so only the listener's thread could receive them.
     const sigset_t signals = setOf(SIGUSR1);
     const BlockedSignals block(signals);
     const timespec patience{20, 0};

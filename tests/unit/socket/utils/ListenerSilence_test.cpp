@@ -24,7 +24,7 @@ protected:
         Network::setSilenceLimit(0);
     }
 
-    /// How many polls have found nothing before each attempt to connect again, since something was received.
+    /// Returns the number of polls without input before each reconnect since the last message.
     std::vector<std::size_t> pauses() const {
         std::vector<std::size_t> result;
         std::size_t polls = 0;
@@ -68,7 +68,7 @@ protected:
 
 } // namespace
 
-TEST_F(ListenerSilence, ConnectsAgainWithLongerPauses) {
+TEST_F(ListenerSilence, ReconnectsWithLongerPauses) {
     Network::setSilenceLimit(3);
     const PollsRunOut runOut;
     listener.serve(endpoint);
@@ -126,7 +126,7 @@ TEST_F(ListenerSilence, TakesTheSettingsOfTheNetwork) {
     Network::setPeerTimeout(0);
 }
 
-TEST_F(ListenerSilence, IsOverWhenSomethingComes) {
+TEST_F(ListenerSilence, EndsWithTheNextMessage) {
     Network::setSilenceLimit(3);
     NativeSocket publisher(Protocol::Pub, endpoint);
     {
@@ -148,7 +148,7 @@ TEST_F(ListenerSilence, IsOverWhenSomethingComes) {
     EXPECT_THAT(warnings(), ElementsAre(warningAfter(3), warningAfter(3)));
 }
 
-TEST_F(ListenerSilence, HearsAfterAWrongServer) {
+TEST_F(ListenerSilence, ReceivesAfterAWrongServer) {
     Network::setSilenceLimit(1);
     {
         const WrongServer wrong(endpoint);
@@ -166,7 +166,7 @@ TEST_F(ListenerSilence, HearsAfterAWrongServer) {
     EXPECT_EQ(1U, warnings().size());
 }
 
-TEST_F(ListenerSilence, TriesFailedOnesAgain) {
+TEST_F(ListenerSilence, RetriesFailedEndpoints) {
     Network::setSilenceLimit(1);
     NativeSocket publisher(Protocol::Pub, endpoint);
     {
@@ -179,7 +179,7 @@ TEST_F(ListenerSilence, TriesFailedOnesAgain) {
     EXPECT_THAT(standIn.journal().linesWith("error: "), IsEmpty());
 }
 
-TEST_F(ListenerSilence, IsNoConcernWithoutALimit) {
+TEST_F(ListenerSilence, IsIgnoredWithoutALimit) {
     {
         const PollsRunOut runOut;
         listener.serve(endpoint);
@@ -189,7 +189,7 @@ TEST_F(ListenerSilence, IsNoConcernWithoutALimit) {
     EXPECT_THAT(warnings(), IsEmpty());
 }
 
-TEST_F(ListenerSilence, IsNoConcernOfAReplier) {
+TEST_F(ListenerSilence, IsIgnoredByAReplier) {
     Network::setSilenceLimit(1);
     RecordingListener replier(Protocol::Rep);
     {

@@ -19,7 +19,7 @@ const std::string waitingPoll = "zmq_poll 1 items, events 1, 1000 ms";
 
 class ListenerStop : public ListenerTest {
 protected:
-    /// Stops while time passes as it does; says how many polls begin after the stop has been asked for.
+    /// Stops in real time. Returns how many polls begin after the call of `stop`.
     std::size_t pollsAfterStop(SocketListener& stopped) {
         std::size_t before = 0;
         const BeforeJoin hook([&] { before = standIn.journal().count(waitingPoll); });
@@ -40,7 +40,7 @@ TEST_F(ListenerStop, TakesNoLongerThanAPoll) {
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
 }
 
-TEST_F(ListenerStop, WaitsForTheHandlerAtWork) {
+TEST_F(ListenerStop, WaitsForTheRunningHandler) {
     std::promise<void> finish;
     listener.setHandler(echoAfter(finish));
     listener.serve(endpoint);
@@ -97,7 +97,7 @@ TEST_F(ListenerStop, WorksFromAnotherThread) {
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(ListenerStop, ComesWithTheDestructor) {
+TEST_F(ListenerStop, IsCalledByTheDestructor) {
     {
         BareListener bare;
         ASSERT_TRUE(bare.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
@@ -111,7 +111,7 @@ TEST_F(ListenerStop, ComesWithTheDestructor) {
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(ListenerStop, KeepsNothingOfTheSocket) {
+TEST_F(ListenerStop, ReleasesTheSocket) {
     std::weak_ptr<Socket> released;
     listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
         released = socket;

@@ -28,7 +28,7 @@ const std::string wakeUp = "zmq_send 30 bytes, flags 1";
 
 using Frames = std::vector<std::string>;
 
-/// Messages without the empty frame in front of the content that a reply socket asks for.
+/// Messages without the empty delimiter frame that a reply socket requires.
 struct Stray {
     const char* name;
     std::vector<Frames> messages;
@@ -46,7 +46,7 @@ const Stray largeFrame{"LargeFrame", {{std::string(300000, 'x')}}};
 const Stray emptyFrameBehind{"EmptyFrameBehind", {{"x", ""}}};
 const Stray severalMessages{"SeveralMessages", {{""}, {"x"}, {"one", "two"}, {""}}};
 
-/// A peer with a context of its own, as if in another process, whose socket adds nothing to what it sends.
+/// A peer in a separate context. Its socket sends frames without adding a delimiter.
 class Stranger {
 public:
     explicit Stranger(const SocketEndpoint& endpoint) : Stranger(endpoint.toString(Protocol::Req)) {}
@@ -84,7 +84,7 @@ class ListenerStray : public ListenerTest {
 protected:
     ListenerStray() : ListenerTest(Transport::Tcp) {}
 
-    /// Comes back when the listener is in the receive that the stray frames have caused.
+    /// Returns once the stray frames have made the listener block in its receive.
     void send(const Stray& stray, const std::string& address) {
         const std::size_t before = standIn.journal().count(receiving);
         strangers.emplace_back(address).send(stray);
@@ -92,7 +92,7 @@ protected:
     }
     void send(const Stray& stray) { send(stray, endpoint.toString(Protocol::Req)); }
 
-    /// Stops without shortening the poll that lasts.
+    /// Stops without shortening the current poll.
     void expectStop(SocketListener& stopped) {
         std::string reason;
         auto stop = std::async(std::launch::async, [&] { return stopped.SocketListener::stop(reason); });
@@ -104,7 +104,7 @@ protected:
         EXPECT_TRUE(stop.get()) << reason;
     }
 
-    /// Stops a blocked listener that cannot be woken. Comes back when that has been tried.
+    /// Stops a blocked listener that cannot be woken. Returns after the attempt.
     std::future<bool> stopUnwoken() {
         listener.serve(endpoint);
         send(oneFrame);
@@ -143,9 +143,9 @@ INSTANTIATE_TEST_SUITE_P(On, ListenerStrayFrames,
                                     std::get<Stray>(tested.param).name;
                          });
 
-class ListenerFlood : public ListenerStray, public testing::WithParamInterface<Transport::Transport> {};
+class ListenerStrayFlood : public ListenerStray, public testing::WithParamInterface<Transport::Transport> {};
 
-INSTANTIATE_TEST_SUITE_P(On, ListenerFlood, testing::Values(Transport::Tcp, Transport::Ipc), nameOfTransport);
+INSTANTIATE_TEST_SUITE_P(On, ListenerStrayFlood, testing::Values(Transport::Tcp, Transport::Ipc), nameOfTransport);
 
 } // namespace
 
@@ -214,7 +214,7 @@ TEST_F(ListenerStray, StopsWhenItsPathIsRemoved) {
     expectStop(listener);
 }
 
-TEST_F(ListenerStray, StopsWhenItsPathIsTakenOver) {
+TEST_F(ListenerStray, StopsWhenItsPathIsReplaced) {
     endpoint = freshEndpoint(Transport::Ipc);
     listener.setHandler(ignore);
     listener.serve(endpoint);
@@ -286,7 +286,7 @@ TEST_F(ListenerStray, StopsWhenALockFailsAtFirst) {
     EXPECT_TRUE(stop.get()) << error;
 }
 
-TEST_F(ListenerStray, StopsWhenASocketComesFree) {
+TEST_F(ListenerStray, StopsOnceASocketIsFree) {
     listener.serve(endpoint);
     send(oneFrame);
     standIn.fail("zmq_socket", EMFILE, 1, 3);
@@ -326,7 +326,7 @@ TEST_F(ListenerStray, LogsABadRequestDuringStop) {
     EXPECT_EQ(1U, standIn.journal().count("error: [Socket Listener rep] Failed handling received message: "));
 }
 
-TEST_F(ListenerStray, TreatsTheWakeUpTextAsARequest) {
+TEST_F(ListenerStray, TreatsTheWakeUpStringAsARequest) {
     listener.serve(endpoint);
     NativeSocket client(Protocol::Req, endpoint);
     client.send("rk::socket::detail::WakeUpCall");
@@ -356,9 +356,9 @@ TEST_F(ListenerStray, ServesWaitingRequestWhenStopped) {
     EXPECT_EQ(0U, standIn.journal().count("zmq_connect"));
 }
 
-TEST_F(ListenerStray, LetsTheNextHandlerFinish) {
+TEST_F(ListenerStray, WaitsForTheNextHandler) {
     listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
-        std::promise<void>().get_future().wait_for(std::chrono::milliseconds(200)); // stop looks meanwhile
+        std::promise<void>().get_future().wait_for(std::chrono::milliseconds(200)); // time for `stop` to see it
         echo(text, socket);
     });
     listener.serve(endpoint);
@@ -412,7 +412,7 @@ TEST_F(ListenerStray, ClosesTheSocketThatWakesIt) {
     EXPECT_EQ(2U, standIn.journal().count("zmq_close"));
 }
 
-TEST_P(ListenerFlood, ServesAndStops) {
+TEST_P(ListenerStrayFlood, ServesAndStops) {
     endpoint = freshEndpoint(GetParam());
     listener.serve(endpoint);
     std::atomic<bool> over{false};

@@ -20,7 +20,7 @@ std::string serialized(const std::string& content) {
 
 class ListenerSubscribe : public testing::Test {
 protected:
-    /// Joins the two: what is published from now on arrives.
+    /// Waits for the subscription: messages published from now on arrive.
     void subscribe() {
         publisher.bind(endpoint);
         listener.serve(endpoint);
@@ -127,7 +127,7 @@ TEST_P(ListenerSubscribeOver, HearsEveryPublisher) {
     }
     ASSERT_TRUE(listener.start(error)) << error;
 
-    // A publisher drops what it sends before a subscriber is connected.
+    // A publisher drops messages until a subscriber is connected.
     for (const std::string name : {"one", "two", "three"}) {
         const auto arrived = [&] {
             const std::vector<std::string> texts = listener.texts();

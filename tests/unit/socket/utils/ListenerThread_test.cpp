@@ -19,7 +19,7 @@ std::ptrdiff_t entriesOf(const char* folder) {
     return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
 }
 
-/// 0MQ closes sockets, and the kernel forgets threads, in the background.
+/// Waits, because ZeroMQ closes sockets and the kernel removes threads in the background.
 bool fallsTo(std::ptrdiff_t limit, const char* folder) {
     const Clock::time_point end = Clock::now() + std::chrono::seconds(20);
     while (entriesOf(folder) > limit && Clock::now() < end) {
@@ -35,7 +35,7 @@ protected:
 
 } // namespace
 
-TEST_F(ListenerThread, MakesAndHandlesMessages) {
+TEST_F(ListenerThread, CreatesAndHandlesMessages) {
     std::vector<std::thread::id> threads;
     listener.setMaker([&] {
         threads.push_back(std::this_thread::get_id());
@@ -73,7 +73,7 @@ TEST_F(ListenerThread, CanStartAfterAFailure) {
     EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
-TEST_F(ListenerThread, LeavesNothingBehind) {
+TEST_F(ListenerThread, ReleasesAllResources) {
     std::vector<SocketEndpoint> endpoints;
     for (int number = 0; number < 10; ++number) {
         endpoints.push_back(freshEndpoint(number % 2 == 0 ? Transport::Tcp : Transport::Inproc));

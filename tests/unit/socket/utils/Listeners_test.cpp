@@ -32,7 +32,7 @@ protected:
         }
     }
 
-    /// The calls that take the endpoints, in order.
+    /// Returns the calls that attach the endpoints, in order.
     calls::Lines attached(Protocol::Protocol pattern) const {
         calls::Lines lines;
         for (const SocketEndpoint& endpoint : endpoints) {
@@ -51,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(Of, Listeners, testing::Values(1, 2, 3, 4, 5, 7, 11, 20
 
 } // namespace
 
-TEST_P(Listeners, ConnectsEachInOrderAtEveryStart) {
+TEST_P(Listeners, ConnectsInOrderAtEveryStart) {
     for (const auto pattern : {Protocol::Rep, Protocol::Sub}) {
         takeFreshEndpoints();
         std::list<NativeSocket> publishers;
@@ -84,7 +84,7 @@ TEST_P(Listeners, ServesEachEndpoint) {
     }
 }
 
-TEST_P(Listeners, ServesAllWhenEachIsAddedWhileItRuns) {
+TEST_P(Listeners, ServesEndpointsAddedWhileItRuns) {
     RecordingListener listener(Protocol::Rep);
     ASSERT_TRUE(listener.start(error)) << error;
     for (std::size_t number = 0; number < endpoints.size(); ++number) {
@@ -96,7 +96,7 @@ TEST_P(Listeners, ServesAllWhenEachIsAddedWhileItRuns) {
     EXPECT_THAT(standIn.journal().linesWith("error: "), ElementsAre());
 }
 
-TEST_P(Listeners, ReportsEachThatIsNotConnected) {
+TEST_P(Listeners, ReportsEachFailedEndpoint) {
     for (std::size_t failing = 0; failing < endpoints.size(); ++failing) {
         NativeSocket holder(Protocol::Rep);
         SocketEndpoint taken = freshEndpoint(Transport::Tcp);
@@ -123,7 +123,7 @@ TEST_P(Listeners, ReportsEachThatIsNotConnected) {
     }
 }
 
-TEST_P(Listeners, RebuildsEachInOrderEveryTime) {
+TEST_P(Listeners, RebuildsInOrderEveryTime) {
     RecordingListener listener(Protocol::Rep);
     addAll(listener);
     ASSERT_TRUE(listener.start(error)) << error;
@@ -147,7 +147,7 @@ TEST_P(Listeners, RebuildsEachInOrderEveryTime) {
 
 TEST_P(Listeners, HandlesEveryMessageOfManyInOrder) {
     RecordingListener listener(Protocol::Sub);
-    std::list<Socket> publishers; // Their queues are without limit, so that no greeting fills them.
+    std::list<Socket> publishers; // with unlimited queues, which the greetings cannot fill
     std::vector<std::string> sent;
     std::atomic<std::size_t> made{0};
     std::atomic<const Text*> newest{nullptr};
@@ -190,7 +190,7 @@ TEST_P(Listeners, HandlesEveryMessageOfManyInOrder) {
     EXPECT_EQ(listener.texts().size(), made);
 }
 
-TEST_P(Listeners, HandlesTheMessageItsPollHasSeen) {
+TEST_P(Listeners, HandlesTheMessageThatAPollReported) {
     const auto handledBefore = static_cast<std::size_t>(GetParam());
     RecordingListener listener(Protocol::Sub);
     NativeSocket publisher(Protocol::Pub);
@@ -227,7 +227,7 @@ TEST_P(Listeners, HandlesTheMessageItsPollHasSeen) {
     EXPECT_EQ(handledBefore + 1, listener.texts().size());
 }
 
-TEST_P(Listeners, HandlesNoneAfterTheOneAtWorkAtStop) {
+TEST_P(Listeners, HandlesNoMessageAfterStop) {
     const auto handledBefore = static_cast<std::size_t>(GetParam());
     RecordingListener listener(Protocol::Rep);
     std::promise<void> stopNow;

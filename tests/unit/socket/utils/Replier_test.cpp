@@ -44,7 +44,7 @@ protected:
 
 } // namespace
 
-TEST_F(Replier, AnswersEachRequest) {
+TEST_F(Replier, RepliesToEachRequest) {
     socket::utils::Replier<Text, Text> replier("service", repeat);
     serve(replier);
 
@@ -53,7 +53,7 @@ TEST_F(Replier, AnswersEachRequest) {
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
-TEST_F(Replier, ReceivesUpToTheSizeThatIsSet) {
+TEST_F(Replier, ReceivesUpToTheSetSize) {
     socket::utils::Replier<Text, Text> replier("service", repeat);
     replier.setMessageBufferSize(1000000);
     serve(replier);
@@ -78,7 +78,7 @@ TEST_F(Replier, FailsToStartWithTheReason) {
               error);
 }
 
-TEST_F(Replier, AnswersWhenTheHandlerThrows) {
+TEST_F(Replier, RepliesWhenTheHandlerThrows) {
     socket::utils::Replier<Text, Text> replier(
         "service",
         [](const Text&, Text& reply) {
@@ -96,7 +96,7 @@ TEST_F(Replier, AnswersWhenTheHandlerThrows) {
     EXPECT_EQ(0U, standIn.journal().count(abandoned));
 }
 
-TEST_F(Replier, AnswersForAReplyThatIsIncomplete) {
+TEST_F(Replier, RepliesWhenTheReplyIsIncomplete) {
     socket::utils::Replier<Text, Command> replier(
         "service", [](const Text&, Command&) {},
         [](const Text&, const std::exception&, Command& reply) {
@@ -145,7 +145,7 @@ TEST_F(Replier, KeepsTheQueueWhenTheHandlerThrows) {
     EXPECT_EQ(0U, standIn.journal().count(abandoned));
 }
 
-TEST_F(Replier, AbandonsTheRequestWithoutAnErrorHandler) {
+TEST_F(Replier, AbandonsRequestWithoutErrorHandler) {
     std::atomic<int> calls{0};
     socket::utils::Replier<Text, Text> replier("service", [&](const Text& request, Text& reply) {
         if (calls++ == 0) {
@@ -163,7 +163,7 @@ TEST_F(Replier, AbandonsTheRequestWithoutAnErrorHandler) {
               standIn.journal().count("error: [Socket Listener rep] Failed handling received message: no such thing"));
 }
 
-TEST_F(Replier, AbandonsTheRequestWhenTheErrorHandlerThrows) {
+TEST_F(Replier, AbandonsRequestWhenErrorHandlerThrows) {
     socket::utils::Replier<Text, Text> replier(
         "service", [](const Text&, Text&) { throw std::runtime_error("first"); },
         [](const Text&, const std::exception&, Text&) { throw std::runtime_error("second"); });

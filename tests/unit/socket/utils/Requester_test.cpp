@@ -36,7 +36,7 @@ static_assert(!std::is_copy_assignable_v<Unit>);
 
 constexpr milliseconds briefly{30};
 
-/// A server that sees the frames around each request, and sends what it likes.
+/// A server that receives raw frames and sends arbitrary frames.
 class RawServer {
 public:
     explicit RawServer(const SocketEndpoint& endpoint) {
@@ -47,7 +47,7 @@ public:
         EXPECT_EQ(0, zmq_bind(router.get(), endpoint.toString(Protocol::Rep).c_str()));
     }
 
-    /// Returns the frames in front of the request, which is dropped.
+    /// Receives a request, drops it, and returns the frames before it.
     Frames receive() {
         Frames frames;
         int more = 1;
@@ -115,7 +115,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Over, RequesterOver, everyTransport(), nameOfTransport);
 
-/// A requester over ipc, with a server in another context.
+/// A requester over ipc, and a server in another context.
 class Requester : public testing::Test {
 protected:
     const ContextOfTheProcess context;
@@ -150,7 +150,7 @@ TEST_P(RequesterOver, ReturnsTheReply) {
     EXPECT_EQ(0U, standIn.journal().count("zmq_close"));
 }
 
-TEST_P(RequesterOver, RepeatsTheRequestUntilItGivesUp) {
+TEST_P(RequesterOver, RetriesUpToTheNumberOfAttempts) {
     using calls::operator+;
     NativeSocket server(Protocol::Rep, endpoint);
     standIn.journal().clear();
@@ -172,13 +172,13 @@ TEST_P(RequesterOver, RepeatsTheRequestUntilItGivesUp) {
     EXPECT_THAT(lines, ElementsAreArray(expected));
 }
 
-TEST_P(RequesterOver, GivesUpWhenNoServerIsThere) {
+TEST_P(RequesterOver, TimesOutWithoutAServer) {
     EXPECT_EQ(timeoutText("1", "2"),
               textThrownBy<TimeoutException>([&] { ask(requester, "anybody?", milliseconds(1), 2); }));
 }
 
-/// A request socket whose server has gone blocks in its send on inproc.
-TEST_P(RequesterOver, GivesUpWhenTheServerHasGone) {
+/// On inproc, a request socket without a server blocks in its send.
+TEST_P(RequesterOver, TimesOutWhenTheServerHasEnded) {
     auto server = std::make_unique<NativeSocket>(Protocol::Rep);
     server->bind(endpoint);
     auto serving = std::async(std::launch::async, [&] { server->send(server->receive()); });
@@ -189,7 +189,7 @@ TEST_P(RequesterOver, GivesUpWhenTheServerHasGone) {
     EXPECT_EQ(timeoutText("30", "1"), textThrownBy<TimeoutException>([&] { ask(requester, "two", briefly); }));
 }
 
-TEST_P(RequesterOver, AsksAgainWhenTheServerComesBack) {
+TEST_P(RequesterOver, RetriesWhenTheServerReturns) {
     EXPECT_THROW(ask(requester, "one", milliseconds(1)), TimeoutException);
     NativeSocket server(Protocol::Rep, endpoint);
     auto serving = std::async(std::launch::async, [&] {
@@ -264,7 +264,7 @@ TEST_F(Requester, ReceivesAReplyOfAnySize) {
     serving.get();
 }
 
-TEST_F(Requester, RefusesWhatIsNotOneMessage) {
+TEST_F(Requester, RejectsRepliesThatAreNotOneMessage) {
     auto serving = this->serving([&] {
         server.sendBytes(server.receive(), {"\xff\xff\xff"});
         server.sendBytes(server.receive(), {"", "second part"});
@@ -367,7 +367,7 @@ TEST_F(Requester, ThrowsWhenACallFails) {
     EXPECT_EQ("Receive error: Host unreachable on [Socket client]", textThrownBy([&] { ask(requester, "one"); }));
 }
 
-TEST_F(Requester, RefusesNoAttemptAndNoTime) {
+TEST_F(Requester, RejectsZeroAttemptsAndZeroTime) {
     for (const auto& limits :
          {std::pair(milliseconds(0), 1U), std::pair(milliseconds(-1), 1U), std::pair(milliseconds(1), 0U)}) {
         EXPECT_EQ("[Socket client]: A request needs an attempt of at least 1 ms",
@@ -376,7 +376,7 @@ TEST_F(Requester, RefusesNoAttemptAndNoTime) {
     EXPECT_THAT(standIn.journal().lines(), IsEmpty());
 }
 
-TEST_F(Requester, RefusesWhatCannotBeSerialized) {
+TEST_F(Requester, RejectsUnserializableRequests) {
     Text reply;
     EXPECT_EQ("[Socket client]: Cannot send message: not initialized: [id][header]",
               textThrownBy([&] { requester.request(Command(), reply, seconds(20)); }));

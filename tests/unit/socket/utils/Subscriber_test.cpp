@@ -27,7 +27,7 @@ class Subscriber : public testing::Test {
 protected:
     Subscriber() { publisher.createAndConnect(Protocol::Pub, endpoint, 0); }
 
-    /// Publishes until the subscriber has received something.
+    /// Publishes until the subscriber has received a message.
     std::string textReceivedOf(const std::string& text) {
         Text message;
         message.set_text(text);
@@ -53,7 +53,7 @@ protected:
 
 } // namespace
 
-TEST_F(Subscriber, HandsOverWhatItReceives) {
+TEST_F(Subscriber, PassesMessagesToTheHandler) {
     ASSERT_TRUE(subscriber.addListenEndpoint(endpoint.toString(Protocol::Sub), error)) << error;
     ASSERT_TRUE(subscriber.start(error)) << error;
 
@@ -61,7 +61,7 @@ TEST_F(Subscriber, HandsOverWhatItReceives) {
     EXPECT_EQ("news", textReceivedOf("news"));
 }
 
-TEST_F(Subscriber, ReceivesUpToTheSizeThatIsSet) {
+TEST_F(Subscriber, ReceivesUpToTheSetSize) {
     subscriber.setMessageBufferSize(1000000);
     ASSERT_TRUE(subscriber.addListenEndpoint(endpoint.toString(Protocol::Sub), error)) << error;
     ASSERT_TRUE(subscriber.start(error)) << error;
@@ -95,7 +95,7 @@ TEST_F(Subscriber, StopsInItsOwnDestructor) {
     {
         const BeforeJoin release([&] { left.set_value(); });
         const std::weak_ptr<int> watched = captured;
-        // The base class would stop the thread when the handler that it runs is gone.
+        // The destructor of the base class would stop the thread too late, after the handler was destroyed.
         socket::utils::Subscriber<Text> slow("slow", [&, kept = std::move(captured)](const Text&) {
             entered.set_value();
             left.get_future().wait();

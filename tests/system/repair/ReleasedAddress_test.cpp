@@ -14,13 +14,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// A thousand, unless the tools at hand are slow.
+/// Returns the number of rounds: a thousand, or fewer under a slow tool.
 int rounds() {
     const char* const text = std::getenv("RK_TEST_ROUNDS");
     return text != nullptr ? std::atoi(text) : 1000;
 }
 
-/// Keeps every core busy for as long as it lives.
+/// Keeps every core busy during its lifetime.
 class Load {
 public:
     Load() {
@@ -58,7 +58,7 @@ void expectService(Socket& server, const SocketEndpoint& endpoint) {
     EXPECT_EQ("answer", answer.get());
 }
 
-class GivingUpAddress : public testing::TestWithParam<Transport::Transport> {
+class ReleasedAddress : public testing::TestWithParam<Transport::Transport> {
 protected:
     StandIn standIn;
     const SocketEndpoint endpoint = freshEndpoint(GetParam());
@@ -84,7 +84,7 @@ protected:
         }
     }
 
-    void createAgainAndAgain() {
+    void createRepeatedly() {
         Socket server("server", ClosePolicy::DropPending);
         for (int round = 0; round < rounds(); ++round) {
             ASSERT_NO_THROW(server.createAndConnect(Protocol::Rep, endpoint, patienceMs)) << "round " << round;
@@ -93,29 +93,29 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(On, GivingUpAddress, everyTransport(), nameOfTransport);
+INSTANTIATE_TEST_SUITE_P(On, ReleasedAddress, everyTransport(), nameOfTransport);
 
 } // namespace
 
-TEST_P(GivingUpAddress, IsTakenAgainByAJammedReplier) {
+TEST_P(ReleasedAddress, IsReboundByAJammedReplier) {
     rebuildJammedReplySockets();
 }
 
-TEST_P(GivingUpAddress, IsTakenByAJamWithCoresBusy) {
+TEST_P(ReleasedAddress, IsReboundByAJamWithCoresBusy) {
     const Load load;
     rebuildJammedReplySockets();
 }
 
-TEST_P(GivingUpAddress, IsTakenAgainByTheSameSocket) {
-    createAgainAndAgain();
+TEST_P(ReleasedAddress, IsReboundByTheSameSocket) {
+    createRepeatedly();
 }
 
-TEST_P(GivingUpAddress, IsTakenAgainWithCoresBusy) {
+TEST_P(ReleasedAddress, IsReboundWithCoresBusy) {
     const Load load;
-    createAgainAndAgain();
+    createRepeatedly();
 }
 
-TEST_P(GivingUpAddress, IsTakenByTheNextSocket) {
+TEST_P(ReleasedAddress, IsBoundByTheNextSocket) {
     for (int round = 0; round < rounds(); ++round) {
         Socket server("server", ClosePolicy::WaitForDelivery);
         ASSERT_NO_THROW(server.createAndConnect(Protocol::Pub, endpoint, 0)) << "round " << round;
@@ -124,7 +124,7 @@ TEST_P(GivingUpAddress, IsTakenByTheNextSocket) {
     expectService(server, endpoint);
 }
 
-TEST_P(GivingUpAddress, IsTakenByOneOfManyThreads) {
+TEST_P(ReleasedAddress, IsBoundByOneOfManyThreads) {
     constexpr int threadCount = 8;
     std::atomic<int> taken{0};
     std::vector<std::thread> threads;
@@ -135,7 +135,7 @@ TEST_P(GivingUpAddress, IsTakenByOneOfManyThreads) {
                     Peer server("server", Protocol::Rep, endpoint, ClosePolicy::DropPending, 0);
                     ++taken;
                 } catch (const std::runtime_error&) {
-                    // Somebody else was quicker.
+                    // Another thread was faster.
                 }
             }
         });
@@ -148,7 +148,7 @@ TEST_P(GivingUpAddress, IsTakenByOneOfManyThreads) {
     expectService(server, endpoint);
 }
 
-TEST_P(GivingUpAddress, IsTakenAfterAFailedConnect) {
+TEST_P(ReleasedAddress, IsReboundAfterAFailedConnect) {
     Socket server("server", ClosePolicy::DropPending);
     standIn.fail("zmq_setsockopt " + std::to_string(ZMQ_RCVTIMEO), EINVAL);
     EXPECT_THROW(server.createAndConnect(Protocol::Rep, endpoint, patienceMs), std::runtime_error);
@@ -158,7 +158,7 @@ TEST_P(GivingUpAddress, IsTakenAfterAFailedConnect) {
     expectService(server, endpoint);
 }
 
-TEST_P(GivingUpAddress, EndsTheResetIfNeverFree) {
+TEST_P(ReleasedAddress, FailsTheResetIfNeverFree) {
     Peer server("server", Protocol::Rep, endpoint, ClosePolicy::DropPending, 0);
     standIn.fail("zmq_bind", EADDRINUSE, 1, StandIn::always);
     const Clock::time_point start = Clock::now();
@@ -173,7 +173,7 @@ TEST_P(GivingUpAddress, EndsTheResetIfNeverFree) {
     EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { server.poll(0, error); }));
 }
 
-TEST_P(GivingUpAddress, IsRefusedAtOnceWhenTaken) {
+TEST_P(ReleasedAddress, FailsAtOnceWhenInUse) {
     if (GetParam() == Transport::Ipc) {
         GTEST_SKIP() << "0MQ takes over an ipc path from whoever holds it";
     }
