@@ -9,7 +9,7 @@ namespace rk::benchmarks {
 
 namespace {
 
-/// As long as `size` when it is serialised.
+/// Returns a message that takes `size` bytes when serialised.
 Reading readingOf(std::size_t size) {
     Reading reading;
     reading.set_sequence(123456789);
@@ -18,7 +18,7 @@ Reading readingOf(std::size_t size) {
     reading.set_payload("x");
     const std::size_t rest = reading.ByteSizeLong() - 1;
     reading.set_payload(std::string(size - rest, 'x'));
-    // The length of the payload may itself have grown.
+    // The length prefix of the payload may have grown too.
     reading.set_payload(std::string(reading.payload().size() - (reading.ByteSizeLong() - size), 'x'));
     return reading;
 }

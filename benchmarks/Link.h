@@ -11,10 +11,10 @@ namespace rk::benchmarks {
 // A Link is one end of a connection that sends and receives one message at a time:
 //     Link(const End&)
 //     void send(Payload&)
-//     std::size_t receive()      the size of the payload that came: of the raw block, or of the message's bytes
-// The peers whose ends are like that need say nothing else.
+//     std::size_t receive()      returns the size of the raw block, or of the message's payload
+// A peer with such an end needs no other code.
 
-/// Serialises into room that is as long as the message.
+/// Serialises into a buffer of the message's size.
 inline void serialise(const Reading& message, void* room, std::size_t size) {
     require(message.SerializeToArray(room, static_cast<int>(size)), "serialising");
 }
@@ -48,14 +48,14 @@ public:
         }
         control.order(static_cast<std::uint32_t>(count));
         while (count > 0) {
-            // A greeting may still be under way.
+            // A greeting may still arrive.
             count -= link.receive() == expected ? 1 : 0;
         }
     }
 
     void end() override {
         if (cell.requests()) {
-            // Answered on the other wire: a server that ends may take its last reply with it.
+            // The server confirms over `control`, because its last reply may be lost when it ends.
             link.send(goodbye);
             control.awaitOrder();
         } else {
@@ -72,7 +72,7 @@ private:
     Link link;
 };
 
-/// Sends greetings until the client has met the server, then what is ordered.
+/// Sends greetings until the client has received one, then the ordered payloads.
 template <class Send>
 void publishOrders(const Control& control, const Cell& cell, const Send& send) {
     Payload payload = Payload::of(cell);

@@ -7,7 +7,7 @@
 
 namespace rk::benchmarks {
 
-/// Measures from its construction.
+/// Measures the time since its construction.
 class Stopwatch {
 public:
     double nanoseconds() const {
@@ -22,7 +22,7 @@ private:
 using Texts = std::vector<std::pair<std::string, std::string>>;
 using Numbers = std::vector<std::pair<std::string, double>>;
 
-/// Writes a sample to standard output, as a line that holds a JSON object.
+/// Writes a sample to standard output, as a JSON object on one line.
 void write(const Texts& texts, const Numbers& numbers);
 
 double medianOf(std::vector<double> values);
@@ -33,7 +33,7 @@ void require(bool good, const char* what);
 /// Keeps the calling thread, and the threads that it starts later, on one core.
 void pinToCore(unsigned int core);
 
-/// The URL of an address that is not in use.
+/// Returns the URL of an unused address.
 std::string freshUrl(const std::string& transport);
 
 } // namespace rk::benchmarks

@@ -34,7 +34,7 @@ bool add(Peer peer) {
 }
 
 void Control::order(std::uint32_t count) const {
-    // Fails only when the server is gone.
+    // Fails only if the server has ended.
     static_cast<void>(::send(descriptor, &count, sizeof count, MSG_NOSIGNAL));
 }
 

@@ -11,7 +11,7 @@
 
 namespace rk::benchmarks {
 
-/// One end of a connection in a cell. The client is the side that is measured: it requests, or subscribes.
+/// One end of a connection in a cell. The client is the measured side: it requests or subscribes.
 struct End {
     Cell cell;
     std::string url;
@@ -23,7 +23,7 @@ struct End {
     }
 };
 
-/// Connects the two sides of a measurement beside the connection that is measured.
+/// A second connection between the two sides, for control.
 class Control {
 public:
     explicit Control(int end) : descriptor(end) {}
@@ -31,10 +31,10 @@ public:
     /// Tells the server to publish `count` payloads, or to end if that is 0.
     void order(std::uint32_t count) const;
 
-    /// The next order. 0 also when the other side is gone.
+    /// Waits for the next order and returns it. Returns 0 if the other side has ended.
     std::uint32_t awaitOrder() const;
 
-    /// Whether an order comes within some milliseconds.
+    /// Returns whether an order arrives within this time.
     bool hasOrder(int milliseconds) const;
 
     /// Tells the other side what was measured.
@@ -52,29 +52,29 @@ class Client {
 public:
     virtual ~Client() = default;
 
-    /// Comes back once the two sides have met.
+    /// Returns once the two sides can exchange payloads.
     virtual void meet() = 0;
 
     /// Requests and waits for the reply `count` times, or orders and receives `count` payloads.
     virtual void exchange(int count) = 0;
 
-    /// Makes the server end.
+    /// Ends the server.
     virtual void end() = 0;
 };
 
-/// One of the ways to exchange messages that are compared.
+/// One of the compared ways to exchange messages.
 struct Peer {
     std::string name;
     std::string version;
     std::set<std::string> transports;
 
-    /// The other side: replies to requests with their like, or publishes what is ordered, until it is ended.
+    /// Runs the server until the client ends it. It echoes requests, or publishes the ordered payloads.
     std::function<void(const End&, const Control&)> serve;
 
     std::function<std::unique_ptr<Client>(const End&, const Control&)> connect;
 };
 
-/// The peers that the program is built with, plain 0MQ first.
+/// Returns the peers of this build, plain ZeroMQ first.
 const std::vector<Peer>& peers();
 
 /// \throws std::runtime_error if there is none of this name

@@ -8,12 +8,12 @@
 
 namespace rk::benchmarks {
 
-/// The other side of a cell: a process, or a thread where the transport does not leave the process.
+/// The server of a cell: a process, or a thread for inproc.
 class Server {
 public:
     Server(const Peer& peer, const End& end);
 
-    /// Waits for the end, which the client has asked for.
+    /// Waits for the server, which the client has ended.
     ~Server();
 
     Server(const Server&) = delete;
@@ -21,7 +21,7 @@ public:
 
     Control control() const { return process ? process->control() : Control(ends[0]); }
 
-    /// For the program when it is started to be a server.
+    /// Runs the server in a process that was started for it.
     static void serveAsProcess(const Peer& peer, const End& end);
 
 private:

@@ -14,7 +14,7 @@ namespace {
 constexpr double megabit = 1048576.0;
 constexpr double window = 0.1;
 
-/// The most that left within any window, over what the rate grants it: 1 is perfect.
+/// Returns the largest amount sent within any window, divided by the amount that the rate allows. 1 is perfect.
 double burst(const std::vector<double>& times, double bitsPerBlock, double rate) {
     std::size_t most = 0;
     std::size_t begin = 0;
@@ -56,7 +56,7 @@ void measureAll(double seconds, double longest) {
                 continue;
             }
             if (secondsOfABlock > seconds) {
-                // Beside the others: it sleeps nearly all the time.
+                // In parallel, because it mostly sleeps.
                 slow.push_back(std::async(std::launch::async, measure, rate, size, seconds));
             } else {
                 measure(rate, size, seconds);

@@ -6,8 +6,8 @@
 #include <random>
 #include <unistd.h>
 
-// Every peer does the same work, cell by cell. Within a cell the peers take turns, in another order each round, so that
-// whatever else the machine does strikes them alike.
+// Every peer does the same work, cell by cell. Within a cell the peers take turns in a random order, so that other load
+// on the machine affects them equally.
 
 namespace rk::benchmarks {
 
@@ -52,7 +52,7 @@ double serialiseOnly(const Cell& cell, int count) {
 }
 
 void compareIn(const Cell& cell, int episode, const Options& options) {
-    // A peer that loses messages must not block the rest.
+    // A peer that loses messages must not block the others.
     ::alarm(300);
     std::vector<std::unique_ptr<Contestant>> contestants;
     for (const Peer& peer : peers()) {
@@ -82,7 +82,7 @@ void compareIn(const Cell& cell, int episode, const Options& options) {
 }
 
 void compare(const Options& options) {
-    // Where the two sides run decides more than what they do.
+    // The choice of cores affects the time more than the code does.
     pinToCore(0);
     for (const Peer& peer : peers()) {
         write({{"peer", peer.name}, {"version", peer.version}}, {});
@@ -107,7 +107,8 @@ void addComparison(CLI::App& program) {
     CLI::App* const command = program.add_subcommand("compare", "Let every peer do the same work");
     command->add_option("EPISODES", options->episodes, "in each, all connections are new")->required();
     command->add_option("ROUNDS", options->rounds, "of each cell in an episode")->required();
-    command->add_option("MILLISECONDS", options->milliseconds, "that a round of plain 0MQ takes, about")->required();
+    command->add_option("MILLISECONDS", options->milliseconds, "the approximate time of a round of plain ZeroMQ")
+        ->required();
     command->add_option("CELL", options->cells, "such as \"request-reply tcp raw 4096\"; all if there is none");
     command->callback([options] { compare(*options); });
 

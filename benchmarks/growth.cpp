@@ -16,7 +16,7 @@
 #include <unistd.h>
 #include <utility>
 
-// Measures one point of one curve: how a cost grows with a number. The driver starts a process for each point.
+// Measures one point of a curve that shows how a time grows with a number. The driver starts a process for each point.
 
 namespace rk::benchmarks {
 
@@ -24,7 +24,7 @@ namespace {
 
 using namespace socket::Protocol;
 
-/// A socket of the library, under the names that both ways have in common.
+/// A socket of the library, with the same interface as `PlainSocket`.
 class LibrarySocket : public socket::Socket {
 public:
     using Address = socket::SocketEndpoint;
@@ -35,7 +35,7 @@ public:
     void attach(const Address& address) { connect(address, 20000); }
 };
 
-/// The same on 0MQ's C interface.
+/// A socket of ZeroMQ's C interface.
 class PlainSocket {
 public:
     using Address = std::string;
@@ -90,7 +90,7 @@ double timeOf(const Work& work) {
     return watch.nanoseconds();
 }
 
-/// What the work takes, in nanoseconds: the median of some runs.
+/// Returns the median time of several runs, in nanoseconds.
 template <class Work>
 double medianTimeOf(int runs, const Work& work) {
     std::vector<double> times;
@@ -177,7 +177,7 @@ void size(int number) {
     server.join();
 }
 
-/// A publisher or subscriber that drops nothing.
+/// Returns a publisher or subscriber with unlimited queues.
 std::unique_ptr<LibrarySocket> openBoundless(Protocol protocol, const socket::SocketEndpoint& endpoint) {
     auto opened = std::make_unique<LibrarySocket>(protocol);
     opened->setInternalFifoSize(0);
@@ -256,7 +256,7 @@ void listeners(int number) {
     exchangeWithAll(clients);
     report("a request to each", medianTimeOf(101, [&] { exchangeWithAll(clients); }));
     report("memory", residentKilobytes() - before);
-    // Each takes up to a second to stop: all at once.
+    // In parallel, because each takes up to a second to stop.
     std::vector<std::thread> stoppers;
     for (auto& listener : all) {
         stoppers.emplace_back([&listener] { listener.reset(); });
@@ -295,7 +295,7 @@ void addGrowth(CLI::App& program) {
     CLI::App* const command = program.add_subcommand("growth", "Measure one point of a curve");
     command->add_option("CURVE", options->curve)->required()->check(CLI::IsMember(curves));
     command->add_option("NUMBER", options->number, "of what the curve is about")->required();
-    command->add_flag("--by-hand", options->byHand, "on 0MQ's C interface instead of the library");
+    command->add_flag("--by-hand", options->byHand, "use ZeroMQ's C interface instead of the library");
     command->callback([options] { measure(options->curve, options->number, options->byHand); });
 }
 

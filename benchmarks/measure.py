@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the measuring program and writes what it measured as one JSON file.
+"""Runs the measuring program and writes its figures to one JSON file.
 
 usage: measure.py full|quick BUILD_DIRECTORY OUTPUT [SECTION]     measures one section again, and keeps the others
 """
@@ -40,7 +40,7 @@ def samples(directory, *arguments, folder=None):
     command = [os.path.abspath(f"{directory}/benchmarks/benchmark"), *arguments]
     with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, env=environment, cwd=folder) as process:
         for line in process.stdout:
-            # A peer may write lines of its own.
+            # A peer's library may write other lines.
             if line.startswith("{"):
                 yield json.loads(line)
             else:
@@ -65,7 +65,7 @@ def percentile(ordered, share):
 
 
 def measure_cost(directory, _):
-    """The instructions that the tests count, by work and payload."""
+    """Returns the instruction counts of the tests, by work and payload."""
     with tempfile.NamedTemporaryFile(suffix=".json") as report:
         subprocess.run([f"{directory}/tests/cost_tests", f"--gtest_output=json:{report.name}"], capture_output=True,
                        check=False)
@@ -84,7 +84,7 @@ def against(plain, rounds):
 
 
 def measure_comparison(directory, settings):
-    """Per cell and peer: nanoseconds, nanoseconds over plain 0MQ and ratio to it, paired by round."""
+    """Returns per cell and peer: nanoseconds, and difference and ratio to plain ZeroMQ, paired by round."""
     times = collections.defaultdict(lambda: collections.defaultdict(dict))
     versions = {}
     for sample in samples(directory, "compare", *settings["compare"]):
@@ -115,7 +115,7 @@ def measure_encryption(directory, settings):
 
 
 def exponent(points):
-    """Fit a power of the number to the upper half of the curve."""
+    """Fits a power of the number to the upper half of the curve."""
     points = [(math.log(number), math.log(value)) for number, value in points if number > 0 and value > 0]
     points = points[len(points) // 2 - 1:] if len(points) > 3 else points
     if len(points) < 2:
@@ -125,7 +125,7 @@ def exponent(points):
 
 
 def measure_growth(directory, settings):
-    """Per curve and measure: the points, each measured in a process of its own, and the exponent."""
+    """Returns per curve and measure: the points, each measured in a separate process, and the exponent."""
     values = collections.defaultdict(lambda: collections.defaultdict(list))
     for _ in range(settings["repeats"]):
         for curve, numbers in NUMBERS.items():
@@ -155,7 +155,7 @@ def measure_cap(directory, settings):
 
 
 def measure_tool(directory, settings):
-    """Per reader: nanoseconds, and nanoseconds of its processor, for a message."""
+    """Returns per reader: nanoseconds and processor nanoseconds per message."""
     times = collections.defaultdict(lambda: collections.defaultdict(list))
     for sample in samples(directory, "tool", f"{directory}/tools/rk-socket", *settings["tool"]):
         for measure in ("nanoseconds", "processor"):
@@ -186,7 +186,7 @@ def machine():
 
 
 def layout(value, indent=""):
-    """JSON in which whatever fits into a long line stands on one."""
+    """Returns JSON that puts each value on one line if it fits."""
     line = json.dumps(value, ensure_ascii=False)
     if len(line) < 1200 or not isinstance(value, (dict, list)):
         return line

@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-// The shortest program that does what the command-line tool does: receives blocks, and prints them as they are, or as
+// The shortest program that does the work of the command-line tool: receives blocks and prints them unchanged, or as
 // protobuf's JSON. Usage: benchmark_printer URL COUNT [--json]
 
 namespace json = google::protobuf::util;

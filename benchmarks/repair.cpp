@@ -13,17 +13,17 @@
 #include <semaphore.h>
 #include <thread>
 
-// How long it takes from a jam to the next exchange that is served.
+// Measures the time from a jam to the next complete exchange.
 //
-// A request socket jams when it sends twice, a reply socket when it receives twice. The reply socket's next client is a
-// new one, that connects as soon as the socket listens again. Beside it stands the cure in use without the library:
-// close, sleep 100 ms, bind.
+// A request socket jams when it sends twice, and a reply socket when it receives twice. After the repair of a reply
+// socket, a new client connects as soon as the socket listens again. The comparison is the usual workaround without the
+// library: close, sleep 100 ms, bind.
 
 namespace rk::benchmarks {
 
 namespace {
 
-/// Something that one thread announces and another waits for.
+/// An event that one thread sets and another waits for.
 class Signal {
 public:
     Signal() { ::sem_init(&semaphore, 0, 0); }
@@ -37,7 +37,7 @@ private:
     sem_t semaphore{};
 };
 
-/// The log tells when a reply socket listens.
+/// Set by the log line of a reply socket that listens.
 Signal listening;
 const std::string listeningLine = "Connected [Socket server]";
 
@@ -48,7 +48,7 @@ void report(const std::string& transport, const std::string& what, const Stopwat
     write({{"transport", transport}, {"repair", what}}, {{"nanoseconds", nanoseconds}});
 }
 
-/// A socket that is open to `url` and can drop what it has not sent. It exchanges blocks of one byte.
+/// A socket at `url` that exchanges blocks of one byte, and drops unsent ones when closed.
 class End {
 public:
     End(const std::string& name, socket::Protocol::Protocol protocol, const std::string& url)
@@ -93,7 +93,7 @@ void repairRequestSocket(const std::string& transport, int cycles) {
     server.join();
 }
 
-/// Makes one exchange as a new client, once a server listens.
+/// Performs one exchange as a new client, once a server listens.
 std::future<void> exchangeOnceItListens(const std::string& url) {
     return std::async(std::launch::async, [url] {
         listening.take();
@@ -121,7 +121,7 @@ void repairReplySocket(const std::string& transport, int cycles) {
     }
 }
 
-/// A native reply socket of the library's own context, so that in-process clients find it.
+/// Returns a native reply socket in the library's context, so that inproc clients can connect.
 void* bindByHand(const std::string& url) {
     void* const native = socket::getSocket(socket::Protocol::Rep);
     const int none = 0;
@@ -172,7 +172,7 @@ void addRepair(CLI::App& program) {
 
 } // namespace rk::benchmarks
 
-// The program writes figures, and no log lines.
+// Standard error and output contain only figures.
 namespace rk::utils {
 
 void logDebug(const std::string& text) {

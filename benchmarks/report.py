@@ -42,7 +42,7 @@ def rounded(attribute):
 
 
 def compact(svg):
-    """Drop what no reader sees, round the coordinates, and leave one line for each part of the picture."""
+    """Removes invisible elements, rounds the coordinates, and writes one line for each part of the picture."""
     svg = re.sub(r"<\?xml.*?\?>|<!DOCTYPE.*?>|<!--.*?-->|<metadata>.*?</metadata>", "", svg, flags=re.DOTALL)
     svg = re.sub(r' id="(?!axes|legend|[mp][0-9a-f]{10})[^"]*"| transform="rotate\(-0 [^"]*"', "", svg)
     svg = re.sub(r' (?:d|x|y|transform)="[^"]*"', rounded, svg)
@@ -59,7 +59,7 @@ def compact(svg):
 
 
 def with_themes(svg):
-    """Gives each colour a name whose value follows the page: light or dark."""
+    """Replaces each colour by a variable that the page sets for light and dark mode."""
     names = {colour: f"--c{number}" for number, colour in enumerate(DARK)}
     for colour, name in names.items():
         svg = svg.replace(colour, f"var({name})")
@@ -136,7 +136,7 @@ def split(cell):
 
 def against_plain(taken):
     low, median, high = taken["over"]
-    return f"{signed(median)} [{signed(low)}, {signed(high)}]; {taken['ratio'][MEDIAN]:.4g}×"
+    return f"{signed(median)} [{signed(low)}, {signed(high)}], {taken['ratio'][MEDIAN]:.4g}×"
 
 
 def cell_tables(comparison):
@@ -149,7 +149,7 @@ def cell_tables(comparison):
                      *(against_plain(taken[peer]) for peer in peers),
                      time_text(taken["serialise only"]["nanoseconds"][MEDIAN]) if "serialise only" in taken else ""]
                     for cell, taken in cells.items()]
-            parts.append(f"### {title}: {transport}\n\n" + table(["", PLAIN] + peers + ["serialise only"], rows))
+            parts.append(f"### {title}: {transport}\n\n" + table(["", shown(PLAIN)] + peers + ["serialise only"], rows))
     return "\n\n".join(parts)
 
 
@@ -160,7 +160,7 @@ def ratios_of(comparison, peer):
 def ahead_of(comparison, peer):
     medians = [(taken[OURS]["nanoseconds"][MEDIAN], taken[peer]["nanoseconds"][MEDIAN])
                for taken in comparison["cells"].values() if peer in taken]
-    return f"{sum(ours <= theirs for ours, theirs in medians)} of {len(medians)}"
+    return f"{sum(ours <= theirs for ours, theirs in medians)} of {len(medians)} cells"
 
 
 def peer_table(comparison):
@@ -169,7 +169,7 @@ def peer_table(comparison):
         ratios = ratios_of(comparison, peer)
         rows.append([peer, comparison["versions"][peer], f"{geometric_mean(ratios):.3f}", f"{min(ratios):.4g}",
                      f"{max(ratios):.4g}", "" if peer == OURS else ahead_of(comparison, peer)])
-    return table(["peer", "version", "geometric mean", "least", "greatest", "cells in which rk::socket is ahead"], rows)
+    return table(["peer", "version", "geometric mean", "minimum", "maximum", "rk::socket is faster in"], rows)
 
 
 def plot_peer(axis, comparison, peer, kind):
@@ -263,11 +263,11 @@ def growth_table(growth):
         number, last = list(curve["points"].items())[-1]
         rows.append([NAMES[name] + (", by hand" if by_hand else ""), curve["measure"], f"{int(number):,}",
                      value_text(curve, last[MEDIAN]), "" if curve["exponent"] is None else f"{curve['exponent']:.2f}"])
-    return table(["number of", "measured", "greatest", "there", "exponent"], rows)
+    return table(["number of", "measure", "largest number", "value there", "exponent"], rows)
 
 
 def plot_growth(growth, file):
-    """One message: the number of endpoints and sockets does not slow down a send."""
+    """Shows that the number of endpoints and sockets does not slow down a send."""
     figure, axis = plt.subplots(figsize=(WIDTH, 4.2))
     for curve in (curve for curve in growth if curve["measure"] == "send"):
         name, by_hand, _ = curve["curve"].partition(" by hand")
@@ -328,7 +328,7 @@ def cap_table(cap):
     for rate in sorted({sample["rate"] for sample in cap}):
         samples = (found.get((rate, size)) for size in sizes)
         rows.append([f"{rate:g} Mbit/s"] + [
-            f"{signed(100 * (sample['measured'] / rate - 1), '+.1f')} %; {sample['burst']:.2f}" if sample else ""
+            f"{signed(100 * (sample['measured'] / rate - 1), '+.1f')} %, {sample['burst']:.2f}" if sample else ""
             for sample in samples])
     return table(["cap"] + [size_text(size) for size in sizes], rows)
 
@@ -342,7 +342,7 @@ def tool_table(tool):
         rows.append([kind] + [text for measure in ("nanoseconds", "processor") for text in (
             time_text(by_hand[measure][MEDIAN]), time_text(ours[measure][MEDIAN]),
             f"{ours[measure][MEDIAN] / by_hand[measure][MEDIAN]:.2f}")])
-    return table(["output", "by hand", "the tool", "ratio", "processor, by hand", "the tool", "ratio"], rows)
+    return table(["output", "by hand", "the tool", "ratio", "processor time, by hand", "the tool", "ratio"], rows)
 
 
 def plot_cap(cap, file):
@@ -372,11 +372,11 @@ SUMMARY = """Measured by `scripts/benchmark` in a {mode} run on {date}, in {minu
 | system | {system}, {kernel}, glibc {libc} |
 | built with | {compiler}, release |
 | libzmq, protobuf | {libzmq}, {protobuf} |
-| load when it began | {load:.2f} |
-| rounds of each cell of the comparison | {rounds} |
+| load at the start | {load:.2f} |
+| rounds per cell of the comparison | {rounds} |
 
-In short: `send` takes {send} instructions more than `zmq_send`, `receive` {receive} more than `zmq_recv`, and neither
-allocates. Over all {cells} cells of the comparison, the time is {mean:.3f} times plain 0MQ's (geometric mean)."""
+In short, `send` takes {send} instructions more than `zmq_send`, `receive` {receive} more than `zmq_recv`, and neither
+allocates. Over all {cells} cells of the comparison, the time is {mean:.3f} times plain ZeroMQ's (geometric mean)."""
 
 
 def summary(result):
@@ -389,7 +389,7 @@ def summary(result):
 
 
 def write_page(result, page):
-    """Replace what stands between the markers of docs/performance.md; the rest of the page is written by hand."""
+    """Replaces the parts of docs/performance.md between markers. The rest of the page is written by hand."""
     text = (pathlib.Path(__file__).parent.parent / "docs/performance.md").read_text(encoding="utf-8")
     tables = {"summary": summary(result), "cost": cost_table(result["cost"]), "peers": peer_table(result["comparison"]),
               "cells": cell_tables(result["comparison"]), "growth": growth_table(result["growth"]),

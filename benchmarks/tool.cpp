@@ -15,8 +15,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// How long the command-line tool takes to print messages, beside the shortest program that does the same by hand. The
-// readers take turns. Each runs in its own process and writes to /dev/null.
+// Measures how long the command-line tool takes to print messages, compared with the shortest program for the same
+// work. The readers take turns. Each runs in its own process and writes to /dev/null.
 
 namespace rk::benchmarks {
 
@@ -25,7 +25,7 @@ namespace {
 constexpr std::size_t blockSize = 64;
 constexpr const char* type = "rk.benchmarks.Reading";
 
-/// Starts a program whose output is thrown away.
+/// Starts a program and discards its output.
 pid_t start(std::vector<std::string> arguments) {
     std::vector<char*> pointers;
     for (std::string& argument : arguments) {
@@ -53,7 +53,7 @@ struct Reader {
     unsigned long count;
 };
 
-/// Publishes the block as often as the reader takes it.
+/// Publishes the block as many times as the reader expects.
 void measure(const Reader& reader) {
     void* const context = zmq_ctx_new();
     void* const publisher = zmq_socket(context, ZMQ_XPUB);

@@ -1,7 +1,7 @@
 option(RK_SOCKET_COVERAGE "Count what is executed of the library; needs clang 19" OFF)
 mark_as_advanced(RK_SOCKET_COVERAGE)
 
-# Threads count at once, hence atomically. Our headers count although they call themselves system headers.
+# Counters are atomic, because several threads count. Includes our headers, although they are marked as system headers.
 function(rk_enable_coverage target)
   if(RK_SOCKET_COVERAGE)
     set(counting -fprofile-instr-generate)

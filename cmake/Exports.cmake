@@ -1,8 +1,8 @@
 include(Flags)
 include(GenerateExportHeader)
 
-# The library lets out rk::* and nothing else: hidden visibility for our own symbols, a version script for those that
-# the standard library's templates would add.
+# The library exports only rk::*. Hidden visibility hides our other symbols, and a version script those of the standard
+# library's templates.
 set(RK_SOCKET_GENERATED_DIR ${PROJECT_BINARY_DIR}/generated)
 generate_export_header(rk-socket
   BASE_NAME RK_SOCKET
@@ -17,7 +17,7 @@ set_target_properties(rk-socket PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON
   LINK_DEPENDS ${RK_SOCKET_VERSION_SCRIPT})
-# Within a file the library calls its own functions directly, and those of other libraries without a detour.
+# Calls within a file are direct, and calls of other libraries do not go through the procedure linkage table.
 rk_known_compile_options(direct_calls -fno-semantic-interposition -fno-plt)
 target_compile_options(rk-socket PRIVATE ${direct_calls})
 set(linked -Wl,--version-script=${RK_SOCKET_VERSION_SCRIPT})
@@ -27,9 +27,9 @@ endif()
 rk_known_link_options(linked ${linked})
 target_link_options(rk-socket PRIVATE ${linked})
 
-# An application replaces the logging calls by defining them, so the library reaches its own through the dynamic linker,
-# whatever flags the user, the distribution or a parent project sets:
-# - Log.cpp is machine code of its own. Neither a unity build nor link-time optimisation sees callers and callees at once.
+# An application replaces the logging functions by defining them. The library must therefore call them through the dynamic
+# linker, whatever flags the user, the distribution or a parent project sets:
+# - Log.cpp is compiled separately to machine code. A unity build or link-time optimisation would inline the functions.
 # - The linker must not bind calls within the library. Its last option of this kind counts, and libraries come last.
 rk_known_compile_options(apart -fno-lto)
 set_source_files_properties(rk/utils/Log.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON COMPILE_OPTIONS "${apart}")

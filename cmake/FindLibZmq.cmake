@@ -1,5 +1,5 @@
-# Finds libzmq's C interface: by its own CMake configuration where the system has one, else by its header and library.
-# Defines the imported target LibZmq::LibZmq.
+# Finds libzmq and defines the imported target LibZmq::LibZmq. Uses libzmq's CMake configuration if the system has one,
+# and otherwise searches for its header and library.
 find_package(ZeroMQ CONFIG QUIET)
 mark_as_advanced(ZeroMQ_DIR)
 if(TARGET libzmq)

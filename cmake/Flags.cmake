@@ -1,7 +1,7 @@
 include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
 
-# Sets `result` to those of the flags that the compiler knows.
+# Sets `result` to the flags that the compiler supports.
 function(rk_known_compile_options result)
   set(known "")
   foreach(flag IN LISTS ARGN)
@@ -14,7 +14,7 @@ function(rk_known_compile_options result)
   set(${result} ${known} PARENT_SCOPE)
 endfunction()
 
-# Sets `result` to those of the flags that the linker knows.
+# Sets `result` to the flags that the linker supports.
 function(rk_known_link_options result)
   set(known "")
   foreach(flag IN LISTS ARGN)

@@ -1,7 +1,7 @@
 include(Flags)
 
-# What a distribution hardens its packages with; each flag is used where compiler or linker know it. Those of the
-# compiler are for optimised builds: they cost a debugger's user much, and fortification does nothing there.
+# The hardening flags of distributions, if the compiler or linker supports them. The compiler's flags are used only in
+# optimised builds: they hinder debugging, and fortification has no effect without optimisation.
 function(rk_enable_hardening target)
   set(CMAKE_REQUIRED_FLAGS -O2)
   rk_known_compile_options(compiled

@@ -3,12 +3,12 @@ include(GNUInstallDirs)
 
 target_include_directories(rk-socket PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 
-# A sub-project adds its target to the parent's build and nothing to the parent's installation.
+# As a sub-project, adds its target to the parent's build and nothing to the parent's installation.
 if(NOT PROJECT_IS_TOP_LEVEL)
   return()
 endif()
 
-# What runs programs is one component, what builds them another.
+# Separate components for running programs and for building them.
 install(TARGETS rk-socket EXPORT rk-socket-targets
   LIBRARY COMPONENT library NAMELINK_COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/rk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
@@ -25,7 +25,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/rk-socket-config-version.
 install(FILES ${PROJECT_BINARY_DIR}/rk-socket-config.cmake ${PROJECT_BINARY_DIR}/rk-socket-config-version.cmake
   DESTINATION ${package_dir} COMPONENT development)
 
-# The module's prefix is found from where the file lies, so that an installed tree can be moved.
+# The prefix is relative to the file, so that an installed tree can be moved.
 file(RELATIVE_PATH RK_SOCKET_PREFIX_FROM_PKGCONFIG
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/rk-socket.pc.in ${PROJECT_BINARY_DIR}/rk-socket.pc @ONLY)

@@ -1,4 +1,4 @@
-# Everything but the library is built only when the project is built for its own sake.
+# A sub-project builds only the library.
 option(RK_SOCKET_BUILD_EXAMPLES "Build the examples" OFF)
 option(RK_SOCKET_BUILD_TOOLS "Build the command-line tool" OFF)
 option(RK_SOCKET_BUILD_BENCHMARKS "Build the measuring programs, which need the libraries that are compared" OFF)
@@ -10,7 +10,7 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release, RelWithDebInfo or MinSizeRel" FORCE)
 endif()
 
-# The library needs none of the tests' tools: without them the tests are left out, unless they are asked for.
+# Without the tools for tests, the tests are omitted unless they are requested.
 find_package(GTest QUIET)
 find_program(RK_VALGRIND valgrind)
 find_program(RK_PROTOC protoc)

@@ -1,7 +1,7 @@
 set(RK_SOCKET_SANITIZERS "" CACHE STRING "Sanitizers to build with, as for -fsanitize")
 mark_as_advanced(RK_SOCKET_SANITIZERS)
 
-# Everything of one build is instrumented, or nothing.
+# Instruments all targets of a build or none.
 function(rk_enable_sanitizers target)
   if(RK_SOCKET_SANITIZERS)
     target_compile_options(${target} PRIVATE

@@ -1,6 +1,6 @@
 include(Flags)
 
-# The warnings that the project is clean of, those that the compiler at hand knows. The presets make them errors.
+# The warnings of the project, if the compiler supports them. The presets turn them into errors.
 function(rk_enable_warnings target)
   set(useless_cast "")
   if(CMAKE_SIZEOF_VOID_P EQUAL 8) # with 32 bits, casts between int and size_t are useless

@@ -1,6 +1,6 @@
 // Sends blocks of bytes instead of protobuf messages: blocks
 //
-// Both ends must agree on the layout. This is safe between programs of one build on one kind of machine.
+// Both ends must agree on the layout. This is safe between programs of the same build on the same kind of machine.
 
 #include <rk/socket/Socket.h>
 

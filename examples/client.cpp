@@ -1,4 +1,4 @@
-// Orders some pieces, and repeats the order if no receipt comes: client [ENDPOINT [ID [PIECES]]]
+// Orders some pieces, and retries if no receipt arrives: client [ENDPOINT [ID [PIECES]]]
 
 #include "orders.pb.h"
 

@@ -31,7 +31,7 @@ int main(int argc, char** argv) {
         for (std::uint64_t number = snapshot.number(); number < snapshot.number() + 20;) {
             feed.receiveProtoBuf(report, 1024);
             if (report.number() <= number) {
-                continue; // the snapshot has it already
+                continue; // included in the snapshot
             }
             if (report.number() != number + 1) {
                 std::cerr << "lost the reports before " << report.number() << ": ask for a snapshot again\n";

@@ -1,4 +1,4 @@
-// Writes the library's log lines in the application's own way: logger
+// Sends the library's log lines to the application's logger: logger
 
 #include <rk/socket/Socket.h>
 #include <rk/utils/Log.h>
@@ -6,7 +6,8 @@
 #include <cstdio>
 #include <string>
 
-// The executable's definitions replace the library's. They run on any thread, also at process exit, and throw nothing.
+// The executable's definitions replace the library's. They may be called on any thread and at process exit, and must
+// not throw.
 namespace rk::utils {
 
 void logDebug(const std::string& /*text*/) {}

@@ -1,7 +1,7 @@
 // Accepts orders until its input ends: server [ENDPOINT]
 //
-// A client repeats an order whose receipt does not arrive, so an order may come twice. The server remembers the receipt of
-// each order and returns the same one: it is idempotent.
+// A client retries an order if its receipt does not arrive, so an order may arrive twice. The server remembers the
+// receipt of each order and returns the same one, which makes it idempotent.
 
 #include "orders.pb.h"
 

@@ -1,4 +1,4 @@
-// Publishes reports, and tells late joiners the last one, until it is killed: source [FEED [SNAPSHOTS]]
+// Publishes reports, and sends the last one to late joiners, until it is killed: source [FEED [SNAPSHOTS]]
 
 #include "weather.pb.h"
 

@@ -1,4 +1,4 @@
-// Watches a feed, and says when it falls silent and when it is back, until its input ends: watchdog [ENDPOINT]
+// Watches a feed, and reports when it falls silent and when it resumes, until its input ends: watchdog [ENDPOINT]
 
 #include "weather.pb.h"
 
@@ -37,7 +37,7 @@ int main(int argc, char** argv) {
             std::cout << (isSilent ? "silent" : "alive") << std::endl;
             wasSilent = isSilent;
         }
-        // The thread has ended by itself, and the log says why: start another.
+        // The thread has ended, and the log says why. Start it again.
         if (!feed.isServing() && feed.stop(error) && !feed.start(error)) {
             std::cerr << error << '\n';
         }

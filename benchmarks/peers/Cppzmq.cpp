@@ -50,7 +50,7 @@ public:
 
 private:
     static zmq::context_t& context() {
-        // Never destroyed: it would wait for sockets at the process's exit.
+        // Never destroyed, because it would wait for sockets at process exit.
         static zmq::context_t* const instance = std::make_unique<zmq::context_t>().release();
         return *instance;
     }

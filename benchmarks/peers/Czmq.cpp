@@ -11,7 +11,8 @@ void check(bool good) {
 }
 
 zsock_t* open(int type) {
-    // Both sides of an in-process connection open a socket at once, and CZMQ's own start is not safe for threads.
+    // Both sides of an in-process connection open a socket at the same time, and the initialisation of CZMQ is not
+    // thread-safe.
     static const bool ready = [] {
         zsys_handler_set(nullptr);
         return zsys_init() != nullptr;

@@ -56,7 +56,7 @@ private:
     const Payload payload;
 };
 
-/// Unary calls stand for requests and replies, a server's stream for publishing.
+/// Uses unary calls for request/reply and a server stream for publish/subscribe.
 class GrpcClient final : public Client {
 public:
     GrpcClient(const End& end, const Control& wire) : cell(end.cell), control(wire), payload(Payload::of(end.cell)) {

@@ -15,12 +15,12 @@ using ignition::transport::Node;
 
 constexpr unsigned int patience = 10000;
 
-/// A node finds its partners over multicast. The address only makes the topic unique.
+/// Returns a unique topic. A node finds its peers by multicast and not by address.
 std::string topicOf(const End& end) {
     return "/benchmark" + end.url.substr(end.url.rfind(':') + 1);
 }
 
-/// Makes it look for partners on this machine alone, and drop nothing.
+/// Restricts discovery to this machine, and makes the queues unlimited.
 bool configure() {
     ::setenv("IGN_IP", "127.0.0.1", 1);
     ::setenv("IGN_TRANSPORT_RCVHWM", "0", 1);

@@ -15,7 +15,7 @@ void check(bool good) {
     require(good, "0MQ");
 }
 
-/// What an engineer writes with 0MQ's C interface and nothing else.
+/// Code as an engineer would write it with ZeroMQ's C interface.
 class PlainLink {
 public:
     explicit PlainLink(const End& end)

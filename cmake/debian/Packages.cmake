@@ -1,5 +1,4 @@
-# The Debian packages: one of what programs run with, one of what they are built with, and one of programs.
-# scripts/package builds them.
+# The Debian packages: the shared library, the development files, and the programs. scripts/package builds them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -10,8 +9,8 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PACKAGE_VENDOR "the maintainers of rk::socket")
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Maintainers of rk-socket <maintainers@rk-socket.invalid>")
 set(CPACK_DEBIAN_PACKAGE_SOURCE rk-socket)
-# The packages of one release do not install on another: ~deb12, ~deb13, ~ubuntu24.04, or the code name of a release that
-# has no number yet.
+# The version ends with the release, because packages of one release do not install on another: ~deb12, ~deb13,
+# ~ubuntu24.04, or the code name of a release without a number.
 cmake_host_system_information(RESULT names QUERY DISTRIB_INFO)
 if(names_VERSION_ID)
   string(REPLACE debian deb release ${names_ID}${names_VERSION_ID})
@@ -27,22 +26,21 @@ set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 
-# What the programs need of other packages is read from them; this library is found in the build.
+# The dependencies are read from the binaries. This library is found in the build folder.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # CPack would prepend it to each description
 set(about "Publish/subscribe and request/reply sockets that carry protobuf messages or
-raw bytes over TCP, Unix domain sockets or within a process. A socket that
-is used out of turn is rebuilt and the call retried. Sockets throw
-exceptions. Listeners serve a socket on their own thread and log failures
-there.")
+raw bytes over TCP, Unix domain sockets or within a process. Sockets report
+failures as exceptions. A socket that is used out of turn is rebuilt, and
+the call is retried. Listeners serve a socket on a thread and log failures.")
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME librk-socket${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "messaging sockets on top of ZeroMQ, shared library\n${about}")
-# The trigger runs ldconfig. CPack would write scripts that do, unless it is given others: these do not exist.
+# The trigger runs ldconfig. The scripts do not exist, and keep CPack from writing scripts that run it too.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
   ${PROJECT_SOURCE_DIR}/abi/symbols ${CMAKE_CURRENT_LIST_DIR}/triggers /nonexistent/postinst /nonexistent/postrm)
 

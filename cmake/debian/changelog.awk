@@ -1,4 +1,4 @@
-# Writes the versions of CHANGELOG.md as a Debian changelog; those that are not yet dated are of today.
+# Writes the versions of CHANGELOG.md as a Debian changelog. A version without a date gets the current one.
 # variables: source, release, maintainer, date (as in mail)
 
 function write_wrapped(indent, text, words, count, i, line) {

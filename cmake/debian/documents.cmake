@@ -1,5 +1,5 @@
-# Run by CPack when the components are in their folders: gives each package its copyright and its list of changes, and
-# compresses the manual pages.
+# CPack runs this after installing the components. Adds the copyright and the changelog to each package, and compresses the
+# manual pages.
 find_program(AWK awk REQUIRED)
 find_program(DATE date REQUIRED)
 find_program(GZIP gzip REQUIRED)

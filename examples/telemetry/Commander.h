@@ -15,18 +15,18 @@ public:
     struct Counts {
         std::uint64_t sent = 0;
         std::uint64_t answered = 0;
-        std::uint64_t abandoned = 0; ///< sent, but followed by another before the answer was received
-        std::uint64_t repaired = 0;  ///< answered although the command before was abandoned
+        std::uint64_t abandoned = 0; ///< commands followed by another before their answer arrived
+        std::uint64_t repaired = 0;  ///< commands answered although the previous one was abandoned
     };
 
     explicit Commander(const std::string& endpoint);
 
     /// Sends a command and waits for its answer.
-    /// \throws std::runtime_error when there is none in time, or it belongs to another command
+    /// \throws std::runtime_error if no answer arrives in time, or it belongs to another command
     Answer ask(Command::Action action, std::uint32_t intervalMs = 0);
 
-    /// Sends a command and leaves its answer. The socket then waits for that answer, and 0MQ would refuse to send
-    /// another command: the library repairs the socket when `ask` is called next.
+    /// Sends a command and does not wait for its answer. ZeroMQ would then refuse to send another command, so the
+    /// library repairs the socket when `ask` is called next.
     void abandon(Command::Action action);
 
     Counts counts() const;

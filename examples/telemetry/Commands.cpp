@@ -22,7 +22,7 @@ void Commands::handle(const Command& command, Answer& answer) {
     ++servedCount;
 }
 
-/// Returns the reason for a refusal, or nothing if the command was obeyed.
+/// Returns the reason for a refusal, or an empty string if the command was executed.
 std::string Commands::obey(const Command& command) {
     switch (command.action()) {
     case Command::STATUS:

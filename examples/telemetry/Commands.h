@@ -9,15 +9,15 @@
 
 namespace telemetry {
 
-/// Obeys the operator's commands, which change the schedule.
+/// Executes the operator's commands, which change the schedule.
 class Commands {
 public:
     explicit Commands(Schedule& schedule);
 
-    /// Obeys a command, or refuses it, and fills in the answer.
+    /// Executes or refuses a command, and fills in the answer.
     void handle(const Command& command, Answer& answer);
 
-    /// Returns how many commands have been answered. Any thread may ask.
+    /// Returns how many commands have been answered. Any thread may call it.
     std::uint64_t served() const;
 
 private:

@@ -45,7 +45,7 @@ void MachineReader::read(Reading& reading) const {
     readNetwork(reading);
 }
 
-/// "0.46 0.53 0.30 1/87 32317": the means of the last one, five and fifteen minutes lead.
+/// "0.46 0.53 0.30 1/87 32317": the first three are the means of the last one, five and fifteen minutes.
 void MachineReader::readLoad(Reading& reading) const {
     const std::string file = root + "/loadavg";
     std::ifstream stream = open(file);
@@ -75,7 +75,7 @@ void MachineReader::readMemory(Reading& reading) const {
     }
 }
 
-/// Lines such as "cpu0 user nice system idle iowait irq softirq steal guest guest_nice"; guests count as users already.
+/// Lines such as "cpu0 user nice system idle iowait irq softirq steal guest guest_nice". User time includes guest time.
 void MachineReader::readCores(Reading& reading) const {
     const std::string file = root + "/stat";
     std::ifstream stream = open(file);
@@ -98,7 +98,7 @@ void MachineReader::readCores(Reading& reading) const {
     }
 }
 
-/// Two lines of titles, then "name: received-bytes and seven more, sent-bytes and seven more" for each interface.
+/// Two title lines, then one line per interface: the name, received bytes and seven more, sent bytes and seven more.
 void MachineReader::readNetwork(Reading& reading) const {
     const std::string file = root + "/net/dev";
     std::ifstream stream = open(file);

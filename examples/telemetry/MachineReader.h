@@ -6,7 +6,7 @@
 
 namespace telemetry {
 
-/// Takes readings of the machine from the kernel's process file system.
+/// Reads the state of the machine from /proc.
 class MachineReader {
 public:
     explicit MachineReader(const std::string& root = "/proc");

@@ -7,7 +7,7 @@ namespace telemetry {
 
 void ReadingLog::add(const Reading& reading) {
     const std::lock_guard<std::mutex> lock(mutex);
-    // A subscriber that joins late misses the first readings; from then on, each is the successor of the last.
+    // A subscriber that joins late misses the first readings. After that, the sequence has no gaps.
     if (total.received == 0) {
         total.first = reading.sequence();
     } else if (reading.sequence() != total.last + 1) {

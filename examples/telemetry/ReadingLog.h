@@ -10,24 +10,24 @@
 
 namespace telemetry {
 
-/// What has been received: the latest reading, and whether the sequence is whole. One thread adds readings, others wait
-/// for them. Every operation is safe for any thread.
+/// The latest received reading, and the gaps in the sequence. One thread adds readings and others wait for them. Any
+/// thread may call the operations.
 class ReadingLog {
 public:
     struct Counts {
         std::uint64_t received = 0;
         std::uint64_t first = 0; ///< sequence number of the first reading
         std::uint64_t last = 0;  ///< sequence number of the latest one
-        std::uint64_t gaps = 0;  ///< how often a reading was not the successor of the one before
+        std::uint64_t gaps = 0;  ///< how often a reading did not follow its predecessor
     };
 
     void add(const Reading& reading);
 
-    /// Waits until the latest reading is the one that is wanted, and returns it.
-    /// \throws std::runtime_error when no reading at all comes for as long as `patience`
+    /// Waits until the latest reading is `wanted`, and returns it.
+    /// \throws std::runtime_error if no reading arrives within `patience`
     Reading waitFor(const std::function<bool(const Reading&)>& wanted, std::chrono::milliseconds patience);
 
-    /// Waits as long as `duration`, or until a reading comes. True when none came.
+    /// Waits for `duration`, or until a reading arrives. Returns whether none arrived.
     bool staysSilent(std::chrono::milliseconds duration);
 
     Counts counts() const;

@@ -18,7 +18,7 @@ std::optional<std::uint64_t> Schedule::waitForNext() {
     if (stopped) {
         return std::nullopt;
     }
-    // A station that was held up goes on at its pace: it does not make up for what it missed.
+    // After a delay, continue at the interval and do not catch up.
     due = std::max(due + interval, Clock::now());
     return ++sequence;
 }

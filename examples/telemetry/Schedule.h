@@ -8,8 +8,8 @@
 
 namespace telemetry {
 
-/// Says when the next reading is due. One thread waits for it, others change the pace. Every operation is safe for any
-/// thread.
+/// Determines when the next reading is due. One thread waits for it and others change the interval. Any thread may call
+/// the operations.
 class Schedule {
 public:
     struct State {
@@ -20,7 +20,7 @@ public:
 
     explicit Schedule(std::chrono::milliseconds interval);
 
-    /// Waits until a reading is due and returns its sequence number; nothing once `stop` has been called.
+    /// Waits until a reading is due and returns its sequence number. Returns nothing after `stop`.
     std::optional<std::uint64_t> waitForNext();
 
     void setInterval(std::chrono::milliseconds newInterval);

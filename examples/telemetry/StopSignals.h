@@ -7,8 +7,8 @@
 
 namespace telemetry {
 
-/// Turns SIGINT and SIGTERM into a call of a function, on a thread of its own. Made before any other thread, so that
-/// every thread leaves these signals to it. They stay blocked when it is gone.
+/// Calls a function on SIGINT and SIGTERM, on a separate thread. Construct it before any other thread, so that all
+/// threads inherit the blocked signals. The signals stay blocked after its destruction.
 class StopSignals {
 public:
     explicit StopSignals(std::function<void()> onStop);

@@ -9,7 +9,8 @@ namespace telemetry {
 
 namespace {
 
-/// How far a counter has come. The kernel's counters of waiting may go back a little, and one that wraps goes back far.
+/// Returns how far a counter has advanced. The kernel's wait counters may decrease slightly, and a counter that wraps
+/// decreases a lot.
 double advance(std::uint64_t before, std::uint64_t now) {
     return now > before ? static_cast<double>(now - before) : 0.0;
 }

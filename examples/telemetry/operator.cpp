@@ -1,4 +1,4 @@
-// The operator: watches a station for about ten seconds, commands it meanwhile, and tells whether anything was lost.
+// The operator watches a station for about ten seconds, sends it commands, and reports whether anything was lost.
 
 #include "Commander.h"
 #include "ReadingLog.h"
@@ -60,7 +60,7 @@ private:
         say(line.str());
         before = now;
         receivedBefore = received;
-        // A pause of the station is no debt of lines.
+        // Do not print lines for a pause of the station.
         due = std::max(due, now.time_us() - secondUs / 2) + secondUs;
     }
 
@@ -79,7 +79,7 @@ Answer command(Commander& commander, const std::string& what, Command::Action ac
     return answer;
 }
 
-/// Every reading that the station sent before it paused arrives, and then none.
+/// Pauses the station. Expects every reading that it sent before, and none after.
 void pauseStation(Commander& commander, ReadingLog& log) {
     const std::uint64_t last = command(commander, "pause", Command::PAUSE).last_sequence();
     log.waitFor([last](const Reading& latest) { return latest.sequence() >= last; }, patience);
@@ -100,7 +100,7 @@ void commandAndWatch(Commander& commander, ReadingLog& log) {
     command(commander, "an interval of 50 ms", Command::SET_INTERVAL, 50);
     watch.seconds(1);
 
-    say("sends two requests in a row: 0MQ refuses the second, the library repairs the socket");
+    say("sends two requests in a row: ZeroMQ rejects the second, the library repairs the socket");
     commander.abandon(Command::STATUS);
     command(commander, "status, asked on the repaired socket", Command::STATUS);
     watch.seconds(2);
@@ -110,7 +110,7 @@ void commandAndWatch(Commander& commander, ReadingLog& log) {
     watch.seconds(2);
 }
 
-/// The counts, and whether nothing was lost.
+/// Prints the counts. Returns whether nothing was lost.
 bool report(const ReadingLog::Counts& readings, const Commander::Counts& commands) {
     say("received " + std::to_string(readings.received) + " readings (" + std::to_string(readings.first) + " to " +
         std::to_string(readings.last) + "), gaps " + std::to_string(readings.gaps) + "; commands sent " +

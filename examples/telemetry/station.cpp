@@ -1,4 +1,4 @@
-// The station: publishes readings of the machine that it runs on, and serves commands, until SIGINT or SIGTERM.
+// The station publishes readings of its machine and serves commands until SIGINT or SIGTERM.
 
 #include "Commands.h"
 #include "MachineReader.h"
@@ -34,7 +34,7 @@ constexpr std::int64_t largestCommand = 4096;
 constexpr int exitUsage = 2;
 constexpr int exitCannotListen = 3;
 
-/// An endpoint cannot be listened on, for instance because somebody else does.
+/// Thrown if the station cannot bind an endpoint, for example because the address is in use.
 class CannotListen : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

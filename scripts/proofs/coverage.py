@@ -13,7 +13,7 @@ import sys
 root = pathlib.Path(__file__).resolve().parents[2]
 build = root / "build/coverage"
 profiles = build / "profiles"
-# A repair that works thirty times in a row has executed all that a thousand have.
+# Thirty repairs cover the same code as a thousand.
 rounds = "30"
 
 
@@ -23,7 +23,7 @@ def run(*command, **options):
 
 def run_tests():
     shutil.rmtree(profiles, ignore_errors=True)
-    # All processes, children too, add to a few files, each of which is locked while one of them writes it.
+    # All processes and their children share a few files. Each process locks a file while it writes.
     environment = dict(os.environ, LLVM_PROFILE_FILE=str(profiles / "%8m.profraw"), RK_TEST_ROUNDS=rounds)
     run("cmake", "--workflow", "--preset", "coverage", env=environment)
 
@@ -37,7 +37,7 @@ def read_counts():
 
 
 def lines_not_executed(file):
-    """The lines that llvm-cov shows with a count of 0; a segment is [line, column, count, has count, is entry, is gap]."""
+    """Returns the lines that llvm-cov shows with a count of 0. A segment is [line, column, count, has count, entry, gap]."""
     lines = set()
     for segment, following in zip(file["segments"], file["segments"][1:]):
         line, _, count, has_count, _, is_gap = segment
@@ -47,7 +47,7 @@ def lines_not_executed(file):
 
 
 def gaps(file):
-    """What is missing in a file, in words, by line."""
+    """Describes the missing coverage of a file, by line."""
     found = [(line, "not executed") for line in lines_not_executed(file)]
     for line, _, _, _, taken, not_taken, *_ in file["branches"]:
         if taken == 0:
@@ -65,7 +65,7 @@ kinds = {"lines": "lines", "branches": "branches", "mcdc": "conditions"}
 
 
 def report(counts):
-    """Prints the figures, and what is missing; whether nothing is."""
+    """Prints the figures and the missing coverage. Returns whether none is missing."""
     rows = [(str(pathlib.Path(file["filename"]).relative_to(root)), file["summary"]) for file in counts["files"]]
     rows.append(("all", counts["totals"]))
     print(f"\n{'':45}" + "".join(f"{name:>14}" for name in kinds.values()))
