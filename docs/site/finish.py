@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Turns Doxygen's pages into the site: adds the menu and the search index, puts tables into boxes that scroll, and removes
-the pages that the menu does not list.
+"""Turns Doxygen's pages into the site: adds the menu and the search index, puts tables into scrollable boxes, and removes
+pages that are not in the menu.
 
 usage: finish.py INDEX.md HTML      the front page, whose sections are the groups of the menu, and the folder of the pages
 """
@@ -60,7 +60,8 @@ def read_menu():
 def menu_html(groups, current):
     def entry(text, page):
         mark = ' aria-current="page"' if page == current else ""
-        return f'<li><a href="{page}"{mark}>{html.escape(text)}</a></li>'
+        breakable = re.sub(r"(?<=[a-z])(?=[A-Z])", "<wbr>", html.escape(text))
+        return f'<li><a href="{page}"{mark}>{breakable}</a></li>'
 
     parts = ["<ul>" + entry("Overview", FRONT) + "</ul>"]
     for title, pages in groups:
@@ -81,7 +82,7 @@ def without_empty_heads(table):
 
 
 def with_use_first(text):
-    """Puts the examples of a class behind the first sentence of its description."""
+    """Moves the examples of a class after the first sentence of its description."""
     use = re.search(r'<dl class="section user"><dt>How to use it</dt>.*?</dl>\n?', text, re.DOTALL)
     return text.replace(use[0], "").replace("</p>", "</p>\n" + use[0], 1) if use else text
 

@@ -36,24 +36,39 @@
         document.head.appendChild(script);
     }
 
-    // How well a section matches, 0 if a word is missing.
+    // Words of a question that say nothing about the answer, unless there are no others.
+    var common = /^(a|an|and|are|at|be|by|can|do|does|for|have|how|i|if|in|is|it|know|my|of|on|or|the|there|to|use|was|what|when|which|why|with|you)$/;
+
+    // The words of a phrase without punctuation and endings.
+    function wordsOf(phrase) {
+        var all = phrase.split(" ").map(function (word) {
+            return word.replace(/^[("']+|[)"',.?!]+$/g, "");
+        }).filter(Boolean);
+        var telling = all.filter(function (word) {
+            return !common.test(word);
+        });
+        return (telling.length > 0 ? telling : all).map(function (word) {
+            return /^[a-z]{5,}$/.test(word) ? word.replace(/(ing|ed|s)$/, "") : word;
+        });
+    }
+
+    // How well a section matches, 0 if it lacks all words. A section that lacks some counts little.
     function score(entry, phrase, words) {
         var title = entry[1].toLowerCase();
         var heading = entry[2].toLowerCase();
         var text = entry[3].toLowerCase();
         var sum = 0;
+        var missing = 0;
         for (var i = 0; i < words.length; ++i) {
             var start = new RegExp("(^|[^a-z0-9])" + words[i].replace(/[^a-z0-9]/g, "\\$&"));
             var found = (heading.includes(words[i]) ? 10 : 0) + (title.includes(words[i]) ? 8 : 0) +
                 (start.test(heading) ? 20 : 0) + (start.test(text) ? 4 : 0) +
                 Math.min(text.split(words[i]).length - 1, 4);
-            if (found === 0) {
-                return 0;
-            }
             sum += found;
+            missing += found === 0 ? 1 : 0;
         }
-        return sum + (heading.includes(phrase) ? 60 : 0) + (title.includes(phrase) ? 30 : 0) +
-            (text.includes(phrase) ? 20 : 0);
+        return (sum + (heading.includes(phrase) ? 60 : 0) + (title.includes(phrase) ? 30 : 0) +
+            (text.includes(phrase) ? 20 : 0)) / (1 + 10 * missing);
     }
 
     function marked(text, words) {
@@ -111,7 +126,7 @@
         if (phrase === "") {
             return;
         }
-        var words = phrase.split(" ");
+        var words = wordsOf(phrase);
         var found = window.searchIndex.map(function (entry) {
             return [score(entry, phrase, words), entry];
         }).filter(function (match) {

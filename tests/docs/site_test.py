@@ -21,7 +21,9 @@ SCREENS = {"desktop": (1280, 900), "phone": (390, 844)}
 THEMES = ["light", "dark"]
 SEARCHES = {"fork": "threads_and_fork.html", "IPv6": "endpoints.html", "queue": "rate_limiting.html",
             "Address already in use": "endpoints.html", "localhost": "endpoints.html",
-            "Receive buffer size too small": "troubleshooting.html", "sendProtoBuf": "classrk_1_1socket_1_1Socket.html"}
+            "Receive buffer size too small": "troubleshooting.html", "sendProtoBuf": "classrk_1_1socket_1_1Socket.html",
+            "am I connected?": "faq.html", "process hangs at exit": "process_exit.html", "TLS": "faq.html",
+            "which side starts first": "faq.html", "high-water mark": "rate_limiting.html"}
 
 # The text whose contrast with its background is below 4.5 to 1, as the guidelines for accessible pages compute it.
 FAINT_TEXT = """
@@ -89,6 +91,16 @@ class Site(unittest.TestCase):
                     self.assertGreaterEqual(SCREENS[screen][0], self.browser.execute_script(
                         "return Math.max(document.documentElement.scrollWidth, document.body.scrollWidth)"))
 
+    def test_no_column_is_squeezed(self):
+        for screen in SCREENS:
+            self.show(screen)
+            for page in self.pages:
+                self.open(page)
+                with self.subTest(screen=screen, page=page.name):
+                    self.assertEqual([], self.browser.execute_script(
+                        "return [...document.querySelectorAll('td')].filter(cell => cell.textContent.trim().length > 3 &&"
+                        " cell.clientWidth < 24 && cell.checkVisibility()).map(cell => cell.textContent)"))
+
     def test_all_text_has_contrast(self):
         self.show("desktop")
         for page in self.pages:
@@ -113,6 +125,11 @@ class Site(unittest.TestCase):
             links = self.browser.find_elements(By.CSS_SELECTOR, "#menu a")
             self.assertTrue(all(link.is_displayed() for link in links))
             self.assertEqual({page.as_uri() for page in self.pages}, {link.get_attribute("href") for link in links})
+
+    def test_code_is_shown_as_code(self):
+        for page in self.pages:  # Doxygen takes `a 'b'` for a quotation
+            with self.subTest(page=page.name):
+                self.assertNotIn("&lsquo;", page.read_text())
 
     def test_every_page_has_its_own_title(self):
         titles = []
