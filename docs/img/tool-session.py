@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Draws docs/img/tool-session.svg: a terminal in which the tool is used on the telemetry station.
+"""Draws docs/img/tool-session.svg: a terminal session with the tool and the telemetry station.
 
-The commands really run, in a shell on a terminal; what is drawn is what its screen shows after them. Needs the ports 5555
-and 5556, and the groups build and pictures of scripts/setup.
+Runs the commands in a shell on a terminal, and draws the screen after them. Needs the ports 5555 and 5556, and the groups
+build and pictures of scripts/setup.
 
 usage: docs/img/tool-session.py [BUILD]    a folder where examples and tool are built; else build/demo is made
 """
