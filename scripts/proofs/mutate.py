@@ -154,14 +154,16 @@ class Library:
         self.link[self.link.index("-o"):self.link.index("-o") + 2] = []
         headers = files_in("rk", "*.h")
         self.headers = self.compile_headers(headers)
-        self.objects, self.folders = {}, {}
-        for source in self.commands:
-            folder = self.folders[source] = work / "objects" / digest_of([root / source, *headers])
-            self.objects[source] = str(folder / f"{source}.o")
-            if not pathlib.Path(self.objects[source]).exists():
-                self.copy([root / source, *headers], folder)
-                if not self.compile(source, self.objects[source]):
-                    sys.exit(f"mutate: {source} does not compile")
+        self.folders = {source: work / "objects" / digest_of([root / source, *headers]) for source in self.commands}
+        self.objects = {source: str(folder / f"{source}.o") for source, folder in self.folders.items()}
+        with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
+            list(pool.map(lambda source: self.compile_unchanged(source, headers), self.commands))
+
+    def compile_unchanged(self, source, headers):
+        if not pathlib.Path(self.objects[source]).exists():
+            self.copy([root / source, *headers], self.folders[source])
+            if not self.compile(source, self.objects[source]):
+                sys.exit(f"mutate: {source} does not compile")
 
     def compile_headers(self, own):
         """Compiles the headers of others that the library includes, once for all sources."""
