@@ -25,7 +25,7 @@ Operation& current() {
     return *operation;
 }
 
-thread_local bool unwatched = false;
+thread_local bool threadIsUnwatched = false;
 
 std::size_t extended(std::size_t path, int step) {
     return (path ^ static_cast<std::size_t>(step)) * 0x9E3779B97F4A7C15U;
@@ -72,7 +72,7 @@ void Faults::disarm() {
 }
 
 std::optional<int> Faults::due(int site, Function function, int option) {
-    if (!watching || unwatched) {
+    if (!watching || threadIsUnwatched) {
         return std::nullopt;
     }
     const std::lock_guard<std::mutex> lock(mutex);
@@ -112,7 +112,7 @@ std::optional<int> Faults::dueLocked(int site, int nth, Function function) {
 }
 
 void Faults::addLine(const std::string& line) {
-    if (!unwatched) {
+    if (!threadIsUnwatched) {
         current().lines.push_back(line);
         const std::lock_guard<std::mutex> lock(mutex);
         everyLine.push_back(line);
@@ -120,15 +120,15 @@ void Faults::addLine(const std::string& line) {
 }
 
 Unwatched::Unwatched() {
-    unwatched = true;
+    threadIsUnwatched = true;
 }
 
 Unwatched::~Unwatched() {
-    unwatched = false;
+    threadIsUnwatched = false;
 }
 
 bool Unwatched::isOn() {
-    return unwatched;
+    return threadIsUnwatched;
 }
 
 } // namespace rk::tests

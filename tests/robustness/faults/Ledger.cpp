@@ -25,21 +25,21 @@ enum class Life : std::uint64_t {
 
 /// Precedes every block from `operator new`. The library's blocks form a list and are never returned to the system, so
 /// that a double release is detected.
-struct alignas(16) Header {
+struct alignas(16) BlockHeader {
     Life life;
     std::size_t size;
-    Header* next;
+    BlockHeader* next;
     int site;
     bool isArray;
     bool reachable;
 };
 
-std::atomic<Header*> newest{nullptr};
+std::atomic<BlockHeader*> newest{nullptr};
 std::atomic<int> wrongReleases{0};
 std::atomic<int> wrongForms{0};
 std::mutex ledgerMutex;
 
-char* contentOf(Header* header) {
+char* contentOf(BlockHeader* header) {
     return reinterpret_cast<char*>(header + 1);
 }
 
@@ -59,9 +59,9 @@ std::size_t threadsLeft() {
     return threads;
 }
 
-std::vector<Header*> aliveBlocks() {
-    std::vector<Header*> blocks;
-    for (Header* block = newest; block != nullptr; block = block->next) {
+std::vector<BlockHeader*> aliveBlocks() {
+    std::vector<BlockHeader*> blocks;
+    for (BlockHeader* block = newest; block != nullptr; block = block->next) {
         if (block->life == Life::Alive) {
             block->reachable = false;
             blocks.push_back(block);
@@ -71,21 +71,21 @@ std::vector<Header*> aliveBlocks() {
     return blocks;
 }
 
-Header* blockAround(const std::vector<Header*>& blocks, std::uintptr_t address) {
+BlockHeader* blockAround(const std::vector<BlockHeader*>& blocks, std::uintptr_t address) {
     const auto behind =
-        std::upper_bound(blocks.begin(), blocks.end(), address, [](std::uintptr_t wanted, Header* block) {
+        std::upper_bound(blocks.begin(), blocks.end(), address, [](std::uintptr_t wanted, BlockHeader* block) {
             return wanted < reinterpret_cast<std::uintptr_t>(block);
         });
     if (behind == blocks.begin()) {
         return nullptr;
     }
-    Header* const block = *(behind - 1);
+    BlockHeader* const block = *(behind - 1);
     const auto begin = reinterpret_cast<std::uintptr_t>(contentOf(block));
     return address >= begin && address <= begin + block->size ? block : nullptr;
 }
 
 /// Marks the blocks that are reachable from the words in `range`.
-void mark(const std::vector<Header*>& blocks, Range range) {
+void mark(const std::vector<BlockHeader*>& blocks, Range range) {
     std::vector<Range> pending{range};
     while (!pending.empty()) {
         const Range words = pending.back();
@@ -93,7 +93,7 @@ void mark(const std::vector<Header*>& blocks, Range range) {
         for (std::uintptr_t word = words.begin; word + sizeof word <= words.end; word += sizeof word) {
             std::uintptr_t value = 0;
             std::memcpy(&value, reinterpret_cast<const void*>(word), sizeof value);
-            Header* const block = blockAround(blocks, value);
+            BlockHeader* const block = blockAround(blocks, value);
             if (block != nullptr && !block->reachable) {
                 block->reachable = true;
                 const auto begin = reinterpret_cast<std::uintptr_t>(contentOf(block));
@@ -110,11 +110,11 @@ Ledger& Ledger::instance() {
 }
 
 void* Ledger::allocate(std::size_t size, bool isArray, int site) noexcept {
-    void* const memory = std::malloc(sizeof(Header) + size);
+    void* const memory = std::malloc(sizeof(BlockHeader) + size);
     if (memory == nullptr) {
         return nullptr;
     }
-    auto* const header = ::new (memory) Header{Life::Alive, size, nullptr, site, isArray, false};
+    auto* const header = ::new (memory) BlockHeader{Life::Alive, size, nullptr, site, isArray, false};
     if (site >= 0) {
         header->next = newest;
         while (!newest.compare_exchange_weak(header->next, header)) {
@@ -127,7 +127,7 @@ void Ledger::release(void* address, bool isArray) noexcept {
     if (address == nullptr) {
         return;
     }
-    Header* const header = static_cast<Header*>(address) - 1;
+    BlockHeader* const header = static_cast<BlockHeader*>(address) - 1;
     if (header->life != Life::Alive) {
         ++wrongReleases;
         return;
@@ -213,11 +213,11 @@ std::vector<std::string> Ledger::imbalances(bool contextMayLive) {
 
 /// Memory has leaked if it is not reachable from the static data of the libraries.
 void Ledger::addLeaks() {
-    const std::vector<Header*> blocks = aliveBlocks();
+    const std::vector<BlockHeader*> blocks = aliveBlocks();
     for (const Range& range : Sites::instance().data()) {
         mark(blocks, range);
     }
-    for (const Header* block : blocks) {
+    for (const BlockHeader* block : blocks) {
         if (!block->reachable) {
             complain(std::to_string(block->size) + " bytes were not released, allocated at " +
                      Sites::instance()[block->site].text());

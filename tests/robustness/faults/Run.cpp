@@ -95,7 +95,9 @@ std::string causeOf(const Strike& strike) {
                                                     {ZMQ_CURVE_SERVER, " ZMQ_CURVE_SERVER"},
                                                     {ZMQ_CURVE_SERVERKEY, " ZMQ_CURVE_SERVERKEY"},
                                                     {ZMQ_CURVE_PUBLICKEY, " ZMQ_CURVE_PUBLICKEY"},
-                                                    {ZMQ_CURVE_SECRETKEY, " ZMQ_CURVE_SECRETKEY"}};
+                                                    {ZMQ_CURVE_SECRETKEY, " ZMQ_CURVE_SECRETKEY"},
+                                                    {ZMQ_ZAP_DOMAIN, " ZMQ_ZAP_DOMAIN"},
+                                                    {93, " ZMQ_ZAP_ENFORCE_DOMAIN"}}; // a draft in zmq.h
     return std::string(entryOf(strike.function).name) +
            (strike.function == Function::ZmqSetsockopt ? options.at(strike.option) : "") +
            (strike.progress.logging  ? " while logging"

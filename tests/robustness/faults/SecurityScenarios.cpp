@@ -24,19 +24,15 @@ Step inFolder(const std::string& operation, const std::function<void()>& run) {
     return step;
 }
 
-Step refused(Step step, const std::string& type, const std::string& text) {
-    step = throwing(std::move(step), text);
-    step.normal.type = type;
-    return step;
-}
-
-/// A client that writes its files and connects to two servers, of which it knows the key of one.
+/// A client that writes its files and connects to two servers, of which it knows the key of one. Then a server without
+/// encryption.
 std::vector<Step> security() {
     const std::string keyFile = temporaryFolder() + "/keys";
     const std::string trustFile = temporaryFolder() + "/trusted";
     const auto endpoint = freshEndpoint(Transport::Tcp);
     const auto keys = std::make_shared<Security::KeyPair>();
     const PartyPointer client = party("the one who asks", Protocol::Req);
+    const PartyPointer server = party("the one who answers", Protocol::Rep);
     const auto write = [=] {
         std::remove(keyFile.c_str());
         Security::writeKeyFile(*keys, keyFile);
@@ -70,7 +66,10 @@ std::vector<Step> security() {
         close(client),
         other,
         reserved,
-        destroy(client)};
+        destroy(client),
+        construct(server),
+        createAndConnect(server, freshEndpoint(Transport::Ipc), 0),
+        destroy(server)};
 }
 
 } // namespace

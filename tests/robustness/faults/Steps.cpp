@@ -129,11 +129,15 @@ Step throwing(Step step, const std::string& text) {
     return step;
 }
 
+Step refused(Step step, const std::string& type, const std::string& text) {
+    step = throwing(std::move(step), text);
+    step.normal.type = type;
+    return step;
+}
+
 Step timingOut(Step step) {
     const std::string text = "Receive error: Resource temporarily unavailable on " + step.party->header();
-    step = throwing(std::move(step), text);
-    step.normal.type = "rk::socket::TimeoutException";
-    return step;
+    return refused(std::move(step), "rk::socket::TimeoutException", text);
 }
 
 Step jammed(Step step, const SocketEndpoint& endpoint) {

@@ -41,6 +41,8 @@ Step call(const std::string& operation, const PartyPointer& party, std::function
 
 /// Returns the step with an exception as its outcome.
 Step throwing(Step step, const std::string& text);
+/// Expects the step to throw an exception of another type than std::runtime_error.
+Step refused(Step step, const std::string& type, const std::string& text);
 /// Returns the step with an expired receive timeout as its outcome.
 Step timingOut(Step step);
 /// Returns the step with the repair of a jammed socket in its outcome.

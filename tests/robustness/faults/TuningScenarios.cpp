@@ -69,12 +69,6 @@ Step set(const std::string& operation, const std::function<void()>& run) {
     return call("Network::" + operation, nullptr, run);
 }
 
-Step refused(Step step, const std::string& type, const std::string& text) {
-    step = throwing(std::move(step), text);
-    step.normal.type = type;
-    return step;
-}
-
 /// Two servers on the loopback interface, one by address and one by name.
 std::vector<Step> network() {
     const auto endpoint = freshEndpoint(Transport::Tcp);
@@ -109,6 +103,8 @@ std::vector<Step> network() {
             send(client, "question"),
             receive(server, "question"),
             set("listenOn", [] { socket::Network::listenOn("localhost"); }),
+            rebuild,
+            set("setPeerTimeout", [] { socket::Network::setPeerTimeout(0); }),
             rebuild,
             refused(set("setMaxSockets", [] { socket::Network::setMaxSockets(100); }), "std::logic_error",
                     "Network: The limit of sockets cannot change after the first socket"),
