@@ -66,7 +66,9 @@ std::string optionsOf(const CLI::App* command, bool withHelp) {
                 entries += entryOf(option);
             }
         }
-        text += entries.empty() ? "" : "\n" + group + ":\n" + entries;
+        if (!entries.empty()) {
+            text.append("\n").append(group).append(":\n").append(entries);
+        }
     }
     return text;
 }

@@ -29,7 +29,7 @@ std::string timestamp(std::chrono::steady_clock::time_point arrival) {
 }
 
 /// A string in JSON. `text` is UTF-8.
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
     std::string json = "\"";
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
@@ -191,7 +191,7 @@ void MessageCodec::appendJoined(const std::vector<std::string_view>& parts, std:
 }
 
 void MessageCodec::appendJson(const Received& message, std::string& text) {
-    text += R"({"time":")" + timestamp(message.arrival) + R"(","endpoint":)" + quoted(message.endpoint) +
+    text += R"({"time":")" + timestamp(message.arrival) + R"(","endpoint":)" + inQuotes(message.endpoint) +
             R"(,"sequence":)" + std::to_string(message.number) + R"(,"size":)" + std::to_string(message.size) +
             R"(,"parts":[)";
     for (std::size_t place = 0; place < message.parts.size(); ++place) {
@@ -200,7 +200,7 @@ void MessageCodec::appendJson(const Received& message, std::string& text) {
         if (withSchema && place == chosen(message.parts.size())) {
             codec->decode(part, text);
         } else if (isUtf8(part)) {
-            text += quoted(part);
+            text += inQuotes(part);
         } else {
             text += R"({"hex":")" + toHex(part) + R"("})";
         }

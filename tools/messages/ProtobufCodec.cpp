@@ -46,7 +46,7 @@ std::string missingFields(const Message& message) {
 
 /// Returns protobuf's message about JSON in one line. It may begin with an empty place, and end with an excerpt and a mark
 /// below.
-std::string inOneLine(std::string complaint) {
+std::string readable(std::string complaint) {
     if (complaint.compare(0, 2, ": ") == 0) {
         complaint.erase(0, 2);
     }
@@ -83,7 +83,7 @@ public:
         std::string block;
         const auto status = util::JsonToBinaryString(resolver.get(), sentUrl, text, &block);
         if (!status.ok()) {
-            throw CodecError("not a " + typeOf(*sentMessage) + " in JSON: " + inOneLine(std::string(status.message())));
+            throw CodecError("not a " + typeOf(*sentMessage) + " in JSON: " + readable(std::string(status.message())));
         }
         return sendsGroups ? messagesToGroups(block, *sentMessage->GetDescriptor()) : block;
     }
@@ -140,7 +140,7 @@ private:
             util::BinaryToJsonString(resolver.get(), receivedUrl, receivesGroups ? presented : block, &json, options);
         if (!status.ok()) {
             throw CodecError("no JSON for this " + typeOf(*receivedMessage) + ": " +
-                             inOneLine(std::string(status.message())));
+                             readable(std::string(status.message())));
         }
         return json;
     }

@@ -16,7 +16,7 @@ namespace {
 // The server sends a greeting, and commands, each with a head.
 constexpr std::size_t headSize = 2;
 constexpr std::size_t welcomeSize = 168;
-constexpr std::size_t pieceSize = 4096;
+constexpr std::size_t packetSize = 4096;
 
 /// Relays the bytes of both sides, and reads the names of their commands. A server with the expected key answers HELLO with
 /// WELCOME. If it trusts the client, it answers INITIATE with READY.
@@ -29,10 +29,10 @@ Handshake relay(Line& server, Line& client) {
     const std::size_t answer = greetingSize + headSize + welcomeSize;
     while (!says(answer, "\5READY") && !says(answer, "\5ERROR") && !server.isClosed() && !client.isClosed() &&
            server.await(POLLIN, &client)) {
-        const std::string piece = server.readSome(pieceSize);
+        const std::string piece = server.readSome(packetSize);
         said += piece;
         client.write(piece);
-        server.write(client.readSome(pieceSize));
+        server.write(client.readSome(packetSize));
     }
     if (!says(greetingSize, "\7WELCOME")) {
         return server.isClosed() ? Handshake::WrongKey : Handshake::Unanswered;

@@ -9,11 +9,11 @@ namespace rk::tools {
 
 /// The pattern of a subcommand.
 struct Pattern {
-    int type;                               ///< of ZeroMQ
-    bool binds;                             ///< unless the user swaps the sides
-    bool receives;                          ///< more than it sends
-    const char* purpose;                    ///< for the log
-    const char* name;                       ///< for error messages
+    int type = 0;                           ///< of ZeroMQ
+    bool binds = false;                     ///< unless the user swaps the sides
+    bool receives = false;                  ///< more than it sends
+    const char* purpose = nullptr;          ///< for the log
+    const char* name = nullptr;             ///< for error messages
     std::array<std::string_view, 2> others; ///< the types that it talks to
 };
 

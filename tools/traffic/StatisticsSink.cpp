@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <deque>
 #include <unistd.h>
 
@@ -35,7 +36,8 @@ std::string sparkline(const std::deque<double>& numbers) {
     const double greatest = numbers.empty() ? 0.0 : *std::max_element(numbers.begin(), numbers.end());
     std::string line;
     for (const double number : numbers) {
-        line += greatest > 0.0 ? bars[static_cast<std::size_t>(number / greatest * (bars.size() - 1) + 0.5)] : bars[0];
+        line += greatest > 0.0 ? bars[static_cast<std::size_t>(std::lround(number / greatest * (bars.size() - 1)))]
+                               : bars[0];
     }
     return line;
 }
