@@ -7,7 +7,7 @@
 
 namespace rk::tests {
 
-/// Makes standard error a full pipe that nothing reads, during its lifetime. The former one stays open.
+/// Replaces standard error by a full pipe without a reader during its lifetime. The original stays open.
 class BlockedStandardError {
 public:
     BlockedStandardError() : former(::dup(STDERR_FILENO)) {

@@ -16,4 +16,7 @@ const std::string& temporaryFolder();
 /// Returns an unused endpoint of the given transport.
 socket::SocketEndpoint freshEndpoint(socket::Transport::Transport transport);
 
+/// An endpoint that no socket can serve, since its folder does not exist.
+inline const socket::SocketEndpoint unserved(socket::Transport::Ipc, "/nonexistent/nobody", 0);
+
 } // namespace rk::tests

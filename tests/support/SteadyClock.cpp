@@ -25,7 +25,7 @@ nanoseconds ahead{0}; // of the system's clock, by the sum of all advances, so t
 std::vector<nanoseconds> pauses;
 unsigned int readings = 0;
 
-/// Never destroyed: the library reads the clock until the process is gone.
+/// Never destroyed, because the library reads the clock until the process ends.
 std::condition_variable& read() {
     return immortal<std::condition_variable>();
 }
@@ -76,7 +76,7 @@ std::int64_t steadyClock(std::int64_t now, const void* caller) noexcept {
     }
     ++readings;
     read().notify_all();
-    errno = EINTR; // which no function promises to leave alone
+    errno = EINTR; // as any function may
     return clockOfTheTest->count();
 }
 

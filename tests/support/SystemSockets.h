@@ -6,7 +6,7 @@
 
 namespace rk::tests {
 
-/// A connection of the platform, without ZeroMQ. Waits at most 20 seconds for bytes.
+/// A connection without ZeroMQ. Waits at most 20 seconds for bytes.
 class SystemConnection {
 public:
     /// Connects to a TCP port of this machine.
@@ -25,7 +25,7 @@ public:
     /// Discards bytes until the peer disconnects. Returns false if it does not in time.
     bool waitForEnd() const;
 
-    /// Returns -1 for what `accept` returned after `SystemListener::end`.
+    /// Returns the descriptor, or -1 if `accept` returned because of `SystemListener::end`.
     int descriptor() const { return handle; }
 
 private:
@@ -38,7 +38,7 @@ private:
     const int handle;
 };
 
-/// A listening socket of the platform, without ZeroMQ.
+/// A listening socket without ZeroMQ.
 class SystemListener {
 public:
     /// Listens on a TCP port of this machine, or on a socket file.
@@ -57,12 +57,12 @@ private:
     const int handle;
 };
 
-/// A server of another protocol on a TCP port. It answers a connection with the same words and closes it.
+/// A server of another protocol on a TCP port. It sends the same bytes on every connection and closes it.
 class WrongServer {
 public:
     explicit WrongServer(const socket::SocketEndpoint& endpoint) : listener(endpoint) {}
 
-    /// Waits until the client has given the connection up. Returns false if it does not in time.
+    /// Waits until the client disconnects. Returns false if it does not in time.
     bool answerOne() const;
 
 private:

@@ -106,7 +106,7 @@ TEST(ExitOfAProcess, DropsLinesOfASlowLogger) {
     EXPECT_THAT(result.errorLines, testing::Not(testing::Contains(EndsWith("of 10.0.0.2"))));
 }
 
-TEST(ExitOfAProcess, EndsWhileStandardErrorIsBlocked) {
+TEST(ExitOfAProcess, EndsWithBlockedStandardError) {
     const auto begin = std::chrono::steady_clock::now();
     const ChildResult result = exitAfter("standard-error-blocked");
 

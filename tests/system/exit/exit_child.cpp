@@ -287,7 +287,7 @@ void startAuthenticator() {
     server.createAndConnect(Protocol::Rep, rk::tests::freshEndpoint(Transport::Tcp), 0);
 }
 
-/// The first of three refusals is being logged, as it is while standard error is blocked.
+/// Exits while the first of three refusals is being logged, like with a blocked standard error.
 void exitWhileTheLoggerIsBlocked() {
     blocksWarnings = true;
     startAuthenticator();
@@ -328,7 +328,7 @@ void exitWhileTheLoggerIsSlow() {
     exitWhileTheLoggerIsBlocked();
 }
 
-/// Leaves a client refused, of which nothing can be written.
+/// Leaves a refused client whose log line cannot be written.
 void exitWhileStandardErrorIsBlocked() {
     spdlog::stderr_logger_mt("rk")->set_level(spdlog::level::warn);
     std::make_unique<rk::tests::BlockedStandardError>().release();
@@ -338,7 +338,7 @@ void exitWhileStandardErrorIsBlocked() {
     askFor("10.0.0.1", asker.get());
 }
 
-/// The parent has an authenticator, and a child that exits.
+/// Forks a child that exits while the parent's authenticator runs.
 void forkBesideAnAuthenticator() {
     leaveAnAuthenticatorRunning();
     const pid_t child = fork();

@@ -218,7 +218,7 @@ void exhaust(int limit) {
     std::exit(1);
 }
 
-/// Ends the process with 0 if the limit can still be set after a first socket that a failed lock has prevented.
+/// Exits with 0 if the limit can still be set after a failed lock has prevented the first socket.
 void limitAfterFailedLock() {
     Socket socket("one", ClosePolicy::DropPending);
     try {

@@ -43,10 +43,10 @@ namespace Network = socket::Network;
 namespace Protocol = socket::Protocol;
 namespace Transport = socket::Transport;
 
-constexpr int connectionEnds =
+constexpr int connectionFails =
     ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL;
 
-/// Whom connecting sockets trust.
+/// Connects request and subscribe sockets to encrypted servers.
 class SecurityClient : public testing::Test {
 protected:
     SecurityClient() {
@@ -74,18 +74,18 @@ protected:
     SecuredProcess process;
 };
 
-/// What an encrypted client meets where its server should be.
+/// A wrong server to which an encrypted client connects.
 enum class Impostor {
     PlainServer,
     OtherProtocol
 };
 
-/// How a client recovers whose connection ZeroMQ has closed permanently.
-class SecurityRecovery : public SecurityClient, public testing::WithParamInterface<Impostor> {
+/// A way to recover a client whose connection ZeroMQ has closed permanently.
+class SecurityClientRecovery : public SecurityClient, public testing::WithParamInterface<Impostor> {
 protected:
-    ~SecurityRecovery() override { Network::setSilenceLimit(0); }
+    ~SecurityClientRecovery() override { Network::setSilenceLimit(0); }
 
-    /// Connects, and returns when the connection has ended.
+    /// Connects, and returns once the connection has ended.
     template <class Connect>
     void meetImpostor(const Connect& connect) const {
         if (GetParam() == Impostor::OtherProtocol) {
@@ -95,13 +95,13 @@ protected:
             return;
         }
         CurvePeer plain(ZMQ_PUB);
-        CurvePeer::Monitor refusal(plain, connectionEnds);
+        CurvePeer::Monitor refusal(plain, connectionFails);
         plain.bind(endpoint);
         connect();
         EXPECT_TRUE(refusal.waitForEvent());
     }
 
-    /// Publishes from the true server.
+    /// Publishes from the right server.
     template <class Condition>
     bool publishUntil(const Condition& isHeard) const {
         Text news;
@@ -117,12 +117,12 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(From, SecurityRecovery, testing::Values(Impostor::PlainServer, Impostor::OtherProtocol),
+INSTANTIATE_TEST_SUITE_P(From, SecurityClientRecovery, testing::Values(Impostor::PlainServer, Impostor::OtherProtocol),
                          [](const auto& tested) {
                              return tested.param == Impostor::PlainServer ? "PlainServer" : "OtherProtocol";
                          });
 
-/// A request to a reply socket of this process, which does not trust this process.
+/// A request socket and a reply socket that does not trust its key, in one process.
 class SecurityClientRefused : public SecurityClient {
 protected:
     SecurityClientRefused() {
@@ -248,14 +248,14 @@ TEST_F(SecurityClient, ConnectsInPlainBehindTcp) {
     EXPECT_EQ("news", receiveText(client));
 }
 
-TEST_P(SecurityRecovery, OfAListenerWithASilenceLimit) {
+TEST_P(SecurityClientRecovery, HearsAfterSilence) {
     Network::setSilenceLimit(1);
     RecordingListener listener(Protocol::Sub);
     meetImpostor([&] { listener.serve(endpoint); });
     EXPECT_TRUE(publishUntil([&] { return !listener.texts().empty(); }));
 }
 
-TEST_P(SecurityRecovery, OfAListenerByARestart) {
+TEST_P(SecurityClientRecovery, HearsAfterARestart) {
     RecordingListener listener(Protocol::Sub);
     meetImpostor([&] { listener.serve(endpoint); });
     std::string error;
@@ -264,7 +264,7 @@ TEST_P(SecurityRecovery, OfAListenerByARestart) {
     EXPECT_TRUE(publishUntil([&] { return !listener.texts().empty(); }));
 }
 
-TEST_P(SecurityRecovery, OfASubscriberByARebuild) {
+TEST_P(SecurityClientRecovery, HearsAfterARebuild) {
     Socket client("client", ClosePolicy::DropPending);
     meetImpostor([&] { client.createAndConnect(Protocol::Sub, endpoint, 0); });
     client.resetConnections();
@@ -272,7 +272,7 @@ TEST_P(SecurityRecovery, OfASubscriberByARebuild) {
     EXPECT_TRUE(publishUntil([&] { return client.poll(0, error) == socket::PollResult::Input; }));
 }
 
-TEST_P(SecurityRecovery, OfARequestByARepair) {
+TEST_P(SecurityClientRecovery, RequestsAfterARepair) {
     Socket client("client", ClosePolicy::DropPending);
     meetImpostor([&] {
         client.createAndConnect(Protocol::Req, endpoint, 1);
@@ -303,7 +303,7 @@ TEST_F(SecurityClientRefused, TimesOutAsARequester) {
     EXPECT_EQ(socket::PollResult::Timeout, reply.poll(0, error));
 }
 
-TEST_F(SecurityClientRefused, SendsItsRequestOnceTrusted) {
+TEST_F(SecurityClientRefused, SendsOnceTrusted) {
     Socket client("client", ClosePolicy::DropPending);
     client.createAndConnect(Protocol::Req, endpoint, patienceMs);
     sendText(client, "question");

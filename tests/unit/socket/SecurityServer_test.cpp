@@ -222,7 +222,7 @@ TEST_F(SecurityServer, AllocatesLittleForUntrusted) {
     const std::string greeting = std::string("\xff") + std::string(8, '\0') + "\x7f\x03" + '\0' + "CURVE" +
                                  std::string(15, '\0') + '\0' + std::string(31, '\0');
     const SystemConnection connection(endpoint.port);
-    // A command of 256 MiB is announced.
+    // Announces a command of 256 MiB.
     connection.send(greeting + '\x06' + std::string(4, '\0') + '\x10' + std::string(3, '\0'));
     EXPECT_TRUE(connection.waitForEnd());
     expectToServeClient();
@@ -273,7 +273,7 @@ TEST_F(SecurityServer, KeepsRevokedClientUntilRebuilt) {
     expectRequest("admitted");
 }
 
-TEST_F(SecurityServer, IgnoresReplacedFilesUntilEnabled) {
+TEST_F(SecurityServer, IgnoresFilesUntilEnabled) {
     server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
     const KeyPair other = generateKeyPair();
     process.files.write("keys", other);

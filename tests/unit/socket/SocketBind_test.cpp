@@ -19,9 +19,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds atOnce{100};
+constexpr std::chrono::milliseconds immediately{100};
 
-/// Another process that holds a port, for as long as this object lives.
+/// Another process that occupies a port during the lifetime of this object.
 class OtherProcess {
 public:
     explicit OtherProcess(unsigned short port) {
@@ -93,7 +93,7 @@ protected:
         for (int attempt = 0; attempt < 6; ++attempt) {
             shortest = std::min(shortest, timeOfRefusal(attempt % 2 == 0 ? Protocol::Rep : Protocol::Pub, endpoint));
         }
-        EXPECT_LT(shortest, atOnce);
+        EXPECT_LT(shortest, immediately);
     }
 
     /// Expects a request to the endpoint to reach `server`.

@@ -25,8 +25,6 @@ static_assert(std::is_same_v<decltype(&Socket::connect), void (Socket::*)(const 
 static_assert(std::is_same_v<decltype(&Socket::createAndConnect),
                              void (Socket::*)(Protocol::Protocol, const SocketEndpoint&, unsigned int)>);
 
-const SocketEndpoint nobody(Transport::Ipc, "/nonexistent/nobody", 0);
-
 const std::string attachText = "Socket: Failed connecting/binding socket: ";
 const std::string timeoutText = "Socket: Error setting ZMQ_RCVTIMEO ";
 const std::string subscribeText = "Socket: Error setting ZMQ_SUBSCRIBE ";
@@ -149,10 +147,10 @@ TEST_F(SocketConnect, ThrowsOnAClosedSocket) {
     socket.create(Protocol::Sub);
     socket.close();
     standIn.journal().clear();
-    EXPECT_EQ("Socket: Cannot connect a NULL socket", textOfConnect(nobody));
+    EXPECT_EQ("Socket: Cannot connect a NULL socket", textOfConnect(unserved));
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());
 
-    socket.createAndConnect(Protocol::Req, nobody, 0);
+    socket.createAndConnect(Protocol::Req, unserved, 0);
     EXPECT_EQ(1U, standIn.journal().count(calls::set(ZMQ_LINGER, 2000))) << "a subscriber's would be 0";
 }
 
@@ -175,7 +173,7 @@ TEST_F(SocketConnect, DistinguishesTransports) {
 }
 
 TEST_F(SocketConnect, KeepsACopyOfTheEndpoint) {
-    SocketEndpoint endpoint = nobody;
+    SocketEndpoint endpoint = unserved;
     socket.createAndConnect(Protocol::Req, endpoint, 0);
     endpoint.address = "/nonexistent/other";
     standIn.journal().clear();
@@ -187,10 +185,10 @@ TEST_F(SocketConnect, KeepsACopyOfTheEndpoint) {
 TEST_F(SocketConnect, RecordsTheLastEndpoint) {
     EXPECT_EQ(SocketEndpoint(), socket.lastEndpoint());
     const SocketEndpoint other(Transport::Tcp, "127.0.0.1", 9);
-    socket.createAndConnect(Protocol::Sub, nobody, 0);
+    socket.createAndConnect(Protocol::Sub, unserved, 0);
     socket.connect(other, 0);
     EXPECT_EQ(other, socket.lastEndpoint());
-    socket.connect(nobody, 0); // ignored
+    socket.connect(unserved, 0); // ignored
     EXPECT_EQ(other, socket.lastEndpoint());
     standIn.fail("zmq_connect", EINVAL);
     EXPECT_EQ(attachText + "Invalid argument on [Socket cmd]", textOfConnect({Transport::Tcp, "127.0.0.1", 10}));
@@ -253,14 +251,14 @@ TEST_F(SocketConnect, SetsTheReceiveTimeout) {
 TEST_F(SocketConnect, FollowsCreateInCreateAndConnect) {
     for (int round = 0; round < 2; ++round) {
         standIn.journal().clear();
-        socket.createAndConnect(Protocol::Req, nobody, 0);
+        socket.createAndConnect(Protocol::Req, unserved, 0);
         EXPECT_EQ(round == 0 ? 0U : 1U, standIn.journal().count("zmq_close"));
         EXPECT_THAT(
             standIn.journal().linesWith("zmq_"),
             testing::IsSupersetOf({calls::open(Protocol::Req), std::string("zmq_connect ipc:///nonexistent/nobody")}));
     }
     EXPECT_EQ("Socket: Failed creating socket [Socket cmd] of type 0: Invalid argument on [Socket cmd]",
-              textThrownBy([&] { socket.createAndConnect(Protocol::Undef, nobody, 100); }));
+              textThrownBy([&] { socket.createAndConnect(Protocol::Undef, unserved, 100); }));
     expectClosed(standIn, socket);
 }
 
@@ -318,7 +316,7 @@ TEST_F(SocketConnect, ThrowsTheErrorOfTheLastBind) {
 TEST_F(SocketConnect, FailsOnlyForANegativeResult) {
     socket.create(Protocol::Req);
     standIn.answer("zmq_connect", 1);
-    EXPECT_NO_THROW(socket.connect(nobody, 0));
+    EXPECT_NO_THROW(socket.connect(unserved, 0));
     standIn.answer("zmq_connect", -2);
     standIn.after("zmq_connect", [] { errno = ENOMEM; });
 
@@ -328,7 +326,7 @@ TEST_F(SocketConnect, FailsOnlyForANegativeResult) {
 TEST_F(SocketConnect, ThrowsWhenZmqRejectsTheTimeout) {
     for (const unsigned int timeout : {2147483648U, 4294967294U}) {
         socket.create(Protocol::Req);
-        EXPECT_EQ(timeoutText + "Invalid argument on [Socket cmd]", textOfConnect(nobody, timeout));
+        EXPECT_EQ(timeoutText + "Invalid argument on [Socket cmd]", textOfConnect(unserved, timeout));
         expectClosed(standIn, socket);
     }
 }
@@ -364,7 +362,7 @@ TEST_F(SocketConnect, ClosesWhenMemoryRunsOut) {
         } else {
             standIn.after("zmq_setsockopt " + std::to_string(ZMQ_LINGER), fail);
         }
-        EXPECT_THROW(socket.connect(nobody, 100), std::bad_alloc);
+        EXPECT_THROW(socket.connect(unserved, 100), std::bad_alloc);
         EXPECT_EQ(1U, standIn.journal().count("zmq_close"));
         standIn.after("debug", {});
         expectClosed(standIn, socket);

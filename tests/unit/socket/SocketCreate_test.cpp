@@ -27,8 +27,6 @@ static_assert(std::is_same_v<decltype(&Socket::create), void (Socket::*)(Protoco
 static_assert(std::is_same_v<decltype(&Socket::close), void (Socket::*)()>);
 static_assert(std::is_same_v<decltype(&Socket::debugString), std::string (Socket::*)() const>);
 
-const SocketEndpoint nobody(Transport::Ipc, "/nonexistent/nobody", 0);
-
 class SocketCreate : public testing::TestWithParam<int> {
 protected:
     const ContextOfTheProcess context;
@@ -45,7 +43,7 @@ TEST_F(SocketCreate, IsNotCalledByTheConstructor) {
     std::string error = "untouched";
     socket.resetConnections();
     socket.flushIncomingMessages();
-    EXPECT_EQ("Socket: Cannot connect a NULL socket", textThrownBy([&] { socket.connect(nobody, 0); }));
+    EXPECT_EQ("Socket: Cannot connect a NULL socket", textThrownBy([&] { socket.connect(unserved, 0); }));
     EXPECT_EQ("Socket: Cannot poll a NULL socket", textThrownBy([&] { socket.poll(0, error); }));
 
     EXPECT_EQ("untouched", error);
@@ -78,13 +76,13 @@ TEST_F(SocketCreate, ReplacesTheSocketOfEachPattern) {
 }
 
 TEST_F(SocketCreate, ForgetsTheEndpoints) {
-    socket.createAndConnect(Protocol::Req, nobody, 100);
+    socket.createAndConnect(Protocol::Req, unserved, 100);
     socket.create(Protocol::Req);
     standIn.journal().clear();
     socket.resetConnections();
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_close", "zmq_socket 3"));
 
-    socket.connect(nobody, 0);
+    socket.connect(unserved, 0);
     EXPECT_EQ(1U, standIn.journal().count("zmq_connect ipc:///nonexistent/nobody"));
 }
 
@@ -96,7 +94,7 @@ TEST_P(SocketCreate, ThrowsForAnInvalidPattern) {
         EXPECT_EQ("zmq_socket -1", standIn.journal().lines().back());
         EXPECT_EQ(static_cast<std::size_t>(round), standIn.journal().count("zmq_close"));
         expectClosed(standIn, socket);
-        socket.createAndConnect(Protocol::Req, nobody, 0);
+        socket.createAndConnect(Protocol::Req, unserved, 0);
         standIn.journal().clear();
     }
 }
@@ -121,7 +119,7 @@ TEST_F(SocketCreate, MayRunInManyThreadsAtOnce) {
         threads.push_back(std::async(std::launch::async, [] {
             Socket mine("thread", ClosePolicy::DropPending);
             for (int round = 0; round < 20; ++round) {
-                mine.createAndConnect(Protocol::Sub, nobody, 0);
+                mine.createAndConnect(Protocol::Sub, unserved, 0);
             }
         }));
     }
@@ -150,7 +148,7 @@ TEST_F(SocketCreate, KeepsTheName) {
     std::string name = "a [b] %s";
     Socket named(name, ClosePolicy::DropPending);
     name = "other";
-    named.createAndConnect(Protocol::Req, nobody, 0);
+    named.createAndConnect(Protocol::Req, unserved, 0);
     named.close();
 
     EXPECT_EQ("[Socket a [b] %s]", named.debugString());
@@ -159,7 +157,7 @@ TEST_F(SocketCreate, KeepsTheName) {
 }
 
 TEST_F(SocketCreate, IsUndoneByCloseOnce) {
-    socket.createAndConnect(Protocol::Req, nobody, 100);
+    socket.createAndConnect(Protocol::Req, unserved, 100);
     standIn.journal().clear();
     standIn.fail("zmq_close", ENOTSOCK);
     socket.close();

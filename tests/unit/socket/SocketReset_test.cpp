@@ -18,8 +18,8 @@ namespace {
 
 static_assert(std::is_same_v<decltype(&Socket::resetConnections), void (Socket::*)() noexcept>);
 
-const SocketEndpoint first(Transport::Ipc, "/nonexistent/first", 0);
-const SocketEndpoint second(Transport::Ipc, "/nonexistent/second", 0);
+const SocketEndpoint firstPath(Transport::Ipc, "/nonexistent/first", 0);
+const SocketEndpoint secondPath(Transport::Ipc, "/nonexistent/second", 0);
 
 /// A step that fails, and the reason that the reset logs.
 struct FailingStep {
@@ -52,7 +52,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 void resetWhileALogLineThrowsANumber() {
     StandIn standIn;
-    Peer socket("cmd", Protocol::Req, first, ClosePolicy::DropPending, 0);
+    Peer socket("cmd", Protocol::Req, firstPath, ClosePolicy::DropPending, 0);
     standIn.after("debug", [] { throw 1; });
     socket.resetConnections();
 }
@@ -60,8 +60,8 @@ void resetWhileALogLineThrowsANumber() {
 } // namespace
 
 TEST_P(SocketReset, LogsTheReasonAndClosesTheSocket) {
-    socket.createAndConnect(Protocol::Sub, first, 100);
-    socket.connect(second, 100);
+    socket.createAndConnect(Protocol::Sub, firstPath, 100);
+    socket.connect(secondPath, 100);
     standIn.journal().clear();
     standIn.fail(GetParam().function, EMFILE, GetParam().nth);
     standIn.after("zmq_close", [] { errno = ENOTSOCK; });
@@ -78,7 +78,7 @@ TEST_P(SocketReset, LogsTheReasonAndClosesTheSocket) {
 
 TEST(SocketResetAlone, IgnoresAFailingClose) {
     StandIn standIn;
-    Peer socket("cmd", Protocol::Req, first, ClosePolicy::DropPending, 0);
+    Peer socket("cmd", Protocol::Req, firstPath, ClosePolicy::DropPending, 0);
     standIn.journal().clear();
     standIn.fail("zmq_close", ENOTSOCK);
     socket.resetConnections();
@@ -88,7 +88,7 @@ TEST(SocketResetAlone, IgnoresAFailingClose) {
 
 TEST(SocketResetAlone, LogsAnExceptionOfAnotherType) {
     StandIn standIn;
-    Peer socket("cmd", Protocol::Req, first, ClosePolicy::DropPending, 0);
+    Peer socket("cmd", Protocol::Req, firstPath, ClosePolicy::DropPending, 0);
     standIn.after("debug", [] { throw std::bad_alloc(); });
     socket.resetConnections();
 

@@ -12,8 +12,8 @@ namespace rk::tests {
 
 namespace {
 
-using utils::IMessageFormatter;
-using utils::MessageFormatter;
+using rk::utils::IMessageFormatter;
+using rk::utils::MessageFormatter;
 
 static_assert(std::is_abstract_v<IMessageFormatter>);
 static_assert(!std::has_virtual_destructor_v<IMessageFormatter>);

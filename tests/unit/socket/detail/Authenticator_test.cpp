@@ -63,7 +63,7 @@ std::string bytesOf(const std::string& key) {
 
 std::atomic<int> fullPolls{0}; ///< how often the library still finds standard error full
 
-/// Asks the authenticator as 0MQ does.
+/// Sends requests to the authenticator as ZeroMQ does.
 class Authenticator : public testing::Test {
 protected:
     Authenticator() {
@@ -113,7 +113,7 @@ protected:
     const std::string key = bytesOf(untrusted.publicKey);
 };
 
-/// Starts after the lines of earlier tests have been written. Time stands still.
+/// Starts after the lines of earlier tests have been written. The clock is stopped.
 class AuthenticatorLog : public Authenticator {
 protected:
     AuthenticatorLog() {
@@ -140,7 +140,7 @@ protected:
     /// Returns when the log has found standard error full `times` times.
     void refuseWhileFull(int times, const std::string& address) {
         fullPolls = times;
-        statusOf(key, address);
+        refuse(untrusted, address);
         while (fullPolls > 0) {
             std::this_thread::yield();
         }
@@ -162,7 +162,7 @@ void startAfter(const Fault& fault) {
     std::cerr << ", then " << receiveText(server) << "\n";
 }
 
-/// Whether a trusted client is not admitted to `server`.
+/// Returns whether `server` does not admit a trusted client.
 bool admitsNobody(const SecuredProcess& process, Socket& server, const SocketEndpoint& endpoint) {
     CurvePeer peer(ZMQ_REQ);
     CurvePeer::Monitor end(peer, ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
@@ -204,7 +204,7 @@ protected:
 
 } // namespace
 
-/// Instead of the library's.
+/// Replaces the system's function.
 extern "C" int poll(pollfd* items, nfds_t count, int timeout) {
     static auto* const real = reinterpret_cast<decltype(&poll)>(dlsym(RTLD_NEXT, "poll"));
     if (fullPolls > 0 && isInLibrary(__builtin_return_address(0))) {
@@ -318,15 +318,15 @@ TEST_F(AuthenticatorLog, CountsForASlowLogger) {
     EXPECT_EQ(refused + "39 more connections", waitForLines(64).at(63));
 }
 
-TEST_F(RefusalLog, CountsWhileStandardErrorIsFull) {
+TEST_F(AuthenticatorLog, CountsForAFullStandardError) {
     refuseWhileFull(1, "unseen");
-    SteadyClock().advance(std::chrono::seconds(61));
+    clock->advance(std::chrono::seconds(61));
     refuseWhileFull(2, "without a total"); // asks twice
-    statusOf(key, "seen");
+    refuse(untrusted, "seen");
     EXPECT_THAT(waitForLines(2), ElementsAre(lineOf(untrusted, "seen"), refused + "2 more connections"));
 }
 
-TEST_F(RefusalLog, GoesOnWhenTheLoggerThrows) {
+TEST_F(AuthenticatorLog, SurvivesALoggersException) {
     standIn.after("warning", [] { throw std::runtime_error("no logger"); });
     refuse(untrusted, "10.0.0.1");
     waitForLines(1);
