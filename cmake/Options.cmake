@@ -2,6 +2,7 @@
 option(RK_SOCKET_BUILD_EXAMPLES "Build the examples" OFF)
 option(RK_SOCKET_BUILD_TOOLS "Build the command-line tool" OFF)
 option(RK_SOCKET_BUILD_BENCHMARKS "Build the measuring programs, which need the libraries that are compared" OFF)
+option(RK_SOCKET_UNITY_TESTS "Compile several sources of the tests together, which takes less time in all" OFF)
 if(NOT PROJECT_IS_TOP_LEVEL)
   return()
 endif()
