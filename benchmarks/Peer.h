@@ -80,7 +80,7 @@ const std::vector<Peer>& peers();
 /// \throws std::runtime_error if there is none of this name
 const Peer& peerOf(const std::string& name);
 
-/// Adds a peer. The file of each does so before `main`.
+/// Adds a peer. The source file of each peer calls it before `main`.
 bool add(Peer peer);
 
 } // namespace rk::benchmarks

@@ -8,7 +8,7 @@
 
 namespace rk::benchmarks {
 
-/// This program in a process of its own, which ends with this one.
+/// A child process that runs this program and ends with it.
 class Process {
 public:
     explicit Process(std::vector<std::string> arguments);

@@ -10,8 +10,8 @@ namespace rk::benchmarks {
 
 namespace {
 
-/// The client has core 0. A round trip is done step after step, so both sides share a core, and no time goes into
-/// waking another. A subscriber works while the publisher does.
+/// The client runs on core 0. Both sides of a round trip share it, because they take turns, and waking another core
+/// takes time. A publisher runs on another core than its subscriber.
 unsigned int coreOfServer(const Cell& cell) {
     return cell.requests() ? 0 : 1;
 }

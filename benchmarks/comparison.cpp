@@ -35,7 +35,7 @@ std::vector<Cell> allCells() {
     return cells;
 }
 
-/// The work on the messages alone: what no peer can do without.
+/// Only serialises and parses, which every peer must do.
 double serialiseOnly(const Cell& cell, int count) {
     const Payload payload = Payload::of(cell);
     Reading received;

@@ -236,8 +236,8 @@ def encryption_tables(encryption):
         cells = {cell: taken for cell, taken in encryption.items() if split(cell)[0] == pattern}
         peers = [peer for peer in dict.fromkeys([OURS, *COLOURS]) if all(peer in taken for taken in cells.values())]
         rows = [[size_text(split(cell)[3])] + [
-            f"{time_text(taken[peer]['plain'][MEDIAN])}, {time_text(taken[peer]['encrypted'][MEDIAN])}; "
-            f"{taken[peer]['ratio'][MEDIAN]:.2f}×" for peer in peers] for cell, taken in cells.items()]
+            f"{time_text(taken[peer]['plain'][MEDIAN])} → {time_text(taken[peer]['encrypted'][MEDIAN])} "
+            f"({taken[peer]['ratio'][MEDIAN]:.2f}×)" for peer in peers] for cell, taken in cells.items()]
         parts.append(f"### {title}: encrypted\n\n" + table([""] + peers, rows))
     return "\n\n".join(parts)
 

@@ -282,7 +282,7 @@ void Socket::reconnect() {
                     action(target);
                 }
             } catch (const std::exception&) {
-                // One whose key is not trusted any more must not keep the others disconnected.
+                // An endpoint whose key is no longer trusted must not keep the others disconnected.
             }
         }
     };

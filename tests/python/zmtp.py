@@ -78,7 +78,7 @@ def await_joined(bare):
 
 
 def recorded_hello(server_key):
-    """The first bytes of an encrypted client, which any server with this key answers, for any number of connections."""
+    """Returns the first bytes of an encrypted client. A server with this key replies to them on any number of connections."""
     with contextlib.ExitStack() as stack:
         listener = stack.enter_context(socket.create_server(("127.0.0.1", 0)))
         context = stack.enter_context(zmq.Context())

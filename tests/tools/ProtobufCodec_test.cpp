@@ -9,7 +9,7 @@ namespace rk::tools {
 
 namespace {
 
-/// The JSON of a block as a plant.Sample, or the error.
+/// Returns the JSON of a block as a plant.Sample, or the error.
 std::string decoded(const std::string& block) {
     const Complaints complaints;
     CodecSettings settings;

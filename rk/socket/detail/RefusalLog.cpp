@@ -26,8 +26,8 @@ constexpr std::chrono::milliseconds patienceAtEnd{100};
 constexpr std::size_t mostLines = 64;
 constexpr std::size_t mostAddresses = 64;
 
-/// Returns whether a line on standard error would wait for a reader. A thread that waits there holds a lock of the C library
-/// without which the process does not end.
+/// Returns whether a write to standard error would block. A thread that blocks there holds a lock of the C library that
+/// process exit needs.
 bool isStandardErrorFull() {
     pollfd item{STDERR_FILENO, POLLOUT, 0};
     return poll(&item, 1, 0) == 0;
@@ -60,7 +60,7 @@ public:
             try {
                 writeNext();
             } catch (const std::exception&) {
-                // There is no memory for this line.
+                // Out of memory: drop this line.
             }
         }
         shared->ended.set_value();
@@ -107,7 +107,7 @@ private:
         }
     }
 
-    /// Whether the address has a line now. Notes that it had one.
+    /// Returns whether to log a line for the address, and records the time.
     bool isDue(const std::string& address, Clock::time_point now) {
         for (auto entry = logged.begin(); entry != logged.end();) {
             entry = now - entry->second < period ? std::next(entry) : logged.erase(entry);
@@ -131,7 +131,7 @@ RefusalLog::~RefusalLog() {
     if (shared->ended.get_future().wait_for(patienceAtEnd) == std::future_status::ready) {
         thread.join();
     } else {
-        // The process is about to destroy what the application's logger uses.
+        // The process is about to destroy the application's logger.
         tell([this] { shared->lines.clear(); });
         thread.detach();
     }

@@ -281,7 +281,7 @@ void SocketListener::serveUntilStopped(const std::shared_ptr<Socket>& socket) {
     }
 }
 
-/// Loses no queued message, because a poll has just found none.
+/// Loses no queued message, because the last poll has found none.
 void SocketListener::endSilence(Socket& socket, const detail::SilenceWatch& silence) {
     if (silence.isFirstAttempt()) {
         rk::detail::logIfPossible(rk::utils::logWarning, [&] {

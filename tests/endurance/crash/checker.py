@@ -139,8 +139,8 @@ def requests_keep_their_order(history):
 
 
 def steady_requests_are_served(history):
-    """A request is lost although no process was disturbed, on a connection that had worked since the last time and
-    since the client's last repair. A client that repairs again drops what has not left it, however slow the machine."""
+    """Reports requests that were lost without a disturbance, on a connection that had worked since the last one and since
+    the client's last repair. A second repair drops requests that have not left the client."""
     served = _served(history)
     for client in history.roles("client"):
         disturbed = history.disturbed("server", client)

@@ -98,7 +98,7 @@ def folder():
 
 
 def write_file(name, lines):
-    """Writes a file that its owner alone can access, and returns its path."""
+    """Writes a file that only its owner can access, and returns its path."""
     path = folder() / name
     path.touch(mode=0o600)
     path.write_bytes(b"".join(line + b"\n" for line in lines))
@@ -106,7 +106,7 @@ def write_file(name, lines):
 
 
 def secure(program, keys, trusted):
-    """Encrypts the connections of a program of the library. `trusted` are lines about its peers."""
+    """Encrypts the connections of a program of the library. `trusted` has the lines about its peers."""
     name = f"{program.pid}"
     program.ask(f"secure {write_file(name + '.key', keys)} {write_file(name + '.trusted', trusted)}")
 
@@ -123,7 +123,7 @@ def resident_megabytes(pid):
 
 
 def forget_peak(pid):
-    """Lets `peak_megabytes` start again."""
+    """Restarts `peak_megabytes`."""
     pathlib.Path(f"/proc/{pid}/clear_refs").write_text("5")
 
 

@@ -1,6 +1,8 @@
-"""Peers that know nothing of the library: plain 0MQ from Python and from Node.js, over tcp and ipc, all patterns, both
-ways, byte for byte, and encrypted from Python. A server shows that it has understood: it returns a block in reverse, and a command with the next
-number and its payload in reverse."""
+"""Peers with plain ZeroMQ in Python and Node.js, over tcp and ipc, with all patterns in both directions, byte for byte. The
+Python peers are also encrypted.
+
+A server returns a block in reverse, and a command with the next number and its payload in reverse. This shows that it has
+parsed them."""
 
 import pathlib
 import random
@@ -130,7 +132,7 @@ class Python:
 
 
 class Admission:
-    """What a Python server asks for each client."""
+    """The callback of a Python server for each client."""
 
     def __init__(self, *keys):
         self.keys = keys
@@ -140,7 +142,7 @@ class Admission:
 
 
 class EncryptedPython(Python):
-    """It and the library trust each other's keys, and nobody else's."""
+    """The peer and the library trust only each other's keys."""
 
     def __init__(self, test):
         super().__init__(test)
@@ -267,7 +269,7 @@ class PythonEncrypted(Exchange, field.TestCase):
 
 
 class GuideToEncryption(field.TestCase):
-    """Does what the guide's programs in Python do, with other keys and ports."""
+    """Runs the guide's programs in Python, with other keys and ports."""
 
     GUIDE = pathlib.Path(__file__).resolve().parents[3] / "docs/guide/python-and-node.md"
     SERVER_KEY, CLIENT_KEY = b"Yne@$w-vo<fVvi]a<NY6T1ed:M$fCG*[IaLV{hID", b"rq:rM>}U?@Lns47E1%kR.o@n%FcmmsL/@{H8]yf7"
@@ -280,7 +282,7 @@ class GuideToEncryption(field.TestCase):
                      [self.keys[0] + b" python", self.keys[0] + b" " + self.endpoint.encode()])
 
     def start(self, block, key_file, key):
-        """The guide's block of this number, with the library's key instead of `key`."""
+        """Returns the guide's block of this number, with the library's key instead of `key`."""
         field.write_file(key_file, self.keys)
         program = re.findall(r"```python\n(.*?)```", self.GUIDE.read_text(), re.DOTALL)[block]
         port = self.endpoint.rpartition(":")[2]

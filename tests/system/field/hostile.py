@@ -56,7 +56,7 @@ class Hostile(field.TestCase):
         return peer
 
     def prepare(self, peer):
-        """Sets the options of a well-behaved socket before it connects."""
+        """Sets the options of a normal socket before it connects."""
 
     def bare(self, pattern):
         peer = self.enter(contextlib.closing(self.context.socket(pattern)))
@@ -124,7 +124,7 @@ class Served(Hostile):
                 bare.sendall(block)
 
     def crowd(self, count, connect):
-        """Waits now and then until the victim has taken all, as it lets a hundred wait at most."""
+        """Waits sometimes until the victim has accepted all, because its backlog is a hundred."""
         crowd = []
         for number in range(1, count + 1):
             crowd.append(self.enter(connect(self.endpoint)))
@@ -134,7 +134,7 @@ class Served(Hostile):
 
 
 class Greetings(Served):
-    """What comes before the first message."""
+    """Attacks before the first message."""
 
     def test_of_garbage_leave_nothing_behind_and_whoever_insists_served(self):
         dice = random.Random(5)
@@ -210,7 +210,7 @@ class Connections(Served):
 
 
 class Encrypted(Served):
-    """The victim admits one key."""
+    """A victim that admits one key."""
 
     def serve(self):
         self.keys, own = zmq.curve_keypair(), zmq.curve_keypair()
@@ -225,7 +225,7 @@ class Encrypted(Served):
         peer.curve_serverkey = self.server_key
 
     def open_half(self, count, opening):
-        """Returns connections that say no more than `opening`, once the victim has answered each."""
+        """Returns connections that send only `opening`, once the victim has replied to each."""
         crowd = []
         for _ in range(count):
             crowd.append(self.enter(zmtp.connection(self.endpoint)))
@@ -298,7 +298,7 @@ def leave(client):
 
 
 class Handshakes(Encrypted):
-    """Those of clients that nobody trusts, and of such as never finish."""
+    """Handshakes of untrusted clients, and unfinished handshakes."""
 
     def test_that_never_finish_leave_room_for_others_and_end(self):
         before = self.resident()

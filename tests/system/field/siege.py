@@ -11,10 +11,10 @@ from hostile import KILOBYTE, MEGABYTE, Encrypted, Served, in_milliseconds
 
 
 class Lasting:
-    """Goes on for the minutes that are asked for, until which memory must have stopped growing."""
+    """Attacks for the given minutes, after which memory must no longer grow."""
 
     def assert_settles(self, attack, slope_megabytes):
-        """Returns how memory has developed, and fails if it grows by more with each attack."""
+        """Describes the growth of memory. Fails if it grows by more with each attack."""
         end = time.monotonic() + 60 * float(os.environ["RK_FIELD_MINUTES"])
         levels = []
         while time.monotonic() < end:
