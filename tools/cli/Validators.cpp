@@ -55,20 +55,20 @@ std::string inRange(const std::string& text, Number least, Number most) {
 /// Returns why an endpoint is refused, or an empty text. The library would cut a wrong port, and inproc reaches no other
 /// process.
 std::string faultOf(const std::string& text) {
-    rk::socket::SocketEndpoint endpoint;
+    rk::socket::SocketEndpoint parsed;
     try {
-        endpoint = rk::socket::SocketEndpoint::FromString(text);
+        parsed = rk::socket::SocketEndpoint::FromString(text);
     } catch (const std::runtime_error&) {
         // The address is empty.
     }
-    if (endpoint.address.empty()) {
+    if (parsed.address.empty()) {
         return "'" + text + "' is no endpoint: tcp://HOST:PORT or ipc://PATH";
     }
-    if (endpoint.transport == rk::socket::Transport::Inproc) {
+    if (parsed.transport == rk::socket::Transport::Inproc) {
         return text + ": inproc endpoints reach no other process";
     }
-    const bool hasPort = endpoint.port != 0 && text.substr(text.rfind(':') + 1) == std::to_string(endpoint.port);
-    return endpoint.transport == rk::socket::Transport::Ipc || hasPort
+    const bool hasPort = parsed.port != 0 && text.substr(text.rfind(':') + 1) == std::to_string(parsed.port);
+    return parsed.transport == rk::socket::Transport::Ipc || hasPort
                ? ""
                : text + ": the port has to be a number from 1 to 65535";
 }
