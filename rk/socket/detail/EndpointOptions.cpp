@@ -140,7 +140,7 @@ void EndpointOptions::setPeerTimeout(Protocol::Protocol protocol, unsigned int s
     constexpr int longestAttempt = 5; // to reconnect soon after a machine is back
     const int total = seconds == 0 ? 0 : std::max(2, static_cast<int>(seconds));
     setNumber(ZMQ_TCP_KEEPALIVE, "ZMQ_TCP_KEEPALIVE", total == 0 ? systemDefault : 1);
-    if (total > 0) {
+    if (seconds > 0) {
         const Keepalive keepalive(total);
         setNumber(ZMQ_TCP_KEEPALIVE_IDLE, "ZMQ_TCP_KEEPALIVE_IDLE", keepalive.idle);
         setNumber(ZMQ_TCP_KEEPALIVE_INTVL, "ZMQ_TCP_KEEPALIVE_INTVL", keepalive.interval);

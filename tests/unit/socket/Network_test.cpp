@@ -317,7 +317,7 @@ TEST_P(NetworkFailure, ThrowsAndClosesTheSocket) {
 
 TEST_F(NetworkSettings, RefuseWrongValues) {
     const auto refusal = [](const auto& call) { return textThrownBy<std::invalid_argument>(call); };
-    for (const char* const host : {"lo:5555", "tcp://lo", "127.0.0.1:1", "[::1]:1", ":"}) {
+    for (const char* const host : {"lo:5555", "tcp://lo", "127.0.0.1:1", "[::1]:1", "[::1", "::1]", ":"}) {
         EXPECT_EQ(std::string("Network: Cannot listen on ") + host + ": a host without port and transport is needed",
                   refusal([=] { Network::listenOn(host); }));
     }

@@ -113,6 +113,7 @@ struct Failure {
     Protocol::Protocol protocol;
     int option;
     std::string text;
+    Transport::Transport transport = Transport::Tcp;
 };
 
 void PrintTo(const Failure& failure, std::ostream* stream) {
@@ -129,7 +130,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Failure{"Enforce", Protocol::Pub, enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN"},
                     Failure{"Handshake", Protocol::Pub, ZMQ_HANDSHAKE_IVL, "ZMQ_HANDSHAKE_IVL"},
                     Failure{"ServerKey", Protocol::Req, ZMQ_CURVE_SERVERKEY, "ZMQ_CURVE_SERVERKEY"},
-                    Failure{"PublicKey", Protocol::Sub, ZMQ_CURVE_PUBLICKEY, "ZMQ_CURVE_PUBLICKEY"}),
+                    Failure{"PublicKey", Protocol::Sub, ZMQ_CURVE_PUBLICKEY, "ZMQ_CURVE_PUBLICKEY"},
+                    Failure{"ClientKey", Protocol::Sub, ZMQ_CURVE_SECRETKEY, "ZMQ_CURVE_SECRETKEY"},
+                    Failure{"Plain", Protocol::Sub, ZMQ_CURVE_SERVER, "ZMQ_CURVE_SERVER", Transport::Ipc},
+                    Failure{"PlainDomain", Protocol::Rep, ZMQ_ZAP_DOMAIN, "ZMQ_ZAP_DOMAIN", Transport::Ipc},
+                    Failure{"PlainEnforce", Protocol::Rep, enforceDomain, "ZMQ_ZAP_ENFORCE_DOMAIN", Transport::Ipc}),
     [](const auto& tested) { return tested.param.name; });
 
 class SecurityLoss : public SecurityRefusal {};
@@ -226,8 +231,9 @@ TEST_F(SecurityOptionsDeathTest, AddLimits) {
 TEST_P(SecurityRefusal, ClosesTheSocket) {
     standIn.fail("zmq_setsockopt " + std::to_string(GetParam().option), EINVAL);
     Socket socket("part", ClosePolicy::DropPending);
-    EXPECT_EQ("Socket: Error setting " + GetParam().text + " Invalid argument on [Socket part]",
-              textThrownBy([&] { socket.createAndConnect(GetParam().protocol, freshEndpoint(Transport::Tcp), 0); }));
+    EXPECT_EQ("Socket: Error setting " + GetParam().text + " Invalid argument on [Socket part]", textThrownBy([&] {
+                  socket.createAndConnect(GetParam().protocol, freshEndpoint(GetParam().transport), 0);
+              }));
     EXPECT_FALSE(socket.isOpen());
 }
 

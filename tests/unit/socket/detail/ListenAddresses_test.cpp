@@ -181,7 +181,7 @@ TEST_F(ListenAddresses, AreRefusedIfInUse) {
 }
 
 TEST_F(ListenAddresses, AreRefusedWithoutIpv6) {
-    for (const char* const host : {"::1", "[::1]", "fe80::1%lo"}) {
+    for (const char* const host : {"::1", "[::1]", "fe80::1%lo", "fe80::1%a%b"}) {
         EXPECT_EQ(refused(host, "IPv6 is disabled"), refusalOf(host));
     }
 }
