@@ -83,6 +83,9 @@ Addresses addressesOfName(const std::string& name, bool withIpv6) {
     for (const addrinfo* entry = first; entry != nullptr; entry = entry->ai_next) {
         add(addresses, *entry->ai_addr, withIpv6);
     }
+    if (addresses.empty()) {
+        throw std::runtime_error("the host name has no address");
+    }
     return addresses;
 }
 

@@ -2,13 +2,12 @@
 
 #include "Interpose.h"
 
-#include <netdb.h>
-
 using namespace rk::tests;
 
 namespace {
 
 ifaddrs* latest = nullptr;
+addrinfo* latestOfName = nullptr;
 
 } // namespace
 
@@ -16,6 +15,10 @@ namespace rk::tests {
 
 ifaddrs* latestInterfaces() {
     return latest;
+}
+
+addrinfo* latestAddresses() {
+    return latestOfName;
 }
 
 } // namespace rk::tests
@@ -37,7 +40,11 @@ int getaddrinfo(const char* __restrict name, const char* __restrict service, con
                 addrinfo** __restrict list) {
     static auto* const real = next<int(const char*, const char*, const addrinfo*, addrinfo**)>("getaddrinfo");
     Call call{Function::Getaddrinfo, __builtin_return_address(0), nullptr, name};
-    const auto go = [&] { return real(name, service, hints, list); };
+    const auto go = [&] {
+        const int result = real(name, service, hints, list);
+        latestOfName = *list;
+        return result;
+    };
     return static_cast<int>(perform(call, Real(go)));
 }
 

@@ -283,6 +283,18 @@ TEST_F(ListenAddressesIpv6, SkipsLinkLocalAddresses) {
     EXPECT_THAT(addresses(), ElementsAre(at("127.0.0.1")));
 }
 
+TEST_F(ListenAddressesIpv6, AreRefusedIfOnlyLinkLocal) {
+    sockaddr_in6 linkLocal{};
+    linkLocal.sin6_family = AF_INET6;
+    inet_pton(AF_INET6, "fe80::1", &linkLocal.sin6_addr);
+    standIn.after("getaddrinfo", [&] {
+        for (addrinfo* entry = latestAddresses(); entry != nullptr; entry = entry->ai_next) {
+            entry->ai_addr = reinterpret_cast<sockaddr*>(&linkLocal);
+        }
+    });
+    EXPECT_EQ(refused("localhost", "the host name has no address"), refusalOf("localhost"));
+}
+
 TEST_F(ListenAddressesIpv6, TakesAnAddressOnce) {
     standIn.after("getifaddrs", [] {
         changeIpv6Addresses([](sockaddr& address) {
