@@ -275,21 +275,16 @@ void Socket::rebuild() {
 /// lose a network, and each connect to an unbound name uses up a native socket. Best effort: the next call includes
 /// endpoints that fail in this one.
 void Socket::reconnect() {
-    const auto forEachRemote = [this](const auto& action) {
-        for (const auto& [target, receiveTimeout] : connections) {
-            try {
-                if (target.transport != Transport::Inproc) {
-                    action(target);
-                }
-            } catch (const std::exception&) {
-                // An endpoint whose key is no longer trusted must not keep the others disconnected.
+    for (const auto& [target, receiveTimeout] : connections) {
+        try {
+            if (target.transport != Transport::Inproc) {
+                zmq_disconnect(zmqSocket, target.toString(protocol).c_str());
+                detail::Attachment(protocol, target, header).connect(zmqSocket);
             }
+        } catch (const std::exception&) {
+            // An endpoint whose key is no longer trusted must not keep the others disconnected.
         }
-    };
-    forEachRemote(
-        [this](const SocketEndpoint& target) { zmq_disconnect(zmqSocket, target.toString(protocol).c_str()); });
-    forEachRemote(
-        [this](const SocketEndpoint& target) { detail::Attachment(protocol, target, header).connect(zmqSocket); });
+    }
 }
 
 /// Replaces the native socket after ZeroMQ has rejected a call that is out of turn: a request socket that sends before
