@@ -3,11 +3,25 @@
 #include "Measuring.h"
 #include "Server.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <string>
 
 namespace rk::benchmarks {
+
+/// How often a comparison repeats its measurements.
+struct Repetitions {
+    int episodes = 0;
+    int rounds = 0;
+    double milliseconds = 0;
+
+    void addTo(CLI::App& command) {
+        command.add_option("EPISODES", episodes, "in each, all connections are new")->required();
+        command.add_option("ROUNDS", rounds, "of each cell in an episode")->required();
+        command.add_option("MILLISECONDS", milliseconds, "the approximate time of a round of plain ZeroMQ")->required();
+    }
+};
 
 /// Both sides of a peer in a cell.
 struct Contestant {
@@ -20,12 +34,13 @@ struct Contestant {
 
     const Peer& peer;
     const std::string url;
-    // Left in the opposite order: the client's connection ends before the server is waited for.
+    // Destroyed in the opposite order: the client disconnects before the destructor waits for the server's end.
     Server server;
     std::unique_ptr<Client> client;
 };
 
-/// How many exchanges fill the time, within what every peer's queue holds. `exchange` is called with a number of them.
+/// Returns how many exchanges fill the time, and at most the number that every peer's queue holds.
+/// \param exchange performs the given number of exchanges
 template <class Exchange>
 int exchangesFor(double milliseconds, const Cell& cell, const Exchange& exchange) {
     constexpr int trial = 20;

@@ -13,10 +13,7 @@ namespace rk::benchmarks {
 
 namespace {
 
-struct Options {
-    int episodes = 0;
-    int rounds = 0;
-    double milliseconds = 0;
+struct Options : Repetitions {
     std::vector<std::string> cells;
 };
 
@@ -105,10 +102,7 @@ void serve(const std::string& name, const std::string& cell, const std::string& 
 void addComparison(CLI::App& program) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = program.add_subcommand("compare", "Let every peer do the same work");
-    command->add_option("EPISODES", options->episodes, "in each, all connections are new")->required();
-    command->add_option("ROUNDS", options->rounds, "of each cell in an episode")->required();
-    command->add_option("MILLISECONDS", options->milliseconds, "the approximate time of a round of plain ZeroMQ")
-        ->required();
+    options->addTo(*command);
     command->add_option("CELL", options->cells, "such as \"request-reply tcp raw 4096\"; all if there is none");
     command->callback([options] { compare(*options); });
 

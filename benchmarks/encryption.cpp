@@ -18,12 +18,6 @@ namespace rk::benchmarks {
 
 namespace {
 
-struct Options {
-    int episodes = 0;
-    int rounds = 0;
-    double milliseconds = 0;
-};
-
 std::vector<Cell> cellsInPlain() {
     std::vector<Cell> cells;
     for (const char* const pattern : {"request-reply", "publish-subscribe"}) {
@@ -74,7 +68,7 @@ void contest(const std::string& name, const std::string& text) {
     }
 }
 
-void compareIn(const Cell& cell, int episode, const Options& options) {
+void compareIn(const Cell& cell, int episode, const Repetitions& options) {
     // A peer that loses messages must not block the rest.
     ::alarm(300);
     std::vector<std::unique_ptr<RemoteContestant>> contestants;
@@ -105,7 +99,7 @@ void writeCurveKeys() {
     std::ofstream(trustedKeysFile) << keys.publicKey << " client\n" << keys.publicKey << " tcp://127.0.0.1:*\n";
 }
 
-void compare(const Options& options) {
+void compare(const Repetitions& options) {
     pinToCore(0);
     writeCurveKeys();
     for (int episode = 0; episode < options.episodes; ++episode) {
@@ -118,12 +112,10 @@ void compare(const Options& options) {
 } // namespace
 
 void addEncryption(CLI::App& program) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<Repetitions>();
     CLI::App* const command = program.add_subcommand(
         "encryption", "Measure what encryption costs, in a folder with a certificate for localhost and its key");
-    command->add_option("EPISODES", options->episodes, "in each, all connections are new")->required();
-    command->add_option("ROUNDS", options->rounds, "of each cell in an episode")->required();
-    command->add_option("MILLISECONDS", options->milliseconds, "that a round of plain 0MQ takes, about")->required();
+    options->addTo(*command);
     command->callback([options] { compare(*options); });
 
     const auto arguments = std::make_shared<std::vector<std::string>>();

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "Measuring.h"
+#include "Process.h"
 #include "messages.pb.h"
 
 #include <zmq.h>
@@ -10,7 +11,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,19 +26,11 @@ constexpr std::size_t blockSize = 64;
 constexpr const char* type = "rk.benchmarks.Reading";
 
 /// Starts a program and discards its output.
-pid_t start(std::vector<std::string> arguments) {
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments) {
-        pointers.push_back(argument.data());
-    }
-    pointers.push_back(nullptr);
+pid_t start(const std::vector<std::string>& arguments) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t child = 0;
-    require(::posix_spawn(&child, pointers[0], &actions, nullptr, pointers.data(), environ) == 0, "posix_spawn");
-    posix_spawn_file_actions_destroy(&actions);
-    return child;
+    return spawn(arguments.front(), arguments, actions);
 }
 
 double seconds(const timeval& time) {
