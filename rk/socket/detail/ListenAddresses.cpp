@@ -18,7 +18,7 @@ namespace {
 using Addresses = std::vector<std::string>;
 
 std::string withoutBrackets(const std::string& host) {
-    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    const bool bracketed = host[0] == '[' && host.back() == ']';
     return bracketed ? host.substr(1, host.size() - 2) : host;
 }
 
@@ -72,7 +72,6 @@ Addresses addressesOfInterface(const std::string& name, bool withIpv6) {
 Addresses addressesOfName(const std::string& name, bool withIpv6) {
     addrinfo hints{};
     hints.ai_family = withIpv6 ? AF_UNSPEC : AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
     addrinfo* first = nullptr;
     const int failure = getaddrinfo(name.c_str(), nullptr, &hints, &first);
     if (failure != 0) {

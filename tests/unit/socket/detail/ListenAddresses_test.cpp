@@ -161,6 +161,18 @@ TEST_F(ListenAddresses, DoNotAffectConnecting) {
     EXPECT_EQ(1U, standIn.journal().count("zmq_connect " + endpoint.toString(Protocol::Req)));
 }
 
+TEST_F(ListenAddresses, LooksUpOneFamily) {
+    int others = 0;
+    standIn.after("getaddrinfo", [&] {
+        for (const addrinfo* entry = latestAddresses(); entry != nullptr; entry = entry->ai_next) {
+            others += entry->ai_family == AF_INET ? 0 : 1;
+        }
+    });
+    listen("localhost");
+    EXPECT_EQ(1U, standIn.journal().count(at("127.0.0.1")));
+    EXPECT_EQ(0, others);
+}
+
 TEST_F(ListenAddresses, AreRefusedIfNotLocal) {
     EXPECT_EQ(refused("192.0.2.77", "the machine has no such address"), refusalOf("192.0.2.77"));
 }
