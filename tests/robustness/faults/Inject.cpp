@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <limits>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -32,6 +33,7 @@ int callsBegun() {
 /// How far the library's clock is ahead, in nanoseconds. Pauses advance it instead of waiting.
 std::atomic<std::int64_t> ahead{0};
 
+std::atomic<bool> nextThreadFails{false};
 std::atomic<unsigned int> receives{0};
 std::atomic<unsigned int> connects{0};
 std::atomic<long> longestWait{std::numeric_limits<long>::max()}; ///< for a poll, in milliseconds
@@ -126,6 +128,10 @@ unsigned int receivesBegun() {
     return receives;
 }
 
+void failNextThread() {
+    nextThreadFails = true;
+}
+
 void hurryPolls() {
     longestWait = 20;
 }
@@ -172,6 +178,9 @@ std::intptr_t performOnThread(const Call& call, const Real& real) {
             eventfd_write(pollsEnd(), 1);
         }
         return real();
+    }
+    if (site != Sites::elsewhere && call.function == Function::PthreadCreate && nextThreadFails.exchange(false)) {
+        return EAGAIN;
     }
     if (const std::optional<int> error = due(site, call.function)) {
         return *error;

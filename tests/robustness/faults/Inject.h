@@ -8,6 +8,9 @@ void prepareInjection();
 /// Returns how often the library has begun to receive.
 unsigned int receivesBegun();
 
+/// Makes the library's next attempt to start a thread fail.
+void failNextThread();
+
 /// Makes every poll of the library time out soon.
 void hurryPolls();
 

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <future>
 #include <stdexcept>
+#include <system_error>
 
 namespace rk::tests {
 
@@ -206,6 +207,29 @@ std::vector<Step> listenTo(const socket::SocketEndpoint& endpoint) {
             stop(service), destroyListener(service)};
 }
 
+/// Leaves a listener whose thread could not be started.
+Step failToStart(const Service& service) {
+    return call("start", service.party, [=] {
+        const Unwatched unwatched;
+        failNextThread();
+        try {
+            std::string error;
+            (*service.listener)->start(error);
+        } catch (const std::system_error&) {
+            return;
+        }
+        throw Wrong{"the listener has a thread"};
+    });
+}
+
+std::vector<Step> startAgain() {
+    Service service = serviceOn(freshEndpoint(Transport::Tcp));
+    service.party = party("the one who listens", Protocol::Sub);
+    return {construct(service),   addListenEndpoint(service, service.endpoint.toString(Protocol::Req)),
+            failToStart(service), start(service),
+            stop(service),        destroyListener(service)};
+}
+
 /// On scope exit, sets `event` and joins the thread that waits for it.
 class JoinAtEnd {
 public:
@@ -317,6 +341,7 @@ std::vector<Scenario> listenerScenarios() {
         {"listener without messages", [] { return listenTo(freshEndpoint(Transport::Ipc)); }, false},
         {"listener on a port that the system chooses",
          [] { return listenTo({Transport::Tcp, "a host that is not looked at", 0}); }, false},
+        {"listener that had no thread", startAgain, false},
         {"listener that is blocked", [] { return stopWhileBlocked(); }, false},
         {"listener of silence", [] { return endSilence(); }, false},
         {"listener of no service", wrongListener, true},
