@@ -215,8 +215,6 @@ private:
 
     std::size_t restart() {
         const Unwatched unwatched;
-        // ZeroMQ closes the sockets of each attempt in the background, and reports no event.
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
         if (isOneOf(step->operation, {"start", "startOnAll"})) {
             std::find_if(steps.begin(), steps.end(), [](const Step& each) { return each.endsThread; })->run();
             Faults::takeOperationOfOthers();
