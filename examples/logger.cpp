@@ -25,7 +25,7 @@ void logError(const std::string& text) {
 int main() {
     using namespace rk::socket;
     Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, SocketEndpoint::FromString("inproc://nobody"), 0);
+    client.createAndConnect(Protocol::Req, SocketEndpoint::FromString("inproc://unbound"), 0);
     client.send("first");
     client.send("second"); // out of turn: the library repairs the socket, with a warning
 }

@@ -23,7 +23,7 @@ void logError(const std::string& text) {
 
 int main() {
     Socket client("client", ClosePolicy::DropPending);
-    client.createAndConnect(Protocol::Req, SocketEndpoint::FromString("inproc://nobody"), 0);
+    client.createAndConnect(Protocol::Req, SocketEndpoint::FromString("inproc://unbound"), 0);
     char request = '?';
     client.send(&request, 1);
     client.send(&request, 1); // out of turn, so the library rebuilds the socket and logs a warning
