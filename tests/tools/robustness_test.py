@@ -220,10 +220,10 @@ class Commands(ToolTest):
         return replies, rep.end()
 
     def test_one_that_hangs_is_killed_and_the_next_request_served(self):
-        # The command that hangs is the sleep. The tool kills it.
+        # This command ends only when the tool kills it.
         self.assertEqual(([b"", b"a"], (1, b"hang\na\n", "rk-socket: the command was killed, and the request answered with an "
                                                          "empty reply: it took longer than 100 ms\n")),
-                         self.ask('read x; [ "$x" != hang ] || sleep 1000; printf "$x"', "--command-timeout", "100ms"))
+                         self.ask('read x; [ "$x" != hang ] || exec tail -f /dev/null; printf "$x"', "--command-timeout", "100ms"))
 
     def test_one_that_writes_without_end_is_killed(self):
         self.assertEqual(([b"", b"a"], (1, b"hang\na\n", "rk-socket: the command was killed, and the request answered with an "
@@ -231,9 +231,9 @@ class Commands(ToolTest):
                          self.ask('read x; [ "$x" != hang ] || yes; printf "$x"', "--command-output", "1000"))
 
     def test_processes_in_its_background_do_not_delay_the_reply(self):
-        # The background process is the sleep. The test kills it.
+        # The background process ends only when the test kills it.
         pid = self.path("pid")
-        command = "printf before; sleep 1000 2>/dev/null & echo $! > " + pid
+        command = "printf before; tail -f /dev/null 2>/dev/null & echo $! > " + pid
         replies, (status, output, _) = self.ask(command, requests=(b"a",))
         os.kill(int(self.read_file("pid")), signal.SIGKILL)
 

@@ -224,7 +224,8 @@ public:
             send(before);
             break;
         case 4:
-            std::this_thread::sleep_for(pause); // longer than its clients wait
+            // The delay is the fault: the reply comes after its client has timed out, which the server cannot notice.
+            std::this_thread::sleep_for(pause);
             send(request);
             break;
         case 5:

@@ -35,7 +35,8 @@ void work(Lane& lane, const std::atomic<bool>& stopped) {
     try {
         while (!stopped) {
             lane.step();
-            std::this_thread::sleep_for(lane.pause); // limits the rate
+            // The pause waits for nothing. It is the lane's rate, because a soak is hours of moderate load.
+            std::this_thread::sleep_for(lane.pause);
         }
     } catch (const std::exception& failure) {
         lane.breach(failure.what());

@@ -5,7 +5,7 @@
 
 using namespace rk::tests;
 
-/// `std::this_thread::sleep_for` calls this function. A call that fails has slept for half of the time.
+/// The pauses of the standard library call this function. A call that fails has slept for half of the time.
 extern "C" int nanosleep(const timespec* time, timespec* left) {
     static auto* const real = next<decltype(nanosleep)>("nanosleep");
     const long length = time->tv_sec * 1000000000L + time->tv_nsec;
