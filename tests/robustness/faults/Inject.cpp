@@ -24,7 +24,7 @@ int pollsEnd() {
     return descriptor;
 }
 
-/// Readable after the library has begun to receive or to connect.
+/// Readable after the library has begun to receive or to poll.
 int callsBegun() {
     static const int descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     return descriptor;
@@ -36,6 +36,7 @@ std::atomic<std::int64_t> ahead{0};
 std::atomic<bool> nextThreadFails{false};
 std::atomic<unsigned int> receives{0};
 std::atomic<unsigned int> connects{0};
+std::atomic<bool> polledSinceConnect{false};
 std::atomic<long> longestWait{std::numeric_limits<long>::max()}; ///< for a poll, in milliseconds
 
 /// Shortens the wait, because there may be nothing to receive after a rebuild.
@@ -140,6 +141,10 @@ unsigned int connectsBegun() {
     return connects;
 }
 
+bool hasPolledSinceConnect() {
+    return polledSinceConnect;
+}
+
 void awaitCall() {
     constexpr int limit = 50; // milliseconds
     pollfd call{callsBegun(), POLLIN, 0};
@@ -158,6 +163,9 @@ std::intptr_t perform(Call& call, const Real& real) {
     }
     if (call.function == Function::ZmqConnect) {
         ++connects;
+        polledSinceConnect = false;
+    } else if (call.function == Function::ZmqPoll) {
+        polledSinceConnect = true;
         eventfd_write(callsBegun(), 1);
     }
     const std::intptr_t result =

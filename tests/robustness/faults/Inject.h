@@ -17,7 +17,10 @@ void hurryPolls();
 /// Returns how often the library has connected.
 unsigned int connectsBegun();
 
-/// Waits until the library begins to receive or to connect, at most 50 ms.
+/// Returns whether the library has begun to poll since it last connected.
+bool hasPolledSinceConnect();
+
+/// Waits until the library begins to receive or to poll, at most 50 ms.
 void awaitCall();
 
 } // namespace rk::tests

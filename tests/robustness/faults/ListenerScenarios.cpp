@@ -297,14 +297,16 @@ std::vector<Step> stopWhileBlocked() {
             stopBlocked(service), destroyListener(service)};
 }
 
-/// Waits until the listener has reconnected. The wait has a limit, because a fault may prevent the reconnect.
+/// Waits until the listener has reconnected and polls again, so that every run has that poll. The wait has a limit,
+/// because a fault may prevent the reconnect.
 Step awaitReconnection() {
     return call("ask", nullptr, [] {
         using Clock = std::chrono::steady_clock;
         const unsigned int before = connectsBegun();
         const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
         const Clock::time_point excuse = Clock::now() + std::chrono::milliseconds(60);
-        while (connectsBegun() == before && Clock::now() < (isExcused() ? excuse : deadline)) {
+        const auto pollsAgain = [before] { return connectsBegun() != before && hasPolledSinceConnect(); };
+        while (!pollsAgain() && Clock::now() < (isExcused() ? excuse : deadline)) {
             awaitCall();
         }
     });
