@@ -23,7 +23,6 @@ namespace {
 using socket::utils::SocketListener;
 
 const std::string receiving = "zmq_recv";
-const std::string connected = "debug: Connected [Socket service]";
 const std::string wakeUp = "zmq_send 30 bytes, flags 1";
 
 using Frames = std::vector<std::string>;
@@ -170,7 +169,7 @@ TEST_P(ListenerStrayFrames, StopsAfterARepair) {
     listener.setHandler(ignore);
     NativeSocket client(Protocol::Req, endpoint);
     client.send("");
-    ASSERT_TRUE(standIn.journal().waitFor(connected, 2));
+    ASSERT_TRUE(standIn.journal().waitFor("debug: Connected [Socket service]", 2));
     sendThem();
 
     expectStop(listener);
@@ -220,7 +219,7 @@ TEST_F(ListenerStray, StopsWhenItsPathIsReplaced) {
     listener.serve(endpoint);
     NativeSocket client(Protocol::Req, endpoint);
     client.send("");
-    ASSERT_TRUE(standIn.journal().waitFor(connected, 2));
+    ASSERT_TRUE(standIn.journal().waitFor("debug: Connected [Socket service]", 2));
     send(oneFrame);
     ZmqContext otherProcess;
     const ZmqHandle heir = otherProcess.socket(ZMQ_REP);
