@@ -56,9 +56,10 @@ inline void sendText(Socket& socket, const std::string& text) {
 
 /// Receives a message of at most 256 bytes.
 inline std::string receiveText(Socket& socket) {
-    char buffer[256];
-    const int size = socket.receive(buffer, sizeof buffer);
-    return {buffer, static_cast<std::size_t>(size)};
+    std::string buffer(256, '\0');
+    const int size = socket.receive(buffer.data(), buffer.size());
+    buffer.resize(static_cast<std::size_t>(size)); // a truncated message keeps its full size
+    return buffer;
 }
 
 } // namespace rk::tests
