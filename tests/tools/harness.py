@@ -176,6 +176,27 @@ class ToolTest(unittest.TestCase):
         peer.connect(endpoint)
         return peer
 
+    def run_sub(self, messages, *options, endpoint=None):
+        """Returns the end of sub after the messages of one publisher. A message is a block, or a list of parts."""
+        endpoint = endpoint or self.fresh_endpoint()
+        publisher = self.publisher(endpoint)
+        sub = self.start("sub", endpoint, "--count", str(len(messages)), *options)
+        self.await_subscriber(publisher)
+        for message in messages:
+            publisher.send_multipart(message if isinstance(message, list) else [message])
+        return sub.end()
+
+    def run_rep(self, requests, *options):
+        """Returns the replies to the requests, and the end of rep."""
+        endpoint = self.fresh_endpoint()
+        rep = self.start("rep", endpoint, "--count", str(len(requests)), *options)
+        client = self.client(endpoint)
+        replies = []
+        for request in requests:
+            client.send(request)
+            replies.append(client.recv())
+        return replies, rep.end()
+
     def schema(self, name):
         return os.path.join(SCHEMAS, name)
 

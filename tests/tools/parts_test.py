@@ -16,12 +16,7 @@ SCHEMA = ["--proto", SCHEMAS + "/plant.proto", "--type", "Order"]
 class Receiving(ToolTest):
     def sub(self, messages, *options):
         self.endpoint = self.fresh_endpoint()
-        publisher = self.publisher(self.endpoint)
-        sub = self.start("sub", self.endpoint, "--count", str(len(messages)), *options)
-        self.await_subscriber(publisher)
-        for parts in messages:
-            publisher.send_multipart(parts)
-        return sub.end()
+        return self.run_sub(messages, *options, endpoint=self.endpoint)
 
     def test_counts_a_message_once_and_prints_each_part(self):
         self.assertEqual((0, b"weather\na\tb\n\\xFF\nnext\n", ""), self.sub([PARTS, [b"next"]]))

@@ -28,13 +28,7 @@ FULL_JSON = {"text": "a", "line": [{"number": 1, "price": {"value": 0.5}}, {"num
 
 class Receiving(ToolTest):
     def sub(self, *blocks):
-        endpoint = self.fresh_endpoint()
-        publisher = self.publisher(endpoint)
-        sub = self.start("sub", endpoint, "--count", str(len(blocks)), *OPTIONS)
-        self.await_subscriber(publisher)
-        for block in blocks:
-            publisher.send(block)
-        return sub.end()
+        return self.run_sub(blocks, *OPTIONS)
 
     def test_shows_groups_and_extensions(self):
         status, output, errors = self.sub(full_order().SerializeToString())

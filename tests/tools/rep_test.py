@@ -9,21 +9,10 @@ plant = generated("plant")
 
 
 class Replies(ToolTest):
-    def ask(self, requests, *options):
-        """Returns the replies to the requests, and the end of rep."""
-        endpoint = self.fresh_endpoint()
-        rep = self.start("rep", endpoint, "--count", str(len(requests)), *options)
-        client = self.client(endpoint)
-        replies = []
-        for request in requests:
-            client.send(request)
-            replies.append(client.recv())
-        return replies, rep.end()
-
     def test_echoes_and_prints_requests(self):
         requests = [b"one", b"", b"\x00\xff"]
 
-        self.assertEqual((requests, (0, b"one\n\n\\x00\\xFF\n", "")), self.ask(requests, "--echo"))
+        self.assertEqual((requests, (0, b"one\n\n\\x00\\xFF\n", "")), self.run_rep(requests, "--echo"))
 
     def test_a_count_of_0_has_no_end(self):
         endpoint = self.fresh_endpoint()
@@ -37,36 +26,36 @@ class Replies(ToolTest):
         self.assertEqual((0, b"one\ntwo\n", ""), rep.end())
 
     def test_answers_with_a_fixed_text(self):
-        self.assertEqual(([b"[yes, sir]"] * 2, (0, b"a\nb\n", "")), self.ask([b"a", b"b"], "--reply", "[yes, sir]"))
+        self.assertEqual(([b"[yes, sir]"] * 2, (0, b"a\nb\n", "")), self.run_rep([b"a", b"b"], "--reply", "[yes, sir]"))
 
     def test_answers_with_hexadecimal_digits(self):
         self.assertEqual(([b"\x00\xff"], (0, b"61\n", "")),
-                         self.ask([b"a"], "--reply", "00ff", "--hex", "--format", "hex"))
+                         self.run_rep([b"a"], "--reply", "00ff", "--hex", "--format", "hex"))
 
     def test_answers_with_a_file(self):
         block = bytes(range(256)) * 100
 
-        self.assertEqual([block], self.ask([b"a"], "--reply-file", self.write_file("reply", block))[0])
+        self.assertEqual([block], self.run_rep([b"a"], "--reply-file", self.write_file("reply", block))[0])
 
     def test_answers_with_the_output_of_a_command(self):
         self.assertEqual(([b"ONE", b"TWO"], (0, b"one\ntwo\n", "")),
-                         self.ask([b"one", b"two"], "--command", "tr a-z A-Z"))
+                         self.run_rep([b"one", b"two"], "--command", "tr a-z A-Z"))
 
     def test_a_command_may_be_given_and_may_write_more_than_a_pipe_holds(self):
         request = b"0123456789" * 100000
 
-        self.assertEqual([request], self.ask([request], "--command", "cat", "--format", "hex")[0])
+        self.assertEqual([request], self.run_rep([request], "--command", "cat", "--format", "hex")[0])
 
     def test_a_command_need_not_read_its_request(self):
-        self.assertEqual([b"done\n"], self.ask([b"0123456789" * 100000], "--command", "echo done")[0])
+        self.assertEqual([b"done\n"], self.run_rep([b"0123456789" * 100000], "--command", "echo done")[0])
 
     def test_a_command_that_fails_is_answered_with_what_it_wrote(self):
         self.assertEqual(([b"part"], (1, b"a\n", "rk-socket: the command ended with status 3\n")),
-                         self.ask([b"a"], "--command", "printf part; exit 3"))
+                         self.run_rep([b"a"], "--command", "printf part; exit 3"))
 
     def test_a_command_that_is_killed_counts_as_failed(self):
         self.assertEqual(([b""], (1, b"a\n", "rk-socket: the command ended with status 137\n")),
-                         self.ask([b"a"], "--command", "kill -9 $$"))
+                         self.run_rep([b"a"], "--command", "kill -9 $$"))
 
     def test_listens_where_it_is_told(self):
         port = free_port()
@@ -96,7 +85,7 @@ class Replies(ToolTest):
     def test_a_request_that_is_too_long_is_answered_with_nothing(self):
         self.assertEqual(([b"", b"abc"], (1, b"abc\n", "rk-socket: message 1, 4 bytes: left out, longer than "
                                                        "--max-size 3\n")),
-                         self.ask([b"abcd", b"abc"], "--echo", "--max-size", "3"))
+                         self.run_rep([b"abcd", b"abc"], "--echo", "--max-size", "3"))
 
     def test_answers_the_last_part_of_a_request_and_goes_on(self):
         endpoint = self.fresh_endpoint()
@@ -126,11 +115,8 @@ class Protobuf(ToolTest):
     OPTIONS = ["--proto", SCHEMAS + "/plant.proto", "--type", "Order", "--reply-type", "Receipt"]
 
     def ask(self, request, *options):
-        endpoint = self.fresh_endpoint()
-        rep = self.start("rep", endpoint, "--count", "1", *self.OPTIONS, *options)
-        client = self.client(endpoint)
-        client.send(request)
-        return plant.Receipt.FromString(client.recv()), rep.end()
+        replies, end = self.run_rep([request], *self.OPTIONS, *options)
+        return plant.Receipt.FromString(replies[0]), end
 
     def test_answers_with_fixed_json(self):
         self.assertEqual((plant.Receipt(name="b", taken=True), (0, b'{"name":"a"}\n', "")),

@@ -210,14 +210,7 @@ class Memory(ToolTest):
 
 class Commands(ToolTest):
     def ask(self, command, *options, requests=(b"hang", b"a")):
-        endpoint = self.fresh_endpoint()
-        rep = self.start("rep", endpoint, "--count", str(len(requests)), "--command", command, *options)
-        client = self.client(endpoint)
-        replies = []
-        for request in requests:
-            client.send(request)
-            replies.append(client.recv())
-        return replies, rep.end()
+        return self.run_rep(requests, "--command", command, *options)
 
     def test_one_that_hangs_is_killed_and_the_next_request_served(self):
         # This command ends only when the tool kills it.

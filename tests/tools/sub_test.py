@@ -15,46 +15,36 @@ def sample(number):
 
 
 class Printing(ToolTest):
-    def sub(self, blocks, *options):
-        """Returns the result of sub for the blocks of one publisher."""
-        endpoint = self.fresh_endpoint()
-        publisher = self.publisher(endpoint)
-        sub = self.start("sub", endpoint, "--count", str(len(blocks)), *options)
-        self.await_subscriber(publisher)
-        for block in blocks:
-            publisher.send(block)
-        return sub.end()
-
     def test_writes_each_block_as_a_line(self):
-        self.assertEqual((0, b"one\ntwo\n\n", ""), self.sub([b"one", b"two", b""]))
+        self.assertEqual((0, b"one\ntwo\n\n", ""), self.run_sub([b"one", b"two", b""]))
 
     def test_escapes_what_is_no_text(self):
         block = "grün\t\\ €\U0001f600\n\r\x1b[2J\x7f\u0085\u202e".encode() + b"\xff\xc0\x80\xed\xa0\x80"
 
         self.assertEqual("grün\t\\\\ €\U0001f600\\n\\r\\x1B[2J\\x7F\\xC2\\x85\\xE2\\x80\\xAE\\xFF\\xC0\\x80\\xED\\xA0\\x80\n".encode(),
-                         self.sub([block])[1])
+                         self.run_sub([block])[1])
 
     def test_writes_hexadecimal_digits(self):
-        self.assertEqual((0, b"00ff0a\n\n", ""), self.sub([b"\x00\xff\n", b""], "--format", "hex"))
+        self.assertEqual((0, b"00ff0a\n\n", ""), self.run_sub([b"\x00\xff\n", b""], "--format", "hex"))
 
     def test_writes_the_bytes_and_nothing_else(self):
-        self.assertEqual((0, b"\x00\xff\nend", ""), self.sub([b"\x00\xff\n", b"end"], "--format", "raw"))
+        self.assertEqual((0, b"\x00\xff\nend", ""), self.run_sub([b"\x00\xff\n", b"end"], "--format", "raw"))
 
     def test_leaves_out_what_is_too_long_and_says_so(self):
-        status, output, errors = self.sub([b"12345", b"123456", b"1"], "--max-size", "5")
+        status, output, errors = self.run_sub([b"12345", b"123456", b"1"], "--max-size", "5")
 
         self.assertEqual((1, b"12345\n1\n"), (status, output))
         self.assertEqual("rk-socket: message 2, 6 bytes: left out, longer than --max-size 5\n", errors)
 
     def test_counts_what_it_leaves_out_among_the_messages(self):
-        errors = self.sub([b"123456", b"\xff"], "--max-size", "5", "--proto", SCHEMAS + "/plant.proto", "--type", "Order")[2]
+        errors = self.run_sub([b"123456", b"\xff"], "--max-size", "5", "--proto", SCHEMAS + "/plant.proto", "--type", "Order")[2]
 
         self.assertRegex(errors, "^rk-socket: message 1, 6 bytes: .*\nrk-socket: message 2, 1 bytes: .*\n$")
 
     def test_passes_large_blocks(self):
         block = bytes(range(256)) * 4 * 1024 * 20
 
-        self.assertEqual(block, self.sub([block], "--format", "raw")[1])
+        self.assertEqual(block, self.run_sub([block], "--format", "raw")[1])
 
     def test_writes_to_a_pipe_before_the_next_message_comes(self):
         endpoint = self.fresh_endpoint()
@@ -94,19 +84,10 @@ class Printing(ToolTest):
 class Protobuf(ToolTest):
     OPTIONS = ["--proto", SCHEMAS + "/plant.proto", "--type", "plant.Sample"]
 
-    def sub(self, blocks, *options):
-        endpoint = self.fresh_endpoint()
-        publisher = self.publisher(endpoint)
-        sub = self.start("sub", endpoint, "--count", str(len(blocks)), *options)
-        self.await_subscriber(publisher)
-        for block in blocks:
-            publisher.send(block)
-        return sub.end()
-
     def test_writes_an_object_a_line(self):
         message = sample(7)
         message.time.FromJsonString("2020-01-02T03:04:05Z")
-        status, output, errors = self.sub([message.SerializeToString(), b""], *self.OPTIONS)
+        status, output, errors = self.run_sub([message.SerializeToString(), b""], *self.OPTIONS)
 
         self.assertEqual((0, ""), (status, errors))
         self.assertEqual([{"number": "7", "sensor": "boiler", "quantity": {"value": 21.5, "unit": "BAR"},
@@ -114,28 +95,28 @@ class Protobuf(ToolTest):
                          [json.loads(line) for line in output.splitlines()])
 
     def test_names_fields_as_the_schema_does(self):
-        status, output, _ = self.sub([plant.Receipt(name="a").SerializeToString()],
+        status, output, _ = self.run_sub([plant.Receipt(name="a").SerializeToString()],
                                      "--proto", self.schema("plant.proto"), "--type", "Receipt", "--all-fields")
 
         self.assertEqual((0, {"name": "a", "taken": False}), (status, json.loads(output)))
 
     def test_tells_what_could_be_decoded_and_goes_on(self):
         good = sample(1).SerializeToString()
-        status, output, errors = self.sub([good, sample(2).SerializeToString()[:-3], good], *self.OPTIONS)
+        status, output, errors = self.run_sub([good, sample(2).SerializeToString()[:-3], good], *self.OPTIONS)
 
         self.assertEqual((1, 2), (status, len(output.splitlines())))
         self.assertRegex(errors, r"^rk-socket: message 2, \d+ bytes: not a plant.Sample from byte \d+ on; decoded so far: "
                                  r'\{"number":"2","sensor":"boiler".*\}\n$')
 
     def test_tells_which_required_fields_are_missing(self):
-        status, output, errors = self.sub([b"\x12\x01x"], "--proto", self.schema("strict.proto"), "--type", "Strict")
+        status, output, errors = self.run_sub([b"\x12\x01x"], "--proto", self.schema("strict.proto"), "--type", "Strict")
 
         self.assertEqual((1, b"", 'rk-socket: message 1, 3 bytes: not a whole plant.Strict: missing id; '
                                   'decoded: {"text":"x"}\n'), (status, output, errors))
 
     def test_remarks_once_on_fields_that_the_schema_does_not_have(self):
         blocks = [sample(number).SerializeToString() for number in (1, 2)]
-        status, output, errors = self.sub(blocks, "--proto", self.schema("plant.proto"), "--type", "Order")
+        status, output, errors = self.run_sub(blocks, "--proto", self.schema("plant.proto"), "--type", "Order")
 
         self.assertEqual((0, 2), (status, len(output.splitlines())))
         self.assertRegex(errors, "^rk-socket: there are fields that plant.Order does not have, number [0-9, ]+: "
@@ -143,7 +124,7 @@ class Protobuf(ToolTest):
 
     def test_finds_imports_in_other_folders(self):
         self.write_file("main.proto", b'syntax = "proto3"; import "units.proto"; message M { plant.Quantity q = 1; }')
-        status, output, _ = self.sub([b"\x0a\x02\x10\x01"], "--proto", self.path("main.proto"), "--type", "M",
+        status, output, _ = self.run_sub([b"\x0a\x02\x10\x01"], "--proto", self.path("main.proto"), "--type", "M",
                                      "--proto-path", SCHEMAS, "--proto-path", self.folder)
 
         self.assertEqual((0, {"q": {"unit": "BAR"}}), (status, json.loads(output)))
