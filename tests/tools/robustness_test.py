@@ -213,10 +213,11 @@ class Commands(ToolTest):
         return self.run_rep(requests, "--command", command, *options)
 
     def test_one_that_hangs_is_killed_and_the_next_request_served(self):
-        # This command ends only when the tool kills it.
+        fifo = self.path("fifo")
+        os.mkfifo(fifo)  # it has no writer, so its reader waits until the tool kills it
         self.assertEqual(([b"", b"a"], (1, b"hang\na\n", "rk-socket: the command was killed, and the request answered with an "
                                                          "empty reply: it took longer than 100 ms\n")),
-                         self.ask('read x; [ "$x" != hang ] || exec tail -f /dev/null; printf "$x"', "--command-timeout", "100ms"))
+                         self.ask('read x; [ "$x" != hang ] || exec cat %s; printf "$x"' % fifo, "--command-timeout", "100ms"))
 
     def test_one_that_writes_without_end_is_killed(self):
         self.assertEqual(([b"", b"a"], (1, b"hang\na\n", "rk-socket: the command was killed, and the request answered with an "
@@ -224,11 +225,10 @@ class Commands(ToolTest):
                          self.ask('read x; [ "$x" != hang ] || yes; printf "$x"', "--command-output", "1000"))
 
     def test_processes_in_its_background_do_not_delay_the_reply(self):
-        # The background process ends only when the test kills it.
-        pid = self.path("pid")
-        command = "printf before; tail -f /dev/null 2>/dev/null & echo $! > " + pid
-        replies, (status, output, _) = self.ask(command, requests=(b"a",))
-        os.kill(int(self.read_file("pid")), signal.SIGKILL)
+        fifo = self.path("fifo")
+        os.mkfifo(fifo)  # its reader waits until the test opens it
+        replies, (status, output, _) = self.ask("printf before; cat %s 2>/dev/null &" % fifo, requests=(b"a",))
+        open(fifo, "wb").close()
 
         self.assertEqual(([b"before"], 0, b"a\n"), (replies, status, output))
 
