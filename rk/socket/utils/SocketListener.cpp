@@ -200,7 +200,6 @@ bool SocketListener::stop(std::string& error) {
         joined = false;
     }
     thread.reset();
-    threadSocket.reset();
     stopRequested = false;
     return joined;
 }
