@@ -90,6 +90,8 @@ std::string lineOf(const Call& call) {
         return lineOf(call.name(), " flags ", call.flags);
     case Function::ZmqPoll:
         return lineOf(call.name(), " ", call.size, " items, events ", call.items->events, ", ", call.number, " ms");
+    case Function::Getaddrinfo:
+        return lineOf(call.name(), " ", call.text, " ", call.number);
     case Function::Chmod:
         return lineOf(call.name(), " ", call.text, " ", std::oct, call.number);
     default:

@@ -137,7 +137,7 @@ struct Call {
     const void* caller;         ///< the return address
     void* object = nullptr;     ///< a socket or a context
     const char* text = nullptr; ///< an address or a path
-    long number = 0;            ///< a type, an option, a mode, a timeout, a pause
+    long number = 0;            ///< a type, an option, a mode, a timeout, a pause, a family
     const void* data = nullptr; ///< the buffer to send from, to receive into, or to set
     std::size_t size = 0;       ///< in bytes, or the number of items
     int flags = 0;

@@ -39,7 +39,8 @@ int getifaddrs(ifaddrs** list) noexcept {
 int getaddrinfo(const char* __restrict name, const char* __restrict service, const addrinfo* __restrict hints,
                 addrinfo** __restrict list) {
     static auto* const real = next<int(const char*, const char*, const addrinfo*, addrinfo**)>("getaddrinfo");
-    Call call{Function::Getaddrinfo, __builtin_return_address(0), nullptr, name};
+    Call call{Function::Getaddrinfo, __builtin_return_address(0), nullptr, name,
+              hints != nullptr ? hints->ai_family : AF_UNSPEC};
     const auto go = [&] {
         const int result = real(name, service, hints, list);
         latestOfName = *list;

@@ -161,16 +161,9 @@ TEST_F(ListenAddresses, DoNotAffectConnecting) {
     EXPECT_EQ(1U, standIn.journal().count("zmq_connect " + endpoint.toString(Protocol::Req)));
 }
 
-TEST_F(ListenAddresses, LooksUpOneFamily) {
-    int others = 0;
-    standIn.after("getaddrinfo", [&] {
-        for (const addrinfo* entry = latestAddresses(); entry != nullptr; entry = entry->ai_next) {
-            others += entry->ai_family == AF_INET ? 0 : 1;
-        }
-    });
+TEST_F(ListenAddresses, LookUpOneFamily) {
     listen("localhost");
-    EXPECT_EQ(1U, standIn.journal().count(at("127.0.0.1")));
-    EXPECT_EQ(0, others);
+    EXPECT_EQ(1U, standIn.journal().count("getaddrinfo localhost " + std::to_string(AF_INET)));
 }
 
 TEST_F(ListenAddresses, AreRefusedIfNotLocal) {
@@ -270,6 +263,7 @@ TEST_F(ListenAddressesIpv6, SharesAChosenPort) {
 
 TEST_F(ListenAddressesIpv6, ResolvesNames) {
     listen("localhost");
+    EXPECT_EQ(1U, standIn.journal().count("getaddrinfo localhost " + std::to_string(AF_UNSPEC)));
     EXPECT_TRUE(accepts("127.0.0.1", endpoint.port));
 }
 

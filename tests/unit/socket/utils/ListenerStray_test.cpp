@@ -9,12 +9,14 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <list>
 #include <sys/socket.h>
 #include <thread>
 #include <tuple>
 #include <unistd.h>
+#include <utility>
 
 namespace rk::tests {
 
@@ -46,10 +48,10 @@ const Stray emptyFrameBehind{"EmptyFrameBehind", {{"x", ""}}};
 const Stray severalMessages{"SeveralMessages", {{""}, {"x"}, {"one", "two"}, {""}}};
 
 /// A peer in a separate context. Its socket sends frames without adding a delimiter.
-class Stranger {
+class StrayPeer {
 public:
-    explicit Stranger(const SocketEndpoint& endpoint) : Stranger(endpoint.toString(Protocol::Req)) {}
-    explicit Stranger(const std::string& address) {
+    explicit StrayPeer(const SocketEndpoint& endpoint) : StrayPeer(endpoint.toString(Protocol::Req)) {}
+    explicit StrayPeer(const std::string& address) {
         const int none = 0;
         zmq_setsockopt(dealer.get(), ZMQ_LINGER, &none, sizeof none);
         EXPECT_EQ(0, zmq_connect(dealer.get(), address.c_str()));
@@ -86,15 +88,18 @@ protected:
     /// Returns once the stray frames have made the listener block in its receive.
     void send(const Stray& stray, const std::string& address) {
         const std::size_t before = standIn.journal().count(receiving);
-        strangers.emplace_back(address).send(stray);
+        peers.emplace_back(address).send(stray);
         ASSERT_TRUE(standIn.journal().waitFor(receiving, before + 1));
     }
     void send(const Stray& stray) { send(stray, endpoint.toString(Protocol::Req)); }
 
-    /// Stops without shortening the current poll.
-    void expectStop(SocketListener& stopped) {
+    /// Stops without shortening the current poll. Runs `action` when it begins to wait for the listener's end.
+    void expectStop(SocketListener& stopped, std::function<void()> action = nullptr) {
         std::string reason;
-        auto stop = std::async(std::launch::async, [&] { return stopped.SocketListener::stop(reason); });
+        auto stop = std::async(std::launch::async, [&] {
+            const BeforeJoin waiting(std::move(action));
+            return stopped.SocketListener::stop(reason);
+        });
         const bool inTime = stop.wait_for(patience) == std::future_status::ready;
         EXPECT_TRUE(inTime);
         if (!inTime) {
@@ -119,7 +124,7 @@ protected:
     }
 
     static constexpr std::chrono::seconds patience{10};
-    std::list<Stranger> strangers;
+    std::list<StrayPeer> peers;
 };
 
 class ListenerStrayFrames : public ListenerStray,
@@ -187,6 +192,21 @@ TEST_P(ListenerStrayFrames, DestroysInTime) {
     auto destruction = std::async(std::launch::async, [&] { bare.reset(); });
 
     EXPECT_EQ(std::future_status::ready, destruction.wait_for(patience));
+}
+
+TEST_F(ListenerStray, StopsWhenItBlocksLater) {
+    std::promise<void> polled;
+    std::promise<void> stopping;
+    listener.setMaker([&] {
+        polled.set_value();
+        stopping.get_future().wait();
+        return std::make_shared<Text>();
+    });
+    listener.serve(endpoint);
+    peers.emplace_back(endpoint.toString(Protocol::Req)).send(oneFrame);
+    polled.get_future().wait();
+
+    expectStop(listener, [&] { stopping.set_value(); });
 }
 
 TEST_F(ListenerStray, StopsOnInproc) {
@@ -417,7 +437,7 @@ TEST_P(ListenerStrayFlood, ServesAndStops) {
     std::atomic<bool> over{false};
     std::vector<std::thread> floods;
     for (int number = 0; number < 3; ++number) {
-        floods.emplace_back([&] { Stranger(endpoint).flood(over); });
+        floods.emplace_back([&] { StrayPeer(endpoint).flood(over); });
     }
     EXPECT_TRUE(standIn.journal().waitFor(receiving));
 
