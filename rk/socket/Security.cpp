@@ -49,15 +49,11 @@ Security::KeyPair::~KeyPair() {
 }
 
 Security::KeyPair Security::generateKeyPair() {
-    constexpr std::size_t textSize = 41; // with the terminating zero that ZeroMQ writes
-    KeyPair keys;
-    keys.publicKey.resize(textSize);
-    keys.secretKey.resize(textSize);
+    constexpr std::size_t size = 40; // ZeroMQ also writes the terminating zero
+    KeyPair keys{std::string(size, '\0'), std::string(size, '\0')};
     if (zmq_curve_keypair(keys.publicKey.data(), keys.secretKey.data()) != 0) {
         throw std::runtime_error(std::string("Security: Cannot generate keys: ") + zmq_strerror(zmq_errno()));
     }
-    keys.publicKey.pop_back();
-    keys.secretKey.pop_back();
     return keys;
 }
 

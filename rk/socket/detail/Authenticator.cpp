@@ -13,6 +13,7 @@
 #include <array>
 #include <cstdint>
 #include <exception>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -73,8 +74,8 @@ bool receive(void* socket, Request& request) {
     Frame surplus{};
     int more = 1;
     std::size_t size = sizeof more;
-    for (std::size_t field = 0; more != 0; ++field) {
-        Frame& frame = field < std::size(requestFrames) ? request.*requestFrames[field] : surplus;
+    for (const auto* field = std::begin(requestFrames); more != 0;) {
+        Frame& frame = field != std::end(requestFrames) ? request.**field++ : surplus;
         if (!receive(socket, frame) || !succeeds([&] { return zmq_getsockopt(socket, ZMQ_RCVMORE, &more, &size); })) {
             return false;
         }

@@ -185,7 +185,7 @@ TEST(SecurityDeathTest, IsRefusedAfterPlainTcp) {
         return socket.isOpen();
     };
     EXPECT_EXIT(std::exit(enable() ? 0 : 1), testing::ExitedWithCode(0),
-                "Security: Cannot be enabled after a TCP endpoint was connected in plain");
+                "Security: Cannot be enabled after a TCP endpoint was connected in plain\n");
 }
 
 TEST(SecurityDeathTest, IsEnabledAfterIpcAndInproc) {
