@@ -88,11 +88,12 @@ TEST_F(Options, ShowDefaultsInTheHelp) {
 }
 
 TEST_F(Options, RefuseEmptyValues) {
-    for (const std::string name : {"--rate", "--fifo", "--close-policy", "--format", "--proto", "--type",
-                                   "--proto-path", "--reply-type", "--descriptor-set", "--proto-part", "--separator",
-                                   "--template", "--count", "--timeout", "--delay", "--max-size"}) {
+    for (const std::string name :
+         {"--rate", "--fifo", "--close-policy", "--proto", "--type", "--proto-path", "--reply-type", "--descriptor-set",
+          "--proto-part", "--separator", "--template", "--count", "--timeout", "--delay", "--max-size"}) {
         EXPECT_THROW(parse({"ipc://a", name, "", "--proto", "f", "--type", "T"}), CLI::ValidationError) << name;
     }
+    EXPECT_THROW(parse({"ipc://a", "--format", ""}), CLI::ValidationError); // excludes --proto
     EXPECT_THROW(parse({""}), CLI::ValidationError);
 }
 
