@@ -9,7 +9,7 @@
 namespace rk::tools {
 
 class Frames;
-class Keys;
+struct Keys;
 
 /// Tells ZeroMQ, on a second thread, which clients may connect: those with trusted keys.
 class Gatekeeper {

@@ -6,7 +6,7 @@
 
 namespace rk::tools {
 
-class Keys;
+struct Keys;
 class Line;
 
 constexpr std::size_t greetingSize = 64; // of ZMTP, in bytes

@@ -10,7 +10,7 @@
 
 namespace rk::tools {
 
-class Keys;
+struct Keys;
 
 /// The socket at an endpoint.
 struct Findings {
