@@ -86,7 +86,7 @@ private:
     }
 
     static void writeLast(int failure) {
-        if (failure != 0) {
+        if (failure != 0 && !isStandardErrorFull()) {
             rk::utils::logWarning(std::string("Security: Cannot authenticate clients any more: ") +
                                   zmq_strerror(failure));
         }

@@ -24,8 +24,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <filesystem>
 #include <future>
 #include <iostream>
+#include <iterator>
 #include <list>
 #include <optional>
 #include <poll.h>
@@ -195,6 +197,28 @@ bool admitsNobodyAfterAFailureOf(const std::string& function) {
     return standIn.journal().waitFor("warning: Security: Cannot authenticate clients any more: Socket operation on "
                                      "non-socket") &&
            admitsNobody(process, server, endpoint);
+}
+
+std::ptrdiff_t threads() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator());
+}
+
+bool dropsTheLastLineForAFullStandardError() {
+    StandIn standIn;
+    const SecuredProcess process;
+    Socket server("server", ClosePolicy::DropPending);
+    server.create(Protocol::Rep);
+    NativeSocket asker(Protocol::Req);
+    const std::ptrdiff_t before = threads();
+    server.connect(freshEndpoint(Transport::Tcp), patienceMs);
+    fullPolls = 1;
+    standIn.fail("zmq_send", ENOTSOCK);
+    asker.connect(authenticator);
+    asker.send("request");
+    while (threads() > before) {
+        std::this_thread::yield();
+    }
+    return standIn.journal().count("warning: ") == 0 && fullPolls == 0;
 }
 
 class AuthenticatorDeathTest : public testing::Test {
@@ -393,6 +417,10 @@ TEST_F(AuthenticatorDeathTest, AdmitsNoneIfMissing) {
 TEST_F(AuthenticatorDeathTest, AdmitsNoneOnceDead) {
     EXPECT_EXIT(std::exit(admitsNobodyAfterAFailureOf("zmq_send") ? 0 : 1), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(std::exit(admitsNobodyAfterAFailureOf(rcvMore) ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AuthenticatorDeathTest, DropsLastLineIfBlocked) {
+    EXPECT_EXIT(std::exit(dropsTheLastLineForAFullStandardError() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 } // namespace rk::tests
