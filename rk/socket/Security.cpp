@@ -16,7 +16,8 @@ namespace {
 using detail::Credentials;
 
 struct ProcessSecurity {
-    std::mutex mutex;
+    std::mutex enabling; ///< locked during `enable`
+    std::mutex mutex;    ///< guards the other members, and is never locked for long
     std::shared_ptr<const Credentials> credentials;
     bool hasPlainTcp = false;
 };
@@ -66,9 +67,11 @@ Security::KeyPair Security::readKeyFile(const std::string& path) {
 }
 
 void Security::enable(const std::string& keyFile, const std::string& trustedKeysFile) {
+    ProcessSecurity& process = processSecurity();
+    // Otherwise a concurrent call that has read older files could finish last and undo a revocation.
+    const std::lock_guard<std::mutex> order(process.enabling);
     const auto next = std::make_shared<Credentials>(
         Credentials{readKeyFile(keyFile), detail::TrustedKeys(trustedKeysFile), generateKeyPair()});
-    ProcessSecurity& process = processSecurity();
     const std::lock_guard<std::mutex> lock(process.mutex);
     if (process.hasPlainTcp) {
         throw std::logic_error("Security: Cannot be enabled after a TCP endpoint was connected in plain");

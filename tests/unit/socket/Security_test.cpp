@@ -13,9 +13,11 @@
 #include <zmq.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <iostream>
 #include <limits>
 #include <memory>
@@ -251,6 +253,22 @@ TEST_P(SecurityLoss, ClosesTheSocket) {
                   textThrownBy([&] { socket.connect(freshEndpoint(Transport::Tcp), 0); }));
         EXPECT_FALSE(socket.isOpen());
     }
+}
+
+TEST_F(SecurityOptions, AreThoseOfTheLatestFiles) {
+    std::future<void> latest;
+    standIn.after("zmq_curve_keypair", [&] { // when the first call has read the files
+        standIn.after("zmq_curve_keypair", nullptr);
+        latest = std::async(std::launch::async, [&] { process.trust(""); });
+        // Without its lock the second call would finish here. With the lock there is no event to wait for.
+        latest.wait_for(std::chrono::milliseconds(200));
+    });
+    process.trust(process.itself());
+    latest.get();
+    const SocketEndpoint server = freshEndpoint(Transport::Tcp);
+    Socket client("client", ClosePolicy::DropPending);
+    EXPECT_EQ("Socket: No trusted key for " + server.toString(Protocol::Req) + " on [Socket client]",
+              textThrownBy([&] { client.createAndConnect(Protocol::Req, server, 0); }));
 }
 
 TEST_F(SecurityOptions, StayWhenEnableFails) {
