@@ -67,7 +67,8 @@ void TrustedKeys::add(std::string_view line, const Lines& lines) {
     if (!isPrintable(name)) {
         lines.refuse("a name that is not printable");
     }
-    if (name.find("://") == std::string::npos) {
+    // A misspelled endpoint must not admit a server's key as a client.
+    if (name.find("://") == std::string::npos && name.compare(0, 4, "tcp:") != 0) {
         clients.insert(key);
     } else {
         addServer(key, name, lines);
