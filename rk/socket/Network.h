@@ -36,9 +36,10 @@ RK_SOCKET_EXPORT void setPeerTimeout(unsigned int seconds);
 
 /// Sets how long a subscribe listener may receive nothing before it reconnects its TCP and IPC endpoints.
 ///
-/// The listener logs one warning, and retries until it receives a message, with pauses that double up to 30 seconds.
-/// Messages that are published while it reconnects are lost. Choose a time longer than the pauses of the publisher and
-/// than the transfer of its largest message. Restarted listeners follow a later change.
+/// The listener logs one warning, and retries until it receives a message, with pauses that double up to 30 seconds, or
+/// up to `seconds` if that is longer. Messages that are published while it reconnects are lost. Choose a time longer
+/// than the pauses of the publisher and than the transfer of its largest message. Restarted listeners follow a later
+/// change.
 /// \param seconds 0, the default, means no limit
 RK_SOCKET_EXPORT void setSilenceLimit(unsigned int seconds);
 
