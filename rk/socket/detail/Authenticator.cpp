@@ -137,7 +137,6 @@ void serve(void* socket, RefusalLog& log) {
 void run(NativeSocket socket, const std::unique_ptr<RefusalLog>& log) {
     serve(socket.get(), *log);
     const int error = zmq_errno();
-    socket.reset(); // before the log's destructor waits, because the context's termination waits for the socket
     if (error != ETERM) {
         log->addEnd(error);
     }

@@ -8,6 +8,7 @@
 #include <deque>
 #include <exception>
 #include <future>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <poll.h>
@@ -29,8 +30,8 @@ constexpr std::size_t mostAddresses = 64;
 /// Returns whether a write to standard error would block. A thread that blocks there holds a lock of the C library that
 /// process exit needs.
 bool isStandardErrorFull() {
-    pollfd item{STDERR_FILENO, POLLOUT, 0};
-    return poll(&item, 1, 0) == 0;
+    pollfd items[]{{STDERR_FILENO, POLLOUT, 0}};
+    return poll(items, std::size(items), 0) == 0;
 }
 
 } // namespace

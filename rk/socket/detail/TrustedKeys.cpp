@@ -16,7 +16,8 @@ constexpr std::string_view anyPort = "*";
 
 /// Removes the next word from `line` and returns it.
 std::string takeWord(std::string_view& line) {
-    constexpr char blanks[] = {' ', '\t', '\0'};
+    static constexpr char characters[] = {' ', '\t'};
+    constexpr std::string_view blanks(characters, sizeof characters);
     line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
     const std::string_view word = line.substr(0, line.find_first_of(blanks));
     line.remove_prefix(word.size());
@@ -24,7 +25,7 @@ std::string takeWord(std::string_view& line) {
 }
 
 bool isPrintable(const std::string& text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= '~'; });
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= '!' && c <= '~'; });
 }
 
 std::string place(const std::string& host, std::string_view port) {
@@ -34,8 +35,9 @@ std::string place(const std::string& host, std::string_view port) {
 /// Returns the port without leading zeros, or "*". Returns an empty string if it is neither.
 std::string normalizedPort(std::string_view port) {
     unsigned short number = 0;
-    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
-    if (error == std::errc() && end == port.data() + port.size() && number != 0) {
+    const char* const last = port.data() + port.size();
+    const auto [end, error] = std::from_chars(port.data(), last, number);
+    if (error == std::errc() && end == last && number != 0) {
         return std::to_string(number);
     }
     return port == anyPort ? std::string(port) : std::string();

@@ -1,6 +1,7 @@
 #include "support/Endpoints.h"
 #include "support/Errors.h"
 #include "support/KeyFiles.h"
+#include "support/MutexFault.h"
 #include "support/SecuredProcess.h"
 #include "support/StandIn.h"
 
@@ -25,6 +26,7 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -277,6 +279,14 @@ TEST_F(SecurityOptions, StayWhenEnableFails) {
               textThrownBy([&] { Security::enable(path, process.files.pathOf("trusted")); }));
     EXPECT_EQ("Security: " + path + ":1: not a key",
               textThrownBy([&] { Security::enable(process.files.pathOf("keys"), path); }));
+    EXPECT_EQ(setting(ZMQ_CURVE_PUBLICKEY, process.own.publicKey, 40), optionsOf(Protocol::Req, Transport::Tcp)[1]);
+}
+
+TEST_F(SecurityOptions, StayWhenALockFails) {
+    for (const int nth : {1, 2}) {
+        const MutexFault fault(EINVAL, nth);
+        EXPECT_EQ("Invalid argument", textThrownBy<std::system_error>([&] { process.enable(Security::generateKeyPair(), ""); }));
+    }
     EXPECT_EQ(setting(ZMQ_CURVE_PUBLICKEY, process.own.publicKey, 40), optionsOf(Protocol::Req, Transport::Tcp)[1]);
 }
 

@@ -17,14 +17,17 @@
 #include <gtest/gtest.h>
 #include <zmq.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <iostream>
 #include <iterator>
@@ -115,6 +118,25 @@ protected:
     const std::string key = bytesOf(untrusted.publicKey);
 };
 
+/// Refuses clients in a new process.
+class FirstRefusals : public Authenticator {
+public:
+    bool areLoggedAlone() {
+        for (const std::string address : {"first", "second"}) {
+            statusOf(key, address);
+            EXPECT_TRUE(standIn.journal().waitFor(lineOf(untrusted, address)));
+        }
+        return standIn.journal().linesWith(refused).size() == 2;
+    }
+
+private:
+    void TestBody() override {}
+};
+
+bool firstRefusalsAreLoggedAlone() {
+    return FirstRefusals().areLoggedAlone();
+}
+
 /// Starts after the lines of earlier tests have been written. The clock is stopped.
 class AuthenticatorLog : public Authenticator {
 protected:
@@ -134,7 +156,7 @@ protected:
     /// Waits until `count` refusals are logged or counted, which reads the clock once. Lets a minute pass then.
     void passAMinuteAfter(unsigned int count) {
         clock->awaitReadings(count);
-        clock->advance(std::chrono::seconds(61));
+        clock->advance(std::chrono::seconds(60));
     }
 
     std::optional<SteadyClock> clock;
@@ -219,6 +241,69 @@ bool dropsTheLastLineForAFullStandardError() {
         std::this_thread::yield();
     }
     return standIn.journal().count("warning: ") == 0 && fullPolls == 0;
+}
+
+bool startsOnceForTwoServers() {
+    StandIn standIn;
+    const SecuredProcess process;
+    Socket first("first", ClosePolicy::DropPending);
+    Socket second("second", ClosePolicy::DropPending);
+    first.create(Protocol::Rep);
+    second.create(Protocol::Rep);
+    std::future<void> other;
+    standIn.after("zmq_socket", [&] { // of the authenticator
+        standIn.after("zmq_socket", nullptr);
+        other = std::async(std::launch::async, [&] { second.connect(freshEndpoint(Transport::Tcp), patienceMs); });
+        // Without its lock the second start would finish here. With the lock there is no event to wait for.
+        other.wait_for(std::chrono::milliseconds(200));
+    });
+    first.connect(freshEndpoint(Transport::Tcp), patienceMs);
+    other.get();
+    return first.isOpen() && second.isOpen();
+}
+
+std::uint64_t blockedSignalsOf(const std::filesystem::path& thread) {
+    const std::string title = "SigBlk:";
+    std::ifstream file(thread / "status");
+    std::string line;
+    while (line.rfind(title, 0) != 0 && std::getline(file, line)) {
+    }
+    return std::stoull(line.substr(title.size()), nullptr, 16);
+}
+
+/// Returns the number of threads that block signals but no faults. ZeroMQ's threads block both.
+std::ptrdiff_t threadsForFaultsOnly() {
+    const auto bit = [](int signal) { return std::uint64_t{1} << (signal - 1); };
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::count_if(begin(tasks), end(tasks), [&](const std::filesystem::directory_entry& task) {
+        const std::uint64_t both = bit(SIGTERM) | bit(SIGSEGV);
+        return (blockedSignalsOf(task.path()) & both) == bit(SIGTERM);
+    });
+}
+
+/// Returns whether the two threads begin with their own mask and not with the caller's.
+bool leavesSignalsToTheApplication() {
+    sigset_t faults;
+    sigemptyset(&faults);
+    sigaddset(&faults, SIGSEGV);
+    pthread_sigmask(SIG_SETMASK, &faults, nullptr);
+    const SecuredProcess process;
+    Socket server("server", ClosePolicy::DropPending);
+    server.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Tcp), patienceMs);
+    // A new thread blocks everything until it has its mask.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (threadsForFaultsOnly() < 2 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield();
+    }
+    return threadsForFaultsOnly() == 2;
+}
+
+void failToStartThread() {
+    const SecuredProcess process;
+    Socket server("server", ClosePolicy::DropPending);
+    server.create(Protocol::Rep);
+    const ThreadFault fault(EAGAIN);
+    EXPECT_THROW(server.connect(freshEndpoint(Transport::Tcp), 0), std::system_error);
 }
 
 class AuthenticatorDeathTest : public testing::Test {
@@ -344,7 +429,7 @@ TEST_F(AuthenticatorLog, CountsForASlowLogger) {
 
 TEST_F(AuthenticatorLog, CountsForAFullStandardError) {
     refuseWhileFull(1, "unseen");
-    clock->advance(std::chrono::seconds(61));
+    clock->advance(std::chrono::seconds(60));
     refuseWhileFull(2, "without a total"); // asks twice
     refuse(untrusted, "seen");
     EXPECT_THAT(waitForLines(2), ElementsAre(lineOf(untrusted, "seen"), refused + "2 more connections"));
@@ -408,6 +493,22 @@ TEST_F(AuthenticatorDeathTest, StartsOnceThreadIsFree) {
         });
     };
     EXPECT_EXIT((start(), std::exit(0)), testing::ExitedWithCode(0), "Resource temporarily unavailable, then question");
+}
+
+TEST_F(AuthenticatorDeathTest, StartsOnceForTwo) {
+    EXPECT_EXIT(std::exit(startsOnceForTwoServers() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AuthenticatorDeathTest, BlocksSignals) {
+    EXPECT_EXIT(std::exit(leavesSignalsToTheApplication() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AuthenticatorDeathTest, ExitsWithoutItsThread) {
+    EXPECT_EXIT((failToStartThread(), std::exit(0)), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AuthenticatorDeathTest, LogsNoTotalAtFirst) {
+    EXPECT_EXIT(std::exit(firstRefusalsAreLoggedAlone() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(AuthenticatorDeathTest, AdmitsNoneIfMissing) {

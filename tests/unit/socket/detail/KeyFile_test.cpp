@@ -138,6 +138,23 @@ TEST_P(KeyFileFailure, LeavesNothingBehind) {
     EXPECT_EQ(0U, filesInFolder());
 }
 
+TEST_F(KeyFile, RemovesNoFileOfOthers) {
+    StandIn standIn;
+    standIn.fail("mkostemp", EMFILE);
+    files.write("keys.XXXXXX", "other");
+    writeRefusal(path);
+    EXPECT_EQ("other", contentOf(files.pathOf("keys.XXXXXX")));
+}
+
+TEST_F(KeyFile, IsWrittenWithoutStandardInput) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO); // so that the file has this descriptor
+    Security::writeKeyFile(keys, path);
+    dup2(input, STDIN_FILENO);
+    close(input);
+    EXPECT_EQ(1U, filesInFolder());
+}
+
 TEST_F(KeyFile, IsNotWrittenForKeysThatDoNotMatch) {
     const auto refusal = [&](const KeyPair& pair) {
         return textThrownBy<std::invalid_argument>([&] { Security::writeKeyFile(pair, path); });

@@ -54,11 +54,12 @@ TEST_F(TrustedKeys, HaveNames) {
     accept(key + " alice\n" + otherKey + "\t  bob\n");
     accept("  " + key + " alice");
     accept(key + " alice\r\n" + otherKey + " bob\r\n");
-    accept(key + " alice\n" + key + " alice@home\n");
+    accept(key + " alice\n" + key + " alice@home\n" + otherKey + " !~\n");
 }
 
 TEST_F(TrustedKeys, HaveEndpoints) {
     accept(key + " tcp://server:5555\n" + key + " tcp://server:*\n");
+    accept(key + " tcp://~home:1\n");
     accept(key + " tcp://[::1]:1\n" + otherKey + " tcp://10.0.0.1;server:65535\n");
 }
 
