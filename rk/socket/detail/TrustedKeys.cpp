@@ -35,9 +35,8 @@ std::string place(const std::string& host, std::string_view port) {
 /// Returns the port without leading zeros, or "*". Returns an empty string if it is neither.
 std::string normalizedPort(std::string_view port) {
     unsigned short number = 0;
-    const char* const last = port.data() + port.size();
-    const auto [end, error] = std::from_chars(port.data(), last, number);
-    if (error == std::errc() && end == last && number != 0) {
+    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
+    if (error == std::errc() && end == port.data() + port.size() && number != 0) {
         return std::to_string(number);
     }
     return port == anyPort ? std::string(port) : std::string();
