@@ -285,7 +285,8 @@ TEST_F(SecurityOptions, StayWhenEnableFails) {
 TEST_F(SecurityOptions, StayWhenALockFails) {
     for (const int nth : {1, 2}) {
         const MutexFault fault(EINVAL, nth);
-        EXPECT_EQ("Invalid argument", textThrownBy<std::system_error>([&] { process.enable(Security::generateKeyPair(), ""); }));
+        EXPECT_EQ("Invalid argument",
+                  textThrownBy<std::system_error>([&] { process.enable(Security::generateKeyPair(), ""); }));
     }
     EXPECT_EQ(setting(ZMQ_CURVE_PUBLICKEY, process.own.publicKey, 40), optionsOf(Protocol::Req, Transport::Tcp)[1]);
 }
