@@ -40,6 +40,7 @@ token = re.compile(
 # Lines without behaviour: declarations, and the labels of a switch, which must be distinct.
 inert = re.compile(r"\s*(#|using |namespace |template|case |enum |///|//)|.* = (delete|default);")
 declaration = re.compile(r"\s*(const |auto |static |constexpr |return\b|throw\b|using |[\w:<>,*& ]+ \w+(\{.*\})?( = .*)?;$)")
+function = re.compile(r"\s*[\w:<>&* ]+ \w+\([^()]*\)( const)?( noexcept)?;|\s*(explicit |~)\w+\([^()]*\);")
 guard = re.compile(r"\s*const (std::lock_guard<std::mutex>|ErrnoKeeper|SignalBlock) \w+(\(.*\))?;$")
 leaving = re.compile(r"\s*(return|throw|continue)\b.*;$")
 handler = re.compile(r"catch \((\.\.\.|const std::(?:exception|system_error)&( \w+)?)\)")
@@ -205,11 +206,12 @@ class Source:
             ends_function = last + 1 < len(self.lines) and self.lines[last + 1] == "}"
             if is_call or guard.match(whole) or leaving.match(whole) and not ends_function:
                 yield self.mutant(first, last, [indent + ";"])
-            # Assignments of values that are not read in between may be in any order.
-            if previous and is_call and "(" in whole and previous[1] + 1 == first and previous[2] == indent:
+            # Assignments of values that are not read in between may be in any order, and so may declarations.
+            ordered = is_call and "(" in whole and not (self.file.endswith(".h") and function.fullmatch(whole))
+            if previous and ordered and previous[1] + 1 == first and previous[2] == indent:
                 swapped = self.lines[first:last + 1] + self.lines[previous[0]:previous[1] + 1]
                 yield self.mutant(previous[0], last, swapped)
-            previous = (first, last, indent) if is_call and "(" in whole else None
+            previous = (first, last, indent) if ordered else None
 
     def of_handlers(self):
         for number, line in enumerate(self.lines):

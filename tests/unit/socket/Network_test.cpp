@@ -415,12 +415,15 @@ TEST_F(NetworkSettings, KeepAFullSubscriber) {
 
 TEST_F(NetworkSettings, LogARefusedQueueSize) {
     Network::setQueueSize(10);
+    standIn.fail("zmq_setsockopt " + std::to_string(ZMQ_SNDHWM), EINVAL);
     standIn.fail("zmq_setsockopt " + std::to_string(ZMQ_RCVHWM), EINVAL);
     Socket socket("part", ClosePolicy::DropPending);
     socket.create(Protocol::Pub);
 
-    EXPECT_EQ("error: [Socket part]: Failed setting reception buffer size: Invalid argument on [Socket part]",
-              standIn.journal().lines().back());
+    EXPECT_THAT(
+        standIn.journal().linesWith("error: "),
+        ElementsAre("error: [Socket part]: Failed setting emission buffer size: Invalid argument on [Socket part]",
+                    "error: [Socket part]: Failed setting reception buffer size: Invalid argument on [Socket part]"));
 }
 
 TEST_F(NetworkSettings, KeepTheLimitOfSockets) {

@@ -176,8 +176,11 @@ TEST_P(ListenerStrayFrames, StopsAfterARepair) {
     client.send("");
     ASSERT_TRUE(standIn.journal().waitFor("debug: Connected [Socket service]", 2));
     sendThem();
+    const std::size_t before = standIn.journal().linesWith("zmq_connect").size();
 
     expectStop(listener);
+
+    EXPECT_EQ(before + 1, standIn.journal().linesWith("zmq_connect").size());
 
     EXPECT_EQ(1U, standIn.journal().count("warning: "));
 }
