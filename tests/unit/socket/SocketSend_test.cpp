@@ -69,6 +69,16 @@ TEST_F(SocketSend, KeepsAReplierServing) {
     EXPECT_EQ("answer", receiveText(client));
 }
 
+TEST_F(SocketSend, RetriesAnEmptyBlock) {
+    Peer client("client", Protocol::Req, freshEndpoint(Transport::Ipc));
+    sendText(client, "question");
+    standIn.journal().clear();
+
+    sendText(client, "");
+
+    EXPECT_EQ(2U, standIn.journal().count("zmq_send 0 bytes, flags 0"));
+}
+
 TEST_F(SocketSend, PassesTheSerializedBytes) {
     Command command;
     command.set_id(7);
