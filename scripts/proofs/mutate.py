@@ -230,7 +230,7 @@ def notice(tests, folder):
             verdict = verdict_of(executable, chosen, folder)
             if verdict:
                 return verdict
-    # In a process of its own, a test finds settings that an earlier one would have changed.
+    # An earlier test in the same process may have changed the settings that this one needs.
     alone = (verdict_of(test["executable"], {test["name"]: test["seconds"]}, folder) for test in short[:most_specific])
     return next(filter(None, alone), None)
 
