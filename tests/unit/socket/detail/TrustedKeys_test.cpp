@@ -74,7 +74,7 @@ TEST_F(TrustedKeys, MayBeReadableByAll) {
 
 TEST_F(TrustedKeys, AreRefusedWithTheLine) {
     EXPECT_EQ(":3: not a key", refusalOf("# comment\n\nkey alice\n"));
-    EXPECT_EQ(":2: not a key", refusalOf(key + " alice\n" + otherKey.substr(1) + " bob\n"));
+    EXPECT_EQ(":2: not a key", refusalOf(key + " alice\n" + otherKey.substr(0, 39) + " bob\n"));
     EXPECT_EQ(":1: not a key", refusalOf(key + "x alice\n"));
 }
 
