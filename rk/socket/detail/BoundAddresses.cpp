@@ -5,7 +5,7 @@
 #include <zmq.h>
 
 #include <fcntl.h>
-#include <unistd.h>
+#include <string>
 
 namespace rk::socket::detail {
 
@@ -16,8 +16,14 @@ bool isChosenBySystem(const SocketEndpoint& endpoint) {
            (endpoint.transport == Transport::Ipc && endpoint.address == "*");
 }
 
-bool isFile(const SocketEndpoint& endpoint) {
-    return endpoint.transport == Transport::Ipc && endpoint.address[0] != '@';
+/// Returns a descriptor that refers to the file of an IPC address without opening it. Returns -1 if there is none.
+int referenceTo(const SocketEndpoint& endpoint) {
+#ifdef O_PATH
+    if (endpoint.transport == Transport::Ipc) {
+        return open(endpoint.address.c_str(), O_PATH | O_CLOEXEC);
+    }
+#endif
+    return -1;
 }
 
 } // namespace
@@ -35,26 +41,18 @@ SocketEndpoint boundEndpoint(void* socket, const SocketEndpoint& target) {
     return bound;
 }
 
-BoundAddresses::FileReference::FileReference(const std::string& path) {
-#ifdef O_PATH
-    descriptor = open(path.c_str(), O_PATH | O_CLOEXEC);
-#else
-    static_cast<void>(path);
-#endif
-}
-
-BoundAddresses::FileReference::~FileReference() {
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
-}
-
-std::string BoundAddresses::FileReference::pathOr(const std::string& path) const {
-    return descriptor < 0 ? path : "/proc/self/fd/" + std::to_string(descriptor);
-}
-
 BoundAddresses::Address::Address(const SocketEndpoint& bound, const std::shared_ptr<const Credentials>& boundWith)
-    : endpoint(bound), credentials(boundWith), file(isFile(bound) ? FileReference(bound.address) : FileReference()) {}
+    : endpoint(bound), credentials(boundWith), file(referenceTo(bound)) {}
+
+SocketEndpoint BoundAddresses::Address::reachable() const {
+    SocketEndpoint target = endpoint;
+    if (file.isOpen()) {
+        target.address = "/proc/self/fd/" + std::to_string(file.get()); // the file may have been renamed or removed
+    } else if (target.transport == Transport::Tcp && target.address == "*") {
+        target.address = "127.0.0.1";
+    }
+    return target;
+}
 
 void BoundAddresses::add(const SocketEndpoint& endpoint, const std::shared_ptr<const Credentials>& credentials) {
     addresses.emplace_back(endpoint, credentials);
@@ -67,12 +65,8 @@ void BoundAddresses::clear() noexcept {
 bool BoundAddresses::connect(void* socket) const {
     bool connected = false;
     for (const Address& address : addresses) {
-        SocketEndpoint target = address.endpoint;
-        if (target.transport != Transport::Tcp) {
-            target.address = address.file.pathOr(target.address);
-        } else if (target.address == "*") {
-            target.address = "127.0.0.1";
-        } else if (isIpv6Address(target.address)) {
+        const SocketEndpoint target = address.reachable();
+        if (isIpv6Address(target.address)) {
             const int on = 1;
             zmq_setsockopt(socket, ZMQ_IPV6, &on, sizeof on);
         }

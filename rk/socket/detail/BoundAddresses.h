@@ -2,10 +2,10 @@
 
 #include <rk/socket/SocketEndpoint.h>
 #include <rk/socket/detail/Credentials.h>
+#include <rk/socket/detail/FileDescriptor.h>
 
 #include <list>
 #include <memory>
-#include <string>
 
 namespace rk::socket::detail {
 
@@ -31,28 +31,15 @@ public:
     bool connect(void* socket) const;
 
 private:
-    /// Refers to a file without opening it. Empty if the system has no descriptor left.
-    class FileReference {
-    public:
-        FileReference() = default;
-        explicit FileReference(const std::string& path);
-        ~FileReference();
-        FileReference(const FileReference&) = delete;
-        FileReference& operator=(const FileReference&) = delete;
-
-        /// Returns a path to the file that works after the file was renamed or removed. If empty, returns `path`.
-        std::string pathOr(const std::string& path) const;
-
-    private:
-        int descriptor = -1;
-    };
-
     struct Address {
         Address(const SocketEndpoint& bound, const std::shared_ptr<const Credentials>& boundWith);
 
+        /// Returns the endpoint for a connection of this process.
+        SocketEndpoint reachable() const;
+
         SocketEndpoint endpoint;
         std::shared_ptr<const Credentials> credentials;
-        FileReference file;
+        FileDescriptor file; ///< refers to the file of an IPC address, unless the system has no descriptor left
     };
 
     std::list<Address> addresses;

@@ -1,3 +1,4 @@
+#include <rk/socket/detail/FileDescriptor.h>
 #include <rk/socket/detail/KeyFile.h>
 #include <rk/socket/detail/Lines.h>
 #include <rk/socket/detail/ProtectedFile.h>
@@ -48,7 +49,7 @@ public:
 
     // On failure, the following functions return false and set `errno`.
 
-    bool isOpen() const { return descriptor.get() >= 0; }
+    bool isOpen() const { return descriptor.isOpen(); }
 
     bool write(const std::string& text) const {
         errno = ENOSPC; // the cause of a short write, which does not set errno

@@ -1,3 +1,4 @@
+#include <rk/socket/detail/FileDescriptor.h>
 #include <rk/socket/detail/ProtectedFile.h>
 
 #include <cerrno>
@@ -33,16 +34,10 @@ const char* complaintAbout(const struct stat& file, const Forbidden& forbidden) 
 
 } // namespace
 
-FileDescriptor::~FileDescriptor() {
-    if (number >= 0) {
-        close(number);
-    }
-}
-
 void readProtectedFile(const std::string& path, const Forbidden& forbidden, std::string& text) {
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     struct stat status{};
-    if (file.get() < 0 || fstat(file.get(), &status) < 0) {
+    if (!file.isOpen() || fstat(file.get(), &status) < 0) {
         refuse(path, std::strerror(errno));
     }
     if (const char* const complaint = complaintAbout(status, forbidden)) {

@@ -11,21 +11,6 @@ struct Forbidden {
     const char* reason;
 };
 
-/// Closes a file descriptor on scope exit.
-class FileDescriptor {
-public:
-    /// Takes ownership of `descriptor`, which may be negative.
-    explicit FileDescriptor(int descriptor) : number(descriptor) {}
-    ~FileDescriptor();
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    int get() const { return number; }
-
-private:
-    int number;
-};
-
 /// Reads the file at `path` into `text`. Resizes `text` once, so that growing leaves no copies of secrets in memory.
 ///
 /// The file must be regular, belong to the effective user or to root, and have none of the forbidden permissions.

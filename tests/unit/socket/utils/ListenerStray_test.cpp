@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <list>
@@ -214,7 +215,9 @@ TEST_F(ListenerStray, StopsWhenItBlocksLater) {
 
 TEST_F(ListenerStray, StopsOnInproc) {
     endpoint = freshEndpoint(Transport::Inproc);
+    std::ofstream(endpoint.address) << "a file that the address does not name";
     listener.serve(endpoint);
+    ASSERT_EQ(0, unlink(endpoint.address.c_str()));
     const ZmqHandle prober(getSocket(Protocol::Req));
     const int yes = 1;
     // The probe is an empty frame.
@@ -265,6 +268,7 @@ TEST_F(ListenerStray, StopsOnWildcardAddresses) {
         send(oneFrame, bound.toString(Protocol::Req));
         expectStop(chosen);
     }
+    EXPECT_EQ(1U, standIn.journal().count("zmq_connect tcp://127.0.0.1:"));
 }
 
 TEST_F(ListenerStray, StopsWhenSomeAddressesFail) {
