@@ -304,9 +304,12 @@ TEST_F(SecurityServer, ServesAfterARepair) {
     peer->set(ZMQ_REQ_RELAXED, 1);
     peer->send("unanswered");
     EXPECT_EQ("unanswered", receiveText(server));
-    const auto other = connected(ZMQ_REQ, client);
-    other->send("after the repair");
-    expectRequest("after the repair"); // the receive rebuilds the socket
+    std::unique_ptr<CurvePeer> other;
+    standIn.after("debug", [&] { // when the receive has rebuilt the socket, because an earlier request would be lost
+        other = connected(ZMQ_REQ, client);
+        other->send("after the repair");
+    });
+    expectRequest("after the repair");
     EXPECT_EQ("reply to after the repair", other->receive());
     EXPECT_EQ(1U, standIn.journal().count("warning: [Socket server] Attempting reset"));
 }
