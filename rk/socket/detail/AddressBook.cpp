@@ -23,10 +23,24 @@ constexpr milliseconds leastPatience{50};
 constexpr microseconds firstPause{100};
 constexpr microseconds longestPause{5000};
 
+bool isTcp(std::string_view address) {
+    return address.compare(0, 6, "tcp://") == 0;
+}
+
+std::string_view portOf(std::string_view address) {
+    return address.substr(address.rfind(':') + 1);
+}
+
+/// Returns whether a socket that holds the first address can keep another from binding the second. TCP addresses with
+/// the same port can overlap. A bind to port 0 may have chosen any port.
+bool canBlock(std::string_view held, std::string_view wanted) {
+    return held == wanted || (isTcp(held) && isTcp(wanted) && (portOf(held) == portOf(wanted) || portOf(held) == "0"));
+}
+
 } // namespace
 
 AddressBook& AddressBook::ofProcess() {
-    static const rk::detail::Immortal<AddressBook> book;
+    static rk::detail::Immortal<AddressBook> book;
     return *book;
 }
 
@@ -64,11 +78,12 @@ void AddressBook::close(void* socket) noexcept {
 
 bool AddressBook::isBeingReleased(const std::string& address, Clock::time_point firstAttempt) {
     const std::lock_guard<std::mutex> lock(mutex);
-    const auto found = index.find(address);
-    if (found == index.end() || found->second->holder != nullptr) {
-        return false;
-    }
-    return Clock::now() < std::max(found->second->releasedAt + releaseTime, firstAttempt + leastPatience);
+    const Clock::time_point now = Clock::now();
+    return std::any_of(index.begin(), index.end(), [&](const Index::value_type& latest) {
+        const Entry& entry = *latest.second;
+        return entry.holder == nullptr && canBlock(entry.address, address) &&
+               now < std::max(entry.releasedAt + releaseTime, firstAttempt + leastPatience);
+    });
 }
 
 void AddressBook::enter(Entries& entry, Index::node_type indexed, Holders::node_type holder) {

@@ -188,4 +188,13 @@ TEST_P(ReleasedAddress, FailsAtOnceWhenInUse) {
     EXPECT_EQ("Socket: Failed connecting/binding socket: Address already in use on [Socket first]", text);
 }
 
+TEST(ReleasedAddressOfPortZero, IsReboundByItsPort) {
+    for (int round = 0; round < rounds() / 10; ++round) {
+        Peer server("server", Protocol::Rep, {Transport::Tcp, "*", 0});
+        const SocketEndpoint chosen = server.lastEndpoint();
+        server.close();
+        ASSERT_NO_THROW(server.createAndConnect(Protocol::Rep, chosen, patienceMs)) << round;
+    }
+}
+
 } // namespace rk::tests

@@ -2,6 +2,10 @@
 #include "support/SteadyClock.h"
 #include "support/Test.h"
 
+#include <rk/socket/Network.h>
+
+#include <zmq.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
@@ -76,6 +80,26 @@ protected:
 
     Socket other{"other", ClosePolicy::DropPending};
 };
+
+/// A bind of an address that was `released`.
+struct Rebind {
+    SocketEndpoint released;
+    SocketEndpoint wanted;
+    bool waits;
+};
+
+class AddressBookOverlap : public testing::TestWithParam<Rebind> {};
+
+SocketEndpoint tcp(const char* host, unsigned short port) {
+    return {Transport::Tcp, host, port};
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, AddressBookOverlap,
+                         testing::Values(Rebind{tcp("*", 1), tcp("127.0.0.1", 1), true},
+                                         Rebind{tcp("*", 2), tcp("*", 3), false},
+                                         Rebind{tcp("*", 4), {Transport::Inproc, "name:4", 0}, false},
+                                         Rebind{{Transport::Inproc, "name:5", 0}, tcp("*", 5), false},
+                                         Rebind{tcp("*", 0), tcp("*", 6), true}));
 
 /// Sockets that bind many different addresses. The calls do not reach ZeroMQ, which would close the sockets too slowly.
 class AddressBookPassing : public testing::Test {
@@ -247,6 +271,25 @@ TEST_F(AddressBook, RemembersALongHeldAddress) {
     bind();
 
     EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
+}
+
+TEST_P(AddressBookOverlap, IsWaitedFor) {
+    StandIn standIn;
+    SteadyClock clock;
+    Network::listenOn(""); // on the host of each endpoint
+    Socket server("server", ClosePolicy::DropPending);
+    standIn.answer("zmq_bind", 0);
+    standIn.fail("zmq_getsockopt " + std::to_string(ZMQ_LAST_ENDPOINT), EINVAL);
+    server.createAndConnect(Protocol::Rep, GetParam().released, 0);
+    server.close();
+
+    standIn.fail("zmq_bind", EADDRINUSE);
+    standIn.after("zmq_bind", [&] { standIn.answer("zmq_bind", 0); });
+    EXPECT_EQ(GetParam().waits ? "" : refusal,
+              textIfThrownBy([&] { server.createAndConnect(Protocol::Rep, GetParam().wanted, 0); }));
+
+    EXPECT_EQ(GetParam().waits ? 1U : 0U, clock.takePauses().size());
+    Network::listenOn("*");
 }
 
 TEST_F(AddressBookTakeOver, IgnoresThePreviousHolder) {
