@@ -156,6 +156,7 @@ void SocketListener::startThread(const std::shared_ptr<Socket>& socket) {
     // Leave asynchronous signals to the application's threads: a signal that interrupts a poll would end the listener.
     const rk::detail::SignalMask mask(SIG_SETMASK, rk::detail::asynchronousSignals());
     serving = socket->isOpen();
+    threadSocket = socket; // before the thread starts, because handlers read it
     try {
         thread = std::make_shared<std::thread>([this, socket] {
             threadFunction(socket);
@@ -166,7 +167,6 @@ void SocketListener::startThread(const std::shared_ptr<Socket>& socket) {
         serving = false;
         throw;
     }
-    threadSocket = socket;
 }
 
 bool SocketListener::isServing() const {

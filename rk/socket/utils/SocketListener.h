@@ -119,7 +119,8 @@ public:
     bool isServing() const;
 
     /// Returns `Socket::lastEndpoint` of the running listener's socket, with the port that the system chose for port 0.
-    /// Returns `SocketEndpoint()` if the listener does not run.
+    /// Returns `SocketEndpoint()` if the listener does not run. Handlers may call it. Other threads must not call it
+    /// during `start`.
     /// \throws std::system_error if a lock fails
     SocketEndpoint lastEndpoint() const;
 

@@ -209,6 +209,15 @@ TEST_F(ListenerApi, ReportsTheLastEndpointWhileItRuns) {
     EXPECT_EQ(SocketEndpoint(), listener.lastEndpoint());
 }
 
+TEST_F(ListenerApi, ReportsTheLastEndpointToHandlers) {
+    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
+        text.set_text(listener.lastEndpoint().toString(Protocol::Req));
+        echo(text, socket);
+    });
+    listener.serve(endpoint);
+    EXPECT_EQ(endpoint.toString(Protocol::Req), ask(endpoint, ""));
+}
+
 TEST_F(ListenerApi, StartsOnAllEndpointsOrNone) {
     OnAllListener onAll;
     EXPECT_TRUE(onAll.start(error)) << error;
