@@ -2,6 +2,7 @@
 #pragma GCC system_header // users are not warned that a base's destructor is not virtual
 
 #include <rk/socket/Socket.h>
+#include <rk/socket/ZmqContextTerminationException.h>
 #include <rk/socket/utils/SocketListener.h>
 
 #include <exception>
@@ -19,7 +20,8 @@ namespace rk::socket::utils {
 /// replier.
 ///
 /// Each handled request gets exactly one reply. If the handler throws a `std::exception`, or its reply cannot be
-/// serialised, the error handler fills in the reply instead, and the requests of other clients stay queued. Without an
+/// serialised or sent, the error handler fills in the reply instead, and the requests of other clients stay queued. The
+/// error handler does not run during process exit. Without an
 /// error handler, or if it fails too, the client gets no reply and the socket is rebuilt: see `SocketListener`.
 ///
 /// A client may repeat a request whose reply was late or lost. The handler should therefore be idempotent.
@@ -65,6 +67,8 @@ private:
             Reply reply;
             handler(request, reply);
             socket->sendProtoBuf(reply);
+        } catch (const ZmqContextTerminationException&) {
+            throw; // the objects that the error handler uses may have been destroyed
         } catch (const std::exception& failure) {
             if (!onError) {
                 throw;

@@ -175,6 +175,19 @@ TEST_F(Replier, AbandonsRequestWhenErrorHandlerThrows) {
     EXPECT_EQ(1U, standIn.journal().count("error: [Socket Listener rep] Failed handling received message: second"));
 }
 
+TEST_F(Replier, SkipsTheErrorHandlerDuringExit) {
+    std::atomic<int> calls{0};
+    socket::utils::Replier<Text, Text> replier("service", repeat,
+                                               [&](const Text&, const std::exception&, Text&) { ++calls; });
+    serve(replier);
+    standIn.fail("zmq_send", ETERM);
+    NativeSocket client(Protocol::Req, endpoint);
+    client.send("");
+
+    EXPECT_TRUE(standIn.journal().waitFor("debug: Connected [Socket service]", 2)) << "is rebuilt";
+    EXPECT_EQ(0, calls);
+}
+
 TEST_F(Replier, StopsInItsOwnDestructor) {
     std::promise<void> entered;
     std::promise<void> left;
