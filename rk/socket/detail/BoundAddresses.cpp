@@ -1,4 +1,5 @@
 #include <rk/socket/detail/BoundAddresses.h>
+#include <rk/socket/detail/ContextGate.h>
 #include <rk/socket/detail/EndpointOptions.h>
 #include <rk/socket/detail/ListenAddresses.h>
 
@@ -73,7 +74,7 @@ bool BoundAddresses::connect(void* socket) const {
         if (address.credentials) {
             EndpointOptions(socket, "WakeUpCall").setForWakeUp(target, *address.credentials);
         }
-        connected = zmq_connect(socket, target.toString(Protocol::Req).c_str()) == 0 || connected;
+        connected = ContextGate::ofProcess().connect(socket, target.toString(Protocol::Req)) == 0 || connected;
     }
     return connected;
 }

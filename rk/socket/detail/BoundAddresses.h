@@ -28,6 +28,7 @@ public:
 
     /// Connects native `socket` to every address. Returns false if ZeroMQ rejects them all.
     /// \throws std::runtime_error if ZeroMQ refuses an option
+    /// \throws std::system_error if a lock fails
     bool connect(void* socket) const;
 
 private:

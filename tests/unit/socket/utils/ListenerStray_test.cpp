@@ -230,6 +230,27 @@ TEST_F(ListenerStray, StopsOnInproc) {
     expectNoLine();
 }
 
+TEST_F(ListenerStray, StopsOnInprocIfALockFails) {
+    endpoint = freshEndpoint(Transport::Inproc);
+    listener.serve(endpoint);
+    const ZmqHandle prober(getSocket(Protocol::Req));
+    const int yes = 1;
+    ASSERT_EQ(0, zmq_setsockopt(prober.get(), ZMQ_PROBE_ROUTER, &yes, sizeof yes));
+    ASSERT_EQ(0, zmq_connect(prober.get(), endpoint.toString(Protocol::Req).c_str()));
+    ASSERT_TRUE(standIn.journal().waitFor(receiving));
+    standIn.journal().clear();
+    auto stop = std::async(std::launch::async, [&] {
+        const MutexFault fault(EAGAIN, 4); // the gate of the connect
+        return listener.SocketListener::stop(error);
+    });
+
+    ASSERT_EQ(std::future_status::ready, stop.wait_for(patience));
+
+    EXPECT_TRUE(stop.get()) << error;
+    EXPECT_EQ(2U, standIn.journal().count("zmq_socket 3"));
+    EXPECT_EQ(1U, standIn.journal().count("zmq_connect"));
+}
+
 TEST_F(ListenerStray, StopsWhenItsPathIsRemoved) {
     endpoint = freshEndpoint(Transport::Ipc);
     listener.serve(endpoint);
