@@ -46,6 +46,11 @@ void add(Addresses& addresses, const sockaddr& address, bool withIpv6) {
     }
 }
 
+/// Returns the name of the interface of an address with this label, such as "eth0" for "eth0:1".
+std::string interfaceOf(const std::string& label) {
+    return label.substr(0, label.find(':'));
+}
+
 /// Returns the addresses of the interface, or an empty list if there is no such interface. Throws if it has no address.
 Addresses addressesOfInterface(const std::string& name, bool withIpv6) {
     ifaddrs* first = nullptr;
@@ -56,7 +61,7 @@ Addresses addressesOfInterface(const std::string& name, bool withIpv6) {
     Addresses addresses;
     bool exists = false;
     for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
-        if (name == entry->ifa_name) {
+        if (name == interfaceOf(entry->ifa_name)) {
             exists = true;
             if (entry->ifa_addr != nullptr) {
                 add(addresses, *entry->ifa_addr, withIpv6);
@@ -75,7 +80,8 @@ Addresses addressesOfName(const std::string& name, bool withIpv6) {
     addrinfo* first = nullptr;
     const int failure = getaddrinfo(name.c_str(), nullptr, &hints, &first);
     if (failure != 0) {
-        throw std::runtime_error(std::string("no such address, interface or host name: ") + gai_strerror(failure));
+        throw std::runtime_error(std::string("no such address, interface or host name: ") +
+                                 (failure == EAI_SYSTEM ? zmq_strerror(errno) : gai_strerror(failure)));
     }
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(first, freeaddrinfo);
     Addresses addresses;

@@ -203,6 +203,20 @@ TEST_F(ListenAddresses, AreRefusedIfInterfaceHasNone) {
 TEST_F(ListenAddresses, AreRefusedIfTheSystemFails) {
     standIn.fail("getifaddrs", EMFILE);
     EXPECT_EQ(refused("lo", "Too many open files"), refusalOf("lo"));
+    standIn.fail("getaddrinfo", EMFILE);
+    EXPECT_EQ(refused("localhost", "no such address, interface or host name: Too many open files"),
+              refusalOf("localhost"));
+}
+
+TEST_F(ListenAddresses, IncludeThoseWithALabel) {
+    char label[] = "lo:1";
+    standIn.after("getifaddrs", [&] {
+        for (ifaddrs* entry = latestInterfaces(); entry != nullptr; entry = entry->ifa_next) {
+            entry->ifa_name = label;
+        }
+    });
+    listen("lo");
+    EXPECT_THAT(addresses(), testing::Contains(at("127.0.0.1")));
 }
 
 TEST_F(ListenAddresses, KeepZmqsErrorForAll) {
