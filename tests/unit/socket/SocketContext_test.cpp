@@ -14,6 +14,7 @@
 #include <new>
 #include <stdexcept>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <thread>
 #include <type_traits>
 #include <unistd.h>
@@ -154,6 +155,17 @@ void createWithoutStandardInput() {
     EXPECT_NO_THROW(socket.create(Protocol::Req));
 }
 
+/// Runs as a user who may not open the root folder.
+void createWithoutPermission() {
+    const std::string root = temporaryFolder() + "/root";
+    ASSERT_EQ(0, mkdir(root.c_str(), 0711));
+    ASSERT_EQ(0, chroot(root.c_str()));
+    ASSERT_EQ(0, chdir("/"));
+    ASSERT_EQ(0, setuid(65534));
+    Socket socket("cmd", ClosePolicy::DropPending);
+    EXPECT_NO_THROW(socket.create(Protocol::Req));
+}
+
 /// Checks the end of the context in its destructor. Created before the context, so that it is destroyed later.
 struct Verdict {
     ~Verdict() { _exit(overlapped ? 1 : 0); }
@@ -218,6 +230,13 @@ TEST_F(SocketContextDeathTest, NeedsSixDescriptors) {
 
 TEST_F(SocketContextDeathTest, StartsWithoutInput) {
     EXPECT_EXIT((createWithoutStandardInput(), endProcess()), ExitedWithCode(0), "");
+}
+
+TEST_F(SocketContextDeathTest, StartsInAClosedRoot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can change the root folder";
+    }
+    EXPECT_EXIT((createWithoutPermission(), endProcess()), ExitedWithCode(0), "");
 }
 
 TEST_F(SocketContextDeathTest, EndsAfterCreation) {
