@@ -16,7 +16,7 @@ public:
     Immortal(const Immortal&) = delete;
     Immortal& operator=(const Immortal&) = delete;
 
-    T& operator*() const { return *object; }
+    T& operator*() { return *object; }
 
 private:
     alignas(T) std::byte storage[sizeof(T)]{};

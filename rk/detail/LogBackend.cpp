@@ -27,7 +27,7 @@ class Backend {
 public:
     /// Returns the backend of the process. It is never destroyed, because lines are written until the process ends.
     static Backend& instance() {
-        static const Immortal<Backend> backend;
+        static Immortal<Backend> backend;
         return *backend;
     }
 

@@ -28,7 +28,7 @@ struct ProcessSettings {
 
 /// Never destroyed, because sockets are rebuilt until the process ends.
 ProcessSettings& ofProcess() {
-    static const rk::detail::Immortal<ProcessSettings> settings;
+    static rk::detail::Immortal<ProcessSettings> settings;
     return *settings;
 }
 

@@ -24,7 +24,7 @@ struct ProcessSecurity {
 
 /// Never destroyed, because sockets can be rebuilt until the process ends.
 ProcessSecurity& processSecurity() {
-    static const rk::detail::Immortal<ProcessSecurity> security;
+    static rk::detail::Immortal<ProcessSecurity> security;
     return *security;
 }
 
@@ -53,7 +53,8 @@ Security::KeyPair Security::generateKeyPair() {
     constexpr std::size_t size = 40; // ZeroMQ also writes the terminating zero
     KeyPair keys{std::string(size, '\0'), std::string(size, '\0')};
     if (zmq_curve_keypair(keys.publicKey.data(), keys.secretKey.data()) != 0) {
-        throw std::runtime_error(std::string("Security: Cannot generate keys: ") + zmq_strerror(zmq_errno()));
+        const int error = zmq_errno();
+        throw std::runtime_error(std::string("Security: Cannot generate keys: ") + zmq_strerror(error));
     }
     return keys;
 }

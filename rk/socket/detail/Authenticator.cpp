@@ -145,7 +145,7 @@ void run(NativeSocket socket, const std::unique_ptr<RefusalLog>& log) {
 } // namespace
 
 Authenticator& Authenticator::ofProcess() {
-    static const rk::detail::Immortal<Authenticator> authenticator;
+    static rk::detail::Immortal<Authenticator> authenticator;
     return *authenticator;
 }
 

@@ -12,7 +12,7 @@ bool isInproc(const std::string& address) {
 } // namespace
 
 ContextGate& ContextGate::ofProcess() {
-    static const rk::detail::Immortal<ContextGate> gate;
+    static rk::detail::Immortal<ContextGate> gate;
     return *gate;
 }
 
