@@ -65,7 +65,7 @@ protected:
     }
 
     const KeyPair keys{publicKey, secretKey};
-    const KeyFiles files;
+    const KeyFiles files{};
     const std::string path = files.pathOf("keys");
 };
 

@@ -37,7 +37,7 @@ protected:
         return text.substr(begin.size());
     }
 
-    const KeyFiles files;
+    const KeyFiles files{};
     const std::string keyFile = files.write("keys", Security::generateKeyPair());
     const std::string path = files.pathOf("trusted");
 };
