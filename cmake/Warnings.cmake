@@ -9,6 +9,6 @@ function(rk_enable_warnings target)
   rk_known_compile_options(warnings
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast ${useless_cast} -Wcast-align
     -Wcast-qual -Wduplicated-cond -Wlogical-op -Wnull-dereference -Woverloaded-virtual -Wformat=2
-    -Wimplicit-fallthrough -Wundef -Wextra-semi)
+    -Wimplicit-fallthrough -Wmismatched-tags -Wundef -Wextra-semi)
   target_compile_options(${target} PRIVATE ${warnings})
 endfunction()
