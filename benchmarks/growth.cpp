@@ -25,7 +25,7 @@ namespace {
 using namespace socket::Protocol;
 
 /// A socket of the library, with the same interface as `PlainSocket`.
-class LibrarySocket : public socket::Socket {
+class LibrarySocket final : public socket::Socket {
 public:
     using Address = socket::SocketEndpoint;
     static Address addressOf(const std::string& url) { return Address::FromString(url); }
