@@ -159,7 +159,7 @@ void RefusalLog::tell(const Change& change) noexcept {
         const std::lock_guard<std::mutex> lock(shared->mutex);
         change();
     } catch (const std::exception&) {
-        return;
+        // The writer finds nothing new.
     }
     shared->changed.notify_one();
 }
