@@ -108,13 +108,10 @@ void* createInProcessContext(Protocol::Protocol protocol) {
 void* getSocket(Protocol::Protocol protocol) {
     rk::detail::prepareForExit();
     void* socket = nullptr;
-    const int error = detail::ContextGate::ofProcess().pass([&] {
+    errno = detail::ContextGate::ofProcess().pass([&] {
         socket = createInProcessContext(protocol);
-        return socket == nullptr ? zmq_errno() : 0;
+        return errno;
     });
-    if (socket == nullptr) {
-        errno = error;
-    }
     return socket;
 }
 
