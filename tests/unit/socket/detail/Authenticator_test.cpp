@@ -1,3 +1,4 @@
+#include "support/BeforeJoin.h"
 #include "support/Caller.h"
 #include "support/CurvePeer.h"
 #include "support/Endpoints.h"
@@ -70,8 +71,11 @@ protected:
     Authenticator() {
         server.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Tcp), patienceMs);
         asker.connect(authenticator);
-        SteadyClock().advance(std::chrono::minutes(1)); // because each address is logged once a minute
         standIn.journal().clear();
+    }
+
+    void SetUp() override {
+        SteadyClock().advance(std::chrono::minutes(1)); // because each address is logged once a minute
     }
 
     Frames ask(const Frames& frames) {
@@ -114,29 +118,11 @@ protected:
     const std::string key = bytesOf(untrusted.publicKey);
 };
 
-/// Refuses clients in a new process.
-class FirstRefusals : public Authenticator {
-public:
-    bool areLoggedAlone() {
-        for (const std::string address : {"first", "second"}) {
-            statusOf(key, address);
-            EXPECT_TRUE(standIn.journal().waitFor(lineOf(untrusted, address)));
-        }
-        return standIn.journal().linesWith(refused).size() == 2;
-    }
-
-private:
-    void TestBody() override {}
-};
-
-bool firstRefusalsAreLoggedAlone() {
-    return FirstRefusals().areLoggedAlone();
-}
-
 /// Starts after the lines of earlier tests have been written. The clock is stopped.
 class AuthenticatorLog : public Authenticator {
 protected:
-    AuthenticatorLog() {
+    void SetUp() override {
+        Authenticator::SetUp();
         for (const std::string address : {"before", "and after a total"}) {
             statusOf(key, address);
             EXPECT_TRUE(standIn.journal().waitFor(lineOf(untrusted, address)));
@@ -187,41 +173,92 @@ bool admitsNobodyWithoutAuthenticator() {
     return admitsNobody(process, server, endpoint);
 }
 
-bool admitsNobodyAfterAFailureOf(const std::string& function) {
-    StandIn standIn;
-    const SecuredProcess process;
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
-    Socket server("server", ClosePolicy::DropPending);
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    standIn.fail(function, ENOTSOCK);
-    NativeSocket asker(Protocol::Req);
-    asker.connect(authenticator);
-    asker.send("request");
-    return standIn.journal().waitFor("warning: Security: Cannot authenticate clients any more: Socket operation on "
-                                     "non-socket") &&
-           admitsNobody(process, server, endpoint);
-}
-
 std::ptrdiff_t threads() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator());
 }
 
-bool dropsTheLastLineForAFullStandardError() {
-    StandIn standIn;
-    const SecuredProcess process;
-    Socket server("server", ClosePolicy::DropPending);
-    server.create(Protocol::Rep);
-    NativeSocket asker(Protocol::Req);
-    const std::ptrdiff_t before = threads();
-    server.connect(freshEndpoint(Transport::Tcp), patienceMs);
-    fullPolls = 1;
-    standIn.fail("zmq_send", ENOTSOCK);
-    asker.connect(authenticator);
-    asker.send("request");
-    while (threads() > before) {
-        std::this_thread::yield();
+/// The authenticator of a new process, which may fail.
+class NewAuthenticator : public Authenticator {
+public:
+    bool logsFirstRefusalsAlone() {
+        for (const std::string address : {"first", "second", "third"}) {
+            SteadyClock().advance(std::chrono::minutes(1));
+            statusOf(key, address);
+            EXPECT_TRUE(standIn.journal().waitFor(lineOf(untrusted, address)));
+        }
+        return standIn.journal().linesWith(refused).size() == 3;
     }
-    return standIn.journal().count("warning: ") == 0 && fullPolls == 0;
+
+    bool admitsNobodyAfterAFailureOf(const char* function) {
+        fail(function);
+        return standIn.journal().waitFor(lastLine) && admitsNobody(process, server, server.lastEndpoint());
+    }
+
+    bool dropsTheLastLineForAFullStandardError() {
+        fullPolls = 1;
+        fail("zmq_send");
+        awaitEndOfThreads(2);
+        return standIn.journal().count("warning: ") == 0 && fullPolls == 0;
+    }
+
+    bool logsPendingLinesAtItsEnd() {
+        blockLogger();
+        statusOf(key, "first");
+        waitForLines(1);
+        statusOf(key, "second");
+        std::optional<BeforeJoin> hook;
+        standIn.after(rcvMore, [&] {
+            hook.emplace([&] { // before it waits for the lines
+                released.set_value();
+                standIn.journal().waitFor(lastLine);
+            });
+        });
+        fail("zmq_send");
+        awaitEndOfThreads(1);
+        if (standIn.journal().count(lineOf(untrusted, "second")) == 0) {
+            return false;
+        }
+        awaitEndOfThreads(2);
+        return true;
+    }
+
+    bool endsBesideABlockedLogger() {
+        blockLogger();
+        fail("zmq_send");
+        awaitEndOfThreads(1);
+        released.set_value();
+        awaitEndOfThreads(2);
+        return standIn.journal().count(lastLine) == 1;
+    }
+
+private:
+    void TestBody() override {}
+
+    void fail(const std::string& function) {
+        standIn.fail(function, ENOTSOCK);
+        asker.send("request");
+    }
+
+    void blockLogger() {
+        standIn.after("warning", [once = released.get_future().share()] { once.wait(); });
+    }
+
+    void awaitEndOfThreads(std::ptrdiff_t count) const {
+        while (threads() > threadsBefore - count) {
+            std::this_thread::yield();
+        }
+    }
+
+    const std::ptrdiff_t threadsBefore = threads();
+    const std::string lastLine =
+        "warning: Security: Cannot authenticate clients any more: Socket operation on non-socket";
+    std::promise<void> released;
+};
+
+/// Returns an exit status.
+template <class... Arguments>
+int resultOf(bool (NewAuthenticator::*test)(Arguments...), Arguments... arguments) {
+    return (NewAuthenticator().*test)(arguments...) ? 0 : 1;
 }
 
 class AuthenticatorDeathTest : public testing::Test {
@@ -304,6 +341,14 @@ TEST_F(Authenticator, RefusesWithoutALock) {
     EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey)));
 }
 
+TEST_F(Authenticator, IsStartedUnderALock) {
+    Socket other("other", ClosePolicy::DropPending);
+    other.create(Protocol::Rep);
+    // The fifth lock is the record's, after the settings', the credentials', the authenticator's and the address book's.
+    const MutexFault fault(EINVAL, 5);
+    EXPECT_THROW(other.connect(freshEndpoint(Transport::Tcp), 0), std::system_error);
+}
+
 TEST_F(AuthenticatorLog, LogsOncePerAddressAndMinute) {
     const KeyPair other = generateKeyPair();
     refuse(untrusted, "10.0.0.1");
@@ -330,7 +375,10 @@ TEST_F(AuthenticatorLog, CountsUnloggedRefusals) {
 
 TEST_F(AuthenticatorLog, CountsForASlowLogger) {
     std::promise<void> released;
-    standIn.after("warning", [&, once = released.get_future().share()] { once.wait(); });
+    standIn.after("warning", [&, once = released.get_future().share()] {
+        once.wait();
+        clock->advance(std::chrono::seconds(60)); // so that every line that was queued is logged
+    });
     refuse(untrusted, "the first");
     waitForLines(1);
     for (int address = 0; address < 100; ++address) {
@@ -338,11 +386,10 @@ TEST_F(AuthenticatorLog, CountsForASlowLogger) {
     }
     EXPECT_EQ("200", statusOf(bytesOf(process.own.publicKey))); // after the last refusal was handed over
     released.set_value();
-    passAMinuteAfter(65); // the first and the queued ones
-    EXPECT_EQ(lineOf(untrusted, "60"), waitForLines(62).at(61));
+    EXPECT_EQ(refused + "36 more connections", waitForLines(4).at(3));
+    EXPECT_EQ(lineOf(untrusted, "63"), waitForLines(66).at(65));
     refuse(untrusted, "the last");
-    EXPECT_EQ(lineOf(untrusted, "the last"), waitForLines(63).at(62));
-    EXPECT_EQ(refused + "39 more connections", waitForLines(64).at(63));
+    EXPECT_EQ(lineOf(untrusted, "the last"), waitForLines(67).at(66));
 }
 
 TEST_F(AuthenticatorLog, CountsForAFullStandardError) {
@@ -372,7 +419,7 @@ TEST_F(AuthenticatorLog, LosesALineWithoutALock) {
 }
 
 TEST_F(AuthenticatorDeathTest, LogsNoTotalAtFirst) {
-    EXPECT_EXIT(std::exit(firstRefusalsAreLoggedAlone() ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(std::exit(resultOf(&NewAuthenticator::logsFirstRefusalsAlone)), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(AuthenticatorDeathTest, AdmitsNoneIfMissing) {
@@ -380,12 +427,23 @@ TEST_F(AuthenticatorDeathTest, AdmitsNoneIfMissing) {
 }
 
 TEST_F(AuthenticatorDeathTest, AdmitsNoneOnceDead) {
-    EXPECT_EXIT(std::exit(admitsNobodyAfterAFailureOf("zmq_send") ? 0 : 1), testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(std::exit(admitsNobodyAfterAFailureOf(rcvMore) ? 0 : 1), testing::ExitedWithCode(0), "");
+    for (const char* const function : {"zmq_send", rcvMore.c_str()}) {
+        EXPECT_EXIT(std::exit(resultOf(&NewAuthenticator::admitsNobodyAfterAFailureOf, function)),
+                    testing::ExitedWithCode(0), "");
+    }
 }
 
 TEST_F(AuthenticatorDeathTest, DropsLastLineIfBlocked) {
-    EXPECT_EXIT(std::exit(dropsTheLastLineForAFullStandardError() ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(std::exit(resultOf(&NewAuthenticator::dropsTheLastLineForAFullStandardError)),
+                testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AuthenticatorDeathTest, LogsPendingLinesAtTheEnd) {
+    EXPECT_EXIT(std::exit(resultOf(&NewAuthenticator::logsPendingLinesAtItsEnd)), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AuthenticatorDeathTest, EndsIfTheLoggerBlocks) {
+    EXPECT_EXIT(std::exit(resultOf(&NewAuthenticator::endsBesideABlockedLogger)), testing::ExitedWithCode(0), "");
 }
 
 } // namespace rk::tests

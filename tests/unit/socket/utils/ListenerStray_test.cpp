@@ -324,8 +324,9 @@ TEST_F(ListenerStray, StopsWhenALockFailsAtFirst) {
     listener.serve(endpoint);
     send(oneFrame);
     auto stop = std::async(std::launch::async, [&] {
-        const MutexFault fault(EAGAIN);
-        return listener.SocketListener::stop(error);
+        const MutexFault fault(EAGAIN, 3); // the locks are the socket's, the gate's and the context's
+        const bool stopped = listener.SocketListener::stop(error);
+        return ZmqHandle(getSocket(Protocol::Req)) != nullptr && stopped;
     });
 
     ASSERT_EQ(std::future_status::ready, stop.wait_for(patience));
