@@ -14,7 +14,7 @@ namespace rk::socket::detail {
 /// ZeroMQ closes a socket in the background. For some milliseconds after `zmq_close` its addresses are still in use,
 /// and a bind fails. Every socket of the library therefore binds and closes through the book of the process. The book
 /// records which native socket holds which address, and when an address was released. A bind waits for an address that
-/// ZeroMQ is about to free, and fails at once if another process holds it.
+/// this process has just released, and fails at once for any other that is in use.
 ///
 /// Invariants: each address that was bound is one entry, either in `held` or in `released`. The index refers to the
 /// latest entry of an address, because on ipc a second socket can take over an address that the first still holds. Each
