@@ -8,8 +8,9 @@
 /// How the sockets of this process use the network.
 ///
 /// Call these functions in `main`, before the first socket is created. Sockets read the settings in `create` and
-/// `connect`. Later changes therefore apply to rebuilt sockets and restarted listeners, but not to other open sockets.
-/// A setting that you do not make leaves ZeroMQ's default unchanged.
+/// `connect`. Later changes therefore apply to endpoints that are connected later. Existing endpoints follow them when
+/// the socket is rebuilt, or the listener restarts or reconnects. A setting that you do not make leaves ZeroMQ's
+/// default unchanged.
 ///
 /// No function blocks. Any thread may call them. A call that throws changes nothing. All of them throw
 /// `std::system_error` if a lock fails.
@@ -45,8 +46,8 @@ RK_SOCKET_EXPORT void setSilenceLimit(unsigned int seconds);
 
 /// Limits the size of a message that a `Pub` or `Rep` socket accepts on TCP and IPC. A peer that sends a larger one is
 /// disconnected before memory is allocated for it.
-/// \param bytes at least 1, or -1 for no limit, which is the default. Less than 64 counts as 64, which ZeroMQ's
-///        handshake needs.
+/// \param bytes at least 1, or -1 for no limit. Less than 64 counts as 64, which ZeroMQ's handshake needs. The default
+///        is 16 MiB for encrypted endpoints, and no limit for others.
 /// \throws std::invalid_argument for other values
 RK_SOCKET_EXPORT void setMaxMessageSize(std::int64_t bytes);
 
@@ -59,7 +60,7 @@ RK_SOCKET_EXPORT void setQueueSize(int messages);
 /// Limits the number of ZeroMQ sockets that the process can have at a time. The default is 1,023.
 /// \param sockets 1 to 65535
 /// \throws std::invalid_argument for other values
-/// \throws std::logic_error if the first socket of the process was already created
+/// \throws std::logic_error if the process has already created a socket or a `SocketContext`
 RK_SOCKET_EXPORT void setMaxSockets(int sockets);
 
 /// Switches IPv6 on or off for TCP. While it is off, the default, a connection to an IPv6 address fails silently.
