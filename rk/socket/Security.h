@@ -50,8 +50,9 @@ RK_SOCKET_EXPORT KeyPair readKeyFile(const std::string& path);
 /// endpoint is "tcp://host:port" or "tcp://host:*". Lines that start with "#" and anything after the name are comments.
 /// \param keyFile a file that `writeKeyFile` has written
 /// \param trustedKeysFile a file that belongs to the effective user or to root, and that other users cannot write
-/// \throws std::logic_error if a TCP endpoint was already connected or bound in plain
-/// \throws std::runtime_error if a file cannot be read, or a line is invalid
+/// \throws std::logic_error if a socket has already connected or bound a TCP endpoint in plain, or tried to
+/// \throws std::runtime_error if a file cannot be read, a line is invalid, or ZeroMQ has no CURVE
+/// \throws std::system_error if a lock fails
 RK_SOCKET_EXPORT void enable(const std::string& keyFile, const std::string& trustedKeysFile);
 
 } // namespace rk::socket::Security

@@ -18,7 +18,7 @@ struct Credentials {
     static std::shared_ptr<const Credentials> ofProcess();
 
     /// Returns the same as `ofProcess`. If it returns null for a TCP endpoint, encryption can no longer be enabled,
-    /// because this endpoint will be plain.
+    /// even if the endpoint is never connected or bound.
     /// \throws std::system_error if the lock fails
     static std::shared_ptr<const Credentials> forEndpoint(const SocketEndpoint& endpoint);
 };

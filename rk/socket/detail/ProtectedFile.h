@@ -11,7 +11,7 @@ struct Forbidden {
     const char* reason;
 };
 
-/// Reads the file at `path` into `text`. Resizes `text` once, so that growing leaves no copies of secrets in memory.
+/// Reads the file at `path` into `text`. Allocates once, because growing would leave copies of secrets in memory.
 ///
 /// The file must be regular, belong to the effective user or to root, and have none of the forbidden permissions.
 /// Checks the opened file, so replacing `path` during the call does not bypass the checks. Does not block on pipes and
