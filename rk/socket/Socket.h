@@ -115,7 +115,7 @@ public:
     ///        which is initially infinite. 4294967295 makes it infinite. Other values above 2147483647 are rejected.
     /// \throws std::runtime_error if the socket is not open, the host to listen on is not one of this machine, or
     ///         ZeroMQ rejects the address or an option
-    /// \throws std::system_error if a lock fails
+    /// \throws std::system_error if a lock fails, or the thread that checks the keys of clients cannot start
     void connect(const SocketEndpoint& endpoint, unsigned int receiveTimeout);
 
     /// Calls `create`, then `connect`. Throws what they throw, and leaves the socket closed on failure.
@@ -140,8 +140,8 @@ public:
     ///
     /// A `Req` without a connection blocks without limit. Nothing else blocks: a `Pub` drops the message for a
     /// subscriber whose queue is full, a `Rep` drops the reply to a client that has disconnected or whose queue is
-    /// full. Then pauses as `setTargetBitRate` says. On failure the socket is unchanged, or closed if it could not be
-    /// rebuilt.
+    /// full. Then pauses as `setTargetBitRate` says. On failure the socket is unchanged, rebuilt, or closed if the
+    /// rebuild failed.
     ///
     /// A `Req` that has not received the reply to its last request is rebuilt first, and a warning logged.
     ///
@@ -190,7 +190,7 @@ public:
     /// the last.
     ///
     /// Blocks until a message arrives, at most for the receive timeout of `connect`, and for a rebuild as
-    /// `resetConnections` does. On failure the socket is unchanged, or closed if it could not be rebuilt.
+    /// `resetConnections` does. On failure the socket is unchanged, rebuilt, or closed if the rebuild failed.
     ///
     /// A `Rep` that has not replied to its last request drops it, is rebuilt with a warning logged, and waits for a new
     /// one.

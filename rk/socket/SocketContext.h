@@ -16,7 +16,8 @@ namespace rk::socket {
 /// open then, the process does not end.
 class RK_SOCKET_EXPORT SocketContext : public rk::utils::MessageFormatter {
 public:
-    /// Creates the ZeroMQ context. A failure is not reported here. Every later `createSocket` then returns null.
+    /// Creates the ZeroMQ context. Does not report a failure of ZeroMQ: every later `createSocket` then returns null.
+    /// \throws std::system_error if a lock fails
     SocketContext();
 
     /// Terminates the ZeroMQ context. Logs four debug lines. Ignores failures of ZeroMQ.

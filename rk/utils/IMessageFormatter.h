@@ -18,7 +18,7 @@ public:
     /// Returns the header.
     virtual std::string messageHeader() const = 0;
 
-    /// Returns header + ": " + `message`. Throws only what `messageHeader` throws.
+    /// Returns header + ": " + `message`. Throws what `messageHeader` throws, or `std::bad_alloc`.
     std::string formatMessage(const std::string& message) const;
 
 protected:

@@ -13,7 +13,7 @@ namespace rk::socket::detail {
 /// Returns the reason of a failed ZeroMQ call, followed by the socket.
 std::string failureText(int error, const std::string& header);
 
-/// Throws the exception for a failed send, receive or poll. Call it before anything can change the error number of the
+/// Throws the exception for a failed send or receive. Call it before anything can change the error number of the
 /// failed call.
 [[noreturn, gnu::cold, gnu::noinline]] void throwTransferFailure(const char* operation, const char* prefix,
                                                                  const std::string& header);
