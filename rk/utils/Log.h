@@ -20,7 +20,7 @@ namespace rk::utils {
 /// Logs progress: connections, process exit, statistics.
 RK_SOCKET_EXPORT void logDebug(const std::string& text);
 
-/// Logs a repair.
+/// Logs repairs, silence, refused clients, and the failure of the thread that checks keys.
 RK_SOCKET_EXPORT void logWarning(const std::string& text);
 
 /// Logs an error with no caller to throw it to.

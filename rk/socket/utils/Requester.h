@@ -45,7 +45,7 @@ public:
     /// ends.
     ///
     /// \param request the message to send
-    /// \param reply the result, of any size. It may be partly filled after a failure.
+    /// \param reply the result, of at most 2147483647 bytes. It may be partly filled after a failure.
     /// \param timeout of each attempt, at least one millisecond
     /// \param attempts at least 1
     /// \throws TimeoutException if the last attempt gets no reply in time
