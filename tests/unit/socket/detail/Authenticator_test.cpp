@@ -438,7 +438,7 @@ TEST_F(AuthenticatorDeathTest, DropsLastLineIfBlocked) {
                 testing::ExitedWithCode(0), "");
 }
 
-TEST_F(AuthenticatorDeathTest, LogsPendingLinesAtTheEnd) {
+TEST_F(AuthenticatorDeathTest, LogsPendingLinesAtEnd) {
     EXPECT_EXIT(std::exit(resultOf(&NewAuthenticator::logsPendingLinesAtItsEnd)), testing::ExitedWithCode(0), "");
 }
 
