@@ -21,7 +21,7 @@ Exit status:
             reader of the output has gone
   1         something failed, and a line on standard error says what
   2         the command line is wrong, and nothing was done
-  3         the time of --timeout has passed, and nothing else failed
+  3         a wait has timed out, and nothing else failed
   130, 143  SIGINT or SIGTERM arrived before the work was done
 
 'rk-socket COMMAND --help' shows the options of a command, and examples.
