@@ -43,8 +43,8 @@ RK_SOCKET_EXPORT KeyPair readKeyFile(const std::string& path);
 /// A `Pub` or `Rep` admits the clients whose keys are in the trusted-keys file, and refuses all others. A `Sub` or
 /// `Req` connects to an endpoint only if the file has a key for it, and only to the server that has this key.
 ///
-/// To reload both files, call it again. The new keys of clients apply to their new connections. The new key pair and the
-/// new keys of servers apply to endpoints that are bound or connected later. A call that throws changes nothing.
+/// To reload both files, call it again. The new keys of clients apply to their new connections. The new key pair and
+/// the new keys of servers apply to endpoints that are bound or connected later. A call that throws changes nothing.
 ///
 /// Each line of the trusted-keys file has a key, blanks, and the name of a client or the endpoint of a server. An
 /// endpoint is "tcp://host:port" or "tcp://host:*". Lines that start with "#" and anything after the name are comments.

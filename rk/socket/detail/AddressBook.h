@@ -28,8 +28,9 @@ public:
 
     /// Binds `socket` to `address`. Returns 0 or the error number of the last attempt.
     ///
-    /// If this process has released the address, or one with the same TCP port, and not bound it since, retries with short
-    /// pauses until two seconds after the release. Retries for at least 50 ms, because the process may have been suspended.
+    /// If this process has released the address, or one with the same TCP port, and not bound it since, retries with
+    /// short pauses until two seconds after the release. Retries for at least 50 ms, because the process may have been
+    /// suspended.
     /// \throws std::system_error if a lock fails
     int bind(void* socket, const std::string& address);
 

@@ -344,7 +344,8 @@ TEST_F(Authenticator, RefusesWithoutALock) {
 TEST_F(Authenticator, IsStartedUnderALock) {
     Socket other("other", ClosePolicy::DropPending);
     other.create(Protocol::Rep);
-    // The fifth lock is the record's, after the settings', the credentials', the authenticator's and the address book's.
+    // The fifth lock is the record's, after those of the settings, the credentials, the authenticator and the address
+    // book.
     const MutexFault fault(EINVAL, 5);
     EXPECT_THROW(other.connect(freshEndpoint(Transport::Tcp), 0), std::system_error);
 }
