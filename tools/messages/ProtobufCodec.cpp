@@ -98,10 +98,10 @@ public:
             throw CodecError("not UTF-8, which JSON has to be: " + listed(inspection.notUtf8) +
                              "; decoded, with these bytes escaped: " + presentedJson(block));
         }
-        if (inspection.isScattered &&
-            receivedMessage->ParsePartialFromArray(block.data(), static_cast<int>(block.size()))) {
-            receivedMessage->SerializePartialToString(&bytes);
-        } else {
+        const bool isJoined = inspection.isScattered &&
+                              receivedMessage->ParsePartialFromArray(block.data(), static_cast<int>(block.size())) &&
+                              receivedMessage->SerializePartialToString(&bytes);
+        if (!isJoined) {
             bytes.assign(block);
         }
         text += toJson(bytes);
