@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -15,7 +16,9 @@
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace rk::tests {
 
@@ -38,6 +41,17 @@ mode_t modeOf(const std::string& path) {
     struct stat status{};
     EXPECT_EQ(0, stat(path.c_str(), &status));
     return status.st_mode & 07777U;
+}
+
+std::vector<int> descriptorsOf(const std::string& path) {
+    std::vector<int> found;
+    for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        if (std::filesystem::read_symlink(descriptor, ignored) == path) {
+            found.push_back(std::stoi(descriptor.path().filename()));
+        }
+    }
+    return found;
 }
 
 class KeyFile : public testing::Test {
@@ -79,6 +93,20 @@ INSTANTIATE_TEST_SUITE_P(Of, KeyFileFailure, testing::Values("mkostemp", "write"
 TEST_F(KeyFile, HasTwoLines) {
     Security::writeKeyFile(keys, path);
     EXPECT_EQ(publicKey + "\n" + secretKey + "\n", contentOf(path));
+}
+
+TEST_F(KeyFile, IsNeitherLeftOpenNorInherited) {
+    files.write("keys", keys);
+    StandIn standIn;
+    std::vector<int> flags;
+    standIn.after("read", [&] {
+        for (const int descriptor : descriptorsOf(path)) {
+            flags.push_back(fcntl(descriptor, F_GETFD));
+        }
+    });
+    Security::readKeyFile(path);
+    EXPECT_EQ((std::vector<int>{FD_CLOEXEC, FD_CLOEXEC}), flags); // read until the end
+    EXPECT_TRUE(descriptorsOf(path).empty());
 }
 
 TEST_F(KeyFile, IsReadAsWritten) {
@@ -232,7 +260,9 @@ TEST_F(KeyFile, IsRefusedWhenItIsNoFile) {
 }
 
 TEST_F(KeyFile, IsRefusedWhenItIsHuge) {
-    std::filesystem::resize_file(files.write("keys", keys), 16 * 1024 * 1024 + 1);
+    std::filesystem::resize_file(files.write("keys", keys), 16 * 1024 * 1024);
+    EXPECT_EQ("Security: " + path + ":3: more than two lines", readRefusal(path));
+    std::filesystem::resize_file(path, 16 * 1024 * 1024 + 1);
     EXPECT_EQ("Security: Cannot read " + path + ": more than 16 MiB", readRefusal(path));
 }
 
@@ -257,6 +287,14 @@ TEST_F(KeyFile, IsRefusedWithoutCurve) {
 }
 
 TEST_F(KeyFile, IsReadInParts) {
+    files.write("keys", keys);
+    StandIn standIn;
+    standIn.after("fstat", [&] { std::filesystem::resize_file(path, publicKey.size() + 1); });
+    standIn.after("read", [&] { files.write("keys", keys); });
+    EXPECT_EQ(secretKey, Security::readKeyFile(path).secretKey);
+}
+
+TEST_F(KeyFile, IsReadUntilItsEnd) {
     files.write("keys", keys);
     StandIn standIn;
     standIn.answer("read", 0); // as if the file had shrunk
