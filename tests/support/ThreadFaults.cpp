@@ -17,12 +17,19 @@ struct Lock {
 };
 
 std::atomic<int> faultOfThreads{0};
+std::atomic<int> threadsUntilIt{0};
 thread_local Lock faultOfLocks;
 thread_local int faultOfJoins = 0; // of the next join
 
 std::function<void()>& pendingAction() {
     thread_local std::function<void()> action;
     return action;
+}
+
+/// Returns the error of the fault that is due for this new thread, or 0.
+int dueFaultOfThreads() {
+    const int error = faultOfThreads;
+    return error != 0 && --threadsUntilIt <= 0 ? error : 0;
 }
 
 /// Returns the error of the fault that is due for this lock, or 0.
@@ -62,8 +69,7 @@ std::intptr_t performOnThread(const Call& call, const Real& real) {
         }
         return real();
     }
-    const int error =
-        call.function == Function::PthreadMutexLock ? dueFaultOfLocks(call.caller) : faultOfThreads.load();
+    const int error = call.function == Function::PthreadMutexLock ? dueFaultOfLocks(call.caller) : dueFaultOfThreads();
     return error != 0 ? error : real();
 }
 
@@ -91,7 +97,8 @@ MutexFault::~MutexFault() {
     faultOfLocks = {};
 }
 
-ThreadFault::ThreadFault(int error) {
+ThreadFault::ThreadFault(int error, int nth) {
+    threadsUntilIt = nth;
     faultOfThreads = error;
 }
 
