@@ -207,10 +207,12 @@ public:
         waitForLines(1);
         statusOf(key, "second");
         std::optional<BeforeJoin> hook;
+        std::promise<void> logged;
         standIn.after(rcvMore, [&] {
             hook.emplace([&] { // before it waits for the lines
                 released.set_value();
                 standIn.journal().waitFor(lastLine);
+                logged.set_value();
             });
         });
         fail("zmq_send");
@@ -218,6 +220,7 @@ public:
         if (standIn.journal().count(lineOf(untrusted, "second")) == 0) {
             return false;
         }
+        logged.get_future().wait();
         awaitEndOfThreads(2);
         return true;
     }
