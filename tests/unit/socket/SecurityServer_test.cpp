@@ -17,6 +17,7 @@
 #include <zmq.h>
 
 #include <chrono>
+#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -304,13 +305,14 @@ TEST_F(SecurityServer, ServesAfterARepair) {
     peer->set(ZMQ_REQ_RELAXED, 1);
     peer->send("unanswered");
     EXPECT_EQ("unanswered", receiveText(server));
-    std::unique_ptr<CurvePeer> other;
-    standIn.after("debug", [&] { // when the receive has rebuilt the socket, because an earlier request would be lost
-        other = connected(ZMQ_REQ, client);
-        other->send("after the repair");
+    auto other = std::async(std::launch::async, [&] { // after the rebuild, because an earlier request would be lost
+        standIn.journal().waitFor("debug: Connected [Socket server]", 2);
+        auto next = connected(ZMQ_REQ, client);
+        next->send("after the repair");
+        return next;
     });
     expectRequest("after the repair");
-    EXPECT_EQ("reply to after the repair", other->receive());
+    EXPECT_EQ("reply to after the repair", other.get()->receive());
     EXPECT_EQ(1U, standIn.journal().count("warning: [Socket server] Attempting reset"));
 }
 
