@@ -70,6 +70,15 @@ TEST(ProtobufCodec, SkipsFieldsThatTheTypeLacks) {
     EXPECT_EQ(broken(10, R"({"sensor":"abc"})"), decoded(sensor + group.substr(0, group.size() - 1)));
 }
 
+TEST(ProtobufCodec, DropsMisencodedFields) {
+    const std::string number = "\x0d\1\2\3\4";
+    const std::string quantity = "\x1b\x10\1\x1c";
+
+    EXPECT_EQ(R"({"sensor":"abc"})", decoded(number + sensor + quantity));
+    EXPECT_EQ(R"({"sensor":"abc","quantity":{}})", decoded(sensor + "\x1a\5\x15\1\2\3\4"));
+    EXPECT_EQ(broken(10, R"({"sensor":"abc"})"), decoded(number + sensor + "\xff"));
+}
+
 TEST(ProtobufCodec, JoinsScatteredFields) {
     EXPECT_EQ(R"({"number":"5","raw":[1,2,3,4]})", decoded("\x30\1\x08\5\x30\2\x32\2\3\4"));
     EXPECT_EQ(R"({"raw":[1,2]})", decoded("\x32\1\1\x32\1\2"));

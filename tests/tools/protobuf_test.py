@@ -52,13 +52,21 @@ class Receiving(ToolTest):
 
     def test_remarks_on_each_thing_that_the_type_lacks(self):
         enumeration, encoding, field = b"\x18\x05", b"\x20\x01", b"\x50\x01"
-        status, output, errors = self.sub(enumeration, encoding, enumeration + field, enumeration)
+        status, output, errors = self.sub(enumeration, enumeration + encoding, enumeration + field, enumeration)
 
-        self.assertEqual((0, [{"state": 5}, {}, {"state": 5}, {"state": 5}]), (status, [json.loads(line) for line in output.splitlines()]))
+        self.assertEqual((0, [{"state": 5}] * 4), (status, [json.loads(line) for line in output.splitlines()]))
         self.assertEqual("rk-socket: 5 is no value of legacy.Order.state: is the schema up to date?\n"
                          "rk-socket: legacy.Order.checksum is not encoded as fixed32: is it the right type?\n"
                          "rk-socket: there are fields that legacy.Order does not have, number 10: is it the right type?\n",
                          errors)
+
+    def test_drops_groups_in_place_of_text_and_the_reverse(self):
+        text, group = b"\x0b\x08\x01\x0c", b"\x12\x02\x08\x01"
+        status, output, errors = self.sub(text + group + legacy.Order(state=legacy.Order.DONE).SerializeToString())
+
+        self.assertEqual((0, {"state": "DONE"}), (status, json.loads(output)))
+        self.assertEqual("rk-socket: legacy.Order.line is not encoded as group: is it the right type?\n"
+                         "rk-socket: legacy.Order.text is not encoded as string: is it the right type?\n", errors)
 
 
 class Sending(ToolTest):

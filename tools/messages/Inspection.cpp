@@ -14,27 +14,6 @@ using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::io::CodedInputStream;
 
-WireType encodingOf(const FieldDescriptor& field) {
-    switch (field.type()) {
-    case FieldDescriptor::TYPE_DOUBLE:
-    case FieldDescriptor::TYPE_FIXED64:
-    case FieldDescriptor::TYPE_SFIXED64:
-        return Fixed64;
-    case FieldDescriptor::TYPE_FLOAT:
-    case FieldDescriptor::TYPE_FIXED32:
-    case FieldDescriptor::TYPE_SFIXED32:
-        return Fixed32;
-    case FieldDescriptor::TYPE_STRING:
-    case FieldDescriptor::TYPE_BYTES:
-    case FieldDescriptor::TYPE_MESSAGE:
-        return LengthDelimited;
-    case FieldDescriptor::TYPE_GROUP:
-        return StartGroup;
-    default:
-        return Varint;
-    }
-}
-
 class Inspector {
 public:
     explicit Inspector(std::string_view block) : stream(streamOf(block)) {}
@@ -75,16 +54,15 @@ private:
             }
             return skip(tag);
         }
-        const WireType expected = encodingOf(*field);
-        const bool isPacked = wireTypeOf(tag) == LengthDelimited && field->is_packable();
-        result.isScattered |= number < last || (number == last && (isPacked || !field->is_repeated()));
+        result.isScattered |= number < last || (number == last && (isPacked(*field, tag) || !field->is_repeated()));
         last = number;
-        if (wireTypeOf(tag) == expected) {
+        if (isPacked(*field, tag)) {
+            return within([&] { return inspectPacked(*field); });
+        }
+        if (!isMisencoded(*field, tag)) {
             return inspectValue(*field, tag);
         }
-        if (isPacked) {
-            return within([&] { return inspectPacked(*field, expected); });
-        }
+        result.isMisencoded = true;
         result.mismatches.insert(fullNameOf(field) + " is not encoded as " + std::string(field->type_name()) +
                                  ": is it the right type?");
         return skip(tag);
@@ -115,9 +93,9 @@ private:
         return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
     }
 
-    bool inspectPacked(const FieldDescriptor& field, WireType expected) {
+    bool inspectPacked(const FieldDescriptor& field) {
         while (stream.BytesUntilLimit() > 0) {
-            if (!(field.enum_type() != nullptr ? inspectEnumeration(field) : skipValue(stream, expected))) {
+            if (!(field.enum_type() != nullptr ? inspectEnumeration(field) : skipValue(stream, encodingOf(field)))) {
                 return false;
             }
         }

@@ -20,6 +20,9 @@ struct Inspection {
     /// such a field several times.
     bool isScattered = false;
 
+    /// Whether a field is encoded in another way than its type requires. Protobuf 22 and later refuse to print it.
+    bool isMisencoded = false;
+
     /// The numbers of the fields that a type does not have, by the name of the type.
     std::map<std::string, std::set<int>> unknownFields;
 

@@ -132,9 +132,8 @@ void append(CodedOutputStream& output, std::uint32_t tag, const std::string& con
 }
 
 /// Converts a field that is a message or a group, and copies any other.
-void convertField(CodedInputStream& stream, CodedOutputStream& output, std::uint32_t tag, const Descriptor* type,
+void convertField(CodedInputStream& stream, CodedOutputStream& output, std::uint32_t tag, const FieldDescriptor* field,
                   Wanted wanted) {
-    const FieldDescriptor* const field = fieldOf(type, fieldNumberOf(tag));
     const Descriptor* const inner = field != nullptr ? field->message_type() : nullptr;
     const bool isGroup = wireTypeOf(tag) == StartGroup;
     if (isGroup) {
@@ -159,6 +158,14 @@ void convertField(CodedInputStream& stream, CodedOutputStream& output, std::uint
     }
 }
 
+void skip(CodedInputStream& stream, std::uint32_t tag) {
+    if (wireTypeOf(tag) == StartGroup) {
+        converted(stream, nullptr, Wanted::Groups);
+    } else {
+        static_cast<void>(skipValue(stream, wireTypeOf(tag)));
+    }
+}
+
 /// Converts the fields up to the end of the stream or of its group. `type` is null for an unknown group.
 std::string converted(CodedInputStream& stream, const Descriptor* type, Wanted wanted) {
     std::string bytes;
@@ -166,7 +173,12 @@ std::string converted(CodedInputStream& stream, const Descriptor* type, Wanted w
     {
         CodedOutputStream output(&target);
         for (auto tag = stream.ReadTag(); tag != 0 && wireTypeOf(tag) != EndGroup; tag = stream.ReadTag()) {
-            convertField(stream, output, tag, type, wanted);
+            const FieldDescriptor* const field = fieldOf(type, fieldNumberOf(tag));
+            if (wanted == Wanted::Messages && field != nullptr && isMisencoded(*field, tag)) {
+                skip(stream, tag);
+            } else {
+                convertField(stream, output, tag, field, wanted);
+            }
         }
     }
     return bytes;

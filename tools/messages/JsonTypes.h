@@ -23,7 +23,8 @@ bool mayContainGroups(const google::protobuf::Descriptor& type);
 /// Returns whether messages of this type can have required fields, at any depth.
 bool mayNeedFields(const google::protobuf::Descriptor& type);
 
-/// Turns the groups in a well-formed `block` into messages, and escapes the strings that are not UTF-8.
+/// Turns the groups in a well-formed `block` into messages, escapes the strings that are not UTF-8, and drops the fields
+/// that are encoded in another way than their types require.
 std::string presentable(std::string_view block, const google::protobuf::Descriptor& type);
 
 /// Turns messages in a well-formed `block` into groups, where the type has groups.

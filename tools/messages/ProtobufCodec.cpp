@@ -104,7 +104,7 @@ public:
         if (!isJoined) {
             bytes.assign(block);
         }
-        text += toJson(bytes);
+        text += receivesGroups || inspection.isMisencoded ? presentedJson(bytes) : toJson(bytes);
     }
 
 private:
@@ -129,15 +129,10 @@ private:
         return toJson(presentable(block, *receivedMessage->GetDescriptor()));
     }
 
-    /// Converts a block of the received type.
+    /// Converts a block that JSON can carry.
     const std::string& toJson(const std::string& block) {
         json.clear();
-        std::string presented;
-        if (receivesGroups) {
-            presented = presentable(block, *receivedMessage->GetDescriptor());
-        }
-        const auto status =
-            util::BinaryToJsonString(resolver.get(), receivedUrl, receivesGroups ? presented : block, &json, options);
+        const auto status = util::BinaryToJsonString(resolver.get(), receivedUrl, block, &json, options);
         if (!status.ok()) {
             throw CodecError("no JSON for this " + typeOf(*receivedMessage) + ": " +
                              readable(std::string(status.message())));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <google/protobuf/descriptor.h>
 #include <google/protobuf/io/coded_stream.h>
 
 #include <cstdint>
@@ -29,6 +30,39 @@ inline std::uint32_t withWireType(std::uint32_t tag, WireType type) {
 
 inline int fieldNumberOf(std::uint32_t tag) {
     return static_cast<int>(tag >> 3U);
+}
+
+/// Returns the encoding of a value that is not packed.
+inline WireType encodingOf(const google::protobuf::FieldDescriptor& field) {
+    using google::protobuf::FieldDescriptor;
+    switch (field.type()) {
+    case FieldDescriptor::TYPE_DOUBLE:
+    case FieldDescriptor::TYPE_FIXED64:
+    case FieldDescriptor::TYPE_SFIXED64:
+        return Fixed64;
+    case FieldDescriptor::TYPE_FLOAT:
+    case FieldDescriptor::TYPE_FIXED32:
+    case FieldDescriptor::TYPE_SFIXED32:
+        return Fixed32;
+    case FieldDescriptor::TYPE_STRING:
+    case FieldDescriptor::TYPE_BYTES:
+    case FieldDescriptor::TYPE_MESSAGE:
+        return LengthDelimited;
+    case FieldDescriptor::TYPE_GROUP:
+        return StartGroup;
+    default:
+        return Varint;
+    }
+}
+
+/// Returns whether the value after `tag` is packed.
+inline bool isPacked(const google::protobuf::FieldDescriptor& field, std::uint32_t tag) {
+    return wireTypeOf(tag) == LengthDelimited && field.is_packable();
+}
+
+/// Returns whether the value after `tag` is encoded in another way than the type of the field requires.
+inline bool isMisencoded(const google::protobuf::FieldDescriptor& field, std::uint32_t tag) {
+    return wireTypeOf(tag) != encodingOf(field) && !isPacked(field, tag);
 }
 
 inline google::protobuf::io::CodedInputStream streamOf(std::string_view bytes) {
