@@ -2,7 +2,9 @@
 
 #include <google/protobuf/compiler/importer.h>
 #include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
 #include <google/protobuf/util/json_util.h>
+#include <google/protobuf/util/type_resolver.h>
 #if GOOGLE_PROTOBUF_VERSION < 4022000
 #include <google/protobuf/stubs/logging.h>
 #else
@@ -12,8 +14,8 @@
 #include <string>
 
 /// \file
-/// Hides the differences between releases of protobuf. Release 22 renamed the callback for errors and logs through abseil.
-/// Release 26 renamed an option of JSON. Release 30 returns names as views.
+/// Hides the differences between releases of protobuf. Release 22 renamed the callback for errors, logs through abseil and
+/// has another parser for JSON. Release 26 renamed an option of JSON. Release 30 returns names as views.
 
 namespace rk::tools {
 
@@ -47,6 +49,24 @@ public:
     }
 #endif
 };
+
+/// Converts JSON to a block of the type of `message`, which it may overwrite. From release 22 on, only the conversion to a
+/// message supports extensions, and neither checks required fields.
+inline auto jsonToBlock([[maybe_unused]] google::protobuf::util::TypeResolver& resolver,
+                        [[maybe_unused]] const std::string& url, const std::string& json,
+                        [[maybe_unused]] google::protobuf::Message& message, std::string& block) {
+#if GOOGLE_PROTOBUF_VERSION < 4022000
+    return google::protobuf::util::JsonToBinaryString(&resolver, url, json, &block);
+#else
+    message.Clear();
+    absl::Status status = google::protobuf::util::JsonStringToMessage(json, &message);
+    if (status.ok() && !message.IsInitialized()) {
+        status = absl::InvalidArgumentError("missing field " + message.InitializationErrorString());
+    }
+    block = message.SerializePartialAsString();
+    return status;
+#endif
+}
 
 inline void printAllFields(google::protobuf::util::JsonPrintOptions& options, bool all) {
 #if GOOGLE_PROTOBUF_VERSION < 5026000

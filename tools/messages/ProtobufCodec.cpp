@@ -81,7 +81,7 @@ public:
             throw CodecError("not UTF-8, which JSON has to be");
         }
         std::string block;
-        const auto status = util::JsonToBinaryString(resolver.get(), sentUrl, text, &block);
+        const auto status = jsonToBlock(*resolver, sentUrl, text, *sentMessage, block);
         if (!status.ok()) {
             throw CodecError("not a " + typeOf(*sentMessage) + " in JSON: " + readable(std::string(status.message())));
         }
