@@ -196,7 +196,8 @@ std::intptr_t watch(Call& call, const Real& real) {
 /// Closes the socket even if the close is to fail, because nothing else would close it.
 std::intptr_t watchClose(const Call& call, const Real& real) {
     state().journal.add(call.name());
-    const std::intptr_t result = real();
+    const std::optional<std::intptr_t> answer = dueAnswer(call.name());
+    const std::intptr_t result = answer ? *answer : real();
     const std::optional<int> error = dueFault(call.name());
     if (error) {
         call.fail(*error);
