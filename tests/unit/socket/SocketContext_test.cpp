@@ -14,7 +14,6 @@
 #include <new>
 #include <stdexcept>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <thread>
 #include <type_traits>
 #include <unistd.h>
@@ -157,11 +156,8 @@ void createWithoutStandardInput() {
 
 /// Runs as a user who may not open the root folder.
 void createWithoutPermission() {
-    const std::string root = temporaryFolder() + "/root";
-    ASSERT_EQ(0, mkdir(root.c_str(), 0711));
-    ASSERT_EQ(0, chroot(root.c_str()));
-    ASSERT_EQ(0, chdir("/"));
-    ASSERT_EQ(0, setuid(65534));
+    StandIn standIn;
+    standIn.fail("open", EACCES, 1, StandIn::always);
     Socket socket("cmd", ClosePolicy::DropPending);
     EXPECT_NO_THROW(socket.create(Protocol::Req));
 }
@@ -233,12 +229,6 @@ TEST_F(SocketContextDeathTest, StartsWithoutInput) {
 }
 
 TEST_F(SocketContextDeathTest, StartsInAClosedRoot) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the search for leaks needs /proc";
-#endif
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can change the root folder";
-    }
     EXPECT_EXIT((createWithoutPermission(), endProcess()), ExitedWithCode(0), "");
 }
 
