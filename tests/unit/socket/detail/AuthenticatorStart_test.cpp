@@ -106,6 +106,14 @@ bool leavesSignalsToTheApplication() {
     return threadsForFaultsOnly() == 2;
 }
 
+/// As a user who may not open the root folder. Only the executable of this file can fail `open`.
+void startInAClosedRoot() {
+    StandIn standIn;
+    standIn.fail("open", EACCES, 1, StandIn::always);
+    Socket server("server", ClosePolicy::DropPending);
+    EXPECT_NO_THROW(server.create(Protocol::Rep));
+}
+
 void failToStartThread(int nth) {
     const SecuredProcess process;
     Socket server("server", ClosePolicy::DropPending);
@@ -170,6 +178,10 @@ TEST_F(AuthenticatorStartDeathTest, StartsOnceForTwo) {
 
 TEST_F(AuthenticatorStartDeathTest, BlocksSignals) {
     EXPECT_EXIT(std::exit(leavesSignalsToTheApplication() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AuthenticatorStartDeathTest, RunsInClosedRoot) {
+    EXPECT_EXIT((startInAClosedRoot(), std::exit(HasFailure() ? 1 : 0)), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(AuthenticatorStartDeathTest, ExitsIfItFails) {
