@@ -106,7 +106,7 @@ bool leavesSignalsToTheApplication() {
     return threadsForFaultsOnly() == 2;
 }
 
-/// As a user who may not open the root folder. Only the executable of this file can fail `open`.
+/// Creates the first socket without permission to open the root folder. Only this executable replaces `open`.
 void startInAClosedRoot() {
     StandIn standIn;
     standIn.fail("open", EACCES, 1, StandIn::always);
