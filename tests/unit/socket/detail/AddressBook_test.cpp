@@ -291,6 +291,10 @@ TEST_P(AddressBookOverlap, IsWaitedFor) {
 
     EXPECT_EQ(GetParam().waits ? 1U : 0U, clock.takePauses().size());
     Network::listenOn("*");
+    server.close();
+    clock.advance(seconds(3)); // so that the next bind and close forget both addresses
+    standIn.answer("zmq_bind", 0);
+    server.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Inproc), 0);
 }
 
 TEST_F(AddressBookTakeOver, IgnoresThePreviousHolder) {
