@@ -46,8 +46,9 @@ RK_SOCKET_EXPORT KeyPair readKeyFile(const std::string& path);
 /// To reload both files, call it again. The new keys of clients apply to their new connections. The new key pair and
 /// the new keys of servers apply to endpoints that are bound or connected later. A call that throws changes nothing.
 ///
-/// Each line of the trusted-keys file has a key, blanks, and the name of a client or the endpoint of a server. An
-/// endpoint is "tcp://host:port" or "tcp://host:*". Lines that start with "#" and anything after the name are comments.
+/// Each line of the trusted-keys file has a key, blanks, and the name of a client or the endpoint of a server. A name
+/// contains no colon. An endpoint is "tcp://host:port" or "tcp://host:*". Lines that start with "#" and anything after
+/// the name are comments.
 /// \param keyFile a file that `writeKeyFile` has written
 /// \param trustedKeysFile a file that belongs to the effective user or to root, and that other users cannot write
 /// \throws std::logic_error if a socket has already connected or bound a TCP endpoint in plain, or tried to

@@ -51,6 +51,11 @@ class Files(KeyTest):
         self.assertEqual("%s tcp://%s:*" % (key, socket.gethostname()), server)
         self.assertEqual(0o600, os.stat(path).st_mode & 0o777)
 
+    def test_keygen_replaces_names_that_the_file_cannot_have(self):
+        for name in "a:1", "#1", "a b", "\N{SECTION SIGN}":
+            client = self.run_tool("keygen", self.path(name))[1].decode().splitlines()[0]
+            self.assertTrue(client.endswith(" client"), client)
+
     def test_keygen_keeps_what_is_there(self):
         before = self.read_file("own.key")
         status, output, errors = self.run_tool("keygen", self.own)

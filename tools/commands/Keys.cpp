@@ -22,7 +22,8 @@ std::string linesToPaste(const std::string& publicKey, const std::string& path) 
     std::array<char, 256> host{};
     ::gethostname(host.data(), host.size() - 1);
     const std::string name = std::filesystem::path(path).stem().string() + "@" + host.data();
-    const bool isName = std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~'; });
+    const bool isName =
+        std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~' && c != ':' && c != '#'; });
     return publicKey + " " + (isName ? name : "client") + "\n" + publicKey + " tcp://" + host.data() + ":*\n";
 }
 

@@ -68,8 +68,8 @@ void TrustedKeys::add(std::string_view line, const Lines& lines) {
     if (!isPrintable(name)) {
         lines.refuse("a name that is not printable");
     }
-    // A misspelled endpoint must not admit a server's key as a client.
-    if (name.find("://") == std::string::npos && name.compare(0, 4, "tcp:") != 0) {
+    // A misspelled endpoint, such as "server:5555", must not admit a server's key as a client.
+    if (name.find(':') == std::string::npos) {
         clients.insert(key);
     } else {
         addServer(key, name, lines);
