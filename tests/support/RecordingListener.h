@@ -30,6 +30,8 @@ public:
     std::shared_ptr<google::protobuf::Message> createMessage() override;
     void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) override;
 
+    using SocketListener::setMessageBufferSize;
+
     /// Adds the endpoint and starts. If this fails, so does the test.
     void serve(const SocketEndpoint& endpoint);
 

@@ -374,6 +374,16 @@ TEST_F(ListenerStray, LogsABadRequestDuringStop) {
     EXPECT_EQ(1U, standIn.journal().count("error: [Socket Listener rep] Failed handling received message: "));
 }
 
+TEST_F(ListenerStray, StopsWithASmallBuffer) {
+    listener.setMessageBufferSize(5);
+    listener.serve(endpoint);
+    send(oneFrame);
+
+    expectStop(listener);
+
+    expectNoLine();
+}
+
 TEST_F(ListenerStray, TreatsTheWakeUpStringAsARequest) {
     listener.serve(endpoint);
     NativeSocket client(Protocol::Req, endpoint);
