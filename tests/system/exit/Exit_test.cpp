@@ -72,6 +72,12 @@ TEST(ExitOfAProcess, LogsOnlyFourLines) {
     EXPECT_EQ(4U, exitAfter("one-socket").errorLines.size());
 }
 
+TEST(ExitOfAProcess, LogsNoEndOfTheAuthenticator) {
+    const ChildResult result = exitAfter("authenticator-running");
+
+    EXPECT_THAT(result.errorLines, testing::Not(testing::Contains(testing::HasSubstr("Cannot authenticate"))));
+}
+
 TEST(ExitOfAProcess, EndsARunningListener) {
     const ChildResult result = exitAfter("static-listener");
 

@@ -209,7 +209,7 @@ TEST_F(ListenAddresses, AreRefusedIfTheSystemFails) {
 }
 
 TEST_F(ListenAddresses, IncludeThoseWithALabel) {
-    char label[] = "lo:1";
+    char label[] = "lo:1:2";
     standIn.after("getifaddrs", [&] {
         for (ifaddrs* entry = latestInterfaces(); entry != nullptr; entry = entry->ifa_next) {
             entry->ifa_name = label;
