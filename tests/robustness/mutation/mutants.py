@@ -99,7 +99,7 @@ def replacements(match, line):
     if kind == "text":
         return [text[:-1] + '~"']
     if kind == "char":
-        return ["'~'"]
+        return ["'!'" if text == "'~'" else "'~'"]
     if kind == "number":
         return other_number(text)
     if kind == "name":
