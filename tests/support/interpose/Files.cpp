@@ -11,7 +11,7 @@ using namespace rk::tests;
 extern "C" {
 
 int open(const char* path, int flags, ...) {
-    static auto* const real = next<decltype(open)>("open");
+    static auto* const real = next<decltype(open)>("open64");
     mode_t mode = 0;
     if ((flags & O_CREAT) != 0) {
         va_list arguments;
@@ -25,14 +25,14 @@ int open(const char* path, int flags, ...) {
 }
 
 int mkostemp(char* pattern, int flags) {
-    static auto* const real = next<decltype(mkostemp)>("mkostemp");
+    static auto* const real = next<decltype(mkostemp)>("mkostemp64");
     Call call{Function::Mkostemp, __builtin_return_address(0), nullptr, pattern};
     const auto go = [&] { return real(pattern, flags); };
     return static_cast<int>(perform(call, Real(go)));
 }
 
 int fstat(int descriptor, struct stat* status) {
-    static auto* const real = next<decltype(fstat)>("fstat");
+    static auto* const real = next<decltype(fstat)>("fstat64");
     Call call{Function::Fstat, __builtin_return_address(0)};
     const auto go = [&] { return real(descriptor, status); };
     return static_cast<int>(perform(call, Real(go)));

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -262,8 +263,10 @@ TEST_F(KeyFile, IsRefusedWhenItIsNoFile) {
 TEST_F(KeyFile, IsRefusedWhenItIsHuge) {
     std::filesystem::resize_file(files.write("keys", keys), 16 * 1024 * 1024);
     EXPECT_EQ("Security: " + path + ":3: more than two lines", readRefusal(path));
-    std::filesystem::resize_file(path, 16 * 1024 * 1024 + 1);
-    EXPECT_EQ("Security: Cannot read " + path + ": more than 16 MiB", readRefusal(path));
+    for (const std::uintmax_t size : {16777217ULL, 3000000000ULL}) {
+        std::filesystem::resize_file(path, size);
+        EXPECT_EQ("Security: Cannot read " + path + ": more than 16 MiB", readRefusal(path)) << size;
+    }
 }
 
 TEST_F(KeyFile, IsRefusedWhenItIsMissing) {
