@@ -42,7 +42,7 @@ quick = dict(os.environ, RK_TEST_ROUNDS="20", LLVM_PROFILE_FILE=os.devnull)
 most_specific = 20  # tests that are tried before all others
 long = 1.0  # seconds; tests that take longer are tried after all others
 at_once = 4  # most tests wait for something most of the time
-patience = 6  # seconds that a test may take beyond four times what it takes without a mistake
+patience = 15  # seconds that a test may take beyond four times what it takes without a mistake
 instrumentation = re.compile(r"-fprofile-\S+|-fcoverage-\S+|-W\w\S*|-MD|-M[TF] \S+|^ccache ")
 
 
