@@ -6,8 +6,10 @@
 #include <zmq.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 
 namespace rk::tests {
@@ -340,7 +342,8 @@ int ModelSocket::poll(unsigned int timeout, std::string& error) {
     if (native == 0) {
         throw std::runtime_error("Socket: Cannot poll a NULL socket");
     }
-    const Event& polled = call("zmq_poll 1, " + std::to_string(timeout) + " ms");
+    const auto milliseconds = std::min<std::int64_t>(timeout, std::numeric_limits<long>::max());
+    const Event& polled = call("zmq_poll 1, " + std::to_string(milliseconds) + " ms");
     if (polled.error == ETERM) {
         throw ZmqContextTerminationException("Context terminated in poll() for socket " + debugString());
     }
