@@ -2,6 +2,7 @@
 
 #include "support/BlockedStandardError.h"
 #include "support/Endpoints.h"
+#include "support/Immortal.h"
 #include "support/SecuredProcess.h"
 #include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
@@ -16,7 +17,6 @@
 #include <spdlog/spdlog.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
@@ -27,14 +27,13 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <netinet/in.h>
-#include <new>
 #include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 /// ThreadSanitizer's options: some scenarios leave threads unjoined on purpose, and the default delay at exit is long.
@@ -45,6 +44,7 @@ extern "C" const char* __tsan_default_options() {
 namespace {
 
 using namespace rk::socket;
+using rk::tests::immortal;
 
 const SocketEndpoint endpoint(Transport::Inproc, "exit", 0);
 constexpr int none = -1; ///< no descriptor, no port
@@ -61,51 +61,25 @@ public:
     void handleMessage(google::protobuf::Message* /*message*/, std::shared_ptr<Socket> /*socket*/) override {}
 };
 
-void startOn(SilentListener& listener, const std::string& name) {
+void startOn(SilentListener& listener, const std::string& address) {
     std::string error;
-    if (!listener.addListenEndpoint("inproc://" + name, error) || !listener.start(error)) {
+    if (!listener.addListenEndpoint(address, error) || !listener.start(error)) {
         std::cerr << error << "\n";
         std::_Exit(3);
     }
 }
 
-/// Threads that signal to the main thread when they are about to block.
-class Blockers {
-public:
-    void start() {
-        std::thread([this] { block(); }).detach();
+/// Blocks in a receive until process exit ends the call.
+void block(std::promise<void> aboutToBlock) {
+    try {
+        Socket socket("blocked", ClosePolicy::DropPending);
+        socket.createAndConnect(Protocol::Sub, endpoint, 0);
+        aboutToBlock.set_value();
+        char buffer[1];
+        socket.receive(buffer, sizeof buffer);
+    } catch (const ZmqContextTerminationException&) {
+        // The thread ends with the process.
     }
-    void awaitAll(int count) {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [&] { return blocking == count; });
-    }
-
-private:
-    void block() {
-        try {
-            Socket socket("blocked", ClosePolicy::DropPending);
-            socket.createAndConnect(Protocol::Sub, endpoint, 0);
-            {
-                const std::lock_guard<std::mutex> lock(mutex);
-                ++blocking;
-                changed.notify_all();
-            }
-            char buffer[1];
-            socket.receive(buffer, sizeof buffer);
-        } catch (const ZmqContextTerminationException&) {
-            // Process exit ends the call.
-        }
-    }
-
-    std::mutex mutex;
-    std::condition_variable changed;
-    int blocking = 0;
-};
-
-/// Never destroyed, because threads may use it until the process ends.
-Blockers& blockers() {
-    static auto* const instance = std::make_unique<Blockers>().release();
-    return *instance;
 }
 
 void useOneSocket() {
@@ -113,28 +87,29 @@ void useOneSocket() {
     socket.create(Protocol::Req);
 }
 
-/// Never destroyed, as in an application that does not stop its listeners.
-std::list<SilentListener>& leftListeners() {
-    static auto* const instance = std::make_unique<std::list<SilentListener>>().release();
-    return *instance;
-}
-
+/// Never destroys the listeners, like an application that does not stop them.
 void leaveListenersRunning() {
     for (int number = 0; number < 4; ++number) {
-        startOn(leftListeners().emplace_back(Protocol::Rep, "left"), "left-" + std::to_string(number));
+        startOn(immortal<std::list<SilentListener>>().emplace_back(Protocol::Rep, "left"),
+                "inproc://left-" + std::to_string(number));
     }
 }
 
 void leaveThreadsBlocked() {
+    std::vector<std::future<void>> blocking;
     for (int number = 0; number < 4; ++number) {
-        blockers().start();
+        std::promise<void> aboutToBlock;
+        blocking.push_back(aboutToBlock.get_future());
+        std::thread(block, std::move(aboutToBlock)).detach();
     }
-    blockers().awaitAll(4);
+    for (const std::future<void>& each : blocking) {
+        each.wait();
+    }
 }
 
 void leaveAStaticListenerRunning() {
     static SilentListener listener(Protocol::Sub, "static");
-    startOn(listener, "static");
+    startOn(listener, "inproc://static");
 }
 
 void exitFromAnotherThread() {
@@ -247,28 +222,19 @@ void encrypt() {
 /// Leaves a server with a running authenticator, and a client that it refuses.
 void leaveAnAuthenticatorRunning() {
     encrypt();
-    static SilentListener* const listener = std::make_unique<SilentListener>(Protocol::Rep, "encrypted").release();
+    auto& listener = immortal<std::list<SilentListener>>().emplace_back(Protocol::Rep, "encrypted");
     const SocketEndpoint address = rk::tests::freshEndpoint(Transport::Tcp);
-    std::string error;
-    if (!listener->addListenEndpoint(address.toString(Protocol::Req), error) || !listener->start(error)) {
-        std::cerr << error << "\n";
-        std::_Exit(3);
-    }
+    startOn(listener, address.toString(Protocol::Req));
     Socket client("client", ClosePolicy::DropPending);
     client.createAndConnect(Protocol::Req, address, 0);
     client.send("question");
 }
 
-/// Set by the library's first warning, which then waits for `released`. Neither is ever destroyed.
-std::promise<void>& warned() {
-    static auto* const instance = std::make_unique<std::promise<void>>().release();
-    return *instance;
-}
-
-std::promise<void>& released() {
-    static auto* const instance = std::make_unique<std::promise<void>>().release();
-    return *instance;
-}
+/// The library's first warning sets `warned`, and then waits for `released`.
+struct FirstWarning {
+    std::promise<void> warned;
+    std::promise<void> released;
+};
 
 /// Sends the authenticator a request for a client without a key, as ZeroMQ does, and waits for the reply.
 void askFor(const std::string& address, void* asker) {
@@ -297,7 +263,7 @@ void exitWhileTheLoggerIsBlocked() {
     for (const char* const address : {"10.0.0.1", "10.0.0.2", "10.0.0.3"}) {
         askFor(address, asker.get());
     }
-    warned().get_future().wait();
+    immortal<FirstWarning>().warned.get_future().wait();
 }
 
 /// Returns the number of threads of the process.
@@ -314,7 +280,7 @@ public:
         threadsBefore = threads();
     }
     ~SlowLogger() {
-        released().set_value();
+        immortal<FirstWarning>().released.set_value();
         while (threads() > threadsBefore) {
             std::this_thread::yield();
         }
@@ -333,19 +299,18 @@ void exitWhileTheLoggerIsSlow() {
 void exitWhileStandardErrorIsBlocked() {
     spdlog::stderr_logger_mt("rk")->set_level(spdlog::level::warn);
     // Never destroyed, and not a leak, which LeakSanitizer would report to the blocked standard error.
-    alignas(rk::tests::BlockedStandardError) static unsigned char memory[sizeof(rk::tests::BlockedStandardError)];
-    new (memory) rk::tests::BlockedStandardError;
+    immortal<rk::tests::BlockedStandardError>();
     startAuthenticator();
     const rk::tests::ZmqHandle asker(getSocket(Protocol::Req));
     zmq_connect(asker.get(), "inproc://zeromq.zap.01");
     askFor("10.0.0.1", asker.get());
 }
 
-/// Forks a child that exits while the parent's authenticator runs.
-void forkBesideAnAuthenticator() {
-    leaveAnAuthenticatorRunning();
+/// Runs `action` in a child, which then exits.
+void forkAnd(void (*action)()) {
     const pid_t child = fork();
     if (child == 0) {
+        action();
         std::exit(0);
     }
     int status = 0;
@@ -354,18 +319,16 @@ void forkBesideAnAuthenticator() {
     }
 }
 
+/// Forks a child that exits while the parent's authenticator runs.
+void forkBesideAnAuthenticator() {
+    leaveAnAuthenticatorRunning();
+    forkAnd([] {});
+}
+
 /// Enables encryption before a fork, and creates sockets after it.
 void encryptInAChild() {
     encrypt();
-    const pid_t child = fork();
-    if (child == 0) {
-        leaveAnAuthenticatorRunning();
-        std::exit(0);
-    }
-    int status = 0;
-    if (waitpid(child, &status, 0) != child || status != 0) {
-        std::_Exit(4);
-    }
+    forkAnd(leaveAnAuthenticatorRunning);
 }
 
 int portOf(int descriptor) {
@@ -375,7 +338,8 @@ int portOf(int descriptor) {
     return result == 0 && address.sin_family == AF_INET ? ntohs(address.sin_port) : none;
 }
 
-/// Delays the ZeroMQ thread that closes a connection until another descriptor has been closed.
+/// Delays the ZeroMQ thread that closes a connection until another descriptor has been closed. Never destroyed, because
+/// ZeroMQ closes descriptors while the process ends.
 class LostConnection {
 public:
     /// \param localPort the local port of the connection
@@ -404,12 +368,6 @@ private:
     std::promise<void> resumed;
 };
 
-/// Never destroyed, because ZeroMQ closes descriptors while the process ends.
-LostConnection& lostConnection() {
-    static auto* const instance = std::make_unique<LostConnection>().release();
-    return *instance;
-}
-
 /// Closes the publisher while ZeroMQ is dropping a connection whose subscriber has left messages unread.
 void loseASubscriber(ClosePolicy::ClosePolicy policy) {
     const SocketEndpoint feed = rk::tests::freshEndpoint(Transport::Tcp);
@@ -428,13 +386,13 @@ void loseASubscriber(ClosePolicy::ClosePolicy policy) {
         publisher.send(block.data(), block.size());
     }
 
-    lostConnection().stopAt(feed.port);
+    immortal<LostConnection>().stopAt(feed.port);
     subscriber.close();
-    lostConnection().awaitStop();
+    immortal<LostConnection>().awaitStop();
     publisher.close();
     // ZeroMQ closes sockets in the order of the calls.
     const rk::tests::ZmqHandle last(getSocket(Protocol::Pub));
-    lostConnection().resumeAfter(rk::tests::optionOf(last.get(), ZMQ_FD));
+    immortal<LostConnection>().resumeAfter(rk::tests::optionOf(last.get(), ZMQ_FD));
 }
 
 } // namespace
@@ -442,17 +400,17 @@ void loseASubscriber(ClosePolicy::ClosePolicy policy) {
 /// Replaces the library's function.
 void rk::utils::logWarning(const std::string& text) {
     if (blocksWarnings.exchange(false)) {
-        warned().set_value();
-        released().get_future().wait();
+        immortal<FirstWarning>().warned.set_value();
+        immortal<FirstWarning>().released.get_future().wait();
     }
     std::cerr << text << "\n";
 }
 
 int close(int descriptor) {
     static auto* const real = reinterpret_cast<decltype(&close)>(dlsym(RTLD_NEXT, "close"));
-    lostConnection().beforeClose(descriptor);
+    immortal<LostConnection>().beforeClose(descriptor);
     const int result = real(descriptor);
-    lostConnection().afterClose(descriptor);
+    immortal<LostConnection>().afterClose(descriptor);
     return result;
 }
 
