@@ -291,15 +291,13 @@ Boundary::~Boundary() {
     require(sockets.empty(), "a native socket is left open");
 }
 
-Boundary::Watch::Watch(Boundary& boundary) : watched(boundary) {
-    watched.events.clear();
-    watched.calls = 0;
-    watched.current = std::exchange(watched.next, {});
-    watching = &watched;
-}
-
-Boundary::Watch::~Watch() {
+std::vector<Event> Boundary::eventsOf(const std::function<void()>& operation) {
+    calls = 0;
+    current = std::exchange(next, {});
+    watching = this;
+    operation();
     watching = nullptr;
+    return std::exchange(events, {});
 }
 
 std::intptr_t perform(Call& call, const Real& real) {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace rk::tests {
@@ -42,12 +42,7 @@ public:
     Boundary& operator=(const Boundary&) = delete;
 
     /// Runs `operation` of the library and returns its calls and log lines.
-    template <class Operation>
-    std::vector<Event> eventsOf(const Operation& operation) {
-        const Watch watch(*this);
-        operation();
-        return std::move(events);
-    }
+    std::vector<Event> eventsOf(const std::function<void()>& operation);
 
     /// Injects a fault into the next operation only.
     void injectNext(const Fault& fault) { next = fault; }
@@ -58,17 +53,6 @@ public:
 
 private:
     friend struct Calls;
-
-    class Watch {
-    public:
-        explicit Watch(Boundary& boundary);
-        ~Watch();
-        Watch(const Watch&) = delete;
-        Watch& operator=(const Watch&) = delete;
-
-    private:
-        Boundary& watched;
-    };
 
     struct NativeSocket {
         int number;

@@ -2,7 +2,6 @@
 #include "robustness/fuzz/Bytes.h"
 #include "robustness/fuzz/ModelSocket.h"
 #include "robustness/fuzz/Require.h"
-#include "robustness/fuzz/Script.h"
 #include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
 #include "tools/messages/Protobuf.h"
@@ -14,6 +13,7 @@
 #include <zmq.h>
 
 #include <chrono>
+#include <functional>
 #include <iterator>
 #include <limits>
 #include <memory>
@@ -169,8 +169,7 @@ private:
         return instance;
     }
 
-    template <class Operation>
-    void record(const Operation& operation) {
+    void record(const std::function<void()>& operation) {
         const auto begin = std::chrono::steady_clock::now();
         std::vector<Event> events = boundary.eventsOf(operation);
         script.begin(std::move(events), std::chrono::steady_clock::now() - begin);
