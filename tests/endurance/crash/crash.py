@@ -1,13 +1,5 @@
 #!/usr/bin/env python3
-"""Disturbs clients, a server and a feed at random, and checks their histories.
-
-processes    are killed, frozen and restarted
-connections  are delayed, stalled, cut, half open and corrupted, by a proxy
-hosts        are two network namespaces, whose link is cut, one-way, lossy or slow
-servers      are killed, frozen, restarted and slow, and repeat their replies
-peers        disappear without closing a connection: their machine loses its power, the cable is pulled, a router forgets
-             them, they are frozen, or something else answers on their ports
-cables       between the hosts of these peers are pulled for a minute
+"""Disturbs clients, a server and a feed at random, and checks their histories. scripts/proofs/crash explains the kinds.
 
 usage: crash.py processes|connections|hosts|servers|peers|cables PROGRAM ROUNDS [SEED]
        77 if this machine does not permit it

@@ -1,6 +1,11 @@
+/// A process of crash.py, in the role that its first argument names. A closer ends by itself, the others when their
+/// standard input ends. The environment has settings: PEER_TIMEOUT and SILENCE_LIMIT in seconds, and AS_SOCKET for a
+/// subscriber that is no listener.
+
 #include "endurance/InputEnd.h"
 #include "endurance/TextListener.h"
 #include "endurance/crash/History.h"
+#include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
 
 #include <rk/socket/Network.h>
@@ -190,21 +195,15 @@ class Misbehaving {
 public:
     Misbehaving(const Words& endpoints, std::chrono::milliseconds slowness) : pause(slowness) {
         const int patience = 10;
-        zmq_setsockopt(router, ZMQ_RCVTIMEO, &patience, sizeof patience);
+        const int none = 0;
+        zmq_setsockopt(router.get(), ZMQ_RCVTIMEO, &patience, sizeof patience);
+        zmq_setsockopt(router.get(), ZMQ_LINGER, &none, sizeof none);
         for (const std::string& endpoint : endpoints) {
-            if (zmq_bind(router, endpoint.c_str()) != 0) {
+            if (zmq_bind(router.get(), endpoint.c_str()) != 0) {
                 throw std::runtime_error(zmq_strerror(zmq_errno()));
             }
         }
     }
-    ~Misbehaving() {
-        const int none = 0;
-        zmq_setsockopt(router, ZMQ_LINGER, &none, sizeof none);
-        zmq_close(router);
-        zmq_ctx_term(context);
-    }
-    Misbehaving(const Misbehaving&) = delete;
-    Misbehaving& operator=(const Misbehaving&) = delete;
 
     void serveOne() {
         const Words request = receive();
@@ -240,27 +239,26 @@ private:
     /// Returns the frames of a request, or no frames if there is none.
     Words receive() {
         Words frames;
-        int more = 1;
-        for (std::size_t size = sizeof more; more != 0; zmq_getsockopt(router, ZMQ_RCVMORE, &more, &size)) {
+        do {
             char buffer[1024];
-            const int length = zmq_recv(router, buffer, sizeof buffer, 0);
+            const int length = zmq_recv(router.get(), buffer, sizeof buffer, 0);
             if (length < 0) {
                 return {};
             }
             frames.emplace_back(buffer, static_cast<std::size_t>(length));
-        }
+        } while (optionOf(router.get(), ZMQ_RCVMORE) != 0);
         return frames;
     }
 
     void send(const Words& frames) {
         for (std::size_t index = 0; index < frames.size(); ++index) {
             const int flags = index + 1 < frames.size() ? ZMQ_SNDMORE : 0;
-            zmq_send(router, frames[index].data(), frames[index].size(), flags);
+            zmq_send(router.get(), frames[index].data(), frames[index].size(), flags);
         }
     }
 
-    void* const context = zmq_ctx_new();
-    void* const router = zmq_socket(context, ZMQ_ROUTER);
+    ZmqContext context;
+    const ZmqHandle router = context.socket(ZMQ_ROUTER);
     const std::chrono::milliseconds pause;
     std::map<std::string, Words> previous; ///< by the client's connection
     unsigned served = 0;
@@ -307,14 +305,7 @@ const std::map<std::string, void (*)(const Words&)> roles{
 int main(int argc, char** argv) {
     using namespace rk::tests::crash;
     if (argc < 4 || roles.count(argv[1]) == 0) {
-        std::cerr << "usage: crash_child server|publisher|subscriber NAME ENDPOINT...\n"
-                     "       crash_child client NAME ENDPOINT TIMEOUT\n"
-                     "       crash_child closer NAME ENDPOINT POLICY\n"
-                     "       crash_child misbehaving NAME SLOWNESS ENDPOINT...\n"
-                     "       crash_child requester NAME ENDPOINT TIMEOUT ATTEMPTS\n"
-                     "PEER_TIMEOUT and SILENCE_LIMIT are settings of the network, in seconds. With AS_SOCKET, the\n"
-                     "subscriber is no listener.\n"
-                     "A process runs until its standard input ends, except for a closer.\n";
+        std::cerr << "usage: crash_child ROLE NAME ARGUMENT...\n";
         return 2;
     }
     // Otherwise a suspended process would survive the end of its run.
