@@ -4,12 +4,12 @@
 They notice a mistake by failing, crashing or hanging. Mistakes that do not change the library's behaviour are listed
 with the reason in tests/robustness/mutation/equivalent.txt, and are not tried.
 
-usage: scripts/prove mutate [--part N/M] [--seconds S] [--file PART-OF-NAME]... [--jobs N] [--write]
+usage: scripts/prove mutate [--file PART-OF-NAME]... [--jobs N] [--write]
 
 Only tests that execute the changed line are run, tests that execute little else first. Results are stored in
 build/mutation, so that an interrupted run resumes there. Unnoticed mistakes are tried again when the tests have changed.
-Remove the folder to try everything again. --part and --seconds try only some of the mistakes, --file only those of some
-files, in the order given. --write puts the figures into docs/proof.md. Fails if a mistake is not noticed.
+Remove the folder to try everything again. --file tries only the mistakes of some files, in the order given. --write puts
+the figures into docs/proof.md. Fails if a mistake is not noticed.
 
 The sources may be edited during a run, but build/coverage must not be rebuilt."""
 
@@ -388,24 +388,20 @@ def prepare():
 
 def main():
     arguments = argparse.ArgumentParser(usage=__doc__)
-    arguments.add_argument("--part", default="1/1")
-    arguments.add_argument("--seconds", type=float, default=float("inf"))
     arguments.add_argument("--file", action="append")
     arguments.add_argument("--jobs", type=int, default=at_once)
     arguments.add_argument("--write", action="store_true")
     chosen = arguments.parse_args()
-    part, parts = map(int, chosen.part.split("/"))
-    end = time.monotonic() + chosen.seconds
     prepare()
     verdicts = Verdicts()
     mutants = all_mutants()
     equivalents = read_equivalents()
-    waiting = dict.fromkeys(mutant for file in chosen.file or [""] for mutant in mutants[part - 1::parts]
+    waiting = dict.fromkeys(mutant for file in chosen.file or [""] for mutant in mutants
                             if file in mutant.file and mutant.name not in equivalents and verdicts.of(mutant) is None)
     if waiting:
         run = Run(verdicts, mutants)
         with concurrent.futures.ThreadPoolExecutor(chosen.jobs) as pool:
-            list(pool.map(lambda mutant: run.attempt(mutant) if time.monotonic() < end else None, waiting))
+            list(pool.map(run.attempt, waiting))
     table, unnoticed = report(verdicts, mutants, equivalents)
     for name in sorted(equivalents.keys() - {mutant.name for mutant in mutants}):
         print(f"equivalent, but no mistake of ours: {name}")

@@ -5,13 +5,16 @@ import hashlib
 import re
 
 # Operators and words that replace each other.
+members = {
+    "Protocol": ["Pub", "Sub", "Rep", "Req", "Undef"],
+    "Transport": ["Inproc", "Ipc", "Tcp", "Undef"],
+    "ClosePolicy": ["DropPending", "LingerTwoSeconds", "WaitForDelivery"],
+    "PollResult": ["Input", "Timeout", "Failure"],
+    "Level": ["Debug", "Warning", "Error"],
+    "level": ["debug", "warn", "err"],
+}
 families = [
-    ["Pub", "Sub", "Rep", "Req", "Undef"],
-    ["Inproc", "Ipc", "Tcp", "Undef"],
-    ["DropPending", "LingerTwoSeconds", "WaitForDelivery"],
-    ["Input", "Timeout", "Failure"],
-    ["Debug", "Warning", "Error"],
-    ["debug", "warn", "err"],
+    *(members[scope] for scope in ("Protocol", "Transport", "Level", "level")),
     ["ZMQ_PUB", "ZMQ_SUB", "ZMQ_REP", "ZMQ_REQ"],
     ["ZMQ_SNDHWM", "ZMQ_RCVHWM", "ZMQ_SNDTIMEO"],
     ["ZMQ_RCVTIMEO", "ZMQ_SNDTIMEO"],
@@ -78,19 +81,9 @@ def other_number(text):
 
 
 def other_names(name, line, at):
-    if line[:at].endswith(("ClosePolicy::", "Protocol::", "Transport::", "PollResult::", "Level::", "level::")):
-        scope = re.search(r"(\w+)::$", line[:at]).group(1)
-        own = {"Protocol": 0, "Transport": 1, "ClosePolicy": 2, "PollResult": 3, "Level": 4, "level": 5}[scope]
-        family = families[own]
-        if name not in family:
-            return []
-        place = family.index(name)
-        return [family[(place + step) % len(family)] for step in (1, 2)]
-    found = []
-    for family in families:
-        if name in family and (family is not families[2] and family is not families[3]):
-            place = family.index(name)
-            found += [family[(place + step) % len(family)] for step in (1, 2)]
+    scope = re.search(r"(\w+)::$", line[:at])
+    possible = [members[scope[1]]] if scope and scope[1] in members else families
+    found = [family[(family.index(name) + step) % len(family)] for family in possible if name in family for step in (1, 2)]
     return [other for other in dict.fromkeys(found) if other != name]
 
 
