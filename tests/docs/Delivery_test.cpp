@@ -22,16 +22,6 @@ struct Pair {
     Peer client{"client", Protocol::Req, endpoint};
 };
 
-void send(Socket& socket, char message) {
-    socket.send(&message, 1);
-}
-
-char receive(Socket& socket) {
-    char message = 0;
-    socket.receive(&message, 1);
-    return message;
-}
-
 bool hasInput(Socket& socket, unsigned int milliseconds) {
     std::string error;
     return socket.poll(milliseconds, error) == PollResult::Input;
@@ -42,17 +32,18 @@ std::string serve(const SocketEndpoint& endpoint, std::size_t expected) {
     Peer server("server", Protocol::Rep, endpoint);
     std::string served;
     while (hasInput(server, served.size() < expected ? patienceMs : silenceMs)) {
-        served += receive(server);
-        send(server, served.back());
+        const std::string request = receiveText(server);
+        sendText(server, request);
+        served += request;
     }
     return served;
 }
 
-void expectExchange(Socket& client, Socket& server, char request = 'q') {
-    send(client, request);
-    EXPECT_EQ(request, receive(server));
-    send(server, 'r');
-    EXPECT_EQ('r', receive(client));
+void expectExchange(Socket& client, Socket& server, const std::string& request = "q") {
+    sendText(client, request);
+    EXPECT_EQ(request, receiveText(server));
+    sendText(server, "r");
+    EXPECT_EQ("r", receiveText(client));
 }
 
 /// The fate of a first request to a server that is not running, if the client closes or sends another request.
@@ -76,11 +67,8 @@ void letZmqDrop(ClosePolicy::ClosePolicy policy) {
 }
 
 /// A client of two servers.
-class TwoServers {
-public:
-    explicit TwoServers(Transport::Transport transport)
-        : firstEndpoint(freshEndpoint(transport)), secondEndpoint(freshEndpoint(transport)) {}
-
+class DeliveryByTwo : public testing::TestWithParam<Transport::Transport> {
+protected:
     void start() {
         first.createAndConnect(Protocol::Rep, firstEndpoint, patienceMs);
         second.createAndConnect(Protocol::Rep, secondEndpoint, patienceMs);
@@ -93,18 +81,20 @@ public:
     }
 
     /// Sends a request that the server abandons, like a listener whose handler does not reply.
-    void abandon(Socket& server, char request) {
-        send(client, request);
-        EXPECT_EQ(request, receive(server));
+    void abandon(Socket& server, const std::string& request) {
+        sendText(client, request);
+        EXPECT_EQ(request, receiveText(server));
         server.resetConnections();
     }
 
-    const SocketEndpoint firstEndpoint;
-    const SocketEndpoint secondEndpoint;
+    const SocketEndpoint firstEndpoint = freshEndpoint(GetParam());
+    const SocketEndpoint secondEndpoint = freshEndpoint(GetParam());
     Socket first{"first", ClosePolicy::DropPending};
     Socket second{"second", ClosePolicy::DropPending};
     Socket client{"client", ClosePolicy::DropPending};
 };
+
+INSTANTIATE_TEST_SUITE_P(On, DeliveryByTwo, everyTransport(), nameOfTransport);
 
 } // namespace
 
@@ -113,9 +103,9 @@ TEST(Delivery, ServesARequestWhenServerStartsLater) {
         SCOPED_TRACE(fate.policy);
         const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
         Peer client("client", Protocol::Req, endpoint, fate.policy);
-        send(client, '1');
+        sendText(client, "1");
         EXPECT_EQ("1", serve(endpoint, 1));
-        EXPECT_EQ('1', receive(client));
+        EXPECT_EQ("1", receiveText(client));
     }
 }
 
@@ -124,7 +114,7 @@ TEST(Delivery, ServesAClosedRequestIfKept) {
         SCOPED_TRACE(fate.policy);
         const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
         Peer client("client", Protocol::Req, endpoint, fate.policy);
-        send(client, '1');
+        sendText(client, "1");
         client.close();
         letZmqDrop(fate.policy);
         EXPECT_EQ(fate.servedAfterClose, serve(endpoint, fate.servedAfterClose.size()));
@@ -136,33 +126,33 @@ TEST(Delivery, ServesTheFirstRequestTooIfKept) {
         SCOPED_TRACE(fate.policy);
         const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
         Peer client("client", Protocol::Req, endpoint, fate.policy);
-        send(client, '1');
-        send(client, '2');
+        sendText(client, "1");
+        sendText(client, "2");
         letZmqDrop(fate.policy);
         const std::string expected = fate.servedAfterSendingAgain;
         EXPECT_THAT(serve(endpoint, expected.size()), testing::UnorderedElementsAreArray(expected));
-        EXPECT_EQ('2', receive(client));
+        EXPECT_EQ("2", receiveText(client));
     }
 }
 
 TEST(Delivery, DropsALingeringRequestInTwoSeconds) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Tcp);
     Peer client("client", Protocol::Req, endpoint, ClosePolicy::LingerTwoSeconds);
-    send(client, '1');
-    send(client, '2');
+    sendText(client, "1");
+    sendText(client, "2");
     EXPECT_FALSE(hasInput(client, 2500));
     EXPECT_EQ("2", serve(endpoint, 1));
 }
 
 TEST(Delivery, DropsTheFirstOfTwoReplies) {
     Pair pair(Transport::Tcp);
-    send(pair.client, 'q');
-    EXPECT_EQ('q', receive(pair.server));
-    send(pair.client, 'q');
-    send(pair.server, '1');
-    EXPECT_EQ('q', receive(pair.server));
-    send(pair.server, '2');
-    EXPECT_EQ('2', receive(pair.client));
+    sendText(pair.client, "q");
+    EXPECT_EQ("q", receiveText(pair.server));
+    sendText(pair.client, "q");
+    sendText(pair.server, "1");
+    EXPECT_EQ("q", receiveText(pair.server));
+    sendText(pair.server, "2");
+    EXPECT_EQ("2", receiveText(pair.client));
 }
 
 TEST(Delivery, KeepsALateReplyForTheNextReceive) {
@@ -170,14 +160,14 @@ TEST(Delivery, KeepsALateReplyForTheNextReceive) {
     Peer server("server", Protocol::Rep, endpoint);
     Peer client("client", Protocol::Req, endpoint, ClosePolicy::DropPending, 1);
 
-    send(client, 'q');
+    sendText(client, "q");
     EXPECT_EQ("Receive error: Resource temporarily unavailable on [Socket client]",
-              textThrownBy<rk::socket::TimeoutException>([&] { receive(client); }));
-    EXPECT_EQ('q', receive(server));
-    send(server, 'r');
+              textThrownBy<rk::socket::TimeoutException>([&] { receiveText(client); }));
+    EXPECT_EQ("q", receiveText(server));
+    sendText(server, "r");
 
     ASSERT_TRUE(hasInput(client, patienceMs));
-    EXPECT_EQ('r', receive(client));
+    EXPECT_EQ("r", receiveText(client));
 }
 
 TEST(Delivery, DropsQueuedRequestsWhenRebuilt) {
@@ -186,11 +176,11 @@ TEST(Delivery, DropsQueuedRequestsWhenRebuilt) {
     Peer first("first", Protocol::Req, endpoint);
     Peer second("second", Protocol::Req, endpoint);
 
-    send(first, '1');
-    send(second, '2');
-    const char served = receive(server);
-    send(server, served);
-    Socket& waiting = served == '1' ? second : first;
+    sendText(first, "1");
+    sendText(second, "2");
+    const std::string served = receiveText(server);
+    sendText(server, served);
+    Socket& waiting = served == "1" ? second : first;
     ASSERT_TRUE(hasInput(server, patienceMs));
     server.resetConnections();
 
@@ -201,7 +191,7 @@ TEST(Delivery, DropsQueuedRequestsWhenRebuilt) {
 TEST(Delivery, SkipsSubscribersThatConnectLater) {
     const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
     Peer publisher("publisher", Protocol::Pub, endpoint, ClosePolicy::WaitForDelivery);
-    send(publisher, 'x');
+    sendText(publisher, "x");
     Peer subscriber("subscriber", Protocol::Sub, endpoint);
     EXPECT_FALSE(hasInput(subscriber, silenceMs));
 }
@@ -214,76 +204,62 @@ TEST(Delivery, NeedsBothRebuiltOverInproc) {
     publisher.resetConnections();
     std::string error;
     publisher.poll(silenceMs, error);
-    send(publisher, '1');
+    sendText(publisher, "1");
     EXPECT_FALSE(hasInput(subscriber, silenceMs));
 
     subscriber.connect(endpoint, patienceMs);
     publisher.poll(silenceMs, error);
-    send(publisher, '2');
+    sendText(publisher, "2");
     EXPECT_FALSE(hasInput(subscriber, silenceMs));
 
     subscriber.resetConnections();
     publisher.poll(0, error);
-    send(publisher, '3');
-    EXPECT_EQ('3', receive(subscriber));
+    sendText(publisher, "3");
+    EXPECT_EQ("3", receiveText(subscriber));
 }
 
-TEST(Delivery, AlternatesBetweenServersThatReply) {
-    for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
-        SCOPED_TRACE(Transport::ToString(transport));
-        TwoServers servers(transport);
-        servers.start();
-        for (Socket* const asked : {&servers.first, &servers.second, &servers.first, &servers.second}) {
-            expectExchange(servers.client, *asked);
-        }
+TEST_P(DeliveryByTwo, AlternatesBetweenServers) {
+    start();
+    for (Socket* const asked : {&first, &second, &first, &second}) {
+        expectExchange(client, *asked);
     }
 }
 
-TEST(Delivery, RetriesWithASilentFirstServer) {
-    for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
-        SCOPED_TRACE(Transport::ToString(transport));
-        TwoServers servers(transport);
-        servers.start();
-        for (const char request : {'1', '2', '3'}) {
-            servers.abandon(servers.first, request);
-        }
-        EXPECT_FALSE(hasInput(servers.second, 0));
+TEST_P(DeliveryByTwo, RetriesWithASilentFirstServer) {
+    start();
+    for (const char* const request : {"1", "2", "3"}) {
+        abandon(first, request);
     }
+    EXPECT_FALSE(hasInput(second, 0));
 }
 
-/// Not over inproc. There the rebuild of a client of an unbound name races with ZeroMQ's threads.
-TEST(Delivery, RetriesWithAFirstServerThatIsDown) {
-    for (const auto transport : {Transport::Tcp, Transport::Ipc}) {
-        SCOPED_TRACE(Transport::ToString(transport));
-        const TwoServers servers(transport);
-        Socket keeping("keeping", ClosePolicy::WaitForDelivery);
-        Peer second("second", Protocol::Rep, servers.secondEndpoint);
-        servers.connectToBoth(keeping);
-        for (const char request : {'1', '2', '3'}) {
-            send(keeping, request);
-        }
-        Peer first("first", Protocol::Rep, servers.firstEndpoint);
-        std::string asked;
-        for (int request = 0; request < 3; ++request) {
-            asked += receive(first);
-            send(first, 'r');
-        }
-        EXPECT_THAT(asked, testing::UnorderedElementsAre('1', '2', '3'));
-        EXPECT_FALSE(hasInput(second, 0));
-        EXPECT_EQ('r', receive(keeping));
+TEST_P(DeliveryByTwo, RetriesWithAFirstThatIsDown) {
+    if (GetParam() == Transport::Inproc) {
+        GTEST_SKIP() << "the rebuild of a client of an unbound name races with ZeroMQ's threads";
     }
+    Socket keeping("keeping", ClosePolicy::WaitForDelivery);
+    second.createAndConnect(Protocol::Rep, secondEndpoint, patienceMs);
+    connectToBoth(keeping);
+    for (const char* const request : {"1", "2", "3"}) {
+        sendText(keeping, request);
+    }
+    first.createAndConnect(Protocol::Rep, firstEndpoint, patienceMs);
+    std::string asked;
+    for (int request = 0; request < 3; ++request) {
+        asked += receiveText(first);
+        sendText(first, "r");
+    }
+    EXPECT_THAT(asked, testing::UnorderedElementsAre('1', '2', '3'));
+    EXPECT_FALSE(hasInput(second, 0));
+    EXPECT_EQ("r", receiveText(keeping));
 }
 
-TEST(Delivery, SendsToASilentSecondServerAfterRetry) {
-    for (const auto transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
-        SCOPED_TRACE(Transport::ToString(transport));
-        TwoServers servers(transport);
-        servers.start();
-        expectExchange(servers.client, servers.first);
-        for (int round = 0; round < 3; ++round) {
-            servers.abandon(servers.second, '1');
-            expectExchange(servers.client, servers.first, '2');
-        }
+TEST_P(DeliveryByTwo, SendsToASilentSecondAfterRetry) {
+    start();
+    expectExchange(client, first);
+    for (int round = 0; round < 3; ++round) {
+        abandon(second, "1");
+        expectExchange(client, first, "2");
     }
 }
 
@@ -297,8 +273,8 @@ TEST(Delivery, FindsAnInprocServerWhenRebuilt) {
 
 TEST(Delivery, FindsAnInprocServerWhenRetried) {
     Pair pair(Transport::Inproc);
-    send(pair.client, '1');
-    EXPECT_EQ('1', receive(pair.server));
+    sendText(pair.client, "1");
+    EXPECT_EQ("1", receiveText(pair.server));
     pair.server.close();
     pair.server.createAndConnect(Protocol::Rep, pair.endpoint, patienceMs);
     expectExchange(pair.client, pair.server);
@@ -315,10 +291,10 @@ TEST(Delivery, ReachesTheLastServerToBindAnIpcPath) {
 
 TEST(Delivery, DropsTheReplyWhenTheClientHasEnded) {
     Pair pair(Transport::Inproc);
-    send(pair.client, 'q');
-    EXPECT_EQ('q', receive(pair.server));
+    sendText(pair.client, "q");
+    EXPECT_EQ("q", receiveText(pair.server));
     pair.client.close();
-    EXPECT_NO_THROW(send(pair.server, 'r'));
+    EXPECT_NO_THROW(sendText(pair.server, "r"));
 }
 
 } // namespace rk::tests
