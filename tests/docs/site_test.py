@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
 """Opens the site of the documentation in a browser, on a desktop and on a phone, light and dark.
 
-usage: site_test.py SITE [--pictures FOLDER]     the folder of the pages; where to put screenshots of some of them
-"""
+usage: site_test.py FOLDER_OF_THE_PAGES"""
 
 import pathlib
 import shutil
@@ -15,8 +14,6 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.support.ui import WebDriverWait
 
 SITE = pathlib.Path(sys.argv[1]).resolve()
-PICTURES = pathlib.Path(sys.argv[3]) if "--pictures" in sys.argv else None
-PHOTOGRAPHED = ["index", "troubleshooting", "performance", "classrk_1_1socket_1_1Socket"]
 SCREENS = {"desktop": (1280, 900), "phone": (390, 844)}
 THEMES = ["light", "dark"]
 SEARCHES = {"fork": "threads_and_fork.html", "IPv6": "endpoints.html", "queue": "rate_limiting.html",
@@ -75,6 +72,15 @@ class Site(unittest.TestCase):
         self.browser.get((SITE / page).as_uri())
         self.browser.execute_script("document.documentElement.dataset.theme = arguments[0]", theme)
 
+    def views(self, screens=("desktop",), themes=("light",)):
+        """Opens each page in turn, and yields how it is shown."""
+        for screen in screens:
+            self.show(screen)
+            for page in self.pages:
+                for theme in themes:
+                    self.open(page, theme)
+                    yield {"screen": screen, "page": page.name, "theme": theme}
+
     def search(self, text):
         field = self.browser.find_element(By.ID, "search")
         field.clear()
@@ -83,37 +89,26 @@ class Site(unittest.TestCase):
         return [link.get_attribute("href") for link in self.browser.find_elements(By.CSS_SELECTOR, "#results li a")]
 
     def test_nothing_is_wider_than_the_screen(self):
-        for screen in SCREENS:
-            self.show(screen)
-            for page in self.pages:
-                self.open(page)
-                with self.subTest(screen=screen, page=page.name):
-                    self.assertGreaterEqual(SCREENS[screen][0], self.browser.execute_script(
-                        "return Math.max(document.documentElement.scrollWidth, document.body.scrollWidth)"))
+        for view in self.views(SCREENS):
+            with self.subTest(**view):
+                self.assertGreaterEqual(SCREENS[view["screen"]][0], self.browser.execute_script(
+                    "return Math.max(document.documentElement.scrollWidth, document.body.scrollWidth)"))
 
     def test_no_column_is_squeezed(self):
-        for screen in SCREENS:
-            self.show(screen)
-            for page in self.pages:
-                self.open(page)
-                with self.subTest(screen=screen, page=page.name):
-                    self.assertEqual([], self.browser.execute_script(
-                        "return [...document.querySelectorAll('td')].filter(cell => cell.textContent.trim().length > 3 &&"
-                        " cell.clientWidth < 24 && cell.checkVisibility()).map(cell => cell.textContent)"))
+        for view in self.views(SCREENS):
+            with self.subTest(**view):
+                self.assertEqual([], self.browser.execute_script(
+                    "return [...document.querySelectorAll('td')].filter(cell => cell.textContent.trim().length > 3 &&"
+                    " cell.clientWidth < 24 && cell.checkVisibility()).map(cell => cell.textContent)"))
 
     def test_all_text_has_contrast(self):
-        self.show("desktop")
-        for page in self.pages:
-            for theme in THEMES:
-                self.open(page, theme)
-                with self.subTest(page=page.name, theme=theme):
-                    self.assertEqual([], self.browser.execute_script(FAINT_TEXT))
+        for view in self.views(themes=THEMES):
+            with self.subTest(**view):
+                self.assertEqual([], self.browser.execute_script(FAINT_TEXT))
 
     def test_prose_has_one_font_and_size(self):
-        self.show("desktop")
-        for page in self.pages:
-            self.open(page)
-            with self.subTest(page=page.name):
+        for view in self.views():
+            with self.subTest(**view):
                 self.assertGreaterEqual(1, len(self.browser.execute_script(SIZES_OF_PROSE)))
 
     def test_every_page_is_in_the_menu(self):
@@ -173,15 +168,6 @@ class Site(unittest.TestCase):
         self.browser.find_element(By.CSS_SELECTOR, "#results li a").click()
         WebDriverWait(self.browser, 30).until(lambda browser: browser.find_element(By.TAG_NAME, "article").is_displayed())
         self.assertIn("#endpoints_listen_on_one_interface", self.browser.current_url)
-
-    @unittest.skipUnless(PICTURES, "no folder for pictures")
-    def test_pictures(self):
-        for screen in SCREENS:
-            self.show(screen)
-            for theme in THEMES:
-                for page in PHOTOGRAPHED:
-                    self.open(page + ".html", theme)
-                    self.browser.save_screenshot(str(PICTURES / f"{page}-{screen}-{theme}.png"))
 
 
 if __name__ == "__main__":
