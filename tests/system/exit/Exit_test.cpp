@@ -86,14 +86,6 @@ TEST(ExitOfAProcess, EndsARunningListener) {
                                            "poll() for socket [Socket static]. Aborting listener thread.")));
 }
 
-TEST(ExitOfAProcess, RejectsALateSocket) {
-    const ChildResult result = exitAfter("late-create");
-
-    ASSERT_EQ(5U, result.errorLines.size());
-    EXPECT_EQ("Socket: Failed creating socket [Socket late] of type 4: Context was terminated on [Socket late]",
-              result.errorLines.back());
-}
-
 TEST(ExitOfAProcess, EndsWhileTheLoggerIsBlocked) {
     const auto begin = std::chrono::steady_clock::now();
     const ChildResult result = exitAfter("logger-blocked");

@@ -136,47 +136,31 @@ void createAfterTheContext() {
     useOneSocket();
 }
 
-/// Creates sockets until this fails. Created before the context, so that it is destroyed later.
-class Makers {
-public:
-    void start() {
-        threads.emplace_back([this] { make(); });
-    }
-    ~Makers() {
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-    }
-
-private:
-    void make() const {
-        std::string failure;
-        while (failure.empty() || failure == textOf("Too many open files")) { // ZeroMQ closes sockets slowly
-            try {
-                failure.clear();
-                useOneSocket();
-            } catch (const std::runtime_error& thrown) {
-                failure = thrown.what();
-            }
-        }
-        if (failure != textOf("Context was terminated")) {
-            std::cerr << failure << "\n";
-            std::_Exit(4);
-        }
-    }
-
-    static std::string textOf(const std::string& reason) {
+/// Creates sockets until this fails.
+void makeSockets() noexcept {
+    const auto textOf = [](const std::string& reason) {
         return "Socket: Failed creating socket [Socket cmd] of type 4: " + reason + " on [Socket cmd]";
+    };
+    std::string failure;
+    while (failure.empty() || failure == textOf("Too many open files")) { // ZeroMQ closes sockets slowly
+        try {
+            failure.clear();
+            useOneSocket();
+        } catch (const std::runtime_error& thrown) {
+            failure = thrown.what();
+        }
     }
-
-    std::vector<std::thread> threads;
-};
+    if (failure != textOf("Context was terminated")) {
+        std::cerr << failure << "\n";
+        std::_Exit(4);
+    }
+}
 
 void leaveSocketsBeingMade() {
-    static Makers makers;
+    static std::vector<std::future<void>> makers; // created before the context, so that it is destroyed later
     useOneSocket();
     for (int number = 0; number < 4; ++number) {
-        makers.start();
+        makers.push_back(std::async(std::launch::async, makeSockets));
     }
 }
 
