@@ -1,4 +1,3 @@
-#include "ScenarioList.h"
 #include "Steps.h"
 #include "support/Endpoints.h"
 #include "support/FakeMessage.h"
@@ -138,9 +137,7 @@ std::vector<Step> pollSet() {
         return call("wait", server, [=] { set->wait(timeout); });
     };
     const auto refusing = [=](const std::string& text, std::function<void()> add) {
-        Step step = throwing(call("add", server, std::move(add)), text);
-        step.normal.type = "std::invalid_argument";
-        return step;
+        return refused(call("add", server, std::move(add)), "std::invalid_argument", text);
     };
     return pair.with({wait(std::chrono::milliseconds(0)),
                       call("add", server,
@@ -210,13 +207,9 @@ std::vector<Step> requests() {
     };
     Step first = ask(endpoint, milliseconds(5000), 1);
     first.debug = linesOfConnect(*client, endpoint);
-    Step refused =
-        throwing(ask(endpoint, milliseconds(1), 0), client->header() + ": A request needs an attempt of at least 1 ms");
-    refused.normal.type = "std::invalid_argument";
-    Step unanswered = throwing(ask(nobody, milliseconds(1), 2), client->header() + ": No reply from " +
-                                                                    nobody.toString(Protocol::Req) +
-                                                                    " within 1 ms, attempts made: 2");
-    unanswered.normal.type = "rk::socket::TimeoutException";
+    Step unanswered = refused(ask(nobody, milliseconds(1), 2), "rk::socket::TimeoutException",
+                              client->header() + ": No reply from " + nobody.toString(Protocol::Req) +
+                                  " within 1 ms, attempts made: 2");
     for (int attempt = 0; attempt < 2; ++attempt) {
         for (const std::string& line : linesOfConnect(*client, nobody)) {
             unanswered.debug.push_back(line);
@@ -231,10 +224,34 @@ std::vector<Step> requests() {
             construct(endpoint),
             first,
             ask(endpoint, milliseconds(5000), 1),
-            refused,
+            refused(ask(endpoint, milliseconds(1), 0), "std::invalid_argument",
+                    client->header() + ": A request needs an attempt of at least 1 ms"),
             construct(nobody),
             unanswered,
             call("~Requester", client, [=] { requester->reset(); })};
+}
+
+std::vector<Step> jammedRequest(Transport::Transport transport) {
+    const Pair pair(transport);
+    return pair.with({send(pair.client, "question"), jammed(send(pair.client, "question"), pair.endpoint)});
+}
+
+std::vector<Step> jammedReply(Transport::Transport transport) {
+    const Pair pair(transport);
+    return pair.with({send(pair.client, "question"), receive(pair.server, "question"),
+                      jammed(timingOut(receive(pair.server, "nothing")), pair.endpoint)});
+}
+
+std::vector<Step> reset(Protocol::Protocol pattern) {
+    const auto first = freshEndpoint(Transport::Tcp);
+    const auto second = freshEndpoint(Transport::Ipc);
+    const PartyPointer one = party("the one who is rebuilt", pattern);
+    Step rebuild = call("resetConnections", one, [=] { one->socket->resetConnections(); });
+    for (const auto& endpoint : {first, second}) {
+        const auto lines = linesOfConnect(*one, endpoint);
+        rebuild.debug.insert(rebuild.debug.end(), lines.begin(), lines.end());
+    }
+    return {construct(one), create(one), connect(one, first, 100), connect(one, second, 0), rebuild, destroy(one)};
 }
 
 } // namespace
@@ -252,6 +269,14 @@ std::vector<Scenario> exchangeScenarios() {
         {"closed socket", closedSocket, true},
         {"requester", requests, false},
         {"set of sockets", pollSet, false},
+        {"jammed request, tcp", [] { return jammedRequest(Transport::Tcp); }, false},
+        {"jammed request, inproc", [] { return jammedRequest(Transport::Inproc); }, false},
+        {"jammed reply, tcp", [] { return jammedReply(Transport::Tcp); }, false},
+        {"jammed reply, ipc", [] { return jammedReply(Transport::Ipc); }, false},
+        {"reset, publisher", [] { return reset(Protocol::Pub); }, false},
+        {"reset, subscriber", [] { return reset(Protocol::Sub); }, false},
+        {"reset, reply", [] { return reset(Protocol::Rep); }, false},
+        {"reset, request", [] { return reset(Protocol::Req); }, false},
     };
 }
 

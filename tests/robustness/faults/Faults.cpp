@@ -16,15 +16,6 @@ std::vector<Operation*>& operations() {
 }
 std::mutex operationsMutex;
 
-/// Never destroyed, because calls are made until the process ends.
-Operation& current() {
-    thread_local Operation* const operation = [] {
-        const std::lock_guard<std::mutex> lock(operationsMutex);
-        return operations().emplace_back(std::make_unique<Operation>().release());
-    }();
-    return *operation;
-}
-
 thread_local bool threadIsUnwatched = false;
 
 std::size_t extended(std::size_t path, int step) {
@@ -38,14 +29,19 @@ Faults& Faults::instance() {
 }
 
 Operation& Faults::operation() {
-    return current();
+    // Never destroyed, because calls are made until the process ends.
+    thread_local Operation* const current = [] {
+        const std::lock_guard<std::mutex> lock(operationsMutex);
+        return operations().emplace_back(std::make_unique<Operation>().release());
+    }();
+    return *current;
 }
 
 Operation Faults::takeOperationOfOthers() {
     const std::lock_guard<std::mutex> lock(operationsMutex);
     Operation all;
     for (Operation* const each : operations()) {
-        if (each != &current()) {
+        if (each != &operation()) {
             all.strikes.insert(all.strikes.end(), each->strikes.begin(), each->strikes.end());
             all.lines.insert(all.lines.end(), each->lines.begin(), each->lines.end());
             *each = {};
@@ -57,7 +53,7 @@ Operation Faults::takeOperationOfOthers() {
 bool Faults::struckOthers() {
     const std::lock_guard<std::mutex> lock(operationsMutex);
     return std::any_of(operations().begin(), operations().end(),
-                       [](Operation* operation) { return operation != &current() && !operation->strikes.empty(); });
+                       [](Operation* each) { return each != &operation() && !each->strikes.empty(); });
 }
 
 void Faults::arm(const std::vector<Fault>& faults) {
@@ -81,7 +77,7 @@ std::optional<int> Faults::due(int site, Function function, int option) {
         return std::nullopt;
     }
     const int nth = ++counts[site];
-    Operation& operation = current();
+    Operation& operation = Faults::operation();
     operation.path = extended(operation.path, site);
     seen.push_back({site, nth, function, option, !operation.strikes.empty(), strikes > 0, operation.path});
     const std::optional<int> error = dueLocked(site, nth, function);
@@ -113,7 +109,7 @@ std::optional<int> Faults::dueLocked(int site, int nth, Function function) {
 
 void Faults::addLine(const std::string& line) {
     if (!threadIsUnwatched) {
-        current().lines.push_back(line);
+        operation().lines.push_back(line);
         const std::lock_guard<std::mutex> lock(mutex);
         everyLine.push_back(line);
     }

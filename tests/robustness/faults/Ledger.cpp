@@ -149,7 +149,7 @@ void Ledger::socketClosed(void* socket) {
     const std::lock_guard<std::mutex> lock(ledgerMutex);
     const auto found = std::find(sockets.begin(), sockets.end(), socket);
     if (found == sockets.end()) {
-        complain("a native socket was closed that was not open");
+        complaints.push_back("a native socket was closed that was not open");
     } else {
         sockets.erase(found);
     }
@@ -175,7 +175,7 @@ void Ledger::contextTerminated(void* context, bool ended) {
     const auto found = std::find(contexts.begin(), contexts.end(), context);
     if (found == contexts.end()) {
         if (context != nullptr) {
-            complain("a context was terminated that was not alive");
+            complaints.push_back("a context was terminated that was not alive");
         }
     } else if (ended) {
         contexts.erase(found);
@@ -188,24 +188,25 @@ void Ledger::begin() {
 
 std::vector<std::string> Ledger::imbalances(bool contextMayLive) {
     if (!sockets.empty()) {
-        complain(std::to_string(sockets.size()) + " native sockets were not closed");
+        complaints.push_back(std::to_string(sockets.size()) + " native sockets were not closed");
     }
     if (!contexts.empty() && !contextMayLive) {
-        complain("the context was not terminated");
+        complaints.push_back("the context was not terminated");
     }
     if (contexts.empty()) {
         if (const std::size_t now = entriesOf("/proc/self/fd"); now != descriptors) {
-            complain(std::to_string(now) + " descriptors are open instead of " + std::to_string(descriptors));
+            complaints.push_back(std::to_string(now) + " descriptors are open instead of " +
+                                 std::to_string(descriptors));
         }
         if (const std::size_t threads = threadsLeft(); threads != 1) {
-            complain(std::to_string(threads) + " threads run instead of 1");
+            complaints.push_back(std::to_string(threads) + " threads run instead of 1");
         }
     }
     if (wrongReleases > 0) {
-        complain("memory was released twice, or never allocated");
+        complaints.push_back("memory was released twice, or never allocated");
     }
     if (wrongForms > 0) {
-        complain("an array was released as if it were none, or the reverse");
+        complaints.push_back("an array was released as if it were none, or the reverse");
     }
     addLeaks();
     return complaints;
@@ -219,14 +220,10 @@ void Ledger::addLeaks() {
     }
     for (const BlockHeader* block : blocks) {
         if (!block->reachable) {
-            complain(std::to_string(block->size) + " bytes were not released, allocated at " +
-                     Sites::instance()[block->site].text());
+            complaints.push_back(std::to_string(block->size) + " bytes were not released, allocated at " +
+                                 Sites::instance()[block->site].text());
         }
     }
-}
-
-void Ledger::complain(const std::string& text) {
-    complaints.push_back(text);
 }
 
 } // namespace rk::tests

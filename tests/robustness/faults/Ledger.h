@@ -32,7 +32,6 @@ public:
 
 private:
     void addLeaks();
-    void complain(const std::string& text);
 
     std::vector<void*> sockets;
     std::vector<void*> contexts;

@@ -1,7 +1,7 @@
 #include "Inject.h"
-#include "ScenarioList.h"
 #include "Steps.h"
 #include "support/Endpoints.h"
+#include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
 
 #include <rk/socket/Network.h>
@@ -49,10 +49,15 @@ struct Service {
     socket::SocketEndpoint endpoint;
 };
 
-void orReported(bool succeeded, const std::string& error) {
-    if (!succeeded) {
-        throw Reported{error};
-    }
+/// An operation that returns false and an error text if it fails.
+Step reportingCall(const Service& service, const std::string& operation,
+                   const std::function<bool(EchoListener&, std::string&)>& run) {
+    return call(operation, service.party, [=] {
+        std::string error;
+        if (!run(**service.listener, error)) {
+            throw Reported{error};
+        }
+    });
 }
 
 Step construct(const Service& service) {
@@ -64,17 +69,13 @@ Step construct(const Service& service) {
 }
 
 Step addListenEndpoint(const Service& service, const std::string& endpoint) {
-    return call("addListenEndpoint", service.party, [=] {
-        std::string error;
-        orReported((*service.listener)->addListenEndpoint(endpoint, error), error);
+    return reportingCall(service, "addListenEndpoint", [=](EchoListener& listener, std::string& error) {
+        return listener.addListenEndpoint(endpoint, error);
     });
 }
 
 Step start(const Service& service) {
-    Step step = call("start", service.party, [=] {
-        std::string error;
-        orReported((*service.listener)->start(error), error);
-    });
+    Step step = reportingCall(service, "start", &EchoListener::start);
     step.debug = linesOfConnect(*service.party, service.endpoint);
     step.endpoint = service.endpoint.toString(Protocol::Undef);
     return step;
@@ -87,10 +88,7 @@ bool isExcused() {
 Step startOnAll(const Service& service) {
     Step step = start(service);
     step.operation = "startOnAll";
-    step.run = [=] {
-        std::string error;
-        orReported((*service.listener)->startOnAll(error), error);
-    };
+    step.run = reportingCall(service, "startOnAll", &EchoListener::startOnAll).run;
     return step;
 }
 
@@ -103,17 +101,12 @@ Step lastEndpoint(const Service& service) {
 
 Step refusing(const Service& service, const std::string& operation, const std::string& text,
               void (*run)(EchoListener& listener)) {
-    Step step =
-        throwing(call(operation, service.party, [=] { run(**service.listener); }), "[Socket Listener rep] " + text);
-    step.normal.type = "std::invalid_argument";
-    return step;
+    return refused(call(operation, service.party, [=] { run(**service.listener); }), "std::invalid_argument",
+                   "[Socket Listener rep] " + text);
 }
 
 Step stop(const Service& service) {
-    Step step = call("stop", service.party, [=] {
-        std::string error;
-        orReported((*service.listener)->stop(error), error);
-    });
+    Step step = reportingCall(service, "stop", &EchoListener::stop);
     step.endsThread = true;
     return step;
 }
@@ -163,25 +156,24 @@ Service serviceOn(const socket::SocketEndpoint& endpoint) {
 }
 
 Step reporting(Step step, const std::string& text) {
-    step.normal.kind = Outcome::Kind::Throws;
-    step.normal.type = "result";
-    step.normal.text = "[Socket Listener rep] " + text;
     step.debug.clear();
-    return step;
+    return refused(std::move(step), "result", text);
 }
 
 std::vector<Step> serve() {
     const Service service = serviceOn(freshEndpoint(Transport::Tcp));
     const std::string endpoint = service.endpoint.toString(Protocol::Req);
-    return {construct(service),
-            reporting(addListenEndpoint(service, "a wrong endpoint"),
-                      "Invalid endpoint: Failed deserializing a wrong endpoint: cannot extract transport"),
-            addListenEndpoint(service, endpoint),
-            start(service),
-            reporting(start(service), "Failed starting thread: another thread is already running"),
-            ask(service, "a question that is longer than a short text"),
-            stop(service),
-            destroyListener(service)};
+    return {
+        construct(service),
+        reporting(
+            addListenEndpoint(service, "a wrong endpoint"),
+            "[Socket Listener rep] Invalid endpoint: Failed deserializing a wrong endpoint: cannot extract transport"),
+        addListenEndpoint(service, endpoint),
+        start(service),
+        reporting(start(service), "[Socket Listener rep] Failed starting thread: another thread is already running"),
+        ask(service, "a question that is longer than a short text"),
+        stop(service),
+        destroyListener(service)};
 }
 
 std::vector<Step> serveOnAll() {
@@ -230,41 +222,28 @@ std::vector<Step> startAgain() {
             stop(service),        destroyListener(service)};
 }
 
-/// On scope exit, sets `event` and joins the thread that waits for it.
-class JoinAtEnd {
-public:
-    JoinAtEnd(std::thread& waiting, std::promise<void>& event) : thread(waiting), promise(event) {}
-    ~JoinAtEnd() {
-        promise.set_value();
-        thread.join();
+/// Waits until `holds` returns true, or for the time `excused` if a fault was injected into the listener's thread.
+template <class Condition>
+void await(const Condition& holds, std::chrono::milliseconds excused) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point begin = Clock::now();
+    while (!holds() && Clock::now() - begin < (isExcused() ? excused : std::chrono::seconds(10))) {
+        awaitCall();
     }
-    JoinAtEnd(const JoinAtEnd&) = delete;
-    JoinAtEnd& operator=(const JoinAtEnd&) = delete;
-
-private:
-    std::thread& thread;
-    std::promise<void>& promise;
-};
+}
 
 /// Sends a frame that blocks the listener in its receive. Returns once it is blocked, or soon if a fault was injected.
 Step sendStray(const Service& service) {
     return call("ask", nullptr, [=] {
-        using Clock = std::chrono::steady_clock;
         const Unwatched unwatched;
         const unsigned int before = receivesBegun();
-        void* const context = zmq_ctx_new();
-        void* const dealer = zmq_socket(context, ZMQ_DEALER);
-        zmq_connect(dealer, service.endpoint.toString(Protocol::Req).c_str());
-        zmq_send(dealer, "x", 1, 0);
-        const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
-        const Clock::time_point excuse = Clock::now() + std::chrono::milliseconds(50);
-        while (receivesBegun() == before && Clock::now() < (isExcused() ? excuse : deadline)) {
-            awaitCall();
-        }
+        ZmqContext context;
+        const ZmqHandle dealer = context.socket(ZMQ_DEALER);
+        zmq_connect(dealer.get(), service.endpoint.toString(Protocol::Req).c_str());
+        zmq_send(dealer.get(), "x", 1, 0);
+        await([&] { return receivesBegun() != before; }, std::chrono::milliseconds(50));
         const int none = 0;
-        zmq_setsockopt(dealer, ZMQ_LINGER, &none, sizeof none);
-        zmq_close(dealer);
-        zmq_ctx_term(context);
+        zmq_setsockopt(dealer.get(), ZMQ_LINGER, &none, sizeof none);
     });
 }
 
@@ -272,9 +251,10 @@ Step sendStray(const Service& service) {
 Step stopBlocked(const Service& service) {
     Step step = stop(service);
     step.run = [service, run = step.run] {
-        std::promise<void> stopped;
-        std::thread next([&] {
-            if (stopped.get_future().wait_for(std::chrono::milliseconds(500)) == std::future_status::timeout) {
+        std::future<void> next;
+        std::promise<void> stopped; // destroyed first, which ends the wait
+        next = std::async(std::launch::async, [&, end = stopped.get_future()] {
+            if (end.wait_for(std::chrono::milliseconds(500)) == std::future_status::timeout) {
                 const Unwatched unwatched;
                 Socket client("the next", socket::ClosePolicy::DropPending);
                 client.createAndConnect(Protocol::Req, service.endpoint, 0);
@@ -284,7 +264,6 @@ Step stopBlocked(const Service& service) {
                 client.poll(1000, error);
             }
         });
-        const JoinAtEnd join(next, stopped);
         run();
     };
     return step;
@@ -301,14 +280,8 @@ std::vector<Step> stopWhileBlocked() {
 /// because a fault may prevent the reconnect.
 Step awaitReconnection() {
     return call("ask", nullptr, [] {
-        using Clock = std::chrono::steady_clock;
         const unsigned int before = connectsBegun();
-        const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
-        const Clock::time_point excuse = Clock::now() + std::chrono::milliseconds(60);
-        const auto pollsAgain = [before] { return connectsBegun() != before && hasPolledSinceConnect(); };
-        while (!pollsAgain() && Clock::now() < (isExcused() ? excuse : deadline)) {
-            awaitCall();
-        }
+        await([before] { return connectsBegun() != before && hasPolledSinceConnect(); }, std::chrono::milliseconds(60));
     });
 }
 
@@ -331,9 +304,9 @@ std::vector<Step> endSilence() {
 std::vector<Step> wrongListener() {
     Service service = serviceOn(freshEndpoint(Transport::Tcp));
     service.party = party("the one who listens", Protocol::Pub);
-    Step refused = reporting(start(service), "");
-    refused.normal.text = "[Socket Listener pub] Only Sub and Rep protocols are supported";
-    return {construct(service), refused, destroyListener(service)};
+    return {construct(service),
+            reporting(start(service), "[Socket Listener pub] Only Sub and Rep protocols are supported"),
+            destroyListener(service)};
 }
 
 } // namespace

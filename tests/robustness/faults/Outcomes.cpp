@@ -13,17 +13,6 @@ namespace rk::tests {
 
 namespace {
 
-std::vector<std::string> split(const std::string& text, const std::string& separator) {
-    std::vector<std::string> parts;
-    std::size_t begin = 0;
-    for (std::size_t end = 0; (end = text.find(separator, begin)) != std::string::npos;
-         begin = end + separator.size()) {
-        parts.push_back(text.substr(begin, end - begin));
-    }
-    parts.push_back(text.substr(begin));
-    return parts;
-}
-
 /// "*" means every error that the function's documentation names.
 std::set<std::string> errorsOf(const std::string& cause) {
     std::set<std::string> names;
@@ -103,6 +92,17 @@ std::string nameOf(int error) {
     default:
         return strerrorname_np(error);
     }
+}
+
+std::vector<std::string> split(const std::string& text, const std::string& separator) {
+    std::vector<std::string> parts;
+    std::size_t begin = 0;
+    for (std::size_t end = 0; (end = text.find(separator, begin)) != std::string::npos;
+         begin = end + separator.size()) {
+        parts.push_back(text.substr(begin, end - begin));
+    }
+    parts.push_back(text.substr(begin));
+    return parts;
 }
 
 bool Row::operator<(const Row& other) const {

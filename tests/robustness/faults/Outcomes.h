@@ -52,4 +52,6 @@ extern const char* const several;
 /// Returns a name such as "EINTR".
 std::string nameOf(int error);
 
+std::vector<std::string> split(const std::string& text, const std::string& separator);
+
 } // namespace rk::tests

@@ -55,7 +55,7 @@ std::string joined(const std::vector<std::string>& lines) {
     return text;
 }
 
-void split(const std::vector<std::string>& lines, Observed& observed) {
+void addLines(const std::vector<std::string>& lines, Observed& observed) {
     for (const std::string& line : lines) {
         (line.compare(0, 6, "debug:") == 0 ? observed.debug : observed.outcome.lines).push_back(line);
     }
@@ -132,7 +132,7 @@ public:
         Faults::instance().watching = false;
         const Operation done = Faults::operation();
         Observed seen;
-        split(done.lines, seen);
+        addLines(done.lines, seen);
         judge(exitStep.operation, textOf(seen, done.strikes), done.strikes);
         for (const std::string& text : Ledger::instance().imbalances(failedTerminations > 1)) {
             fail(text);
@@ -149,7 +149,7 @@ public:
         Faults::instance().watching = false;
         const Operation& done = Faults::operation();
         Observed seen;
-        split(done.lines, seen);
+        addLines(done.lines, seen);
         const bool onThread = &done != mainOperation;
         if (done.strikes.empty()) {
             fail("std::terminate is called in " + step->operation);
@@ -191,7 +191,7 @@ private:
     bool threadIsFine() {
         const Operation done = Faults::takeOperationOfOthers();
         Observed seen;
-        split(done.lines, seen);
+        addLines(done.lines, seen);
         std::vector<std::string>& lines = seen.outcome.lines;
         // A listener with a silence limit also logs this without a fault.
         lines.erase(std::remove_if(lines.begin(), lines.end(),
@@ -268,7 +268,7 @@ private:
         } catch (const std::exception& failure) {
             seen.outcome = {Kind::Throws, typeName(failure), failure.what(), {}};
         }
-        split(Faults::operation().lines, seen);
+        addLines(Faults::operation().lines, seen);
         const bool opens = isOneOf(step.operation, {"create", "connect", "createAndConnect"});
         const bool means = step.operation == "close" && seen.outcome.kind == Kind::Returns;
         if ((fails || !Faults::operation().strikes.empty()) && step.party && step.party->socket && !means) {
@@ -421,7 +421,7 @@ private:
     const bool isOfMany;
     const Step* step = nullptr;
     const Operation* mainOperation = nullptr;
-    Step exitStep{"exit", nullptr, {}, {}, {}};
+    Step exitStep{"exit", nullptr, {}};
     int standardError = -1;
     bool lineMayBeLost = false;
     bool addressIsUnnoted = false;

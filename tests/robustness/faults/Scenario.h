@@ -54,11 +54,11 @@ struct Step {
     std::string operation; ///< its name, without arguments
     std::shared_ptr<Party> party;
     std::function<void()> run;
-    Outcome normal;                 ///< without a fault
-    std::vector<std::string> debug; ///< the debug lines, without a fault
-    std::string endpoint{};         ///< of a listener
-    bool endsThread = false;        ///< ends a listener's thread, whose log is then checked
-    bool endsEarly = false;         ///< a failure can end it silently, so that it must be repeated
+    Outcome normal{};                 ///< without a fault
+    std::vector<std::string> debug{}; ///< the debug lines, without a fault
+    std::string endpoint{};           ///< of a listener
+    bool endsThread = false;          ///< ends a listener's thread, whose log is then checked
+    bool endsEarly = false;           ///< a failure can end it silently, so that it must be repeated
 };
 
 struct Scenario {
@@ -66,5 +66,12 @@ struct Scenario {
     std::function<std::vector<Step>()> steps;
     bool isShort = false; ///< pairs of faults are injected
 };
+
+// The scenarios, by topic.
+std::vector<Scenario> exchangeScenarios();
+std::vector<Scenario> securityScenarios();
+std::vector<Scenario> tuningScenarios();
+std::vector<Scenario> valueScenarios();
+std::vector<Scenario> listenerScenarios();
 
 } // namespace rk::tests

@@ -1,12 +1,12 @@
 #include "Sites.h"
 
+#include "Outcomes.h"
 #include "support/Immortal.h"
 
 #include <algorithm>
 #include <array>
 #include <fstream>
 #include <link.h>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <unwind.h>
@@ -64,20 +64,9 @@ Sites& Sites::instance() {
 void Sites::load(const std::string& file) {
     std::ifstream lines(file);
     for (std::string line; std::getline(lines, line);) {
-        std::istringstream fields(line);
-        std::string offset;
-        std::string number;
-        std::string idle;
-        Site site{};
-        std::getline(fields, offset, '|');
-        std::getline(fields, site.caller, '|');
-        std::getline(fields, site.callee, '|');
-        std::getline(fields, number, '|');
-        std::getline(fields, idle, '|');
-        site.offset = std::stoul(offset, nullptr, 16);
-        site.number = std::stoi(number);
-        site.mayBeIdle = !idle.empty();
-        sites.push_back(site);
+        const std::vector<std::string> fields = split(line, "|");
+        sites.push_back({std::stoul(fields.at(0), nullptr, 16), fields.at(1), fields.at(2), std::stoi(fields.at(3)),
+                         !fields.at(4).empty()});
     }
     std::sort(sites.begin(), sites.end(), [](const Site& a, const Site& b) { return a.offset < b.offset; });
     const Segments own = segmentsOf("librk-socket.so");

@@ -35,19 +35,15 @@ std::vector<std::string> linesOfConnect(const Party& party, const SocketEndpoint
 }
 
 Step construct(const PartyPointer& party) {
-    return {"construct",
-            party,
-            [party] {
-                if (!party->socket) {
-                    party->socket = std::make_unique<Socket>(party->name, DropPending);
-                }
-            },
-            {},
-            {}};
+    return call("construct", party, [=] {
+        if (!party->socket) {
+            party->socket = std::make_unique<Socket>(party->name, DropPending);
+        }
+    });
 }
 
 Step create(const PartyPointer& party) {
-    return {"create", party, [party] { party->socket->create(party->pattern); }, {}, {}};
+    return call("create", party, [=] { party->socket->create(party->pattern); });
 }
 
 Step connect(const PartyPointer& party, const SocketEndpoint& endpoint, unsigned int timeout) {
@@ -63,75 +59,56 @@ Step createAndConnect(const PartyPointer& party, const SocketEndpoint& endpoint,
 }
 
 Step send(const PartyPointer& party, const std::string& text) {
-    return {"send",
-            party,
-            [=] {
-                std::string copy = text;
-                party->socket->send(copy.data(), copy.size());
-            },
-            {},
-            {}};
+    return call("send", party, [=] { party->socket->send(text); });
 }
 
 Step receive(const PartyPointer& party, const std::string& text) {
-    return {"receive",
-            party,
-            [=] {
-                char buffer[100];
-                const int size = party->socket->receive(buffer, sizeof buffer);
-                require(std::string(buffer, static_cast<std::size_t>(size)) == text, "another text is received");
-            },
-            {},
-            {}};
+    return call("receive", party, [=] {
+        char buffer[100];
+        const int size = party->socket->receive(buffer, sizeof buffer);
+        require(std::string(buffer, static_cast<std::size_t>(size)) == text, "another text is received");
+    });
 }
 
 Step close(const PartyPointer& party) {
-    return {"close", party, [=] { party->socket->close(); }, {}, {}};
+    return call("close", party, [=] { party->socket->close(); });
 }
 
 Step destroy(const PartyPointer& party) {
-    return {"destroy", party, [=] { party->socket.reset(); }, {}, {}};
+    return call("destroy", party, [=] { party->socket.reset(); });
 }
 
 Step poll(const PartyPointer& party, unsigned int timeout, socket::PollResult::PollResult result) {
-    return {"poll",
-            party,
-            [=] {
-                std::string error;
-                const auto polled = party->socket->poll(timeout, error);
-                if (polled == socket::PollResult::Failure) {
-                    throw Reported{error};
-                }
-                require(polled == result, "the poll finds something else");
-            },
-            {},
-            {}};
+    return call("poll", party, [=] {
+        std::string error;
+        const auto polled = party->socket->poll(timeout, error);
+        if (polled == socket::PollResult::Failure) {
+            throw Reported{error};
+        }
+        require(polled == result, "the poll finds something else");
+    });
 }
 
 Step flush(const PartyPointer& party) {
-    Step step{"flushIncomingMessages", party, [=] { party->socket->flushIncomingMessages(); }, {}, {}};
+    Step step = call("flushIncomingMessages", party, [=] { party->socket->flushIncomingMessages(); });
     step.endsEarly = true;
     return step;
 }
 
 Step setInternalFifoSize(const PartyPointer& party) {
-    return {"setInternalFifoSize", party, [=] { party->socket->setInternalFifoSize(100); }, {}, {}};
+    return call("setInternalFifoSize", party, [=] { party->socket->setInternalFifoSize(100); });
 }
 
 Step call(const std::string& operation, const PartyPointer& party, std::function<void()> run) {
-    return {operation, party, std::move(run), {}, {}};
+    return {operation, party, std::move(run)};
 }
 
 Step throwing(Step step, const std::string& text) {
-    step.normal.kind = Outcome::Kind::Throws;
-    step.normal.type = "std::runtime_error";
-    step.normal.text = text;
-    return step;
+    return refused(std::move(step), "std::runtime_error", text);
 }
 
 Step refused(Step step, const std::string& type, const std::string& text) {
-    step = throwing(std::move(step), text);
-    step.normal.type = type;
+    step.normal = {Outcome::Kind::Throws, type, text, {}};
     return step;
 }
 

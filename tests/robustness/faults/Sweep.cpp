@@ -11,7 +11,7 @@
 
 #include "Outcomes.h"
 #include "Run.h"
-#include "ScenarioList.h"
+#include "Scenario.h"
 #include "Sites.h"
 
 #include <algorithm>
@@ -84,8 +84,8 @@ struct Tally {
 
 std::vector<Scenario> allScenarios() {
     std::vector<Scenario> all;
-    for (const auto& some : {exchangeScenarios(), repairScenarios(), securityScenarios(), tuningScenarios(),
-                             valueScenarios(), listenerScenarios()}) {
+    for (const auto& some :
+         {exchangeScenarios(), securityScenarios(), tuningScenarios(), valueScenarios(), listenerScenarios()}) {
         all.insert(all.end(), some.begin(), some.end());
     }
     return all;
@@ -248,12 +248,8 @@ std::set<Row> rowsOf(const std::string& text) {
     std::set<Row> rows;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        std::array<std::string, 4> fields;
-        std::istringstream parts(line);
-        for (std::string& field : fields) {
-            std::getline(parts, field, '|');
-        }
-        rows.insert({fields[0], fields[1], fields[2], fields[3]});
+        const std::vector<std::string> fields = split(line, "|");
+        rows.insert({fields.at(0), fields.at(1), fields.at(2), fields.at(3)});
     }
     return rows;
 }

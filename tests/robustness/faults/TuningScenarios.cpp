@@ -1,4 +1,3 @@
-#include "ScenarioList.h"
 #include "Steps.h"
 #include "support/Endpoints.h"
 

@@ -1,4 +1,3 @@
-#include "ScenarioList.h"
 #include "Steps.h"
 
 #include <rk/socket/SocketContext.h>
