@@ -61,12 +61,6 @@ def digest_of(files):
     return digest.hexdigest()[:16]
 
 
-# What the tests execute
-
-def is_of_googletest(command):
-    return any(part.startswith("--gtest_filter=") for part in command)
-
-
 def lines_naming(mutant):
     """The lines that contain the name that its line declares."""
     declared = re.search(r"(\w+)(?: =|[{;[])", mutant.before)
@@ -79,7 +73,7 @@ class Tests:
 
     def __init__(self):
         listed = json.loads(run(["ctest", "--show-only=json-v1"]))["tests"]
-        commands = [test["command"] for test in listed if is_of_googletest(test.get("command", []))]
+        commands = [test["command"] for test in listed if "--gtest_filter=" in " ".join(test.get("command", []))]
         self.sources = digest_of(files_in("rk"))
         self.noticed = collections.defaultdict(collections.Counter)  # by file, how many mistakes each test has noticed
         self.executables = {program: digest_of([program]) for program in {command[0] for command in commands}}
@@ -136,8 +130,6 @@ class Tests:
     def executing_one_of(self, file, lines):
         return [test for test in self.tests if not lines.isdisjoint(test["lines"].get(file, ()))]
 
-
-# Libraries with a mistake
 
 class Library:
     """How the library is compiled and linked, without optimisation, with the headers of others compiled once."""
@@ -279,8 +271,6 @@ def follow(process, seconds):
     finally:
         os.close(ended)
 
-
-# The mistakes
 
 def all_mutants():
     files = sorted(file for kind in ("*.cpp", "*.h") for file in (root / "rk").rglob(kind))

@@ -80,8 +80,6 @@ void ModelSocket::closeNative() {
     native = 0;
 }
 
-// Connecting
-
 void ModelSocket::connect(const SocketEndpoint& endpoint, unsigned int receiveTimeout) {
     if (native == 0) {
         throw std::runtime_error("Socket: Cannot connect a NULL socket");
@@ -187,8 +185,6 @@ void ModelSocket::createAndConnect(Protocol::Protocol pattern, const SocketEndpo
     connect(endpoint, receiveTimeout);
 }
 
-// Repair
-
 void ModelSocket::resetConnections() {
     if (native == 0) {
         return;
@@ -210,8 +206,6 @@ void ModelSocket::repair() {
                 " Attempting reset of the connections to preserve 0MQ state machine integrity");
     resetConnections();
 }
-
-// Sending
 
 void ModelSocket::send(void* data, unsigned long size) {
     if (native == 0) {
@@ -274,8 +268,6 @@ void ModelSocket::sendProtoBuf(Message* message) {
     send(serialized.data(), serialized.size());
 }
 
-// Receiving
-
 int ModelSocket::receive(void* buffer, unsigned long size) {
     const Event received = receiveWithRepair(size);
     std::copy(received.bytes.begin(), received.bytes.end(), static_cast<char*>(buffer));
@@ -336,8 +328,6 @@ void ModelSocket::receiveProtoBuf(Message* message, unsigned int size) {
     }
 }
 
-// Polling and draining
-
 int ModelSocket::poll(unsigned int timeout, std::string& error) {
     if (native == 0) {
         throw std::runtime_error("Socket: Cannot poll a NULL socket");
@@ -372,8 +362,6 @@ void ModelSocket::flushIncomingMessages() {
         }
     }
 }
-
-// Tuning and statistics
 
 void ModelSocket::setInternalFifoSize(int size) {
     if (native == 0) {
