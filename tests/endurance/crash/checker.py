@@ -21,6 +21,7 @@ WAIT_FOR_DELIVERY = "2"
 
 ASKS = ("ask", "provoke")
 SERVED = ("serve", "fail")
+REQUEST_ENDS = ("answer", "unanswered", "garbled")  # of a requester
 
 
 def check(events):
@@ -65,7 +66,7 @@ def _outcomes(history, process, *kinds):
     """Yields (request, event) for each event of these kinds. The request is None if none is open."""
     asked = None
     for event in history.of_process[process]:
-        if event.kind in ASKS:
+        if event.kind in (*ASKS, "request"):
             asked = event
         elif event.kind in kinds:
             yield asked, event
@@ -241,20 +242,9 @@ def subscribers_are_fed_again(history):
             yield f"the subscriber is not fed within {RECOVERY // SECOND} s after {calm}"
 
 
-def _requests(history, process):
-    """Yields (request, event that ended it) of a requester, in order."""
-    asked = None
-    for event in history.of_process[process]:
-        if event.kind == "request":
-            asked = event
-        elif event.kind in ("answer", "unanswered", "garbled"):
-            yield asked, event
-            asked = None
-
-
 def requesters_get_their_own_replies(history):
     for process in history.processes(*history.roles("requester")):
-        for asked, event in _requests(history, process):
+        for asked, event in _outcomes(history, process, *REQUEST_ENDS):
             if event.kind == "garbled" or event.kind == "answer" and event.args[1:3] != (process, *asked.args):
                 yield f"{process} has asked {' '.join(asked.args)} and got {' '.join(event.args[1:])}"
 
@@ -263,6 +253,6 @@ def requesters_keep_their_deadlines(history):
     longest = REQUEST_ATTEMPTS * REQUEST_TIMEOUT * SECOND // 1000 + REQUEST_MARGIN
     for process in history.processes(*history.roles("requester")):
         frozen = history.disturbed(role(process))
-        for asked, event in _requests(history, process):
+        for asked, event in _outcomes(history, process, *REQUEST_ENDS):
             if event.time - asked.time > longest and not frozen.touch(asked.time, event.time):
                 yield f"{process} {' '.join(asked.args)} has taken {(event.time - asked.time) / SECOND:.3f} s"

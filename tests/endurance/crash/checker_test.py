@@ -4,7 +4,7 @@
 import unittest
 
 from checker import check
-from history import SECOND, Event, Intervals, parse
+from history import SECOND, Intervals, parse
 
 # A client that is served, a server that is killed and restarted, a handler that fails, a feed, and a closed socket.
 SOUND = """
@@ -174,9 +174,6 @@ class TimesThatAreDisturbed(unittest.TestCase):
 
 
 class Line(unittest.TestCase):
-    def test_is_taken_apart(self):
-        self.assertEqual(Event(12, "client-1#2", "ask", ("3", "1")), parse("12 client-1#2 ask 3 1"))
-
     def test_is_refused_when_malformed(self):
         with self.assertRaises(ValueError):
             parse("half a line")
