@@ -5,8 +5,9 @@ namespace rk::tests {
 
 namespace {
 
-/// Returns the output of a child process without the library's debug lines.
-std::vector<std::string> linesOf(const std::vector<std::string>& command) {
+/// Returns the output of a child process without the library's debug lines. `command` runs the child, if given.
+std::vector<std::string> linesOf(const std::string& scenario, std::vector<std::string> command = {}) {
+    command.insert(command.end(), {RK_CONTRACT_CHILD, scenario});
     const ChildResult result = runChild(command);
     EXPECT_EQ(0, result.status) << testing::PrintToString(result.errorLines);
     std::vector<std::string> lines;
@@ -19,14 +20,9 @@ std::vector<std::string> linesOf(const std::vector<std::string>& command) {
     return lines;
 }
 
-std::vector<std::string> linesOf(const std::string& scenario) {
-    return linesOf(std::vector<std::string>{RK_CONTRACT_CHILD, scenario});
-}
-
 /// Disables the leak check of AddressSanitizer, which may hang at the exit of a forked process.
 std::vector<std::string> linesWithoutLeakCheckOf(const std::string& scenario) {
-    return linesOf(
-        std::vector<std::string>{"/usr/bin/env", "LSAN_OPTIONS=detect_leaks=0", RK_CONTRACT_CHILD, scenario});
+    return linesOf(scenario, {"/usr/bin/env", "LSAN_OPTIONS=detect_leaks=0"});
 }
 
 const std::vector<std::string> values{"rep 3", "ipc",          "tcp://*:1 SocketEndpoint tcp://node:1: here",
