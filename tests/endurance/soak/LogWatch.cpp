@@ -1,15 +1,11 @@
 #include "endurance/soak/LogWatch.h"
 
 #include "endurance/soak/Lane.h"
+#include "support/Immortal.h"
 
 #include <rk/utils/Log.h>
 
 namespace rk::tests::soak {
-
-LogWatch& LogWatch::ofProcess() {
-    static LogWatch* const watch = std::make_unique<LogWatch>().release();
-    return *watch;
-}
 
 void LogWatch::note(const std::string& line) {
     const std::lock_guard<std::mutex> lock(mutex);
@@ -44,11 +40,11 @@ bool LogWatch::waitForConnection(const std::string& socketName, std::uint64_t co
 namespace rk::utils {
 
 void logDebug(const std::string& message) {
-    rk::tests::soak::LogWatch::ofProcess().note(message);
+    rk::tests::immortal<rk::tests::soak::LogWatch>().note(message);
 }
 
 void logWarning(const std::string& message) {
-    rk::tests::soak::LogWatch::ofProcess().note(message);
+    rk::tests::immortal<rk::tests::soak::LogWatch>().note(message);
 }
 
 void logError(const std::string& /*message*/) {

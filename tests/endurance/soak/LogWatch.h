@@ -8,12 +8,10 @@
 
 namespace rk::tests::soak {
 
-/// Counts the library's log lines below error level. Any thread may call it.
+/// Counts the library's log lines below error level. Any thread may call it. The process has an immortal one, because the
+/// library logs during static destruction.
 class LogWatch {
 public:
-    /// Returns the watch of the process. It is never destroyed, because the library logs during static destruction.
-    static LogWatch& ofProcess();
-
     void note(const std::string& line);
 
     /// Returns how many sockets the library has rebuilt.

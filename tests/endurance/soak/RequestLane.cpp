@@ -1,6 +1,7 @@
 #include "endurance/TextListener.h"
 #include "endurance/soak/Lane.h"
 #include "endurance/soak/LogWatch.h"
+#include "support/Immortal.h"
 
 #include <rk/socket/Socket.h>
 
@@ -63,7 +64,7 @@ private:
     }
 
     void failInHandler(const std::string& how) {
-        LogWatch& log = LogWatch::ofProcess();
+        LogWatch& log = immortal<LogWatch>();
         const std::uint64_t before = log.connections(listenerName);
         send(how);
         ++figures.failures;

@@ -4,6 +4,7 @@
 #include "endurance/InputEnd.h"
 #include "endurance/soak/Lane.h"
 #include "endurance/soak/LogWatch.h"
+#include "support/Immortal.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -70,7 +71,7 @@ std::string json(const Figures& figures) {
                                                       {"jams", figures.jams},
                                                       {"restarts", figures.restarts},
                                                       {"failures", figures.failures},
-                                                      {"repairs", LogWatch::ofProcess().repairs()}};
+                                                      {"repairs", immortal<LogWatch>().repairs()}};
     std::ostringstream text;
     text << std::fixed << "{\"allocated KiB\": " << allocatedKiB();
     for (const auto& [name, count] : counts) {

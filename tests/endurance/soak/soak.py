@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the soak program for some minutes and shows live figures. Fails if a guarantee is broken or a resource grows.
 
-usage: soak.py PROGRAM MINUTES SEED [SUMMARY.json]"""
+usage: soak.py PROGRAM MINUTES SEED"""
 
 import contextlib
 import json
@@ -126,25 +126,15 @@ class Soak:
         yield from (f"  BROKEN {breach}" for breach in self.breaches)
         yield "good" if self.is_good() else "FAILED"
 
-    def json(self):
-        growth = [{"name": one.name, "first": one.first, "last": one.last, "slope_per_hour": 3600 * one.slope,
-                   "error_per_hour": 3600 * one.error, "limit": one.limit, "flat": one.is_flat}
-                  for one in self.record.growth()]
-        counts = {name: self.use[name] for name in COUNTS}
-        return json.dumps({"good": self.is_good(), "seed": self.seed, "seconds": self.ran, **counts,
-                           "cpu_percent": self.processor_share(), "growth": growth, "breaches": self.breaches})
 
-
-def main(program, minutes, seed, summary=None):
+def main(program, minutes, seed):
     soak = Soak(program, 60 * float(minutes), int(seed))
     soak.run()
     print("\n".join(soak.summary()), flush=True)
-    if summary:
-        pathlib.Path(summary).write_text(soak.json() + "\n")
     return 0 if soak.is_good() else 1
 
 
 if __name__ == "__main__":
-    if len(sys.argv) not in (4, 5):
+    if len(sys.argv) != 4:
         sys.exit(__doc__)
     sys.exit(main(*sys.argv[1:]))
