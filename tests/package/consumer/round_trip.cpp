@@ -3,34 +3,14 @@
 #include <google/protobuf/wrappers.pb.h>
 
 #include <iostream>
-#include <stdexcept>
-#include <string>
 
 using namespace rk::socket;
-
-namespace {
-
-/// Binds `server` to the first free TCP port below the ports of the other tests.
-SocketEndpoint bindSomewhere(Socket& server) {
-    for (unsigned short port = 9000;; ++port) {
-        const SocketEndpoint endpoint(Transport::Tcp, "127.0.0.1", port);
-        try {
-            server.createAndConnect(Protocol::Rep, endpoint, 10000);
-            return endpoint;
-        } catch (const std::runtime_error& failure) {
-            if (std::string(failure.what()).find("Address already in use") == std::string::npos) {
-                throw;
-            }
-        }
-    }
-}
-
-} // namespace
 
 int main() {
     Socket server("server", ClosePolicy::LingerTwoSeconds);
     Socket client("client", ClosePolicy::LingerTwoSeconds);
-    client.createAndConnect(Protocol::Req, bindSomewhere(server), 10000);
+    server.createAndConnect(Protocol::Rep, SocketEndpoint(Transport::Tcp, "127.0.0.1", 0), 10000);
+    client.createAndConnect(Protocol::Req, server.lastEndpoint(), 10000);
 
     google::protobuf::StringValue text;
     text.set_value("O");
