@@ -249,7 +249,7 @@ class Exchange:
         self.publish(self.foreign, self.library, COMMANDS, "_command", MARK)
 
     def test_commands_are_served_to_it_by_a_listener(self):
-        self.library.program.ask(f"listen own rep {self.endpoint}")
+        self.library.program.ask(f"listen own {self.endpoint}")
         self.foreign.open("req", self.endpoint)
         for values in COMMANDS[:-1]:
             self.foreign.send_command(values)

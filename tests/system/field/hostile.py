@@ -10,6 +10,7 @@ import statistics
 import struct
 import sys
 import time
+import timeit
 
 import zmq
 
@@ -246,8 +247,8 @@ class Encrypted(Served):
         replies, connections = [], []
         with self.plain(zmq.REQ) as client:
             while process.is_alive():
-                replies.append(self.time(lambda: client.send(QUESTION) or client.recv()))
-                connections.append(self.time(self.assert_serves))
+                replies.append(timeit.timeit(lambda: client.send(QUESTION) or client.recv(), number=1))
+                connections.append(timeit.timeit(self.assert_serves, number=1))
         process.join()
         self.assertEqual(0, process.exitcode)
         return replies, connections
@@ -257,12 +258,6 @@ class Encrypted(Served):
         openings = [b"", zmtp.greeting(), greeting, greeting + zmtp.frame(b"\x05HELLO" + bytes(194), zmtp.COMMAND), self.hello]
         garbage = self.dice.randbytes
         self.throw(self.dice.choice(openings) + garbage(self.dice.randrange(1, 1000)) for _ in range(300))
-
-    @staticmethod
-    def time(action):
-        begin = time.monotonic()
-        action()
-        return time.monotonic() - begin
 
     def assert_few_lines(self, minutes):
         """Two lines a minute tell of refused clients: that of the address, and the total. Returns their number."""
@@ -431,7 +426,7 @@ class Commands(Hostile):
 
     def setUp(self):
         super().setUp()
-        self.victim.ask(f"listen own rep {self.endpoint}")
+        self.victim.ask(f"listen own {self.endpoint}")
         self.descriptors = field.descriptors(self.victim.pid)
 
     def assert_serves(self):

@@ -6,7 +6,7 @@
 #include <rk/socket/Network.h>
 #include <rk/socket/Security.h>
 #include <rk/socket/Socket.h>
-#include <rk/socket/utils/SocketListener.h>
+#include <rk/socket/utils/Replier.h>
 #include <rk/utils/Log.h>
 
 #include <algorithm>
@@ -99,24 +99,14 @@ private:
     std::thread thread;
 };
 
-/// Replies to each command with the next number and the payload in reverse.
-class CommandListener : public socket::utils::SocketListener {
-public:
-    using SocketListener::SocketListener;
-    ~CommandListener() override {
-        std::string ignored;
-        stop(ignored);
-    }
+using CommandReplier = socket::utils::Replier<Command, Command>;
 
-    std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Command>(); }
-
-    void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) override {
-        auto& command = dynamic_cast<Command&>(*message);
-        command.set_id(command.id() + 1);
-        std::reverse(command.mutable_payload()->begin(), command.mutable_payload()->end());
-        socket->sendProtoBuf(&command);
-    }
-};
+/// Fills the reply with the next number and the payload in reverse.
+void answerCommand(const Command& request, Command& reply) {
+    reply = request;
+    reply.set_id(request.id() + 1);
+    std::reverse(reply.mutable_payload()->begin(), reply.mutable_payload()->end());
+}
 
 /// The words that follow the verb of a command.
 class Words {
@@ -250,7 +240,7 @@ private:
 
     void listen(Words& words) {
         const auto name = words.next();
-        auto listener = std::make_unique<CommandListener>(Protocol::FromString(words.next()), name);
+        auto listener = std::make_unique<CommandReplier>(name, answerCommand);
         std::string error;
         if (!listener->addListenEndpoint(words.next(), error) || !listener->start(error)) {
             throw std::runtime_error(error);
@@ -261,7 +251,7 @@ private:
     std::string result;
     std::map<std::string, std::unique_ptr<Socket>> sockets;
     std::map<std::string, std::unique_ptr<BlockServer>> servers;
-    std::map<std::string, std::unique_ptr<CommandListener>> listeners;
+    std::map<std::string, std::unique_ptr<CommandReplier>> listeners;
     const std::map<std::string, void (Peer::*)(Words&)> verbs{
         {"limit", &Peer::limit},
         {"secure", &Peer::secure},
