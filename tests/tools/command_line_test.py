@@ -1,14 +1,11 @@
 """The tool's help, manual page, completions for shells, and messages about wrong arguments."""
 
 import os
-import pty
 import re
-import select
 import subprocess
-import time
 import unittest
 
-from harness import PATIENCE, SOURCES, TOOL, Terminal, ToolTest
+from harness import SOURCES, TOOL, Terminal, ToolTest
 
 COMPLETIONS = os.path.join(SOURCES, "tools/documents")
 MANUAL = os.path.join(os.path.dirname(TOOL), "rk-socket.1")
@@ -99,17 +96,14 @@ class Help(ToolTest):
         self.assertRegex(self.run_tool("--version")[1], rb"^rk-socket \d+\.\d+\.\d+\n$")
 
 
-class ZSh:
+class ZSh(Terminal):
     """An interactive zsh that completes."""
 
     def __init__(self, folder):
-        self.master, terminal = pty.openpty()
-        self.process = subprocess.Popen(["zsh", "-f", "-i"], stdin=terminal, stdout=terminal, stderr=terminal,
-                                        env=dict(ENVIRONMENT, TERM="dumb", HOME=folder), start_new_session=True)
-        os.close(terminal)
+        super().__init__(["zsh", "-f", "-i"], dict(ENVIRONMENT, TERM="dumb", HOME=folder))
         os.write(self.master, b"PS1=''; LISTMAX=1000; setopt interactive_comments; fpath=(%s $fpath); autoload -Uz compinit; "
                               b"compinit -u -D; echo rea''dy\n" % COMPLETIONS.encode())
-        self.read_until("ready\r\n")
+        self.read_until(b"ready\r\n")
 
     def __enter__(self):
         return self
@@ -121,17 +115,10 @@ class ZSh:
 
     def complete(self, text):
         """Returns the completion that zsh shows after a tab: the rest of a word, or a list."""
+        self.text = b""
         os.write(self.master, text.encode() + b"\t\x01# \necho en''d\n")
-        return self.read_until("end\r\n")
-
-    def read_until(self, wanted):
-        text = ""
-        deadline = time.monotonic() + PATIENCE
-        while wanted not in text:
-            if not select.select([self.master], [], [], max(0, deadline - time.monotonic()))[0]:
-                raise AssertionError("%r did not come; only: %r" % (wanted, text))
-            text += os.read(self.master, 65536).decode()
-        return text
+        self.read_until(b"end\r\n")
+        return self.text.decode()
 
 
 class Refusing(ToolTest):
@@ -191,11 +178,11 @@ class Refusing(ToolTest):
 
 class Colours(ToolTest):
     def test_are_for_terminals(self):
-        self.assertIn(b"\x1b[1;31mrk-socket:\x1b[0m ", Terminal(["publish"]).end()[1])
+        self.assertIn(b"\x1b[1;31mrk-socket:\x1b[0m ", Terminal([TOOL, "publish"]).end()[1])
 
     def test_are_left_out_when_they_are_not_wanted(self):
-        self.assertNotIn(b"\x1b", Terminal(["publish"], {"NO_COLOR": "1"}).end()[1])
-        self.assertNotIn(b"\x1b", Terminal(["publish"], {"TERM": "dumb"}).end()[1])
+        self.assertNotIn(b"\x1b", Terminal([TOOL, "publish"], {"NO_COLOR": "1"}).end()[1])
+        self.assertNotIn(b"\x1b", Terminal([TOOL, "publish"], {"TERM": "dumb"}).end()[1])
         self.assertNotIn("\x1b", self.run_tool("publish")[2])
 
 

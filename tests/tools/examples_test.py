@@ -87,8 +87,8 @@ class Examples(ToolTest):
         elif tool in ("sub", "probe"):
             self.publish_readings()
         elif tool == "req":
-            self.serve("tcp://*:%d" % self.ports[5556], self.answer_command)
-            self.serve("tcp://*:%d" % self.ports[5558], lambda request: request)
+            self.serve(self.answer_command, "tcp://*:%d" % self.ports[5556])
+            self.serve(lambda request: request, "tcp://*:%d" % self.ports[5558])
         listener = self.listener(tool, command)
         script = re.sub(r":(55[56]\d)", lambda match: ":%d" % self.ports[int(match.group(1))], command)
         process = Process(["bash", "-c", "set -o pipefail; PATH=%s:$PATH; %s" % (os.path.dirname(TOOL), script)],

@@ -55,13 +55,14 @@ class Process(processes.Process):
 
 
 class Terminal:
-    """The tool on a terminal of 100 columns, which shows its standard output and standard error."""
+    """A program on a terminal of 100 columns, which shows its standard output and standard error."""
 
-    def __init__(self, arguments, environment=None):
+    def __init__(self, command, environment=None):
         self.master, terminal = pty.openpty()
         fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 40, 100, 0, 0))
-        self.process = subprocess.Popen([TOOL, *arguments], stdin=subprocess.DEVNULL, stdout=terminal, stderr=terminal,
-                                        env={**os.environ, "TERM": "xterm", **(environment or {})})
+        self.process = subprocess.Popen(command, stdin=terminal, stdout=terminal, stderr=terminal,
+                                        env={**os.environ, "TERM": "xterm", **(environment or {})},
+                                        start_new_session=True)
         os.close(terminal)
         self.text = b""
 
@@ -115,6 +116,13 @@ class ToolTest(unittest.TestCase):
         self.addCleanup(process.discard)
         return process
 
+    def start_open(self, *arguments):
+        """Starts the tool, and returns it once its socket is open."""
+        process = self.start(*arguments, "--verbose")
+        while b"Connected" not in process.process.stderr.readline():
+            pass
+        return process
+
     def start_shell(self, script, **environment):
         process = Process(["bash", "-c", "set -o pipefail; PATH=%s:$PATH; " % os.path.dirname(TOOL) + script],
                           cwd=self.folder, env=dict(os.environ, **environment))
@@ -125,37 +133,66 @@ class ToolTest(unittest.TestCase):
         done = subprocess.run([TOOL, *arguments], input=input, capture_output=True, timeout=PATIENCE)
         return done.returncode, done.stdout, done.stderr.decode()
 
-    def peer(self, kind):
+    def peer(self, kind, **options):
+        """Returns a socket with these options, without limits otherwise."""
         peer = self.context.socket(kind)
         self.addCleanup(peer.close, 0)
-        peer.setsockopt(zmq.LINGER, 0)
-        peer.setsockopt(zmq.RCVTIMEO, PATIENCE * 1000)
-        peer.setsockopt(zmq.SNDTIMEO, PATIENCE * 1000)
-        peer.setsockopt(zmq.SNDHWM, 0)
-        peer.setsockopt(zmq.RCVHWM, 0)
+        milliseconds = PATIENCE * 1000
+        unlimited = {"linger": 0, "rcvtimeo": milliseconds, "sndtimeo": milliseconds, "sndhwm": 0, "rcvhwm": 0}
+        for name, value in {**unlimited, **options}.items():
+            setattr(peer, name, value)
         return peer
 
-    def publisher(self, endpoint):
-        """Returns a publisher that can wait for its subscriber."""
-        peer = self.peer(zmq.XPUB)
+    def bound(self, kind, endpoint=None, **options):
+        """Returns a socket that listens, and its endpoint."""
+        endpoint = endpoint or self.fresh_endpoint()
+        peer = self.peer(kind, **options)
         peer.bind(endpoint)
-        return peer
+        return peer, endpoint
 
     def await_subscriber(self, publisher):
         self.assertEqual(b"\1", publisher.recv())
 
-    def subscriber(self, endpoint):
-        peer = self.peer(zmq.SUB)
-        peer.setsockopt(zmq.RECONNECT_IVL, 5)
+    def subscribed(self, start):
+        """Returns the process that start(endpoint) makes, and the publisher to which it has subscribed."""
+        publisher, endpoint = self.bound(zmq.XPUB)
+        process = start(endpoint)
+        self.await_subscriber(publisher)
+        return process, publisher
+
+    def start_sub(self, *options):
+        return self.subscribed(lambda endpoint: self.start("sub", endpoint, *options))
+
+    def show_sub(self, *options, environment=None):
+        """Starts sub on a terminal."""
+        return self.subscribed(lambda endpoint: Terminal([TOOL, "sub", endpoint, *options], environment))
+
+    def pipe_sub(self, script, **environment):
+        """Starts a script that subscribes to $E."""
+        return self.subscribed(lambda endpoint: self.start_shell(script, E=endpoint, **environment))
+
+    def subscriber(self, endpoint, **limits):
+        peer = self.peer(zmq.SUB, reconnect_ivl=5, **limits)
         peer.subscribe(b"")
         peer.connect(endpoint)
         return peer
 
-    def serve(self, endpoint, answer):
+    def start_pub(self, *options, **limits):
+        """Returns a pub, and its subscriber with these socket options."""
+        endpoint = self.fresh_endpoint()
+        subscriber = self.subscriber(endpoint, **limits)
+        return self.start("pub", endpoint, "--wait", "1", *options), subscriber
+
+    def run_pub(self, *options, input=b""):
+        """Returns the end of pub, and its subscriber."""
+        endpoint = self.fresh_endpoint()
+        subscriber = self.subscriber(endpoint)
+        return self.run_tool("pub", endpoint, "--wait", "1", *options, input=input), subscriber
+
+    def serve(self, answer, endpoint=None):
         """Runs a reply socket until the end of the test. It replies to each request with answer(request)."""
-        peer = self.peer(zmq.REP)
-        peer.bind(endpoint)
-        peer.setsockopt(zmq.RCVTIMEO, 50)
+        peer, endpoint = self.bound(zmq.REP, endpoint)
+        peer.rcvtimeo = 50
         over = threading.Event()
 
         def loop():
@@ -170,21 +207,27 @@ class ToolTest(unittest.TestCase):
         thread.start()
         self.addCleanup(thread.join)
         self.addCleanup(over.set)
+        return endpoint
 
     def client(self, endpoint):
         peer = self.peer(zmq.REQ)
         peer.connect(endpoint)
         return peer
 
-    def run_sub(self, messages, *options, endpoint=None):
+    def run_sub(self, messages, *options):
         """Returns the end of sub after the messages of one publisher. A message is a block, or a list of parts."""
-        endpoint = endpoint or self.fresh_endpoint()
-        publisher = self.publisher(endpoint)
-        sub = self.start("sub", endpoint, "--count", str(len(messages)), *options)
-        self.await_subscriber(publisher)
+        sub, publisher = self.start_sub("--count", str(len(messages)), *options)
         for message in messages:
             publisher.send_multipart(message if isinstance(message, list) else [message])
         return sub.end()
+
+    def publishes(self, messages, *options, input=b""):
+        """Expects that pub sends just these messages. A message is a block, or a list of parts."""
+        end, subscriber = self.run_pub(*options, input=input)
+        self.assertEqual((0, b"", ""), end)
+        for message in messages:
+            self.assertEqual(message if isinstance(message, list) else [message], subscriber.recv_multipart())
+        self.assertEqual(0, subscriber.poll(0))
 
     def run_rep(self, requests, *options):
         """Returns the replies to the requests, and the end of rep."""

@@ -72,9 +72,7 @@ class Receiving(ToolTest):
 class Sending(ToolTest):
     def served(self, request):
         """Returns the request that a server receives for JSON input."""
-        endpoint = self.fresh_endpoint()
-        server = self.peer(zmq.REP)
-        server.bind(endpoint)
+        server, endpoint = self.bound(zmq.REP)
         req = self.start("req", endpoint, *OPTIONS, json.dumps(request))
         block = server.recv()
         server.send(block)

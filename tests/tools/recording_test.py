@@ -4,7 +4,7 @@ import struct
 import time
 import unittest
 
-from harness import Terminal, ToolTest
+from harness import TOOL, Terminal, ToolTest
 
 HEADER = b"rk-socket recording 1\n"
 
@@ -14,39 +14,21 @@ def recorded(seconds, block):
 
 
 class Recording(ToolTest):
-    def record(self, blocks, *options):
-        endpoint = self.fresh_endpoint()
-        publisher = self.publisher(endpoint)
-        sub = self.start("sub", endpoint, "--record", self.path("recording"), "--count", str(len(blocks)), *options)
-        self.await_subscriber(publisher)
-        for block in blocks:
-            publisher.send(block)
-        self.assertEqual((0, b"", ""), sub.end())
-        return self.read_file("recording")
-
-    def entries(self, data):
-        self.assertEqual(HEADER, data[:len(HEADER)])
-        data = data[len(HEADER):]
-        entries = []
-        while data:
-            nanoseconds, size = struct.unpack("<QI", data[:12])
-            entries.append((nanoseconds / 1e9, data[12:12 + size]))
-            data = data[12 + size:]
-        return entries
-
     def test_keeps_blocks_as_they_are_with_times_that_begin_at_zero(self):
         blocks = [b"one", b"", b"\x00\n\xff" * 50000]
-        entries = self.entries(self.record(blocks))
-
-        self.assertEqual(blocks, [block for _, block in entries])
-        times = [moment for moment, _ in entries]
-        self.assertEqual((0.0, sorted(times)), (times[0], times))
+        self.assertEqual((0, b"", ""), self.run_sub(blocks, "--record", self.path("recording")))
+        data = self.read_file("recording")
+        self.assertEqual(HEADER, data[:len(HEADER)])
+        data = data[len(HEADER):]
+        times = []
+        for block in blocks:
+            times.append(struct.unpack("<Q", data[:8])[0])
+            self.assertEqual(struct.pack("<I", len(block)) + block, data[8:12 + len(block)])
+            data = data[12 + len(block):]
+        self.assertEqual((b"", 0, sorted(times)), (data, times[0], times))
 
     def test_is_there_before_the_next_message_comes(self):
-        endpoint = self.fresh_endpoint()
-        publisher = self.publisher(endpoint)
-        sub = self.start("sub", endpoint, "--record", "-")
-        self.await_subscriber(publisher)
+        sub, publisher = self.start_sub("--record", "-")
         self.assertEqual(HEADER[:-1], sub.read_line())
         publisher.send(b"one\n")
 
@@ -57,10 +39,7 @@ class Recording(ToolTest):
                          self.run_tool("sub", self.fresh_endpoint(), "--record", "/nowhere/file"))
 
     def test_shows_progress_on_a_terminal(self):
-        endpoint = self.fresh_endpoint()
-        publisher = self.publisher(endpoint)
-        terminal = Terminal(["sub", endpoint, "--record", self.path("recording"), "--count", "2"])
-        self.await_subscriber(publisher)
+        terminal, publisher = self.show_sub("--record", self.path("recording"), "--count", "2")
         publisher.send(b"1234")
         terminal.read_until(b"[###############...............]  50 %  1 messages, 4 bytes")
         publisher.send(b"1234")
@@ -71,34 +50,10 @@ class Recording(ToolTest):
 
 
 class Replaying(ToolTest):
-    def replay(self, *options):
-        """Returns a replay from a pipe, after the subscriber has received a message."""
-        endpoint = self.fresh_endpoint()
-        subscriber = self.subscriber(endpoint)
-        pub = self.start("pub", endpoint, "--replay", "-", "--delay", "0", *options)
-        pub.write(HEADER)
-        pub.write(recorded(0, b"probe"))
-        while not subscriber.poll(20):
-            pub.write(recorded(0, b"probe"))
-        return pub, subscriber
-
-    def heard(self, subscriber, last):
-        blocks = []
-        while not blocks or blocks[-1] != last:
-            block = subscriber.recv()
-            if block != b"probe":
-                blocks.append(block)
-        return blocks
-
     def test_sends_what_was_recorded(self):
         blocks = [b"one", b"", b"\x00\n\xff" * 50000, b"last"]
-        pub, subscriber = self.replay()
-        for block in blocks:
-            pub.write(recorded(0, block))
-        pub.close_input()
 
-        self.assertEqual(blocks, self.heard(subscriber, b"last"))
-        self.assertEqual((0, b"", ""), pub.end())
+        self.publishes(blocks, "--replay", "-", input=HEADER + b"".join(recorded(0, block) for block in blocks))
 
     def timed(self, *options):
         recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(0.2, b"b") + recorded(0.4, b"c"))
@@ -116,15 +71,12 @@ class Replaying(ToolTest):
 
     def test_is_played_again_until_the_count(self):
         recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(0.01, b"b"))
-        endpoint = self.fresh_endpoint()
-        subscriber = self.subscriber(endpoint)
-        pub = self.start("pub", endpoint, "--replay", recording, "--count", "0")
-        heard = [subscriber.recv() for _ in range(6)]
-        pub.signal(2)
+        self.publishes([b"a", b"b", b"a", b"b", b"a"], "--replay", recording, "--count", "5")
 
-        self.assertIn(heard, ([b"a", b"b"] * 3, [b"b", b"a"] * 3))
+        pub, subscriber = self.start_pub("--replay", recording, "--count", "0")
+        self.assertEqual([b"a", b"b"] * 3, [subscriber.recv() for _ in range(6)])
+        pub.signal(2)
         self.assertEqual((0, b"", ""), pub.end())
-        self.assertEqual((0, b"", ""), self.run_tool("pub", self.fresh_endpoint(), "--replay", recording, "--count", "5"))
 
     def test_a_recording_of_nothing_is_not_played_for_ever(self):
         recording = self.write_file("recording", HEADER)
@@ -144,15 +96,11 @@ class Replaying(ToolTest):
                                           "--speed", "0")[0])
 
     def test_a_truncated_recording_names_the_place_and_what_was_before_is_sent(self):
-        pub, subscriber = self.replay()
-        pub.write(recorded(0, b"whole") + recorded(0, b"0123456789")[:-4])
-        pub.close_input()
+        end, subscriber = self.run_pub("--replay", "-", input=HEADER + recorded(0, b"whole") + recorded(0, b"0123456789")[:-4])
 
-        self.assertEqual([b"whole"], self.heard(subscriber, b"whole"))
-        status, output, errors = pub.end()
-        self.assertEqual((1, b""), (status, output))
-        self.assertRegex(errors, r"^rk-socket: standard input: truncated: message \d+, at byte \d+, has 18 of at least "
-                                 "22 bytes\n$")
+        self.assertEqual(b"whole", subscriber.recv())
+        self.assertEqual((1, b"", "rk-socket: standard input: truncated: message 2, at byte 39, has 18 of at least "
+                                  "22 bytes\n"), end)
 
     def test_every_truncation_names_its_place(self):
         whole = HEADER + recorded(0, b"12345") + recorded(0, b"67890")
@@ -173,7 +121,7 @@ class Replaying(ToolTest):
 
     def test_shows_progress_on_a_terminal(self):
         recording = self.write_file("recording", HEADER + recorded(0, b"a") + recorded(0.01, b"b"))
-        status, text = Terminal(["pub", self.fresh_endpoint(), "--replay", recording, "--delay", "0"]).end()
+        status, text = Terminal([TOOL, "pub", self.fresh_endpoint(), "--replay", recording, "--delay", "0"]).end()
 
         self.assertEqual(0, status)
         self.assertTrue(text.endswith(b"[##############################] 100 %  2 messages\r\n"), text)

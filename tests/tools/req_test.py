@@ -11,16 +11,14 @@ plant = generated("plant")
 
 class Requests(ToolTest):
     def test_prints_the_reply_and_how_long_it_took(self):
-        endpoint = self.fresh_endpoint()
-        self.serve(endpoint, lambda request: request.upper())
+        endpoint = self.serve(lambda request: request.upper())
         status, output, errors = self.run_tool("req", endpoint, "hello", "you")
 
         self.assertEqual((0, b"HELLO\nYOU\n"), (status, output))
         self.assertRegex(errors, r"^(round trip \d+\.\d{3} ms\n){2}$")
 
     def test_sends_each_line_of_standard_input_and_waits_for_its_reply(self):
-        endpoint = self.fresh_endpoint()
-        self.serve(endpoint, lambda request: request.upper())
+        endpoint = self.serve(lambda request: request.upper())
         req = self.start("req", endpoint)
         for text in (b"one", b"two"):
             req.write(text + b"\n")
@@ -30,17 +28,14 @@ class Requests(ToolTest):
         self.assertEqual(0, req.end()[0])
 
     def test_carries_bytes_from_a_file_into_another(self):
-        endpoint = self.fresh_endpoint()
-        self.serve(endpoint, lambda request: request[::-1])
+        endpoint = self.serve(lambda request: request[::-1])
         block = bytes(range(256)) * 1000
 
         self.assertEqual((0, block[::-1]), self.run_tool("req", endpoint, "--file", self.write_file("in", block),
                                                          "--format", "raw")[:2])
 
     def test_prints_every_part_of_a_reply_and_goes_on(self):
-        endpoint = self.fresh_endpoint()
-        server = self.peer(zmq.REP)
-        server.bind(endpoint)
+        server, endpoint = self.bound(zmq.REP)
         req = self.start("req", endpoint, "one", "two", "--verbose")
         for request in (b"one", b"two"):
             self.assertEqual(request, server.recv())
@@ -51,8 +46,7 @@ class Requests(ToolTest):
         self.assertNotIn("Attempting reset", errors)
 
     def test_shows_how_round_trips_are_distributed(self):
-        endpoint = self.fresh_endpoint()
-        self.serve(endpoint, lambda request: request)
+        endpoint = self.serve(lambda request: request)
         status, output, errors = self.run_tool("req", endpoint, "ping", "--count", "200")
 
         self.assertEqual((0, b"ping\n" * 200), (status, output))
@@ -76,9 +70,7 @@ class Requests(ToolTest):
         self.assertIn("3 requests, 0 replies\n", errors)
 
     def test_goes_on_after_a_request_that_was_not_answered(self):
-        endpoint = self.fresh_endpoint()
-        server = self.peer(zmq.ROUTER)
-        server.bind(endpoint)
+        server, endpoint = self.bound(zmq.ROUTER)
         req = self.start("req", endpoint, "hello", "--timeout", "50ms", "--count", "0")
         server.recv_multipart()
         self.assertIn("no reply within 50 ms", req.process.stderr.readline().decode())
@@ -94,9 +86,7 @@ class Requests(ToolTest):
         self.assertEqual(3, req.end()[0])
 
     def test_a_signal_ends_the_wait(self):
-        endpoint = self.fresh_endpoint()
-        server = self.peer(zmq.ROUTER)
-        server.bind(endpoint)
+        server, endpoint = self.bound(zmq.ROUTER)
         req = self.start("req", endpoint, "hello")
         server.recv_multipart()
         req.signal(2)
@@ -108,24 +98,21 @@ class Protobuf(ToolTest):
     OPTIONS = ["--proto", SCHEMAS + "/plant.proto", "--type", "Order", "--reply-type", "Receipt"]
 
     def test_the_reply_may_be_of_another_type(self):
-        endpoint = self.fresh_endpoint()
-        self.serve(endpoint, lambda request: plant.Receipt(name=plant.Order.FromString(request).name,
-                                                           taken=True).SerializeToString())
+        endpoint = self.serve(lambda request: plant.Receipt(name=plant.Order.FromString(request).name,
+                                                            taken=True).SerializeToString())
 
         status, output, _ = self.run_tool("req", endpoint, *self.OPTIONS, '{"name": "a"}')
         self.assertEqual((0, {"name": "a", "taken": True}), (status, json.loads(output)))
 
     def test_a_reply_that_is_none_is_shown_as_far_as_it_goes(self):
-        endpoint = self.fresh_endpoint()
-        self.serve(endpoint, lambda request: b"\x0a\x01a\xff")
+        endpoint = self.serve(lambda request: b"\x0a\x01a\xff")
 
         status, output, errors = self.run_tool("req", endpoint, *self.OPTIONS, '{"name": "a"}')
         self.assertEqual((1, b""), (status, output))
         self.assertIn('rk-socket: message 1, 4 bytes: not a plant.Receipt from byte 3 on; decoded so far: {"name":"a"}\n', errors)
 
     def test_a_request_that_is_no_json_is_left_out(self):
-        endpoint = self.fresh_endpoint()
-        self.serve(endpoint, lambda request: request)
+        endpoint = self.serve(lambda request: request)
 
         status, output, errors = self.run_tool("req", endpoint, *self.OPTIONS, input=b'{"name"\n{"name": "b"}\n')
         self.assertEqual((1, {"name": "b"}), (status, json.loads(output)))

@@ -12,7 +12,7 @@ import termios
 import threading
 import unittest
 
-from harness import Terminal, ToolTest, free_port, zmq
+from harness import TOOL, Terminal, ToolTest, free_port, zmq
 
 import zmtp
 
@@ -22,9 +22,7 @@ class Stuck(ToolTest):
         """Returns a push whose peer reads nothing. The message is longer than the system's buffers."""
         endpoint = "tcp://127.0.0.1:%d" % free_port()
         block = self.write_file("block", bytes(1 << 25))
-        push = self.start("push", endpoint, "--file", block, "--fifo", "1", "--verbose", *options)
-        while "Connected" not in push.process.stderr.readline().decode():
-            pass
+        push = self.start_open("push", endpoint, "--file", block, "--fifo", "1", *options)
         peer = zmtp.joined(endpoint, b"PULL")
         self.addCleanup(peer.close)
         peer.recv(1)
@@ -36,12 +34,7 @@ class Publishing(Stuck):
         # Far more than the queues of both sides hold.
         number = 30000
         endpoint = "tcp://127.0.0.1:%d" % free_port()
-        subscriber = self.peer(zmq.SUB)
-        subscriber.setsockopt(zmq.RCVHWM, 10)
-        subscriber.setsockopt(zmq.RCVBUF, 4096)
-        subscriber.setsockopt(zmq.RECONNECT_IVL, 5)
-        subscriber.subscribe(b"")
-        subscriber.connect(endpoint)
+        subscriber = self.subscriber(endpoint, rcvhwm=10, rcvbuf=4096)
         pub = self.start_shell("seq 1 %d | rk-socket pub tcp://*:%s --wait 1 --fifo 10" % (number, endpoint.rsplit(":", 1)[1]))
 
         self.assertEqual([b"%d" % index for index in range(1, number + 1)], [subscriber.recv() for _ in range(number)])
@@ -49,13 +42,7 @@ class Publishing(Stuck):
 
     def full(self, *options):
         """Returns a pub whose only subscriber reads nothing."""
-        endpoint = self.fresh_endpoint()
-        subscriber = self.peer(zmq.SUB)
-        subscriber.setsockopt(zmq.RCVHWM, 1)
-        subscriber.setsockopt(zmq.RECONNECT_IVL, 5)
-        subscriber.subscribe(b"")
-        subscriber.connect(endpoint)
-        return self.start("pub", endpoint, "x" * 10000, "--count", "2000", "--wait", "1", "--fifo", "1", *options), subscriber
+        return self.start_pub("x" * 10000, "--count", "2000", "--fifo", "1", *options, rcvhwm=1)
 
     def test_what_is_live_is_dropped_and_reported(self):
         pub, _ = self.full("--live", "--close-policy", "drop")
@@ -78,9 +65,7 @@ class Publishing(Stuck):
         self.assertIn(pub.end()[0], (130, 1))  # 1 if it also reports the loss of queued messages
 
     def test_a_signal_ends_the_wait_for_subscribers(self):
-        pub = self.start("pub", self.fresh_endpoint(), "x", "--wait", "1", "--verbose")
-        while "Connected" not in pub.process.stderr.readline().decode():
-            pass
+        pub = self.start_open("pub", self.fresh_endpoint(), "x", "--wait", "1")
         pub.signal(signal.SIGINT)
 
         self.assertEqual(130, pub.end()[0])
@@ -103,11 +88,9 @@ class Files(ToolTest):
 
     def test_the_socket_file_of_another_process_is_kept(self):
         path = self.path("socket")
-        pub = self.start("pub", "ipc://" + path, "x", "--wait", "1", "--verbose")
-        while "Connected" not in pub.process.stderr.readline().decode():
-            pass
+        pub = self.start_open("pub", "ipc://" + path, "x", "--wait", "1")
         os.unlink(path)
-        self.peer(zmq.PUB).bind("ipc://" + path)
+        self.bound(zmq.PUB, "ipc://" + path)
         pub.signal(signal.SIGINT)
         pub.end()
 
@@ -122,10 +105,7 @@ class Files(ToolTest):
 
 class Signals(Stuck):
     def test_two_at_once_are_one(self):
-        endpoint = self.fresh_endpoint()
-        publisher = self.publisher(endpoint)
-        sub = self.start("sub", endpoint, "--stats", "--interval", "1000s")
-        self.await_subscriber(publisher)
+        sub, _ = self.start_sub("--stats", "--interval", "1000s")
         sub.signal(signal.SIGTERM)
         for _ in range(100):
             sub.process.send_signal(signal.SIGTERM)
@@ -149,10 +129,7 @@ class Signals(Stuck):
         self.assertEqual(-signal.SIGINT, push.end()[0])
 
     def test_a_failure_counts_more_than_the_time(self):
-        endpoint = self.fresh_endpoint()
-        publisher = self.publisher(endpoint)
-        sub = self.start("sub", endpoint, "--max-size", "1", "--timeout", "2s")
-        self.await_subscriber(publisher)
+        sub, publisher = self.start_sub("--max-size", "1", "--timeout", "2s")
         publisher.send(b"ab")
 
         self.assertEqual(1, sub.end()[0])
@@ -164,9 +141,8 @@ LIMITED = unittest.skipIf(os.environ.get("RK_SANITIZERS"), "a sanitizer needs mo
 class Memory(ToolTest):
     @LIMITED
     def test_a_message_that_is_far_too_long_is_refused_and_the_next_one_taken(self):
-        endpoint = "tcp://127.0.0.1:%d" % free_port()
-        publisher = self.publisher(endpoint)
-        publisher.setsockopt(zmq.XPUB_VERBOSER, 1)
+        publisher, endpoint = self.bound(zmq.XPUB, "tcp://127.0.0.1:%d" % free_port())
+        publisher.xpub_verboser = True
         sub = self.start("sub", endpoint, "--max-size", "1MiB", "--count", "1",
                          preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (1 << 29, 1 << 29)))
         self.await_subscriber(publisher)
@@ -293,17 +269,12 @@ class Connections(ToolTest):
                   "something listens there that is no ZeroMQ socket: it closes the connection")
 
     def test_security_is_named(self):
-        endpoint = self.fresh_endpoint()
-        server = self.peer(zmq.PUB)
-        server.setsockopt(zmq.CURVE_SERVER, 1)
-        server.setsockopt(zmq.CURVE_SECRETKEY, zmq.curve_keypair()[1])
-        server.bind(endpoint)
+        _, endpoint = self.bound(zmq.PUB, curve_server=True, curve_secretkey=zmq.curve_keypair()[1])
 
         self.both(endpoint, "the other side wants security of the kind CURVE")
 
     def test_the_type_of_the_socket_is_told(self):
-        endpoint = self.fresh_endpoint()
-        self.peer(zmq.ROUTER).bind(endpoint)
+        _, endpoint = self.bound(zmq.ROUTER)
 
         self.assertEqual((0, b"%s: ZMTP 3.1, mechanism NULL, a ROUTER socket\n" % endpoint.encode(), ""),
                          self.run_tool("probe", endpoint))
@@ -315,9 +286,7 @@ class Connections(ToolTest):
     @unittest.skipUnless(socket.has_dualstack_ipv6(), "the machine has no IPv6")
     def test_ipv6_is_used_and_its_lack_named(self):
         endpoint = "tcp://[::1]:%d" % free_port()
-        pub = self.start("pub", endpoint, "a", "--ipv6", "--listen-on", "::1", "--wait", "1", "--verbose")
-        while "Connected" not in pub.process.stderr.readline().decode():
-            pass
+        self.start_open("pub", endpoint, "a", "--ipv6", "--listen-on", "::1", "--wait", "1")
 
         self.assertEqual((0, b"%s: ZMTP 3.1, mechanism NULL, a XPUB socket\n" % endpoint.encode(), ""),
                          self.run_tool("probe", endpoint))
@@ -325,9 +294,7 @@ class Connections(ToolTest):
         self.assertEqual((0, b"a\n", ""), self.run_tool("sub", endpoint, "--ipv6", "--count", "1"))
 
     def test_a_right_peer_that_follows_a_wrong_one_is_heard(self):
-        endpoint = "tcp://127.0.0.1:%d" % free_port()
-        wrong = self.peer(zmq.REP)
-        wrong.bind(endpoint)
+        wrong, endpoint = self.bound(zmq.REP, "tcp://127.0.0.1:%d" % free_port())
         sub = self.start("sub", endpoint, "--count", "1")
         self.assertIn("a REP socket listens there", sub.process.stderr.readline().decode())
         wrong.close(0)
@@ -345,16 +312,11 @@ class Connections(ToolTest):
 
 
 class OnATerminal(ToolTest):
-    def statistics(self, *options, endpoints=1, environment=None):
-        names = [self.fresh_endpoint() for _ in range(endpoints)]
-        publishers = [self.publisher(name) for name in names]
-        terminal = Terminal(["sub", *names, "--stats", "--interval", "20ms", *options], environment)
-        for publisher in publishers:
-            self.await_subscriber(publisher)
-        return terminal, publishers, names
+    def statistics(self, *options, environment=None):
+        return self.show_sub("--stats", "--interval", "20ms", "--count", "1", *options, environment=environment)
 
     def test_an_error_does_not_overdraw_the_statistics(self):
-        terminal, (publisher,), _ = self.statistics("--count", "1", "--max-size", "1")
+        terminal, publisher = self.statistics("--max-size", "1")
         terminal.read_until(b"\x1b[4A")
         publisher.send(b"ab")
         status, text = terminal.end()
@@ -363,7 +325,7 @@ class OnATerminal(ToolTest):
         self.assertRegex(text, rb"\x1b\[4A\r\x1b\[J\x1b\[1;31mrk-socket:\x1b\[0m message 1, 2 bytes: [^\x1b]*\r\n\r\x1b\[Know: ")
 
     def test_a_dumb_terminal_gets_lines(self):
-        terminal, (publisher,), _ = self.statistics("--count", "1", environment={"TERM": "dumb"})
+        terminal, publisher = self.statistics(environment={"TERM": "dumb"})
         publisher.send(b"a")
         status, text = terminal.end()
 
@@ -372,7 +334,7 @@ class OnATerminal(ToolTest):
         self.assertIn(b"in all, ", text)
 
     def test_a_window_that_shrinks_is_cleared(self):
-        terminal, (publisher,), _ = self.statistics("--count", "1")
+        terminal, publisher = self.statistics()
         terminal.read_until(b"\x1b[4A")
         fcntl.ioctl(terminal.master, termios.TIOCSWINSZ, struct.pack("HHHH", 40, 50, 0, 0))
         terminal.read_until(b"\x1b[H\x1b[J\r\x1b[Know: ")
@@ -381,7 +343,10 @@ class OnATerminal(ToolTest):
         self.assertEqual(0, terminal.end()[0])
 
     def test_several_endpoints_share_a_table(self):
-        terminal, publishers, names = self.statistics("--count", "3", endpoints=2)
+        publishers, names = zip(self.bound(zmq.XPUB), self.bound(zmq.XPUB))
+        terminal = Terminal([TOOL, "sub", *names, "--stats", "--interval", "20ms", "--count", "3"])
+        for publisher in publishers:
+            self.await_subscriber(publisher)
         terminal.read_until(b"\x1b[3A")
         for number, publisher in enumerate(publishers, 1):
             for _ in range(number):
@@ -397,8 +362,7 @@ class OnATerminal(ToolTest):
 
 class Statistics(ToolTest):
     def test_of_several_endpoints_have_a_line_each(self):
-        names = [self.fresh_endpoint(), self.fresh_endpoint()]
-        publishers = [self.publisher(name) for name in names]
+        publishers, names = zip(self.bound(zmq.XPUB), self.bound(zmq.XPUB))
         sub = self.start("sub", *names, "--stats", "--interval", "1000s", "--count", "1")
         for publisher in publishers:
             self.await_subscriber(publisher)

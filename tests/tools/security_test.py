@@ -25,15 +25,16 @@ class KeyTest(ToolTest):
         self.write_file("trusted", "".join(line + "\n" for line in lines).encode())
         return ["--key", self.own, "--trust", self.path("trusted")]
 
-    def secured(self, peer, path, server_key=None):
-        """Returns a foreign peer with the keys in a file: a server, or a client of the server with `server_key`."""
+    def keys(self, path, server_key=None):
+        """Returns a foreign peer's options for the key pair in a file: of a server, or of a client of `server_key`."""
         with open(path, "rb") as file:
-            peer.curve_publickey, peer.curve_secretkey = file.read().split()
-        if server_key:
-            peer.curve_serverkey = server_key.encode()
-        else:
-            peer.curve_server = True
-        return peer
+            public, secret = file.read().split()
+        role = {"curve_serverkey": server_key.encode()} if server_key else {"curve_server": True}
+        return {"curve_publickey": public, "curve_secretkey": secret, **role}
+
+    def server(self, kind):
+        """Returns a foreign server with the key pair `other`, and its endpoint."""
+        return self.bound(kind, self.endpoint(), **self.keys(self.other))
 
     def endpoint(self):
         return "tcp://127.0.0.1:%d" % free_port()
@@ -89,9 +90,7 @@ class Files(KeyTest):
 
 class Connecting(KeyTest):
     def test_a_server_with_the_expected_key_is_heard(self):
-        endpoint = self.endpoint()
-        publisher = self.secured(self.peer(zmq.XPUB), self.other)
-        publisher.bind(endpoint)
+        publisher, endpoint = self.server(zmq.XPUB)
         sub = self.start("sub", endpoint, "--count", "1", *self.trusting(self.other_key + " " + endpoint))
         self.await_subscriber(publisher)
         publisher.send(b"secret")
@@ -99,8 +98,7 @@ class Connecting(KeyTest):
         self.assertEqual((0, b"secret\n", ""), sub.end())
 
     def test_the_cause_is_remarked_on(self):
-        endpoint = self.endpoint()
-        self.secured(self.peer(zmq.XPUB), self.other).bind(endpoint)
+        _, endpoint = self.server(zmq.XPUB)
         sub = self.start("sub", endpoint, *self.trusting(self.own_key + " " + endpoint))
 
         self.assertEqual("rk-socket: %s: the other side has another key than the one in %s\n" % (endpoint, self.path("trusted")),
@@ -121,12 +119,12 @@ class Listening(KeyTest):
     def test_only_trusted_clients_are_admitted(self):
         endpoint, rep = self.served(self.other_key + " friend")
         plain = self.ask(self.peer(zmq.REQ), endpoint)
-        wrong = self.ask(self.secured(self.peer(zmq.REQ), self.other, self.other_key), endpoint)
+        wrong = self.ask(self.peer(zmq.REQ, **self.keys(self.other, self.other_key)), endpoint)
         third, third_key = self.key_pair("third")
-        untrusted = self.ask(self.secured(self.peer(zmq.REQ), third, self.own_key), endpoint)
+        untrusted = self.ask(self.peer(zmq.REQ, **self.keys(third, self.own_key)), endpoint)
         self.assertEqual("rk-socket: refused a client at 127.0.0.1, whose key is not in %s: %s\n" %
                          (self.path("trusted"), third_key), rep.process.stderr.readline().decode())
-        friend = self.ask(self.secured(self.peer(zmq.REQ), self.other, self.own_key), endpoint)
+        friend = self.ask(self.peer(zmq.REQ, **self.keys(self.other, self.own_key)), endpoint)
 
         self.assertEqual(b"hello", friend.recv())
         self.assertEqual((0, b"hello\n", ""), rep.end())
@@ -143,9 +141,7 @@ class Listening(KeyTest):
     def test_a_publisher_tells_whom_it_refuses(self):
         endpoint = self.endpoint()
         pub = self.start("pub", endpoint, "--listen-on", "127.0.0.1", "x", "--wait", "1", *self.trusting())
-        subscriber = self.secured(self.peer(zmq.SUB), self.other, self.own_key)
-        subscriber.subscribe(b"")
-        subscriber.connect(endpoint)
+        self.subscriber(endpoint, **self.keys(self.other, self.own_key))
 
         self.assertIn(self.other_key, pub.process.stderr.readline().decode())
 
@@ -159,53 +155,36 @@ class Checking(KeyTest):
     def fails(self, endpoint, reason, key=None):
         self.assertEqual((1, b"", "rk-socket: %s: %s\n" % (endpoint, reason)), self.check(endpoint, key))
 
-    def bound(self, kind):
-        endpoint = self.endpoint()
-        self.secured(self.peer(kind), self.other).bind(endpoint)
-        return endpoint
-
     def test_tells_what_is_right(self):
         for kind, name in ((zmq.PUB, "PUB or XPUB"), (zmq.ROUTER, "REP or ROUTER"), (zmq.PULL, "PULL"), (zmq.SUB, "SUB or XSUB")):
-            endpoint = self.bound(kind)
+            _, endpoint = self.server(kind)
             self.assertEqual((0, b"%s: ZMTP 3.1, mechanism CURVE, keys trusted by both sides, a %s socket\n" %
                               (endpoint.encode(), name.encode()), ""), self.check(endpoint))
 
     def test_tells_a_wrong_key(self):
-        self.fails(self.bound(zmq.REP), "the other side has another key than the one in " + self.path("trusted"), self.own_key)
+        self.fails(self.server(zmq.REP)[1], "the other side has another key than the one in " + self.path("trusted"), self.own_key)
 
     def test_tells_a_server_that_does_not_trust_the_key(self):
         endpoint = self.endpoint()
         self.write_file("nobody", b"")
-        self.start("rep", endpoint, "--listen-on", "127.0.0.1", "--echo", "--key", self.other, "--trust", self.path("nobody"),
-                   "--verbose").process.stderr.readline()
-        self.await_listener(endpoint)
+        self.start_open("rep", endpoint, "--listen-on", "127.0.0.1", "--echo", "--key", self.other,
+                        "--trust", self.path("nobody"))
 
         self.fails(endpoint, self.UNTRUSTED + self.own_key)
 
-    def await_listener(self, endpoint):
-        host, port = endpoint[len("tcp://"):].split(":")
-        while True:
-            try:
-                return socket.create_connection((host, int(port))).close()
-            except ConnectionRefusedError:
-                pass
-
     def test_takes_nothing_from_a_socket_that_hands_out_messages(self):
-        endpoint = self.endpoint()
-        push = self.secured(self.peer(zmq.PUSH), self.other)
-        push.bind(endpoint)
+        push, endpoint = self.server(zmq.PUSH)
         self.fails(endpoint, self.UNTRUSTED + self.own_key)
 
         self.assertRaises(zmq.Again, push.send, b"", zmq.DONTWAIT)
 
     def test_tells_a_plain_server(self):
-        endpoint = self.endpoint()
-        self.peer(zmq.PUB).bind(endpoint)
+        _, endpoint = self.bound(zmq.PUB, self.endpoint())
 
         self.fails(endpoint, "the other side does not encrypt, its security is of the kind NULL")
 
     def test_tells_an_encrypted_server_without_keys(self):
-        endpoint = self.bound(zmq.PUB)
+        _, endpoint = self.server(zmq.PUB)
 
         self.assertEqual((1, b"", "rk-socket: %s: the other side wants security of the kind CURVE\n" % endpoint),
                          self.run_tool("check", endpoint))
