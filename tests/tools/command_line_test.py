@@ -31,6 +31,11 @@ class Help(ToolTest):
             text = self.help(*arguments).split("\nExamples:\n")[0]
             self.assertLessEqual(max(len(line) for line in text.splitlines()), 80)
 
+    def test_shows_the_defaults(self):
+        for command, option in (("req", "--format FORMAT=text"), ("req", "--timeout TIME=5s"), ("req", "--max-size SIZE=64MiB"),
+                                ("pub", "--delay TIME=500ms")):
+            self.assertIn(option, self.help(command))
+
     def test_has_examples_for_every_command(self):
         for command in COMMANDS:
             self.assertRegex(self.help(command).split("\nExamples:\n")[1], "^  # .*\n    .*rk-socket " + command)
@@ -127,7 +132,12 @@ class Refusing(ToolTest):
         for arguments in (["publish"], ["sub"], ["sub", "nowhere"], ["sub", endpoint, "--bogus"], ["sub", endpoint, "--count"],
                           ["sub", endpoint, "--timeout", "soon"], ["sub", ""],
                           *(["sub", endpoint, "--count", count] for count in ("x", "", "-1", "1.5", "18446744073709551616")),
-                          ["sub", endpoint, "--record", ""], ["sub", endpoint, "--proto", "a.proto", "--type", ""],
+                          *(["req", endpoint, "--proto", "a", "--type", "T", option, ""] for option in (
+                              "--proto", "--type", "--proto-path", "--reply-type", "--descriptor-set", "--proto-part",
+                              "--separator", "--template", "--timeout", "--max-size", "--fifo", "--close-policy")),
+                          ["sub", endpoint, "--format", ""], ["pub", endpoint, "--delay", ""], ["sub", endpoint, "--record", ""],
+                          ["pub", endpoint, "--hex", "--proto", "a", "--type", "T"],
+                          ["sub", endpoint, "--format", "hex", "--proto", "a", "--type", "T"],
                           ["sub", endpoint, "--max-size", "0"], ["sub", endpoint, "--max-size", "2GiB"],
                           *(["pub", endpoint, "--replay", "a", "--speed", speed] for speed in ("nan", "-1", "inf", "")),
                           ["pub", endpoint, "--rate", ""], ["pub", endpoint, "--rate", "4294967296"],

@@ -67,9 +67,9 @@ class Receiving(ToolTest):
         self.assertRegex(self.run_sub([[b"abc"]], "--template", "{time}")[1], rb"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z\n$")
 
     def test_writes_hexdumps_as_xxd_does(self):
-        self.assertEqual(b"00000000: 6162 6300 6465 6667 6869 6a6b 6c6d 6e6f  abc.defghijklmno\n"
-                         b"00000010: 70                                       p\n",
-                         self.run_sub([[b"abc\0defghijklmnop"]], "--format", "hexdump")[1])
+        self.assertEqual(b"00000000: 6162 63ff 6465 6667 6869 6a6b 6c6d 6e6f  abc.defghijklmno\n"
+                         b"00000010: 70                                       p\t\n",
+                         self.run_sub([[b"abc\xffdefghijklmnop", b""]], "--format", "hexdump", "--parts")[1])
 
     def test_takes_only_topics_that_are_asked_for(self):
         publisher, endpoint = self.bound(zmq.XPUB)
