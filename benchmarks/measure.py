@@ -120,8 +120,7 @@ def exponent(points):
     points = points[len(points) // 2 - 1:] if len(points) > 3 else points
     if len(points) < 2:
         return None
-    mean_x, mean_y = (statistics.mean(axis) for axis in zip(*points))
-    return rounded(sum((x - mean_x) * (y - mean_y) for x, y in points) / sum((x - mean_x) ** 2 for x, _ in points))
+    return rounded(statistics.linear_regression(*zip(*points)).slope)
 
 
 def measure_growth(directory, settings):

@@ -5,7 +5,6 @@ usage: report.py DIRECTORY     reads DIRECTORY/performance/performance.json, wri
 """
 
 import json
-import math
 import pathlib
 import re
 import statistics
@@ -100,10 +99,6 @@ def signed(value, form="+.3g"):
     return (f"{float(text):+.0f}" if "e" in text else text).replace("-", "−")
 
 
-def geometric_mean(values):
-    return math.exp(statistics.mean(math.log(value) for value in values))
-
-
 # Cost of a call
 
 COSTS = [
@@ -167,7 +162,7 @@ def peer_table(comparison):
     rows = []
     for peer in (peer for peer in list(COLOURS)[1:] if peer in comparison["versions"]):
         ratios = ratios_of(comparison, peer)
-        rows.append([peer, comparison["versions"][peer], f"{geometric_mean(ratios):.3f}", f"{min(ratios):.4g}",
+        rows.append([peer, comparison["versions"][peer], f"{statistics.geometric_mean(ratios):.3f}", f"{min(ratios):.4g}",
                      f"{max(ratios):.4g}", "" if peer == OURS else ahead_of(comparison, peer)])
     return table(["peer", "version", "geometric mean", "minimum", "maximum", "rk::socket is faster in"], rows)
 
@@ -217,7 +212,7 @@ def plot_ratio(comparison, file):
         places = [place + offset for place in range(len(cells))]
         axis.hlines(places, low, high, color=COLOURS[peer], linewidth=1)
         axis.plot(median, places, "o", markersize=3.5, color=COLOURS[peer],
-                  label=f"{peer}, geometric mean {geometric_mean(median):.3f}")
+                  label=f"{peer}, geometric mean {statistics.geometric_mean(median):.3f}")
     axis.axvline(1.0, color=COLOURS[PLAIN], linewidth=1)
     axis.set(xscale="log", title="Time of each cell as a multiple of plain ZeroMQ's")
     axis.set_xticks([0.25, 0.35, 0.5, 0.7, 1, 1.4, 2, 2.8], ["0.25", "0.35", "0.5", "0.7", "1", "1.4", "2", "2.8"])
@@ -385,7 +380,7 @@ def summary(result):
         mode=result["mode"], date=result["date"], minutes=result["minutes"], rounds=comparison["rounds"],
         send=counts["send/64"] - counts["send by hand/64"],
         receive=counts["receive/64"] - counts["receive by hand/64"],
-        cells=len(comparison["cells"]), mean=geometric_mean(ratios_of(comparison, OURS)), **result["machine"])
+        cells=len(comparison["cells"]), mean=statistics.geometric_mean(ratios_of(comparison, OURS)), **result["machine"])
 
 
 def write_page(result, page):
