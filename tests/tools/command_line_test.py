@@ -174,7 +174,10 @@ class Refusing(ToolTest):
         self.assertEqual(self.run_tool("--help")[1].decode(), errors)
 
     def test_names_what_is_wrong_in_plain_words(self):
-        for arguments, reason in ((["sub", "nowhere"], "'nowhere' is no endpoint: tcp://HOST:PORT or ipc://PATH"),
+        for arguments, reason in ((["publish"], "rk-socket: there is no command 'publish' (see rk-socket --help)\n"),
+                                  (["sub", "tcp://a:1", "--txet"], "rk-socket: The following argument was not expected: "
+                                   "--txet (see rk-socket sub --help)\n"),
+                                  (["sub", "nowhere"], "'nowhere' is no endpoint: tcp://HOST:PORT or ipc://PATH"),
                                   (["sub", "tcp://a:1", "--max-size", "3GiB"], "'3GiB' is no size: a number of bytes up to "),
                                   (["sub", "tcp://a:1", "--count", "-1"], "'-1' is no whole number from 0 to "),
                                   (["sub", "tcp://a:1", "--peer-timeout", "0"], "'0' is no duration from 1 to 32767 s: ")):

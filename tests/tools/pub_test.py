@@ -19,9 +19,12 @@ class Publishing(ToolTest):
             self.assertEqual(text, subscriber.recv())
 
     def test_repeats_arguments_whatever_they_look_like(self):
-        texts = ["one", "[1,2]", "{}", "[]", "with blanks", "", "%%", "-1"]
+        before = ["one", "[1,2]", "{}", "[]", "with blanks", "", "%%", "++", "+", "\1\1",
+                  *(chr(character) + "a" for character in range(2, 32))]
+        after = ["-1", "--count", "--", "\1"]
+        messages = [text.encode() for text in before + after]
 
-        self.publishes([text.encode() for text in texts] * 2, "--count", str(2 * len(texts)), "--", *texts)
+        self.publishes(messages * 2, "--count", str(2 * len(messages)), *before, "--", *after)
 
     def test_a_count_of_0_has_no_end(self):
         pub, subscriber = self.start_pub("a", "b", "--count", "0", "--interval", "1ms")
