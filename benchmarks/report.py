@@ -68,8 +68,13 @@ def with_themes(svg):
     return svg.replace("</style>", style + "</style>", 1)
 
 
-def save(figure, file, rect=(0, 0, 1, 1)):
-    figure.tight_layout(rect=rect)
+def save(figure, file, columns=0, bottom=0.0):
+    """Writes the figure, with a legend of so many columns in the free part at its bottom."""
+    for axis in figure.axes:
+        axis.minorticks_off()
+    if columns:
+        figure.legend(*figure.axes[0].get_legend_handles_labels(), loc="lower center", ncol=columns)
+    figure.tight_layout(rect=(0, bottom, 1, 1))
     figure.savefig(file, metadata={"Date": None})
     plt.close(figure)
     file.write_text(compact(file.read_text(encoding="utf-8")), encoding="utf-8")
@@ -190,11 +195,8 @@ def plot_comparison(comparison, file):
         axis.set(xscale="log", yscale="log", title=f"{PATTERNS[pattern]}, over tcp")
         axis.set_xticks(SIZES, [size_text(size) for size in SIZES])
         axis.yaxis.set_major_formatter(time_text)
-        axis.minorticks_off()
     axes[1].set_xlabel("size of a message")
-    handles, labels = axes[0].get_legend_handles_labels()
-    figure.legend(handles, labels, loc="lower center", ncol=3)
-    save(figure, file, rect=(0, 0.12, 1, 1))
+    save(figure, file, columns=3, bottom=0.12)
 
 
 def ratio_label(cell):
@@ -216,11 +218,9 @@ def plot_ratio(comparison, file):
     axis.axvline(1.0, color=COLOURS[PLAIN], linewidth=1)
     axis.set(xscale="log", title="Time of each cell as a multiple of plain ZeroMQ's")
     axis.set_xticks([0.25, 0.35, 0.5, 0.7, 1, 1.4, 2, 2.8], ["0.25", "0.35", "0.5", "0.7", "1", "1.4", "2", "2.8"])
-    axis.minorticks_off()
     axis.set_yticks(range(len(cells)), [ratio_label(cell) for cell in cells], fontsize=8)
     axis.set_ylim(len(cells) - 0.5, -0.5)
-    figure.legend(*axis.get_legend_handles_labels(), loc="lower center", ncol=1)
-    save(figure, file, rect=(0, 0.08, 1, 1))
+    save(figure, file, columns=1, bottom=0.08)
 
 
 # Encryption
@@ -275,9 +275,7 @@ def plot_growth(growth, file):
     axis.set(xscale="log", title="Time of a send, by number of endpoints or sockets", ylim=(0, None))
     axis.xaxis.set_major_formatter("{x:,.0f}")
     axis.yaxis.set_major_formatter(time_text)
-    axis.minorticks_off()
-    figure.legend(*axis.get_legend_handles_labels(), loc="lower center", ncol=1)
-    save(figure, file, rect=(0, 0.22, 1, 1))
+    save(figure, file, columns=1, bottom=0.22)
 
 
 # Repair
@@ -308,7 +306,6 @@ def plot_repair(repair, file):
     axis.set(xscale="log", title="Time until the next exchange is served",
              xlabel="dot: median, bar: quartiles,\ntick: 99th percentile,\nline: 1st percentile to maximum")
     axis.xaxis.set_major_formatter(time_text)
-    axis.minorticks_off()
     axis.set_yticks(range(len(repair)), [title for title, _ in repairs(repair)], fontsize=9)
     axis.invert_yaxis()
     save(figure, file)
@@ -352,9 +349,7 @@ def plot_cap(cap, file):
     axis.set(xscale="log", yscale="log", title="Measured rate in Mbit/s (dotted: the limit)", xlabel="size of a message")
     axis.set_xticks(sizes, [size_text(size) for size in sizes])
     axis.yaxis.set_major_formatter("{x:g}")
-    axis.minorticks_off()
-    figure.legend(*axis.get_legend_handles_labels(), loc="lower center", ncol=4)
-    save(figure, file, rect=(0, 0.1, 1, 1))
+    save(figure, file, columns=4, bottom=0.1)
 
 
 # The page
