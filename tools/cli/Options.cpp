@@ -64,36 +64,30 @@ void addReceiving(CLI::App& command, CodecSettings& codec, EnvelopeSettings& env
         "bytes) or raw (the bytes and nothing else)",
         messageGroup)
         ->default_str("text");
-    addFlag(command, "--parts", envelope.parts, "print all parts of a message in one line, not each in its own line",
-            messageGroup);
-    addFlag(command, "--timestamps", envelope.timestamps, "begin each message with the time of its arrival (UTC)",
-            messageGroup);
+    addFlag(command, "--parts", envelope.parts, "print all parts of a message in one line, not each in its own line");
+    addFlag(command, "--timestamps", envelope.timestamps, "begin each message with the time of its arrival (UTC)");
     addFlag(command, "--json", envelope.json,
-            "print a JSON object for each message, with its time, endpoint, sequence, size and parts", messageGroup);
+            "print a JSON object for each message, with its time, endpoint, sequence, size and parts");
     addText(command, "--template", "TEXT", envelope.layout,
             "print TEXT for each message, with {time}, {endpoint}, {sequence}, {size}, {parts}, {message} and {hex} "
-            "replaced",
-            messageGroup);
+            "replaced");
     exclude(command, "--json", {"--template", "--parts", "--timestamps", "--format"});
     exclude(command, "--template", {"--parts", "--timestamps"});
 }
 
 void addSchema(CLI::App& command, CodecSettings& codec, EnvelopeSettings& envelope, Direction direction) {
     addSchemaFiles(command, codec);
-    auto* const type =
-        addText(command, "--type", "NAME", codec.type, "the type of the messages in the schema", messageGroup);
+    auto* const type = addText(command, "--type", "NAME", codec.type, "the type of the messages in the schema");
     addValue<std::size_t>(command, "--proto-part", "N", envelope.protoPart,
                           "the part of a message that has the type, from 1 (by default the last)", messageGroup)
         ->transform(wholeNumber(1, std::numeric_limits<int>::max()))
         ->needs(type);
     if (direction == Direction::Both) {
-        addText(command, "--reply-type", "NAME", codec.replyType, "the type of the replies, if it differs",
-                messageGroup)
+        addText(command, "--reply-type", "NAME", codec.replyType, "the type of the replies, if it differs")
             ->needs(type);
     }
     if (direction != Direction::Sends) {
-        addFlag(command, "--all-fields", codec.allFields, "print fields that have their default value too",
-                messageGroup)
+        addFlag(command, "--all-fields", codec.allFields, "print fields that have their default value too")
             ->needs(type);
         exclude(command, "--format", {"--proto", "--descriptor-set"});
     }
@@ -234,24 +228,22 @@ void addContents(CLI::App& command, SourceSettings& settings, const std::string&
                        description + "; by default each line of standard input. Put those that begin with a dash "
                                      "behind --");
     addTexts(command, "--file", "FILE", settings.files, "send the contents of FILE; - is standard input");
-    addFlag(command, "--lines", settings.lines, "each line of FILE is a message", messageGroup)
-        ->needs(command.get_option("--file"));
-    addFlag(command, "--whole", settings.whole, "all of standard input is one message", messageGroup);
+    addFlag(command, "--lines", settings.lines, "each line of FILE is a message")->needs(command.get_option("--file"));
+    addFlag(command, "--whole", settings.whole, "all of standard input is one message");
     exclude(command, "MESSAGE", {"--file", "--lines", "--whole"});
     exclude(command, "--whole", {"--file", "--lines"});
 }
 
 void addMessages(CLI::App& command, CodecSettings& codec, EnvelopeSettings& envelope, Direction direction) {
     if (direction != Direction::Receives) {
-        addFlag(command, "--hex", codec.hex, "messages to send are written in hexadecimal digits", messageGroup);
+        addFlag(command, "--hex", codec.hex, "messages to send are written in hexadecimal digits");
     }
     const std::string splitting = "split each message to send into parts at TEXT";
     const std::string joining = "put TEXT between the parts that --parts prints (by default a tab)";
     addText(command, "--separator", "TEXT", envelope.separator,
             direction == Direction::Sends      ? splitting
             : direction == Direction::Receives ? joining
-                                               : splitting + ", and " + joining,
-            messageGroup);
+                                               : splitting + ", and " + joining);
     if (direction != Direction::Sends) {
         addReceiving(command, codec, envelope);
     }

@@ -19,7 +19,7 @@
 
 namespace rk::tools {
 
-constexpr const char* messageGroup = "Messages";
+constexpr const char* messageGroup = "Messages"; // the default
 constexpr const char* timeGroup = "Number and time";
 constexpr const char* socketGroup = "Socket";
 constexpr const char* networkGroup = "Network";
@@ -36,14 +36,15 @@ CLI::Option* addValue(CLI::App& command, const std::string& name, const std::str
 
 /// Adds an option for a text that cannot be empty, such as a path.
 CLI::Option* addText(CLI::App& command, const std::string& name, const std::string& placeholder,
-                     std::optional<std::string>& target, const std::string& description, const char* group);
+                     std::optional<std::string>& target, const std::string& description,
+                     const char* group = messageGroup);
 
 /// Adds an option for such texts, which may be given several times.
 CLI::Option* addTexts(CLI::App& command, const std::string& name, const std::string& placeholder,
                       std::vector<std::string>& target, const std::string& description);
 
 CLI::Option* addFlag(CLI::App& command, const std::string& name, bool& target, const std::string& description,
-                     const char* group);
+                     const char* group = messageGroup);
 
 /// Adds an option for a duration. The help shows the default, if `target` has one.
 CLI::Option* addTime(CLI::App& command, const std::string& name, std::optional<std::chrono::nanoseconds>& target,

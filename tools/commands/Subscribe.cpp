@@ -119,10 +119,9 @@ public:
         addFlag(
             command, "--stats", options.stats,
             "show statistics instead of messages: redrawn in place on a terminal, else a line per interval, with sizes "
-            "and gaps as least/mean/greatest",
-            messageGroup);
+            "and gaps as least/mean/greatest");
         addText(command, "--record", "FILE", options.record,
-                "write messages to FILE for pub --replay, not to the output", messageGroup);
+                "write messages to FILE for pub --replay, not to the output");
         for (const char* const option : {"--stats", "--record"}) {
             exclude(command, option,
                     {"--proto", "--descriptor-set", "--format", "--parts", "--json", "--timestamps", "--template"});

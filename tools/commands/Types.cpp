@@ -12,8 +12,7 @@ class Types : public Command {
 public:
     explicit Types(CLI::App& command) {
         addSchemaFiles(command, codec);
-        addText(command, "--type", "NAME", codec.type, "print this type as JSON with all fields, to fill in",
-                messageGroup);
+        addText(command, "--type", "NAME", codec.type, "print this type as JSON with all fields, to fill in");
         command.callback([this] {
             if (!codec.hasSchema()) {
                 throw CLI::RequiredError("--proto or --descriptor-set");
