@@ -33,7 +33,6 @@ struct PublishOptions {
     SourceSettings source;
     Repetition repetition;
     std::optional<std::chrono::nanoseconds> delay;
-    std::optional<std::uint64_t> subscribers;
     bool live = false;
     std::optional<std::string> replay;
     double speed = 1.0;
@@ -131,10 +130,7 @@ private:
 
     /// Opens the socket, and gives subscribers time to connect.
     void open() {
-        wire.open(options.subscribers ? Wire::Subscriptions::Counted : Wire::Subscriptions::Ignored);
-        if (options.subscribers) {
-            wire.awaitSubscriptions(*options.subscribers);
-        }
+        wire.open();
         if (options.delay) {
             stop.sleepUntil(Clock::now() + *options.delay);
         }
@@ -226,7 +222,7 @@ private:
         addTime(command, "--delay", options.delay,
                 "wait TIME before the first message, so that subscribers can connect: earlier messages do not reach "
                 "them");
-        addValue<std::uint64_t>(command, "--wait", "N", options.subscribers,
+        addValue<std::uint64_t>(command, "--wait", "N", options.socket.subscriptions,
                                 "wait for N subscriptions before the first message, instead of --delay", timeGroup)
             ->transform(wholeNumber(1, 1000000))
             ->each([this](const std::string&) { options.delay.reset(); });
@@ -234,8 +230,8 @@ private:
     }
 
     void addReplay(CLI::App& command) {
-        auto* const replay = addText(command, "--replay", "FILE", options.replay,
-                                     "send a recording of sub --record, with its timing", messageGroup);
+        auto* const replay =
+            addText(command, "--replay", "FILE", options.replay, "send a recording of sub --record, with its timing");
         addValue<double>(command, "--speed", "FACTOR", options.speed, "replay FACTOR times as fast; 0: without pauses",
                          timeGroup)
             ->transform(number(0.0, 1e9))

@@ -75,8 +75,7 @@ void Wire::set(int option, int value) {
     }
 }
 
-void Wire::open(Subscriptions wanted) {
-    counts = wanted == Subscriptions::Counted;
+void Wire::open() {
     create();
     rk::utils::logDebug("Connecting [Socket " + address + "], " + pattern.purpose + " " + address);
     if (binds()) {
@@ -85,10 +84,11 @@ void Wire::open(Subscriptions wanted) {
         connect();
     }
     rk::utils::logDebug("Connected [Socket " + address + "]");
+    awaitSubscriptions();
 }
 
 void Wire::create() {
-    socket = zmq_socket(context.native(), counts ? ZMQ_XPUB : pattern.type);
+    socket = zmq_socket(context.native(), settings.subscriptions ? ZMQ_XPUB : pattern.type);
     if (socket == nullptr) {
         refuse("make a socket for");
     }
@@ -101,7 +101,7 @@ void Wire::create() {
     if (pattern.type == ZMQ_PUB) {
         set(ZMQ_XPUB_NODROP, 1);
     }
-    if (counts) {
+    if (settings.subscriptions) {
         set(ZMQ_XPUB_VERBOSE, 1);
     }
     if (pattern.type == ZMQ_SUB) {
@@ -179,7 +179,7 @@ void Wire::removeFile() {
 
 void Wire::reconnect() {
     close(ClosePolicies::DropPending);
-    open(counts ? Subscriptions::Counted : Subscriptions::Ignored);
+    open();
 }
 
 bool Wire::send(const Parts& message, Clock::time_point deadline) {
@@ -236,17 +236,14 @@ void Wire::reportRefusals() const {
 }
 
 void Wire::takeSubscriptions() {
-    if (!counts) {
-        return;
-    }
     Frames frames;
-    while (frames.receiveFrom(socket)) {
+    while (settings.subscriptions && frames.receiveFrom(socket)) {
         subscriptions += !frames.parts()[0].empty() && frames.parts()[0].front() == '\1' ? 1U : 0U;
     }
 }
 
-void Wire::awaitSubscriptions(std::uint64_t number) {
-    for (takeSubscriptions(); subscriptions < number && !stop.requested(); takeSubscriptions()) {
+void Wire::awaitSubscriptions() {
+    for (takeSubscriptions(); settings.subscriptions > subscriptions && !stop.requested(); takeSubscriptions()) {
         std::array<zmq_pollitem_t, 2> items = {
             {{socket, 0, ZMQ_POLLIN, 0}, {nullptr, stop.descriptor(), ZMQ_POLLIN, 0}}};
         zmq_poll(items.data(), static_cast<int>(items.size()), 250);

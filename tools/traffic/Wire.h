@@ -27,8 +27,9 @@ using Parts = std::vector<std::string>; ///< of a message that is sent
 /// The options of a socket.
 struct SocketSettings {
     std::vector<std::string> endpoints;
-    std::vector<std::string> topics; ///< of a subscriber. All messages if there is none.
-    std::optional<bool> binds;       ///< instead of what the pattern does.
+    std::vector<std::string> topics;            ///< of a subscriber. All messages if there is none.
+    std::optional<bool> binds;                  ///< instead of what the pattern does.
+    std::optional<std::uint64_t> subscriptions; ///< that a publisher waits for.
     rk::socket::detail::NetworkSettings network;
     KeyFiles keys;
     std::optional<unsigned int> rate;                                ///< in Mbit/s.
@@ -43,19 +44,14 @@ public:
     using Clock = std::chrono::steady_clock;
     using ClosePolicy = rk::socket::ClosePolicy::ClosePolicy;
 
-    enum class Subscriptions {
-        Ignored,
-        Counted
-    };
-
     Wire(Context& context, const Pattern& pattern, const std::string& endpoint, const SocketSettings& settings,
          const StopSignals& stop, const Complaints& complaints);
     ~Wire();
     Wire(const Wire&) = delete;
     Wire& operator=(const Wire&) = delete;
 
-    /// Binds or connects. Throws std::runtime_error with the reason.
-    void open(Subscriptions subscriptions = Subscriptions::Ignored);
+    /// Binds or connects, and waits for the subscriptions. Throws std::runtime_error with the reason.
+    void open();
 
     /// Closes the socket. `policy` decides on unsent messages.
     void close(ClosePolicy policy);
@@ -71,9 +67,6 @@ public:
 
     /// Receives a message without waiting. Returns false if there is none.
     bool receive(Frames& frames);
-
-    /// Waits for so many subscriptions.
-    void awaitSubscriptions(std::uint64_t number);
 
     void* native() const { return socket; }
     const std::string& endpoint() const { return address; }
@@ -97,6 +90,7 @@ private:
     void attachTo(const rk::socket::SocketEndpoint& place);
     bool sendParts(const Parts& message, int flags, Clock::time_point deadline);
     void takeSubscriptions();
+    void awaitSubscriptions();
     void removeFile();
     void set(int option, int value);
     void refuse(const std::string& action) const;
@@ -112,7 +106,6 @@ private:
     void* socket = nullptr;
     std::unique_ptr<Connection> peer;
     std::optional<std::uint64_t> file; ///< the inode of our socket file
-    bool counts = false;
     std::uint64_t subscriptions = 0;
 };
 
