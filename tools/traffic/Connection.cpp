@@ -1,6 +1,7 @@
 #include "traffic/Connection.h"
 
 #include "traffic/Context.h"
+#include "traffic/Frames.h"
 
 #include <zmq.h>
 
@@ -38,14 +39,9 @@ Connection::~Connection() {
 }
 
 void Connection::update() {
-    zmq_msg_t message;
-    zmq_msg_init(&message);
-    while (zmq_msg_recv(&message, events, ZMQ_DONTWAIT) >= 0) {
-        if (zmq_msg_more(&message) == 0) { // the address
-            continue;
-        }
+    for (Frames message; message.receiveFrom(events);) {
         std::uint16_t event = 0;
-        std::memcpy(&event, zmq_msg_data(&message), sizeof event);
+        std::memcpy(&event, message.parts()[0].data(), sizeof event);
         made = made || event == ZMQ_EVENT_HANDSHAKE_SUCCEEDED;
         if ((event & (failures | ZMQ_EVENT_DISCONNECTED)) != 0) {
             lost = Clock::now();
@@ -53,7 +49,6 @@ void Connection::update() {
             lost.reset();
         }
     }
-    zmq_msg_close(&message);
 }
 
 bool Connection::isGivenUp(Clock::time_point now) const {
