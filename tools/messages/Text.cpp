@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
 #include <cstddef>
 #include <cstdio>
 
@@ -98,16 +99,12 @@ std::optional<std::string> fromHex(std::string_view text) {
             ++place;
             continue;
         }
-        const auto digit = [&text](std::size_t at) {
-            return at < text.size() ? lowerDigits.find(static_cast<char>(std::tolower(byteAt(text, at))))
-                                    : std::string_view::npos;
-        };
-        const std::size_t high = digit(place);
-        const std::size_t low = digit(place + 1);
-        if (high == std::string_view::npos || low == std::string_view::npos) {
+        const std::string_view digits = text.substr(place, 2);
+        unsigned char byte = 0;
+        if (std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16).ptr != digits.data() + 2) {
             return std::nullopt;
         }
-        bytes += static_cast<char>(high * 16 + low);
+        bytes += static_cast<char>(byte);
         place += 2;
     }
     return bytes;
