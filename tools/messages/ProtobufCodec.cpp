@@ -9,7 +9,6 @@
 #include <google/protobuf/message.h>
 
 #include <set>
-#include <vector>
 
 namespace rk::tools {
 
@@ -29,19 +28,12 @@ std::string urlOf(const Message& message) {
     return std::string(urlPrefix) + "/" + typeOf(message);
 }
 
-template <class Texts>
-std::string listed(const Texts& texts) {
+std::string listed(const std::set<std::string>& texts) {
     std::string list;
     for (const std::string& text : texts) {
         list += (list.empty() ? "" : ", ") + text;
     }
     return list;
-}
-
-std::string missingFields(const Message& message) {
-    std::vector<std::string> fields;
-    message.FindInitializationErrors(&fields);
-    return listed(fields);
 }
 
 /// Returns protobuf's message about JSON in one line. It may begin with an empty place, and end with an excerpt and a mark
@@ -120,7 +112,7 @@ private:
         }
         if (isDecoded && !receivedMessage->IsInitialized()) {
             throw CodecError("not a whole " + typeOf(*receivedMessage) + ": missing " +
-                             missingFields(*receivedMessage) + "; decoded: " + decoded());
+                             receivedMessage->InitializationErrorString() + "; decoded: " + decoded());
         }
     }
 
