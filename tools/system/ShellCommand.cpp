@@ -3,6 +3,8 @@
 #include "display/Numbers.h"
 #include "system/StopSignals.h"
 
+#include <rk/socket/detail/FileDescriptor.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -22,33 +24,17 @@ namespace rk::tools {
 
 namespace {
 
-class Descriptor {
-public:
-    Descriptor() = default;
-    ~Descriptor() { close(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    void close() {
-        if (number >= 0) {
-            ::close(number);
-            number = -1;
-        }
-    }
-
-    int number = -1;
-};
+using rk::socket::detail::FileDescriptor;
 
 [[noreturn]] void refuse(const std::string& action) {
     throw std::runtime_error("cannot " + action + ": " + std::strerror(errno));
 }
 
-/// Makes a file in memory that can be read from its start.
-void fill(Descriptor& file, std::string_view input) {
-    file.number = ::memfd_create("request", MFD_CLOEXEC);
-    ssize_t written = file.number;
+/// Writes the input so that it can be read from the start of the file, which is negative if it could not be made.
+void fill(int file, std::string_view input) {
+    ssize_t written = file;
     for (std::size_t done = 0; written >= 0 && done < input.size(); done += static_cast<std::size_t>(written)) {
-        written = ::pwrite(file.number, &input[done], input.size() - done, static_cast<off_t>(done));
+        written = ::pwrite(file, &input[done], input.size() - done, static_cast<off_t>(done));
     }
     if (written < 0) {
         refuse("keep the request");
@@ -96,19 +82,18 @@ public:
     using Clock = std::chrono::steady_clock;
 
     Run(const std::string& command, std::string_view input, const ShellLimits& limitsToKeep)
-        : limits(limitsToKeep), deadline(Clock::now() + limits.time) {
-        fill(request, input);
+        : limits(limitsToKeep), deadline(Clock::now() + limits.time), request(::memfd_create("request", MFD_CLOEXEC)) {
+        fill(request.get(), input);
         std::array<int, 2> ends{};
         if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
             refuse("make a pipe");
         }
-        readEnd.number = ends[0];
-        Descriptor writeEnd;
-        writeEnd.number = ends[1];
-        ::fcntl(readEnd.number, F_SETFL, O_NONBLOCK);
-        child = spawn(command, request.number, writeEnd.number);
-        ended.number = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
-        if (ended.number < 0) {
+        readEnd.emplace(ends[0]);
+        const FileDescriptor writeEnd(ends[1]);
+        ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+        child = spawn(command, request.get(), writeEnd.get());
+        ended.emplace(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+        if (!ended->isOpen()) {
             const int error = errno;
             kill();
             waitFor(child);
@@ -136,7 +121,7 @@ private:
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         const int limit = static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, INT_MAX));
         std::array<pollfd, 3> items = {
-            {{ended.number, POLLIN, 0}, {readEnd.number, POLLIN, 0}, {stop.descriptor(), POLLIN, 0}}};
+            {{ended->get(), POLLIN, 0}, {readEnd ? readEnd->get() : -1, POLLIN, 0}, {stop.descriptor(), POLLIN, 0}}};
         ::poll(items.data(), items.size(), limit);
         hasEnded = items[0].revents != 0;
     }
@@ -145,12 +130,12 @@ private:
     void drain(std::string& output) {
         std::array<char, 65536> piece{};
         ssize_t size = 1;
-        while (readEnd.number >= 0 && size > 0 && output.size() <= limits.output) {
-            size = ::read(readEnd.number, piece.data(), piece.size());
+        while (readEnd && size > 0 && output.size() <= limits.output) {
+            size = ::read(readEnd->get(), piece.data(), piece.size());
             output.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
         }
         if (size == 0) {
-            readEnd.close(); // poll ignores it then
+            readEnd.reset();
         }
     }
 
@@ -168,9 +153,9 @@ private:
 
     ShellLimits limits;
     Clock::time_point deadline;
-    Descriptor request;
-    Descriptor readEnd;
-    Descriptor ended; ///< becomes readable when the command has ended
+    FileDescriptor request;
+    std::optional<FileDescriptor> readEnd; ///< of its output, until the output ends
+    std::optional<FileDescriptor> ended;   ///< becomes readable when the command has ended
     pid_t child = 0;
     bool hasEnded = false;
 };
