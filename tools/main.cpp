@@ -6,14 +6,43 @@
 #include "system/Output.h"
 #include "system/StopSignals.h"
 
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <map>
+#include <memory>
 #include <new>
 
 namespace rk::tools {
 
+/// Makes a command, and adds its options to `options`. Parsing writes their values into the command.
+using Creator = std::unique_ptr<Command>(CLI::App& options);
+
+Creator createKeygen, createProbe, createPubkey, createPublish, createPull, createPush, createReply, createRequest,
+    createSubscribe, createTypes; // each in the file of its command
+
 namespace {
+
+/// A line in the table of subcommands.
+struct Entry {
+    const char* name;
+    const char* purpose;
+    Creator* create;
+};
+
+/// In the order of the help.
+constexpr std::array<Entry, 10> entries = {{
+    {"sub", "Print published messages", createSubscribe},
+    {"pub", "Publish messages", createPublish},
+    {"req", "Send requests and print the replies", createRequest},
+    {"rep", "Print requests and answer them", createReply},
+    {"push", "Send each message to one of several receivers", createPush},
+    {"pull", "Print messages of a PUSH socket", createPull},
+    {"probe", "Show what listens at an endpoint (alias: check)", createProbe},
+    {"types", "List the types of a schema", createTypes},
+    {"keygen", "Write a key pair, and print the lines for its peers", createKeygen},
+    {"pubkey", "Print the public key of a key pair", createPubkey},
+}};
 
 const char* const footer = R"(
 Exit status:
@@ -39,7 +68,7 @@ public:
         options.set_help_flag("-h,--help", "show this help");
         options.set_version_flag("--version", RK_SOCKET_VERSION, "show the version");
         options.require_subcommand(1);
-        for (const CommandEntry& entry : allCommands()) {
+        for (const Entry& entry : entries) {
             CLI::App* const command = options.add_subcommand(entry.name, entry.purpose);
             commands[command] = entry.create(*command);
             command->add_flag("-v,--verbose", verbose, "show the log of the sockets on standard error")

@@ -1,12 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <vector>
-
-namespace CLI {
-class App;
-}
-
 namespace rk::tools {
 
 class Complaints;
@@ -38,17 +31,5 @@ public:
     /// Returns whether only a signal ends the work, so that it is no interruption.
     virtual bool isEndless() const { return false; }
 };
-
-/// A line in the table of subcommands.
-struct CommandEntry {
-    const char* name;
-    const char* purpose;
-
-    /// Makes the command, and adds its options to `options`. Parsing writes their values into the command.
-    std::unique_ptr<Command> (*create)(CLI::App& options);
-};
-
-/// The table of subcommands, in the order of the help.
-const std::vector<CommandEntry>& allCommands();
 
 } // namespace rk::tools
