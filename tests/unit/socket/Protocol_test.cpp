@@ -11,15 +11,6 @@ namespace {
 
 static_assert(std::is_enum_v<Protocol::Protocol>);
 static_assert(std::is_convertible_v<Protocol::Protocol, int>, "a plain enumeration");
-static_assert(sizeof(Protocol::Protocol) == 4);
-static_assert(Protocol::Undef == 0);
-static_assert(Protocol::Pub == 1);
-static_assert(Protocol::Sub == 2);
-static_assert(Protocol::Rep == 3);
-static_assert(Protocol::Req == 4);
-static_assert(std::is_same_v<decltype(&Protocol::ToString), std::string (*)(Protocol::Protocol)>);
-static_assert(std::is_same_v<decltype(&Protocol::FromString), Protocol::Protocol (*)(const std::string&)>);
-static_assert(std::is_same_v<decltype(&Protocol::ToNativeProtocol), int (*)(Protocol::Protocol)>);
 
 /// A pattern, its name and ZeroMQ's number.
 struct Pattern {

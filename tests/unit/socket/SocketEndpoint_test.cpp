@@ -14,16 +14,6 @@ static_assert(std::is_constructible_v<SocketEndpoint, Transport::Transport, cons
 static_assert(std::is_copy_constructible_v<SocketEndpoint>);
 static_assert(std::is_copy_assignable_v<SocketEndpoint>);
 static_assert(std::is_nothrow_destructible_v<SocketEndpoint>);
-static_assert(std::is_same_v<decltype(SocketEndpoint::transport), Transport::Transport>);
-static_assert(std::is_same_v<decltype(SocketEndpoint::address), std::string>);
-static_assert(std::is_same_v<decltype(SocketEndpoint::port), unsigned short>);
-static_assert(std::is_same_v<decltype(&SocketEndpoint::FromString), SocketEndpoint (*)(const std::string&)>);
-static_assert(
-    std::is_same_v<decltype(&SocketEndpoint::toString), std::string (SocketEndpoint::*)(Protocol::Protocol) const>);
-static_assert(
-    std::is_same_v<decltype(&SocketEndpoint::operator==), bool (SocketEndpoint::*)(const SocketEndpoint&) const>);
-static_assert(
-    std::is_same_v<decltype(&SocketEndpoint::operator!=), bool (SocketEndpoint::*)(const SocketEndpoint&) const>);
 
 struct Parsed {
     std::string text;

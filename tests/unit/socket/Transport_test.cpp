@@ -10,13 +10,6 @@ namespace {
 
 static_assert(std::is_enum_v<Transport::Transport>);
 static_assert(std::is_convertible_v<Transport::Transport, int>, "a plain enumeration");
-static_assert(sizeof(Transport::Transport) == 4);
-static_assert(Transport::Undef == 0);
-static_assert(Transport::Inproc == 1);
-static_assert(Transport::Ipc == 2);
-static_assert(Transport::Tcp == 3);
-static_assert(std::is_same_v<decltype(&Transport::ToString), std::string (*)(Transport::Transport)>);
-static_assert(std::is_same_v<decltype(&Transport::FromString), Transport::Transport (*)(const std::string&)>);
 
 } // namespace
 

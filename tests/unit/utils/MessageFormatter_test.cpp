@@ -17,9 +17,6 @@ using rk::utils::MessageFormatter;
 
 static_assert(std::is_abstract_v<IMessageFormatter>);
 static_assert(!std::has_virtual_destructor_v<IMessageFormatter>);
-static_assert(std::is_same_v<decltype(&IMessageFormatter::messageHeader), std::string (IMessageFormatter::*)() const>);
-static_assert(std::is_same_v<decltype(&IMessageFormatter::formatMessage),
-                             std::string (IMessageFormatter::*)(const std::string&) const>);
 
 static_assert(std::is_convertible_v<MessageFormatter*, IMessageFormatter*>);
 static_assert(std::is_constructible_v<MessageFormatter, const std::string&>);
@@ -60,19 +57,6 @@ TEST(IMessageFormatter, PrependsTheHeader) {
 TEST(MessageFormatter, BuildsItsHeaderFromTheName) {
     EXPECT_EQ("[name]", MessageFormatter("name").messageHeader());
     EXPECT_EQ("[]", MessageFormatter("").messageHeader());
-}
-
-TEST(MessageFormatter, PrependsItsHeader) {
-    EXPECT_EQ("[name]: text", MessageFormatter("name").formatMessage("text"));
-}
-
-TEST(MessageFormatter, KeepsACopyOfTheName) {
-    std::string name = "before";
-    const MessageFormatter formatter(name);
-
-    name = "after";
-
-    EXPECT_EQ("[before]", formatter.messageHeader());
 }
 
 TEST(MessageFormatter, KeepsNamesUnchanged) {
