@@ -129,17 +129,6 @@ TEST_F(Transfer, ReplacesTheReceiveBuffer) {
     EXPECT_THAT(made.arraysAlive, ElementsAre(2000));
 }
 
-TEST_F(Transfer, KeepsTheReceiveBufferAtClose) {
-    Socket socket("updates", ClosePolicy::DropPending);
-
-    const Allocations made = allocationsOf([&] {
-        textThrownBy([&] { socket.receiveProtoBuf(&received, 1000); });
-        socket.close();
-    });
-
-    EXPECT_THAT(made.arraysAlive, ElementsAre(1000));
-}
-
 TEST_F(Transfer, ReleasesTheReceiveBuffer) {
     const Allocations made = allocationsOf([&] {
         Socket socket("updates", ClosePolicy::DropPending);

@@ -16,8 +16,6 @@ namespace {
 
 static_assert(std::is_enum_v<ClosePolicy::ClosePolicy>);
 static_assert(std::is_convertible_v<ClosePolicy::ClosePolicy, int>, "a plain enumeration");
-static_assert(sizeof(ClosePolicy::ClosePolicy) == 4);
-static_assert(ClosePolicy::DropPending == 0 && ClosePolicy::LingerTwoSeconds == 1 && ClosePolicy::WaitForDelivery == 2);
 
 /// The number of a policy, and its linger time in milliseconds.
 class ClosePolicyOf : public testing::TestWithParam<std::pair<int, int>> {};
@@ -26,21 +24,6 @@ INSTANTIATE_TEST_SUITE_P(Number, ClosePolicyOf,
                          testing::Values(std::pair(0, 0), std::pair(1, 2000), std::pair(2, -1), std::pair(3, -1),
                                          std::pair(-1, -1), std::pair(std::numeric_limits<int>::max(), -1),
                                          std::pair(std::numeric_limits<int>::min(), -1)));
-
-/// A socket that is destroyed with an unsent request, because its server does not exist yet.
-class ClosePolicyOn : public testing::TestWithParam<Transport::Transport> {
-protected:
-    static void leaveRequest(ClosePolicy::ClosePolicy policy, const SocketEndpoint& endpoint) {
-        Socket client("client", policy);
-        client.createAndConnect(Protocol::Req, endpoint, 0);
-        sendText(client, "left");
-    }
-
-    StandIn standIn;
-    Socket server{"server", ClosePolicy::DropPending};
-};
-
-INSTANTIATE_TEST_SUITE_P(Wire, ClosePolicyOn, testing::Values(Transport::Tcp, Transport::Ipc), nameOfTransport);
 
 } // namespace
 
@@ -81,31 +64,6 @@ TEST(ClosePolicy, IsChangedOnlyBySubscribers) {
         EXPECT_THAT(lingerOf(Protocol::Req), ElementsAre(calls::set(ZMQ_LINGER, 0)));
         EXPECT_THAT(lingerOf(Protocol::Pub), ElementsAre(calls::set(ZMQ_LINGER, 0), calls::set(ZMQ_LINGER, 0)));
     }
-}
-
-TEST_P(ClosePolicyOn, KeepsARequestForALaterServer) {
-    for (const auto policy : {ClosePolicy::WaitForDelivery, ClosePolicy::LingerTwoSeconds}) {
-        const SocketEndpoint endpoint = freshEndpoint(GetParam());
-        leaveRequest(policy, endpoint);
-        server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-        EXPECT_EQ("left", receiveText(server));
-        server.close();
-    }
-}
-
-TEST_P(ClosePolicyOn, DropsARequest) {
-    const SocketEndpoint endpoint = freshEndpoint(GetParam());
-    {
-        // Its destructor waits until ZeroMQ has closed the socket and dropped the request.
-        ZmqContext context;
-        standIn.answer("zmq_socket", context.handleOf(ZMQ_REQ));
-        leaveRequest(ClosePolicy::DropPending, endpoint);
-    }
-    server.createAndConnect(Protocol::Rep, endpoint, patienceMs);
-    Peer later("later", Protocol::Req, endpoint, ClosePolicy::DropPending, 0);
-    sendText(later, "later");
-
-    EXPECT_EQ("later", receiveText(server));
 }
 
 } // namespace rk::tests

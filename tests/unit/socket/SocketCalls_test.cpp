@@ -132,12 +132,4 @@ TEST_F(SocketCalls, SendStringsWhole) {
     EXPECT_EQ("news", received());
 }
 
-TEST_F(SocketCalls, SendMessagesByReference) {
-    Text text;
-    text.set_text("news");
-    const Text& constant = text;
-    socket.sendProtoBuf(constant);
-    EXPECT_EQ(text.SerializeAsString(), received());
-}
-
 } // namespace rk::tests

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <future>
 #include <new>
 #include <stdexcept>
@@ -31,8 +30,6 @@ static_assert(!std::is_copy_assignable_v<SocketContext>);
 static_assert(!std::is_move_constructible_v<SocketContext>);
 static_assert(!std::is_move_assignable_v<SocketContext>);
 static_assert(!std::has_virtual_destructor_v<SocketContext>);
-static_assert(std::is_same_v<decltype(&SocketContext::createSocket), void* (SocketContext::*)(Protocol::Protocol)>);
-static_assert(std::is_same_v<decltype(&getSocket), void* (*)(Protocol::Protocol)>);
 
 /// Long enough for a second thread to enter a section that it must not enter.
 constexpr std::chrono::milliseconds intrusion{100};
@@ -84,22 +81,6 @@ void useSocketsWithoutCreatingOne() {
     socket.resetConnections();
     EXPECT_THROW(socket.connect(SocketEndpoint(), 0), std::runtime_error);
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());
-}
-
-void createWithoutContext() {
-    StandIn standIn;
-    standIn.fail("zmq_ctx_new", EMFILE);
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        Socket socket("cmd", ClosePolicy::DropPending);
-        try {
-            socket.create(Protocol::Req);
-            ADD_FAILURE() << "nothing was thrown";
-        } catch (const std::runtime_error& failure) {
-            EXPECT_STREQ("Socket: Failed creating socket [Socket cmd] of type 4: Bad address on [Socket cmd]",
-                         failure.what());
-        }
-    }
-    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_ctx_new", "zmq_socket 3", "zmq_socket 3"));
 }
 
 /// Occupies all descriptors of the process until some are released. Restores the limit on scope exit.
@@ -174,23 +155,6 @@ struct Verdict {
     std::exit(2);
 }
 
-/// Returns whether two threads can create a socket at the same time.
-bool madeAtOnce(const std::function<void*(Protocol::Protocol)>& make) {
-    StandIn standIn;
-    std::atomic<bool> first{true};
-    std::atomic<bool> overlapped{false};
-    standIn.after("zmq_socket", [&] {
-        if (first.exchange(false)) {
-            overlapped = standIn.journal().waitFor("zmq_socket", 2, intrusion);
-        }
-    });
-    auto other = std::async(std::launch::async, [&] { return ZmqHandle(make(Protocol::Pub)); });
-    const ZmqHandle mine(make(Protocol::Sub));
-    const ZmqHandle theirs = other.get();
-    EXPECT_EQ(2U, standIn.journal().count("zmq_socket"));
-    return overlapped;
-}
-
 class SocketContextOfNoPattern : public testing::TestWithParam<int> {};
 
 INSTANTIATE_TEST_SUITE_P(GetSocket, SocketContextOfNoPattern, testing::Values(0, 5, -1));
@@ -203,10 +167,6 @@ TEST_F(SocketContextDeathTest, CreatesOneInTwoThreads) {
 
 TEST_F(SocketContextDeathTest, IsNotCreatedEarly) {
     EXPECT_EXIT((useSocketsWithoutCreatingOne(), endProcess()), ExitedWithCode(0), "");
-}
-
-TEST_F(SocketContextDeathTest, ReportsAFailedCreation) {
-    EXPECT_EXIT((createWithoutContext(), endProcess()), ExitedWithCode(0), "");
 }
 
 TEST_F(SocketContextDeathTest, NeedsSixDescriptors) {
@@ -224,25 +184,6 @@ TEST_F(SocketContextDeathTest, EndsAfterCreation) {
     EXPECT_EXIT(exitWhileASocketIsMade(), ExitedWithCode(0), "");
 }
 
-TEST(SocketContextOfProcess, CreatesEachPattern) {
-    EXPECT_EQ(ZMQ_PUB, optionOf(ZmqHandle(getSocket(Protocol::Pub)).get(), ZMQ_TYPE));
-    EXPECT_EQ(ZMQ_SUB, optionOf(ZmqHandle(getSocket(Protocol::Sub)).get(), ZMQ_TYPE));
-    EXPECT_EQ(ZMQ_REP, optionOf(ZmqHandle(getSocket(Protocol::Rep)).get(), ZMQ_TYPE));
-    EXPECT_EQ(ZMQ_REQ, optionOf(ZmqHandle(getSocket(Protocol::Req)).get(), ZMQ_TYPE));
-}
-
-TEST(SocketContextOfProcess, IsOne) {
-    const ZmqHandle server(getSocket(Protocol::Rep));
-    const ZmqHandle client(getSocket(Protocol::Req));
-    ASSERT_EQ(0, zmq_setsockopt(server.get(), ZMQ_RCVTIMEO, &patienceMs, sizeof patienceMs));
-    ASSERT_EQ(0, zmq_connect(client.get(), "inproc://one-context"));
-    ASSERT_EQ(0, zmq_bind(server.get(), "inproc://one-context"));
-    ASSERT_EQ(1, zmq_send(client.get(), "x", 1, 0));
-    char byte = 0;
-
-    EXPECT_EQ(1, zmq_recv(server.get(), &byte, 1, 0));
-}
-
 TEST_P(SocketContextOfNoPattern, IsNull) {
     const ContextOfTheProcess context;
     StandIn standIn;
@@ -254,25 +195,21 @@ TEST_P(SocketContextOfNoPattern, IsNull) {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_socket -1", "zmq_socket 1"));
 }
 
-TEST(SocketContextOfProcess, KeepsTheError) {
-    const ContextOfTheProcess context;
-    StandIn standIn;
-    standIn.fail("zmq_socket", EMFILE);
-
-    EXPECT_EQ(nullptr, getSocket(Protocol::Rep));
-    EXPECT_EQ(EMFILE, zmq_errno());
-
-    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_socket 4"));
-}
-
-TEST(SocketContextOfProcess, CreatesOneAtATime) {
-    const ContextOfTheProcess context;
-    EXPECT_FALSE(madeAtOnce(getSocket));
-}
-
 TEST(SocketContext, CreatesOneAtATime) {
     SocketContext context;
-    EXPECT_FALSE(madeAtOnce([&](Protocol::Protocol pattern) { return context.createSocket(pattern); }));
+    StandIn standIn;
+    std::atomic<bool> first{true};
+    std::atomic<bool> overlapped{false};
+    standIn.after("zmq_socket", [&] {
+        if (first.exchange(false)) {
+            overlapped = standIn.journal().waitFor("zmq_socket", 2, intrusion);
+        }
+    });
+    auto other = std::async(std::launch::async, [&] { return ZmqHandle(context.createSocket(Protocol::Pub)); });
+    ZmqHandle(context.createSocket(Protocol::Sub)).reset();
+    other.get();
+    EXPECT_EQ(2U, standIn.journal().count("zmq_socket"));
+    EXPECT_FALSE(overlapped);
 }
 
 TEST(SocketContext, IsCreatedByTheConstructor) {
@@ -280,13 +217,6 @@ TEST(SocketContext, IsCreatedByTheConstructor) {
     const SocketContext context;
 
     EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_ctx_new"));
-}
-
-TEST(SocketContext, CreatesEachPattern) {
-    SocketContext context;
-
-    EXPECT_EQ(ZMQ_REP, optionOf(ZmqHandle(context.createSocket(Protocol::Rep)).get(), ZMQ_TYPE));
-    EXPECT_EQ(ZMQ_REQ, optionOf(ZmqHandle(context.createSocket(Protocol::Req)).get(), ZMQ_TYPE));
 }
 
 TEST(SocketContext, LogsEachStepOfItsEnd) {

@@ -10,14 +10,10 @@
 #include <climits>
 #include <functional>
 #include <new>
-#include <type_traits>
 
 namespace rk::tests {
 
 namespace {
-
-static_assert(std::is_same_v<int, decltype(std::declval<Socket>().receive(nullptr, 0UL))>);
-static_assert(std::is_same_v<void, decltype(std::declval<Socket>().receiveProtoBuf(nullptr, 0U))>);
 
 constexpr auto noMessage = "Socket: Cannot receive on a NULL message";
 constexpr auto wrongSize = "[Socket feed]: Wrong receive buffer size";
@@ -73,12 +69,6 @@ TEST_F(SocketReceive, ThrowsWhenTheTimeoutExpires) {
         EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_recv 256 bytes, flags 0"));
         standIn.journal().clear();
     }
-}
-
-TEST_F(SocketReceive, ParsesIntoAReference) {
-    sendOfSize(10);
-    feed.subscriber.receiveProtoBuf(received, 1000);
-    EXPECT_EQ(8U, received.text().size());
 }
 
 TEST_F(SocketReceive, CountsTruncatedBytes) {

@@ -7,14 +7,10 @@
 #include <cstdint>
 #include <exception>
 #include <new>
-#include <type_traits>
 
 namespace rk::tests {
 
 namespace {
-
-static_assert(std::is_same_v<void, decltype(std::declval<Socket>().send(nullptr, 0UL))>);
-static_assert(std::is_same_v<void, decltype(std::declval<Socket>().sendProtoBuf(nullptr))>);
 
 class SocketSend : public testing::Test {
 protected:
