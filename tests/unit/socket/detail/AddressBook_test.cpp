@@ -235,15 +235,6 @@ TEST_F(AddressBook, IgnoresTheFirstErrno) {
     EXPECT_EQ(2U, standIn.journal().count("zmq_bind"));
 }
 
-TEST_F(AddressBook, EndsOnAnotherError) {
-    standIn.fail("zmq_bind", EACCES, 1, StandIn::always);
-
-    EXPECT_EQ("Socket: Failed connecting/binding socket: Permission denied on [Socket server]",
-              textThrownBy([&] { bind(); }));
-
-    EXPECT_THAT(clock.takePauses(), IsEmpty());
-}
-
 TEST_F(AddressBook, EndsOnALaterOtherError) {
     refuseBinds(1);
     standIn.after("zmq_bind", [&] { standIn.fail("zmq_bind", EACCES, 1, StandIn::always); });
@@ -252,15 +243,6 @@ TEST_F(AddressBook, EndsOnALaterOtherError) {
               textThrownBy([&] { bind(); }));
 
     EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
-}
-
-TEST_F(AddressBook, WaitsOnlyForItsOwnAddress) {
-    refuseBinds(StandIn::always);
-
-    EXPECT_EQ(refusal,
-              textThrownBy([&] { server.createAndConnect(Protocol::Rep, freshEndpoint(Transport::Inproc), 0); }));
-
-    EXPECT_THAT(clock.takePauses(), IsEmpty());
 }
 
 TEST_F(AddressBook, RemembersALongHeldAddress) {
@@ -301,16 +283,6 @@ TEST_F(AddressBookTakeOver, IgnoresThePreviousHolder) {
     server.close();
 
     EXPECT_EQ(0U, pausesUntilRefusal());
-}
-
-TEST_F(AddressBookTakeOver, WaitsForItsHolder) {
-    other.close();
-    refuseBinds(1);
-    Socket third("third", ClosePolicy::DropPending);
-
-    third.createAndConnect(Protocol::Rep, endpoint, 0);
-
-    EXPECT_THAT(clock.takePauses(), ElementsAre(microseconds(100)));
 }
 
 TEST_F(AddressBookTakeOver, OutlivesItsRecord) {
