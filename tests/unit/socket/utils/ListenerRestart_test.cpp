@@ -1,7 +1,5 @@
 #include "support/RecordingListener.h"
 
-#include <cerrno>
-
 namespace rk::tests {
 
 namespace {
@@ -77,19 +75,6 @@ TEST_F(ListenerRestartAdding, ReturnsStartsResult) {
         EXPECT_EQ("from start", error);
         EXPECT_THAT(listener.calls, ElementsAre("stop", "start, given \"from stop\""));
     }
-}
-
-TEST_F(ListenerRestartAdding, RestartsAnEndedListener) {
-    RecordingListener ended(Protocol::Rep);
-    const SocketEndpoint endpoint = freshEndpoint(Transport::Inproc);
-    standIn.fail("zmq_poll", EFAULT);
-    ended.serve(endpoint);
-    ASSERT_TRUE(standIn.journal().waitFor("zmq_close"));
-
-    EXPECT_TRUE(ended.addListenEndpoint(text(freshEndpoint(Transport::Inproc)), error));
-
-    EXPECT_EQ("", error);
-    EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
 TEST_F(ListenerRestartAdding, AcceptsADuplicate) {
