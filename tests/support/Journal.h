@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -15,8 +14,6 @@ namespace rk::tests {
 /// each call. Any thread may use it.
 class Journal {
 public:
-    using Matcher = std::function<bool(const std::string&)>;
-
     void add(const std::string& line);
     void clear();
 

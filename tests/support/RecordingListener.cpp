@@ -1,6 +1,6 @@
 #include "RecordingListener.h"
 
-#include "BeforeJoin.h"
+#include "ThreadFaults.h"
 
 #include <chrono>
 #include <optional>

@@ -51,6 +51,14 @@ private:
     std::vector<std::string> received;
 };
 
+/// A listener that ignores its messages, and relies on the base class to stop it.
+class BareListener : public socket::utils::SocketListener {
+public:
+    BareListener() : SocketListener(Protocol::Rep, "bare") {}
+    std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Text>(); }
+    void handleMessage(google::protobuf::Message* /*message*/, std::shared_ptr<Socket> /*socket*/) override {}
+};
+
 /// Replies with the message itself.
 void echo(Text& text, const std::shared_ptr<Socket>& socket);
 

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <csignal>
-#include <ctime>
 #include <pthread.h>
+#include <thread>
 #include <vector>
 
 namespace rk::tests {
@@ -63,5 +64,22 @@ private:
     int number;
     struct sigaction former = {};
 };
+
+/// Runs the blocking `action` in a thread and interrupts it with signals until it ends. The system does not restart the
+/// calls of the thread.
+template <class Action>
+void interrupt(const Action& action) {
+    const SignalTaker taker(SIGUSR1);
+    std::atomic<bool> ended{false};
+    std::thread thread([&] {
+        action();
+        ended = true;
+    });
+    while (!ended) {
+        pthread_kill(thread.native_handle(), SIGUSR1);
+        std::this_thread::yield();
+    }
+    thread.join();
+}
 
 } // namespace rk::tests

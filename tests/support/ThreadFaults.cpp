@@ -1,7 +1,6 @@
-#include "BeforeJoin.h"
+#include "ThreadFaults.h"
+
 #include "Caller.h"
-#include "MutexFault.h"
-#include "ThreadFault.h"
 #include "interpose/Interpose.h"
 
 #include <atomic>

@@ -1,8 +1,7 @@
 #include "support/Calls.h"
-#include "support/Feed.h"
-#include "support/MutexFault.h"
 #include "support/NativeSocket.h"
 #include "support/Test.h"
+#include "support/ThreadFaults.h"
 #include "support/ZmqHandle.h"
 
 #include <rk/socket/Network.h>
@@ -23,7 +22,7 @@
 #include <stdexcept>
 #include <sys/resource.h>
 #include <system_error>
-#include <thread>
+#include <tuple>
 #include <utility>
 
 namespace rk::tests {
@@ -45,10 +44,15 @@ void restoreDefaults() {
     Network::setIpv6(false);
 }
 
-class NetworkOf : public testing::TestWithParam<std::pair<Protocol::Protocol, Transport::Transport>> {
+/// Restores the settings at its end.
+class NetworkTest : public testing::Test {
 protected:
-    ~NetworkOf() override { restoreDefaults(); }
+    ~NetworkTest() override { restoreDefaults(); }
+};
 
+class NetworkOf : public NetworkTest,
+                  public testing::WithParamInterface<std::tuple<Protocol::Protocol, Transport::Transport>> {
+protected:
     /// Returns the options that `connect` sets for the endpoint.
     Lines linesOfConnect() {
         socket.create(protocol);
@@ -82,29 +86,21 @@ protected:
 
     Lines ofBinding(const Lines& lines) const { return calls::binds(protocol) ? lines : Lines(); }
     Lines ofConnecting(const Lines& lines) const { return calls::binds(protocol) ? Lines() : lines; }
-    Lines ofTcp(const Lines& lines) const { return GetParam().second == Transport::Tcp ? lines : Lines(); }
+    Lines ofTcp(const Lines& lines) const { return endpoint.transport == Transport::Tcp ? lines : Lines(); }
 
-    const Protocol::Protocol protocol = GetParam().first;
-    const SocketEndpoint endpoint = freshEndpoint(GetParam().second);
+    const Protocol::Protocol protocol = std::get<0>(GetParam());
+    const SocketEndpoint endpoint = freshEndpoint(std::get<1>(GetParam()));
     const ContextOfTheProcess context;
     const std::optional<NativeSocket> peer = inprocPeer();
     StandIn standIn;
     Socket socket{"part", ClosePolicy::DropPending};
 };
 
-std::vector<std::pair<Protocol::Protocol, Transport::Transport>> everyPatternAndTransport() {
-    std::vector<std::pair<Protocol::Protocol, Transport::Transport>> all;
-    for (const Protocol::Protocol protocol : everyPattern) {
-        for (const Transport::Transport transport : {Transport::Tcp, Transport::Ipc, Transport::Inproc}) {
-            all.emplace_back(protocol, transport);
-        }
-    }
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(All, NetworkOf, testing::ValuesIn(everyPatternAndTransport()), [](const auto& tested) {
-    return Protocol::ToString(tested.param.first) + Transport::ToString(tested.param.second);
-});
+INSTANTIATE_TEST_SUITE_P(All, NetworkOf, testing::Combine(testing::ValuesIn(everyPattern), everyTransport()),
+                         [](const auto& tested) {
+                             return Protocol::ToString(std::get<0>(tested.param)) +
+                                    Transport::ToString(std::get<1>(tested.param));
+                         });
 
 /// The system's options for a peer timeout.
 struct Probing {
@@ -116,10 +112,7 @@ struct Probing {
     int attempt; ///< in milliseconds
 };
 
-class NetworkProbing : public testing::TestWithParam<Probing> {
-protected:
-    ~NetworkProbing() override { restoreDefaults(); }
-};
+class NetworkProbing : public NetworkTest, public testing::WithParamInterface<Probing> {};
 
 INSTANTIATE_TEST_SUITE_P(After, NetworkProbing,
                          testing::Values(Probing{1, 1, 1, 1, 1500, 2000}, Probing{2, 1, 1, 1, 1500, 2000},
@@ -128,10 +121,7 @@ INSTANTIATE_TEST_SUITE_P(After, NetworkProbing,
                                          Probing{32767, 10923, 5461, 4, 32766500, 5000}),
                          [](const auto& tested) { return std::to_string(tested.param.timeout); });
 
-class NetworkFailure : public testing::TestWithParam<std::pair<int, const char*>> {
-protected:
-    ~NetworkFailure() override { restoreDefaults(); }
-};
+class NetworkFailure : public NetworkTest, public testing::WithParamInterface<std::pair<int, const char*>> {};
 
 INSTANTIATE_TEST_SUITE_P(Of, NetworkFailure,
                          testing::Values(std::pair{ZMQ_MAXMSGSIZE, "ZMQ_MAXMSGSIZE"}, std::pair{ZMQ_IPV6, "ZMQ_IPV6"},
@@ -143,10 +133,8 @@ INSTANTIATE_TEST_SUITE_P(Of, NetworkFailure,
                                          std::pair{ZMQ_CONNECT_TIMEOUT, "ZMQ_CONNECT_TIMEOUT"}),
                          [](const auto& tested) { return std::string(tested.param.second); });
 
-class NetworkSettings : public testing::Test {
+class NetworkSettings : public NetworkTest {
 protected:
-    ~NetworkSettings() override { restoreDefaults(); }
-
     const ContextOfTheProcess context;
     StandIn standIn;
 };
@@ -168,19 +156,6 @@ std::set<std::string> connectionsTo(unsigned short port) {
         }
     }
     return found;
-}
-
-int countThatComeThrough(Feed& feed) {
-    for (int number = 0; number < 5000; ++number) {
-        sendText(feed.publisher, std::to_string(number));
-    }
-    std::string error;
-    int received = 0;
-    while (feed.subscriber.poll(0, error) == PollResult::Input) {
-        receiveText(feed.subscriber);
-        ++received;
-    }
-    return received;
 }
 
 /// Exits with 0 if a request socket is rebuilt while `others` sockets are open.
@@ -235,11 +210,11 @@ void limitAfterFailedLock() {
 TEST_P(NetworkOf, SetsOptionsBeforeTheEndpoint) {
     setEverything();
 
-    const Lines keepalive{calls::set(ZMQ_IPV6, GetParam().second == Transport::Tcp ? 1 : 0),
+    const Lines keepalive{calls::set(ZMQ_IPV6, endpoint.transport == Transport::Tcp ? 1 : 0),
                           calls::set(ZMQ_TCP_KEEPALIVE, 1), calls::set(ZMQ_TCP_KEEPALIVE_IDLE, 10),
                           calls::set(ZMQ_TCP_KEEPALIVE_INTVL, 5), calls::set(ZMQ_TCP_KEEPALIVE_CNT, 4)};
     Lines expected = ofTcp(keepalive);
-    if (!calls::binds(protocol) && GetParam().second == Transport::Tcp) {
+    if (!calls::binds(protocol) && endpoint.transport == Transport::Tcp) {
         expected.front() = calls::set(ZMQ_IPV6, 0); // for an IPv4 address
     }
     EXPECT_THAT(linesOfConnect(), ElementsAreArray(ofBinding({"zmq_setsockopt 22 = 1000 (8 bytes)"}) + expected +
@@ -368,16 +343,6 @@ TEST_F(NetworkSettings, DropThePeerOfALargeMessage) {
     EXPECT_EQ("reply", receiveText(small));
     std::string error;
     EXPECT_EQ(PollResult::Timeout, server.poll(100, error));
-}
-
-TEST_F(NetworkSettings, LimitTheQueuedMessages) {
-    Network::setQueueSize(10);
-    Feed feed;
-    EXPECT_EQ(20, countThatComeThrough(feed));
-
-    feed.subscriber.resetConnections();
-    feed.join();
-    EXPECT_EQ(20, countThatComeThrough(feed));
 }
 
 /// Unread messages fill every queue and buffer between the two sockets for longer than the peer timeout.

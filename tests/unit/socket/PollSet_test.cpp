@@ -1,5 +1,5 @@
 #include "support/Feed.h"
-#include "support/Interruption.h"
+#include "support/Signals.h"
 #include "support/Test.h"
 
 #include <rk/socket/PollSet.h>
@@ -119,13 +119,6 @@ TEST_F(PollSet, WaitsWithNothingToPoll) {
     EXPECT_EQ(0U, set.wait(milliseconds(20)));
     EXPECT_LE(milliseconds(20), std::chrono::steady_clock::now() - begin);
     EXPECT_EQ(0U, set.wait(atOnce));
-}
-
-TEST_F(PollSet, WaitsForItsTimeout) {
-    set.add(feed.subscriber, note("feed"));
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(0U, set.wait(milliseconds(20)));
-    EXPECT_LE(milliseconds(20), std::chrono::steady_clock::now() - begin);
 }
 
 TEST_F(PollSet, PollsOnceWhileNothingIsReady) {

@@ -1,16 +1,11 @@
 #include "support/Calls.h"
-#include "support/Closed.h"
+#include "support/RemoteSocket.h"
 #include "support/SystemSockets.h"
 #include "support/Test.h"
-#include "support/ZmqHandle.h"
-
-#include <zmq.h>
 
 #include <algorithm>
 #include <chrono>
-#include <stdexcept>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace rk::tests {
@@ -20,46 +15,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds immediately{100};
-
-/// Another process that occupies a port during the lifetime of this object.
-class OtherProcess {
-public:
-    explicit OtherProcess(unsigned short port) {
-        const SystemListener listener({Transport::Tcp, "127.0.0.1", port});
-        if (::pipe(ends) != 0) {
-            throw std::runtime_error("cannot make a pipe");
-        }
-        child = ::fork();
-        if (child == 0) {
-            // Keeps its copy of the listener until the pipe is closed by the destructor.
-            ::close(ends[1]);
-            char byte = 0;
-            const ssize_t size = ::read(ends[0], &byte, 1);
-            ::_exit(size == 0 ? 0 : 1);
-        }
-        ::close(ends[0]);
-    }
-    ~OtherProcess() {
-        ::close(ends[1]);
-        int status = -1;
-        ::waitpid(child, &status, 0);
-        EXPECT_EQ(0, status);
-    }
-    OtherProcess(const OtherProcess&) = delete;
-    OtherProcess& operator=(const OtherProcess&) = delete;
-
-private:
-    int ends[2] = {-1, -1};
-    pid_t child = -1;
-};
-
-ZmqHandle bindPlain(ZmqContext& context, const std::string& address) {
-    ZmqHandle socket = context.socket(ZMQ_REP);
-    if (zmq_bind(socket.get(), address.c_str()) != 0) {
-        throw std::runtime_error(zmq_strerror(zmq_errno()));
-    }
-    return socket;
-}
 
 /// Sets the umask on scope entry and restores it on scope exit.
 class Umask {
@@ -136,19 +91,8 @@ TEST_F(SocketBind, FailsWhenThisProcessHasBound) {
     expectServed(holder, port);
 }
 
-TEST_F(SocketBind, FailsWhenAZmqSocketHasBound) {
-    ZmqContext context;
-    const ZmqHandle holder = bindPlain(context, port.toString(Protocol::Rep));
-    expectRefusedAtOnce(port);
-}
-
 TEST_F(SocketBind, IsRefusedWhenAListenerBinds) {
     const SystemListener holder(port);
-    expectRefusedAtOnce(port);
-}
-
-TEST_F(SocketBind, FailsWhenAnotherProcessHasBound) {
-    const OtherProcess holder(port.port);
     expectRefusedAtOnce(port);
 }
 
@@ -158,8 +102,8 @@ TEST_F(SocketBind, TakesOverAPathFromAnyHolder) {
         expectTakenOver();
     }
     {
-        ZmqContext context;
-        const ZmqHandle holder = bindPlain(context, path.toString(Protocol::Rep));
+        RemoteSocket holder(ZMQ_REP);
+        holder.bind(path);
         expectTakenOver();
     }
     ::unlink(path.address.c_str());
@@ -169,8 +113,8 @@ TEST_F(SocketBind, TakesOverAPathFromAnyHolder) {
 
 TEST_P(SocketBind, LetsEveryUserOpenTheSocketFile) {
     const Umask narrow(077);
-    ZmqContext context;
-    const ZmqHandle holder = bindPlain(context, path.toString(Protocol::Rep));
+    RemoteSocket holder(ZMQ_REP);
+    holder.bind(path);
     ASSERT_EQ(0700U, modeOf(path.address));
     const unsigned int expected = calls::binds(GetParam()) ? 0777 : 0700;
 

@@ -1,5 +1,5 @@
 #include "support/Feed.h"
-#include "support/Interruption.h"
+#include "support/Signals.h"
 #include "support/Test.h"
 #include "support/messages.pb.h"
 

@@ -1,7 +1,6 @@
 #include "support/Calls.h"
-#include "support/Closed.h"
-#include "support/MutexFault.h"
 #include "support/Test.h"
+#include "support/ThreadFaults.h"
 #include "support/ZmqHandle.h"
 
 #include <rk/socket/SocketContext.h>

@@ -1,4 +1,3 @@
-#include "support/Closed.h"
 #include "support/TerminateHandler.h"
 #include "support/Test.h"
 
@@ -74,16 +73,6 @@ TEST_P(SocketReset, LogsTheReasonAndClosesTheSocket) {
     EXPECT_EQ(1U, standIn.journal().count("error: "));
     EXPECT_EQ(0U, standIn.journal().count("warning: "));
     expectClosed(standIn, socket);
-}
-
-TEST(SocketResetAlone, IgnoresAFailingClose) {
-    StandIn standIn;
-    Peer socket("cmd", Protocol::Req, firstPath, ClosePolicy::DropPending, 0);
-    standIn.journal().clear();
-    standIn.fail("zmq_close", ENOTSOCK);
-    socket.resetConnections();
-
-    EXPECT_EQ("debug: Connected [Socket cmd]", standIn.journal().lines().back());
 }
 
 TEST(SocketResetAlone, LogsAnExceptionOfAnotherType) {

@@ -1,5 +1,5 @@
 #include "support/Child.h"
-#include "support/MutexFault.h"
+#include "support/ThreadFaults.h"
 
 #include <rk/utils/Log.h>
 

@@ -1,6 +1,6 @@
 // A child process of Log_test.cpp that logs in the way its argument names.
 
-#include "support/MutexFault.h"
+#include "support/ThreadFaults.h"
 
 #include <rk/socket/Socket.h>
 #include <rk/utils/Log.h>

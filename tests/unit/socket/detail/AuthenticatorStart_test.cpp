@@ -1,15 +1,7 @@
-#include "support/CurvePeer.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
+#include "support/RemoteSocket.h"
 #include "support/SecuredProcess.h"
-#include "support/StandIn.h"
 #include "support/Test.h"
-#include "support/ThreadFault.h"
-
-#include <rk/socket/Socket.h>
-
-#include <gtest/gtest.h>
-#include <zmq.h>
+#include "support/ThreadFaults.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -22,19 +14,12 @@
 #include <future>
 #include <iostream>
 #include <stdexcept>
-#include <string>
 #include <system_error>
 #include <thread>
 
 namespace rk::tests {
 
 namespace {
-
-using socket::Socket;
-using socket::SocketEndpoint;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 /// Starts the authenticator in a new process. The first `connect` fails and the second succeeds.
 template <class Fault>
@@ -46,7 +31,7 @@ void startAfter(const Fault& fault) {
     server.create(Protocol::Rep);
     std::cerr << textThrownBy([&] { fault(standIn, [&] { server.connect(endpoint, 0); }); });
     server.createAndConnect(Protocol::Rep, endpoint, 0);
-    CurvePeer peer(ZMQ_REQ);
+    RemoteSocket peer(ZMQ_REQ);
     peer.trustServer(process.own.publicKey, process.own).connect(endpoint).send("question");
     std::cerr << ", then " << receiveText(server) << "\n";
 }

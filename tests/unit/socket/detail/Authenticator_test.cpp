@@ -1,57 +1,30 @@
-#include "support/BeforeJoin.h"
 #include "support/Caller.h"
-#include "support/CurvePeer.h"
-#include "support/Endpoints.h"
-#include "support/Errors.h"
-#include "support/MutexFault.h"
-#include "support/NativeSocket.h"
+#include "support/RemoteSocket.h"
 #include "support/SecuredProcess.h"
-#include "support/StandIn.h"
 #include "support/SteadyClock.h"
 #include "support/Test.h"
-
-#include <rk/socket/Security.h>
-#include <rk/socket/Socket.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <zmq.h>
+#include "support/ThreadFaults.h"
 
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
-#include <dlfcn.h>
 #include <filesystem>
 #include <future>
-#include <iostream>
 #include <iterator>
 #include <list>
 #include <optional>
 #include <poll.h>
-#include <stdexcept>
-#include <string>
 #include <system_error>
 #include <thread>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::Socket;
-using socket::SocketEndpoint;
 using socket::Security::generateKeyPair;
 using socket::Security::KeyPair;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using Frames = std::vector<std::string>;
-namespace ClosePolicy = socket::ClosePolicy;
-namespace PollResult = socket::PollResult;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 const SocketEndpoint authenticator(Transport::Inproc, "zeromq.zap.01", 0);
 const std::string rcvMore = "zmq_getsockopt " + std::to_string(ZMQ_RCVMORE);
@@ -79,14 +52,8 @@ protected:
     }
 
     Frames ask(const Frames& frames) {
-        for (const std::string& frame : frames) {
-            asker.send(frame, &frame == &frames.back() ? 0 : ZMQ_SNDMORE);
-        }
-        Frames reply;
-        do {
-            reply.push_back(asker.receive());
-        } while (asker.hasMore());
-        return reply;
+        asker.sendFrames(frames);
+        return asker.receiveFrames();
     }
 
     static Frames requestOf(const std::string& clientKey, const std::string& address) {
@@ -155,9 +122,9 @@ protected:
 
 /// Returns whether `server` does not admit a trusted client.
 bool admitsNobody(const SecuredProcess& process, Socket& server, const SocketEndpoint& endpoint) {
-    CurvePeer peer(ZMQ_REQ);
-    CurvePeer::Monitor end(peer, ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
-                                     ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH);
+    RemoteSocket peer(ZMQ_REQ);
+    RemoteSocket::Monitor end(peer, ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
+                                        ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH);
     peer.trustServer(process.own.publicKey, process.own).connect(endpoint).send("question");
     std::string error;
     return end.waitForEvent() && server.poll(0, error) == PollResult::Timeout;

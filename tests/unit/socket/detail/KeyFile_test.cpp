@@ -1,10 +1,5 @@
-#include "support/Errors.h"
 #include "support/KeyFiles.h"
-#include "support/StandIn.h"
-
-#include <rk/socket/Security.h>
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 #include <cerrno>
 #include <csignal>
@@ -14,18 +9,15 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
-#include <vector>
 
 namespace rk::tests {
 
 namespace {
 
-namespace Security = socket::Security;
 using Security::KeyPair;
 
 // A key pair for tests only.

@@ -1,4 +1,5 @@
 #include "support/RecordingListener.h"
+#include "support/RemoteSocket.h"
 #include "support/interpose/Names.h"
 
 #include <rk/socket/Network.h>
@@ -94,14 +95,9 @@ void changeIpv6Addresses(const Change& change) {
 void stopBlockedListener(const Journal& journal, const SocketEndpoint& endpoint, const std::string& address) {
     RecordingListener listener(Protocol::Rep);
     listener.serve(endpoint);
-    ZmqContext peers;
-    const ZmqHandle dealer = peers.socket(ZMQ_DEALER);
-    const int none = 0;
-    const int on = 1;
-    zmq_setsockopt(dealer.get(), ZMQ_LINGER, &none, sizeof none);
-    zmq_setsockopt(dealer.get(), ZMQ_IPV6, &on, sizeof on);
-    EXPECT_EQ(0, zmq_connect(dealer.get(), address.c_str()));
-    EXPECT_EQ(1, zmq_send(dealer.get(), "x", 1, 0));
+    RemoteSocket dealer(ZMQ_DEALER);
+    dealer.set(ZMQ_IPV6, 1);
+    dealer.connect(SocketEndpoint::FromString(address)).send("x");
     ASSERT_TRUE(journal.waitFor("zmq_recv"));
 
     std::string error;

@@ -1,19 +1,12 @@
-#include "support/Errors.h"
 #include "support/KeyFiles.h"
+#include "support/Test.h"
 
-#include <rk/socket/Security.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace rk::tests {
 
 namespace {
-
-namespace Security = socket::Security;
 
 const std::string key = Security::generateKeyPair().publicKey;
 const std::string otherKey = Security::generateKeyPair().publicKey;

@@ -2,8 +2,6 @@
 #include "support/RecordingListener.h"
 
 #include <cerrno>
-#include <cstdint>
-#include <stdexcept>
 #include <thread>
 #include <type_traits>
 
@@ -20,21 +18,6 @@ static_assert(!std::is_copy_constructible_v<SocketListener>);
 static_assert(!std::is_copy_assignable_v<SocketListener>);
 
 const std::string refusal = "[Socket Listener rep] Failed starting thread: another thread is already running";
-
-class OnAllListener final : public SocketListener {
-public:
-    OnAllListener() : SocketListener(Protocol::Rep, "on all") {}
-    ~OnAllListener() override {
-        std::string ignored;
-        stop(ignored);
-    }
-    bool start(std::string& error) override { return startOnAll(error); }
-    using SocketListener::setMessageBufferSize;
-    std::shared_ptr<google::protobuf::Message> createMessage() override { return std::make_shared<Text>(); }
-    void handleMessage(google::protobuf::Message* message, std::shared_ptr<Socket> socket) override {
-        socket->sendProtoBuf(message);
-    }
-};
 
 class ListenerApi : public ListenerTest {
 protected:
@@ -216,41 +199,6 @@ TEST_F(ListenerApi, ReportsTheLastEndpointToHandlers) {
     });
     listener.serve(endpoint);
     EXPECT_EQ(endpoint.toString(Protocol::Req), ask(endpoint, ""));
-}
-
-TEST_F(ListenerApi, StartsOnAllEndpointsOrNone) {
-    OnAllListener onAll;
-    EXPECT_TRUE(onAll.start(error)) << error;
-    EXPECT_FALSE(onAll.start(error));
-    EXPECT_EQ(refusal, error);
-    ASSERT_TRUE(onAll.stop(error));
-    const std::string taken = freshEndpoint(Transport::Tcp).toString(Protocol::Req);
-    NativeSocket holder(Protocol::Rep);
-    holder.bind(SocketEndpoint::FromString(taken));
-    ASSERT_TRUE(onAll.addListenEndpoint(taken, error));
-    ASSERT_TRUE(onAll.addListenEndpoint("inproc://after", error));
-
-    EXPECT_FALSE(onAll.start(error));
-
-    EXPECT_EQ("[Socket Listener rep] Failed connecting endpoint " + taken +
-                  ": Socket: Failed connecting/binding socket: Address already in use on [Socket on all]",
-              error);
-    EXPECT_FALSE(onAll.isServing());
-    EXPECT_THAT(standIn.journal().linesWith("error: "), ElementsAre());
-    EXPECT_THAT(standIn.journal().lines().back(), "zmq_close");
-}
-
-TEST_F(ListenerApi, ReceivesUpToTheSetSize) {
-    OnAllListener onAll;
-    ASSERT_TRUE(onAll.addListenEndpoint(endpoint.toString(Protocol::Rep), error));
-    onAll.setMessageBufferSize(2147483647);
-    onAll.setMessageBufferSize(1000000);
-    for (const std::uint32_t size : {0U, 2147483648U}) {
-        EXPECT_EQ("[Socket Listener rep] Wrong message buffer size",
-                  textThrownBy<std::invalid_argument>([&] { onAll.setMessageBufferSize(size); }));
-    }
-    ASSERT_TRUE(onAll.start(error));
-    EXPECT_EQ(900000U, ask(endpoint, std::string(900000, 'x')).size());
 }
 
 } // namespace rk::tests

@@ -1,7 +1,6 @@
-#include "support/BareListener.h"
-#include "support/BeforeJoin.h"
 #include "support/RecordingListener.h"
 #include "support/TerminateHandler.h"
+#include "support/ThreadFaults.h"
 
 #include <cerrno>
 #include <csignal>

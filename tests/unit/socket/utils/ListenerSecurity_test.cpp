@@ -1,40 +1,23 @@
-#include "support/CurvePeer.h"
-#include "support/Endpoints.h"
 #include "support/RecordingListener.h"
+#include "support/RemoteSocket.h"
 #include "support/SecuredProcess.h"
-#include "support/StandIn.h"
-#include "support/messages.pb.h"
 
 #include <rk/socket/Network.h>
-#include <rk/socket/Security.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <zmq.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <future>
-#include <string>
 
 namespace rk::tests {
 
 namespace {
 
-using socket::SocketEndpoint;
 using socket::Security::generateKeyPair;
-using socket::utils::SocketListener;
-using testing::ElementsAre;
-namespace Network = socket::Network;
-namespace Protocol = socket::Protocol;
-namespace Transport = socket::Transport;
 
 /// A reply listener with an encrypted endpoint. A stray frame has blocked it in its receive.
 class ListenerSecurity : public testing::Test {
 protected:
-    ListenerSecurity() { stray.set(ZMQ_LINGER, 0); }
-
     void block() {
         stray.trustServer(process.own.publicKey, process.own).connect(endpoint).send("x");
         ASSERT_TRUE(standIn.journal().waitFor("zmq_recv 131072"));
@@ -55,7 +38,7 @@ protected:
     StandIn standIn;
     SecuredProcess process;
     RecordingListener listener{Protocol::Rep};
-    CurvePeer stray{ZMQ_DEALER};
+    RemoteSocket stray{ZMQ_DEALER};
 };
 
 } // namespace

@@ -1,6 +1,6 @@
-#include "support/MutexFault.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
+#include "support/ThreadFaults.h"
 
 #include <zmq.h>
 
@@ -67,40 +67,6 @@ TEST_F(ListenerServing, HandlesRequestsInOrder) {
     EXPECT_THAT(listener.texts(), ElementsAre("one", "two", "three"));
     EXPECT_EQ(0U, standIn.journal().count("warning: "));
     EXPECT_EQ(0U, standIn.journal().count("error: "));
-}
-
-TEST_F(ListenerServing, HandlesTheMessageOfTheMaker) {
-    const auto made = std::make_shared<Text>();
-    const Text* handled = nullptr;
-    listener.setMaker([&] { return made; });
-    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
-        handled = &text;
-        echo(text, socket);
-    });
-
-    EXPECT_EQ("question", ask(endpoint, "question"));
-
-    ASSERT_TRUE(listener.stop(error));
-    EXPECT_EQ(made.get(), handled);
-}
-
-TEST_F(ListenerServing, ReceivesIntoABufferOf128KiB) {
-    const Text largest = [] {
-        Text text;
-        text.set_text(std::string(131072 - 4, 'x'));
-        return text;
-    }();
-    ASSERT_EQ(131072U, largest.ByteSizeLong());
-
-    EXPECT_EQ(largest.text(), [&] {
-        Peer client("client", Protocol::Req, endpoint);
-        Text text = largest;
-        client.sendProtoBuf(&text);
-        client.receiveProtoBuf(&text, 200000);
-        return text.text();
-    }());
-
-    EXPECT_TRUE(standIn.journal().count("zmq_recv 131072 bytes, flags 0") > 0);
 }
 
 TEST_F(ListenerServing, LogsAHandlersException) {

@@ -1,6 +1,6 @@
 #include "support/RecordingListener.h"
 #include "support/Signals.h"
-#include "support/ThreadFault.h"
+#include "support/ThreadFaults.h"
 
 #include <algorithm>
 #include <atomic>
@@ -9,7 +9,6 @@
 #include <ctime>
 #include <pthread.h>
 #include <sys/mman.h>
-#include <sys/time.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -49,44 +48,9 @@ void raiseAsTheProcessorDoes(int fault) {
     pthread_kill(pthread_self(), fault);
 }
 
-std::atomic<int> samples{0};
-
-/// Interrupts all busy threads but the calling one, as a profiler does.
-class Profiler {
-public:
-    Profiler() {
-        struct sigaction sampler{};
-        sampler.sa_handler = [](int) { ++samples; };
-        sigaction(SIGPROF, &sampler, &former);
-        set(1000);
-    }
-    ~Profiler() {
-        set(0);
-        std::signal(SIGPROF, SIG_IGN); // discards signals that are pending in any thread
-        sigaction(SIGPROF, &former, nullptr);
-    }
-    Profiler(const Profiler&) = delete;
-    Profiler& operator=(const Profiler&) = delete;
-
-private:
-    static void set(int microseconds) {
-        const itimerval interval{{0, microseconds}, {0, microseconds}};
-        setitimer(ITIMER_PROF, &interval, nullptr);
-    }
-
-    const BlockedSignals block{setOf(SIGPROF)};
-    struct sigaction former{};
-};
-
 class ListenerSignals : public ListenerTest {
 protected:
     ListenerSignals() : ListenerTest(Transport::Tcp) {}
-
-    /// Starts the listener and returns once its thread waits.
-    void serve() {
-        listener.serve(endpoint);
-        ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
-    }
 
     const SignalTaker taker{SIGUSR1};
 };
@@ -131,24 +95,6 @@ TEST_F(ListenerSignals, DeliverFaults) {
             },
             testing::ExitedWithCode(fault), "");
     }
-}
-
-TEST_F(ListenerSignals, AllowAProfiler) {
-    listener.setHandler([&](Text& text, const std::shared_ptr<Socket>& socket) {
-        const int before = samples;
-        while (samples < before + 3) {
-        }
-        const BlockedSignals block(setOf(SIGPROF)); // a signal could interrupt the reply
-        echo(text, socket);
-    });
-    const Profiler profiler;
-    serve();
-
-    for (int round = 0; round < 50; ++round) {
-        ASSERT_EQ("question", ask(endpoint, "question"));
-    }
-
-    EXPECT_EQ(0U, standIn.journal().count("error: "));
 }
 
 TEST_F(ListenerSignals, SurviveAStormOfSigprof) {
@@ -202,7 +148,8 @@ TEST_F(ListenerSignals, KeepTheMaskWhenStartThrows) {
 }
 
 TEST_F(ListenerSignals, StayWithTheApplication) {
-    serve();
+    listener.serve(endpoint);
+    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
     // This thread blocks them, so only the listener's thread could receive them.
     const sigset_t signals = setOf(SIGUSR1);
     const BlockedSignals block(signals);
@@ -211,17 +158,6 @@ TEST_F(ListenerSignals, StayWithTheApplication) {
         ASSERT_EQ(0, kill(getpid(), SIGUSR1));
         ASSERT_EQ(SIGUSR1, sigtimedwait(&signals, nullptr, &patience));
     }
-    EXPECT_EQ("question", ask(endpoint, "question"));
-    EXPECT_EQ(0U, standIn.journal().count("error: "));
-}
-
-TEST_F(ListenerSignals, SurviveAStormOfSigusr1) {
-    serve();
-
-    for (int round = 0; round < 10000; ++round) {
-        ASSERT_EQ(0, kill(getpid(), SIGUSR1));
-    }
-
     EXPECT_EQ("question", ask(endpoint, "question"));
     EXPECT_EQ(0U, standIn.journal().count("error: "));
 }

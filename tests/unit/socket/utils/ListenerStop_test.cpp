@@ -1,7 +1,6 @@
-#include "support/BareListener.h"
-#include "support/BeforeJoin.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
+#include "support/ThreadFaults.h"
 
 #include <atomic>
 #include <chrono>
@@ -58,6 +57,29 @@ TEST_F(ListenerStop, WaitsForTheRunningHandler) {
                 ElementsAre("zmq_send 0 bytes, flags 0", "zmq_poll 1 items, events 3, 0 ms", "zmq_close"));
 }
 
+TEST_F(ListenerStop, ServesTheRequestThatAPollFound) {
+    std::promise<void> polled;
+    std::promise<void> stopping;
+    standIn.after("zmq_poll", [&] {
+        standIn.after("zmq_poll", nullptr);
+        polled.set_value();
+        stopping.get_future().wait();
+    });
+    NativeSocket client(Protocol::Req, endpoint);
+    client.send("");
+    listener.serve(endpoint);
+    polled.get_future().wait();
+
+    {
+        const BeforeJoin hook([&] { stopping.set_value(); });
+        EXPECT_TRUE(listener.SocketListener::stop(error)) << error;
+    }
+
+    EXPECT_EQ("", client.receive());
+    EXPECT_EQ(1U, listener.texts().size());
+    EXPECT_EQ(0U, standIn.journal().count("zmq_connect"));
+}
+
 TEST_F(ListenerStop, EndsDuringEndlessInput) {
     NativeSocket publisher(Protocol::Pub, endpoint);
     RecordingListener subscriber(Protocol::Sub);
@@ -86,15 +108,6 @@ TEST_F(ListenerStop, DoesNothingTheSecondTime) {
 
     EXPECT_EQ("", error);
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());
-}
-
-TEST_F(ListenerStop, WorksFromAnotherThread) {
-    std::thread([&] { listener.serve(endpoint); }).join();
-
-    std::thread([&] { EXPECT_TRUE(listener.stop(error)); }).join();
-
-    EXPECT_TRUE(listener.start(error)) << error;
-    EXPECT_EQ("question", ask(endpoint, "question"));
 }
 
 TEST_F(ListenerStop, IsCalledByTheDestructor) {

@@ -1,8 +1,7 @@
-#include "support/BareListener.h"
-#include "support/BeforeJoin.h"
-#include "support/MutexFault.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
+#include "support/RemoteSocket.h"
+#include "support/ThreadFaults.h"
 
 #include <zmq.h>
 
@@ -13,11 +12,9 @@
 #include <functional>
 #include <future>
 #include <list>
-#include <sys/socket.h>
 #include <thread>
 #include <tuple>
 #include <unistd.h>
-#include <utility>
 
 namespace rk::tests {
 
@@ -27,8 +24,6 @@ using socket::utils::SocketListener;
 
 const std::string receiving = "zmq_recv";
 const std::string wakeUp = "zmq_send 30 bytes, flags 1";
-
-using Frames = std::vector<std::string>;
 
 /// Messages without the empty delimiter frame that a reply socket requires.
 struct Stray {
@@ -48,51 +43,32 @@ const Stray largeFrame{"LargeFrame", {{std::string(300000, 'x')}}};
 const Stray emptyFrameBehind{"EmptyFrameBehind", {{"x", ""}}};
 const Stray severalMessages{"SeveralMessages", {{""}, {"x"}, {"one", "two"}, {""}}};
 
-/// A peer in a separate context. Its socket sends frames without adding a delimiter.
-class StrayPeer {
-public:
-    explicit StrayPeer(const SocketEndpoint& endpoint) : StrayPeer(endpoint.toString(Protocol::Req)) {}
-    explicit StrayPeer(const std::string& address) {
-        const int none = 0;
-        zmq_setsockopt(dealer.get(), ZMQ_LINGER, &none, sizeof none);
-        EXPECT_EQ(0, zmq_connect(dealer.get(), address.c_str()));
-    }
-
-    void send(const Stray& stray) {
-        for (const Frames& message : stray.messages) {
-            for (std::size_t index = 0; index < message.size(); ++index) {
-                const int flags = index + 1 < message.size() ? ZMQ_SNDMORE : 0;
-                EXPECT_LE(0, zmq_send(dealer.get(), message[index].data(), message[index].size(), flags));
-            }
-        }
-    }
-
-    /// Sends until `over`.
-    void flood(const std::atomic<bool>& over) {
-        const int patience = 100;
-        zmq_setsockopt(dealer.get(), ZMQ_SNDTIMEO, &patience, sizeof patience);
-        while (!over) {
-            zmq_send(dealer.get(), "x", 1, 0);
-        }
-    }
-
-private:
-    ZmqContext context;
-    ZmqHandle dealer = context.socket(ZMQ_DEALER);
-};
-
 /// A reply listener, and peers that send it stray frames.
 class ListenerStray : public ListenerTest {
 protected:
     ListenerStray() : ListenerTest(Transport::Tcp) {}
 
     /// Returns once the stray frames have made the listener block in its receive.
-    void send(const Stray& stray, const std::string& address) {
+    void send(const Stray& stray, const SocketEndpoint& target) {
         const std::size_t before = standIn.journal().count(receiving);
-        peers.emplace_back(address).send(stray);
+        RemoteSocket& peer = peers.emplace_back(ZMQ_DEALER); // which adds no delimiter
+        peer.connect(target);
+        for (const Frames& message : stray.messages) {
+            peer.sendFrames(message);
+        }
         ASSERT_TRUE(standIn.journal().waitFor(receiving, before + 1));
     }
-    void send(const Stray& stray) { send(stray, endpoint.toString(Protocol::Req)); }
+    void send(const Stray& stray) { send(stray, endpoint); }
+
+    /// Serves on inproc, and blocks the listener by a probe, which is an empty frame.
+    NativeSocket probeOnInproc() {
+        listener.serve(endpoint);
+        NativeSocket prober(Protocol::Req);
+        prober.set(ZMQ_PROBE_ROUTER, 1);
+        prober.connect(endpoint);
+        EXPECT_TRUE(standIn.journal().waitFor(receiving));
+        return prober;
+    }
 
     /// Stops without shortening the current poll. Runs `action` when it begins to wait for the listener's end.
     void expectStop(SocketListener& stopped, std::function<void()> action = nullptr) {
@@ -125,7 +101,7 @@ protected:
     }
 
     static constexpr std::chrono::seconds patience{10};
-    std::list<StrayPeer> peers;
+    std::list<RemoteSocket> peers;
 };
 
 class ListenerStrayFrames : public ListenerStray,
@@ -191,7 +167,7 @@ TEST_P(ListenerStrayFrames, DestroysInTime) {
     auto bare = std::make_unique<BareListener>();
     ASSERT_TRUE(bare->addListenEndpoint(other.toString(Protocol::Req), error));
     ASSERT_TRUE(bare->start(error)) << error;
-    send(std::get<Stray>(GetParam()), other.toString(Protocol::Req));
+    send(std::get<Stray>(GetParam()), other);
 
     auto destruction = std::async(std::launch::async, [&] { bare.reset(); });
 
@@ -207,7 +183,7 @@ TEST_F(ListenerStray, StopsWhenItBlocksLater) {
         return std::make_shared<Text>();
     });
     listener.serve(endpoint);
-    peers.emplace_back(endpoint.toString(Protocol::Req)).send(oneFrame);
+    peers.emplace_back(ZMQ_DEALER).connect(endpoint).send("x");
     polled.get_future().wait();
 
     expectStop(listener, [&] { stopping.set_value(); });
@@ -216,14 +192,8 @@ TEST_F(ListenerStray, StopsWhenItBlocksLater) {
 TEST_F(ListenerStray, StopsOnInproc) {
     endpoint = freshEndpoint(Transport::Inproc);
     std::ofstream(endpoint.address) << "a file that the address does not name";
-    listener.serve(endpoint);
+    const NativeSocket prober = probeOnInproc();
     ASSERT_EQ(0, unlink(endpoint.address.c_str()));
-    const ZmqHandle prober(getSocket(Protocol::Req));
-    const int yes = 1;
-    // The probe is an empty frame.
-    ASSERT_EQ(0, zmq_setsockopt(prober.get(), ZMQ_PROBE_ROUTER, &yes, sizeof yes));
-    ASSERT_EQ(0, zmq_connect(prober.get(), endpoint.toString(Protocol::Req).c_str()));
-    ASSERT_TRUE(standIn.journal().waitFor(receiving));
 
     expectStop(listener);
 
@@ -232,12 +202,7 @@ TEST_F(ListenerStray, StopsOnInproc) {
 
 TEST_F(ListenerStray, StopsOnInprocIfALockFails) {
     endpoint = freshEndpoint(Transport::Inproc);
-    listener.serve(endpoint);
-    const ZmqHandle prober(getSocket(Protocol::Req));
-    const int yes = 1;
-    ASSERT_EQ(0, zmq_setsockopt(prober.get(), ZMQ_PROBE_ROUTER, &yes, sizeof yes));
-    ASSERT_EQ(0, zmq_connect(prober.get(), endpoint.toString(Protocol::Req).c_str()));
-    ASSERT_TRUE(standIn.journal().waitFor(receiving));
+    const NativeSocket prober = probeOnInproc();
     standIn.journal().clear();
     auto stop = std::async(std::launch::async, [&] {
         const MutexFault fault(EAGAIN, 4); // the gate of the connect
@@ -268,14 +233,12 @@ TEST_F(ListenerStray, StopsWhenItsPathIsReplaced) {
     client.send("");
     ASSERT_TRUE(standIn.journal().waitFor("debug: Connected [Socket service]", 2));
     send(oneFrame);
-    ZmqContext otherProcess;
-    const ZmqHandle heir = otherProcess.socket(ZMQ_REP);
-    ASSERT_EQ(0, zmq_bind(heir.get(), endpoint.toString(Protocol::Rep).c_str()));
+    RemoteSocket heir(ZMQ_REP);
+    heir.bind(endpoint);
 
     expectStop(listener);
 
-    zmq_pollitem_t item{heir.get(), 0, ZMQ_POLLIN, 0};
-    EXPECT_EQ(0, zmq_poll(&item, 1, 0));
+    EXPECT_FALSE(heir.hasInputWithin(0));
 }
 
 TEST_F(ListenerStray, StopsOnWildcardAddresses) {
@@ -286,7 +249,7 @@ TEST_F(ListenerStray, StopsOnWildcardAddresses) {
         ASSERT_TRUE(chosen.start(error)) << error;
         SocketEndpoint bound = chosen.lastEndpoint();
         bound.address = bound.transport == Transport::Tcp ? "127.0.0.1" : bound.address;
-        send(oneFrame, bound.toString(Protocol::Req));
+        send(oneFrame, bound);
         expectStop(chosen);
     }
     EXPECT_EQ(1U, standIn.journal().count("zmq_connect tcp://127.0.0.1:"));
@@ -393,27 +356,6 @@ TEST_F(ListenerStray, TreatsTheWakeUpStringAsARequest) {
         "error: [Socket Listener rep] Failed handling received message: [Socket service]: Failed deserializing"));
 }
 
-TEST_F(ListenerStray, ServesWaitingRequestWhenStopped) {
-    std::promise<void> stopped;
-    listener.setMaker([&] {
-        stopped.get_future().wait();
-        return std::make_shared<Text>();
-    });
-    listener.serve(endpoint);
-    NativeSocket client(Protocol::Req, endpoint);
-    client.send("");
-    ASSERT_TRUE(standIn.journal().waitFor("zmq_poll"));
-
-    {
-        const BeforeJoin hook([&] { stopped.set_value(); });
-        EXPECT_TRUE(listener.SocketListener::stop(error)) << error;
-    }
-
-    EXPECT_EQ("", client.receive());
-    EXPECT_EQ(1U, listener.texts().size());
-    EXPECT_EQ(0U, standIn.journal().count("zmq_connect"));
-}
-
 TEST_F(ListenerStray, WaitsForTheNextHandler) {
     listener.setHandler([](Text& text, const std::shared_ptr<Socket>& socket) {
         std::promise<void>().get_future().wait_for(std::chrono::milliseconds(200)); // time for `stop` to see it
@@ -476,7 +418,14 @@ TEST_P(ListenerStrayFlood, ServesAndStops) {
     std::atomic<bool> over{false};
     std::vector<std::thread> floods;
     for (int number = 0; number < 3; ++number) {
-        floods.emplace_back([&] { StrayPeer(endpoint).flood(over); });
+        floods.emplace_back([&] {
+            RemoteSocket peer(ZMQ_DEALER);
+            peer.set(ZMQ_SNDTIMEO, 100);
+            peer.connect(endpoint);
+            while (!over) {
+                zmq_send(peer.get(), "x", 1, 0);
+            }
+        });
     }
     EXPECT_TRUE(standIn.journal().waitFor(receiving));
 

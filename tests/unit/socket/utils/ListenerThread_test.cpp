@@ -1,5 +1,5 @@
 #include "support/RecordingListener.h"
-#include "support/ThreadFault.h"
+#include "support/ThreadFaults.h"
 
 #include <cerrno>
 #include <chrono>

@@ -1,10 +1,11 @@
-#include "support/BeforeJoin.h"
 #include "support/NativeSocket.h"
 #include "support/RecordingListener.h"
+#include "support/ThreadFaults.h"
 
 #include <rk/socket/utils/Replier.h>
 
 #include <atomic>
+#include <cstdint>
 #include <future>
 #include <optional>
 #include <stdexcept>
@@ -55,7 +56,12 @@ TEST_F(Replier, RepliesToEachRequest) {
 
 TEST_F(Replier, ReceivesUpToTheSetSize) {
     socket::utils::Replier<Text, Text> replier("service", repeat);
+    replier.setMessageBufferSize(2147483647);
     replier.setMessageBufferSize(1000000);
+    for (const std::uint32_t size : {0U, 2147483648U}) {
+        EXPECT_EQ("[Socket Listener rep] Wrong message buffer size",
+                  textThrownBy<std::invalid_argument>([&] { replier.setMessageBufferSize(size); }));
+    }
     serve(replier);
 
     EXPECT_EQ(900001U, ask(endpoint, std::string(900000, 'x')).size());
@@ -76,6 +82,9 @@ TEST_F(Replier, FailsToStartWithTheReason) {
     EXPECT_EQ("[Socket Listener rep] Failed connecting endpoint " + endpoint.toString(Protocol::Req) +
                   ": Socket: Failed connecting/binding socket: Address already in use on [Socket service]",
               error);
+    EXPECT_FALSE(replier.isServing());
+    EXPECT_EQ(0U, standIn.journal().count("error: "));
+    EXPECT_EQ("zmq_close", standIn.journal().lines().back());
 }
 
 TEST_F(Replier, RepliesWhenTheHandlerThrows) {

@@ -1,10 +1,8 @@
 #include "support/Calls.h"
 #include "support/FakeMessage.h"
-#include "support/Interruption.h"
-#include "support/NativeSocket.h"
+#include "support/RemoteSocket.h"
 #include "support/Signals.h"
 #include "support/Test.h"
-#include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
 
 #include <rk/socket/TimeoutException.h>
@@ -29,58 +27,12 @@ namespace {
 using Unit = socket::utils::Requester;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-using Frames = std::vector<std::string>;
 
 static_assert(!std::is_copy_constructible_v<Unit>);
 static_assert(!std::is_copy_assignable_v<Unit>);
 
 constexpr milliseconds briefly{30};
 constexpr seconds untilItArrives{1}; ///< also on a busy machine
-
-/// A server that receives raw frames and sends arbitrary frames.
-class RawServer {
-public:
-    explicit RawServer(const SocketEndpoint& endpoint) {
-        const int patience = 20000;
-        const int none = 0;
-        zmq_setsockopt(router.get(), ZMQ_RCVTIMEO, &patience, sizeof patience);
-        zmq_setsockopt(router.get(), ZMQ_LINGER, &none, sizeof none);
-        EXPECT_EQ(0, zmq_bind(router.get(), endpoint.toString(Protocol::Rep).c_str()));
-    }
-
-    /// Receives a request, drops it, and returns the frames before it.
-    Frames receive() {
-        Frames frames;
-        int more = 1;
-        for (std::size_t size = sizeof more; more != 0;) {
-            char buffer[256];
-            const int length = zmq_recv(router.get(), buffer, sizeof buffer, 0);
-            EXPECT_LE(0, length);
-            frames.emplace_back(buffer, static_cast<std::size_t>(std::max(length, 0)));
-            zmq_getsockopt(router.get(), ZMQ_RCVMORE, &more, &size);
-        }
-        frames.pop_back();
-        return frames;
-    }
-
-    void send(Frames frames, const std::string& text) {
-        Text reply;
-        reply.set_text(text);
-        sendBytes(std::move(frames), {reply.SerializeAsString()});
-    }
-
-    void sendBytes(Frames frames, const Frames& parts) {
-        frames.insert(frames.end(), parts.begin(), parts.end());
-        for (std::size_t index = 0; index < frames.size(); ++index) {
-            const int flags = index + 1 < frames.size() ? ZMQ_SNDMORE : 0;
-            EXPECT_LE(0, zmq_send(router.get(), frames[index].data(), frames[index].size(), flags));
-        }
-    }
-
-private:
-    ZmqContext context;
-    ZmqHandle router = context.socket(ZMQ_ROUTER);
-};
 
 Text textOf(const std::string& content) {
     Text message;
@@ -103,9 +55,13 @@ protected:
     }
 
     calls::Lines opening() const {
-        using calls::operator+;
-        return calls::Lines{"zmq_socket 3", calls::set(ZMQ_REQ_CORRELATE, 1)} +
-               calls::connect("client", Protocol::Req, ClosePolicy::DropPending, endpoint, 0);
+        const std::string address = endpoint.toString(Protocol::Req);
+        return {"zmq_socket 3",
+                calls::set(ZMQ_REQ_CORRELATE, 1),
+                "debug: Connecting [Socket client], sending to " + address,
+                "zmq_connect " + address,
+                calls::set(ZMQ_LINGER, 0),
+                "debug: Connected [Socket client]"};
     }
 
     const ContextOfTheProcess context;
@@ -122,12 +78,23 @@ protected:
     const ContextOfTheProcess context;
     StandIn standIn;
     const SocketEndpoint endpoint = freshEndpoint(Transport::Ipc);
-    RawServer server{endpoint};
+    RemoteSocket server{ZMQ_ROUTER};
     Unit requester{"client", endpoint};
 
-    template <class Serve>
-    std::future<void> serving(const Serve& serve) {
-        return std::async(std::launch::async, serve);
+    Requester() { server.bind(endpoint); }
+
+    /// Receives a request, drops it, and returns the frames before it.
+    Frames receive() {
+        Frames frames = server.receiveFrames();
+        frames.pop_back();
+        return frames;
+    }
+
+    void reply(const Frames& frames, const std::string& text) { replyWith(frames, {textOf(text).SerializeAsString()}); }
+
+    void replyWith(Frames frames, const Frames& parts) {
+        frames.insert(frames.end(), parts.begin(), parts.end());
+        server.sendFrames(frames);
     }
 };
 
@@ -205,13 +172,13 @@ TEST_P(RequesterOver, RetriesWhenTheServerReturns) {
 }
 
 TEST_F(Requester, DropsASecondReply) {
-    auto serving = this->serving([&] {
-        const Frames first = server.receive();
-        server.send(first, "one");
-        server.send(first, "one again");
-        const Frames second = server.receive();
-        server.send(first, "one once more");
-        server.send(second, "two");
+    auto serving = std::async(std::launch::async, [&] {
+        const Frames first = receive();
+        reply(first, "one");
+        reply(first, "one again");
+        const Frames second = receive();
+        reply(first, "one once more");
+        reply(second, "two");
     });
 
     EXPECT_EQ("one", ask(requester, "one"));
@@ -221,11 +188,11 @@ TEST_F(Requester, DropsASecondReply) {
 }
 
 TEST_F(Requester, DropsALateReply) {
-    auto serving = this->serving([&] {
-        const Frames first = server.receive();
-        const Frames second = server.receive();
-        server.send(first, "late");
-        server.send(second, "in time");
+    auto serving = std::async(std::launch::async, [&] {
+        const Frames first = receive();
+        const Frames second = receive();
+        reply(first, "late");
+        reply(second, "in time");
     });
 
     Text reply;
@@ -236,12 +203,12 @@ TEST_F(Requester, DropsALateReply) {
 
 TEST_F(Requester, KeepsItsDeadlineAmongWrongReplies) {
     std::atomic<bool> over{false};
-    auto serving = this->serving([&] {
-        const Frames first = server.receive();
-        server.send(first, "one");
-        server.receive();
+    auto serving = std::async(std::launch::async, [&] {
+        const Frames first = receive();
+        reply(first, "one");
+        receive();
         while (!over) {
-            server.send(first, "one again");
+            reply(first, "one again");
         }
     });
 
@@ -255,9 +222,9 @@ TEST_F(Requester, KeepsItsDeadlineAmongWrongReplies) {
 
 TEST_F(Requester, ReceivesAReplyOfAnySize) {
     const std::string large(3000000, 'x');
-    auto serving = this->serving([&] {
-        server.send(server.receive(), large);
-        server.sendBytes(server.receive(), {""});
+    auto serving = std::async(std::launch::async, [&] {
+        reply(receive(), large);
+        replyWith(receive(), {""});
     });
 
     EXPECT_EQ(large, ask(requester, "one"));
@@ -266,10 +233,10 @@ TEST_F(Requester, ReceivesAReplyOfAnySize) {
 }
 
 TEST_F(Requester, RejectsRepliesThatAreNotOneMessage) {
-    auto serving = this->serving([&] {
-        server.sendBytes(server.receive(), {"\xff\xff\xff"});
-        server.sendBytes(server.receive(), {"", "second part"});
-        server.send(server.receive(), "three");
+    auto serving = std::async(std::launch::async, [&] {
+        replyWith(receive(), {"\xff\xff\xff"});
+        replyWith(receive(), {"", "second part"});
+        reply(receive(), "three");
     });
 
     for (int refused = 0; refused < 2; ++refused) {
@@ -281,10 +248,10 @@ TEST_F(Requester, RejectsRepliesThatAreNotOneMessage) {
 }
 
 TEST_F(Requester, WaitsThroughSignals) {
-    auto serving = this->serving([&] {
-        const Frames request = server.receive();
+    auto serving = std::async(std::launch::async, [&] {
+        const Frames request = receive();
         ASSERT_TRUE(standIn.journal().waitFor("zmq_poll", 5));
-        server.send(request, "one");
+        reply(request, "one");
     });
 
     interrupt([&] { EXPECT_EQ("one", ask(requester, "one")); });
@@ -298,7 +265,7 @@ TEST_P(RequesterOver, TimesOutWhenItCannotSend) {
 }
 
 TEST_F(Requester, RetriesInterruptedCalls) {
-    auto serving = this->serving([&] { server.send(server.receive(), "one"); });
+    auto serving = std::async(std::launch::async, [&] { reply(receive(), "one"); });
     standIn.fail("zmq_send", EINTR);
     standIn.fail("zmq_msg_recv", EINTR, 1, 3);
     standIn.fail("zmq_poll", EFAULT, 1, 4);
@@ -308,7 +275,7 @@ TEST_F(Requester, RetriesInterruptedCalls) {
 }
 
 TEST_F(Requester, WaitsUntilItCanSend) {
-    auto serving = this->serving([&] { server.send(server.receive(), "one"); });
+    auto serving = std::async(std::launch::async, [&] { reply(receive(), "one"); });
     standIn.fail("zmq_send", EAGAIN);
 
     EXPECT_EQ("one", ask(requester, "one"));
@@ -331,7 +298,7 @@ TEST_F(Requester, HoldsSignalsBackWhileConnecting) {
 }
 
 TEST_F(Requester, TakesTheLongestTimeout) {
-    auto serving = this->serving([&] { server.send(server.receive(), "one"); });
+    auto serving = std::async(std::launch::async, [&] { reply(receive(), "one"); });
 
     EXPECT_EQ("one", ask(requester, "one", milliseconds::max()));
     serving.get();

@@ -1,5 +1,5 @@
-#include "support/BeforeJoin.h"
 #include "support/Test.h"
+#include "support/ThreadFaults.h"
 #include "support/ZmqHandle.h"
 #include "support/messages.pb.h"
 
