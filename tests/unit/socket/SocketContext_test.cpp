@@ -83,6 +83,22 @@ void useSocketsWithoutCreatingOne() {
     EXPECT_THAT(standIn.journal().lines(), ElementsAre());
 }
 
+void createWithoutContext() {
+    StandIn standIn;
+    standIn.fail("zmq_ctx_new", EMFILE);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        Socket socket("cmd", ClosePolicy::DropPending);
+        try {
+            socket.create(Protocol::Req);
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const std::runtime_error& failure) {
+            EXPECT_STREQ("Socket: Failed creating socket [Socket cmd] of type 4: Bad address on [Socket cmd]",
+                         failure.what());
+        }
+    }
+    EXPECT_THAT(standIn.journal().lines(), ElementsAre("zmq_ctx_new", "zmq_socket 3", "zmq_socket 3"));
+}
+
 /// Occupies all descriptors of the process until some are released. Restores the limit on scope exit.
 class NoDescriptors {
 public:
@@ -167,6 +183,10 @@ TEST_F(SocketContextDeathTest, CreatesOneInTwoThreads) {
 
 TEST_F(SocketContextDeathTest, IsNotCreatedEarly) {
     EXPECT_EXIT((useSocketsWithoutCreatingOne(), endProcess()), ExitedWithCode(0), "");
+}
+
+TEST_F(SocketContextDeathTest, ReportsAFailedCreation) {
+    EXPECT_EXIT((createWithoutContext(), endProcess()), ExitedWithCode(0), "");
 }
 
 TEST_F(SocketContextDeathTest, NeedsSixDescriptors) {

@@ -87,6 +87,15 @@ TEST_F(Replier, FailsToStartWithTheReason) {
     EXPECT_EQ("zmq_close", standIn.journal().lines().back());
 }
 
+TEST_F(Replier, RejectsASecondStart) {
+    socket::utils::Replier<Text, Text> replier("service", repeat);
+    serve(replier);
+
+    EXPECT_FALSE(replier.start(error));
+
+    EXPECT_EQ("[Socket Listener rep] Failed starting thread: another thread is already running", error);
+}
+
 TEST_F(Replier, RepliesWhenTheHandlerThrows) {
     socket::utils::Replier<Text, Text> replier(
         "service",
