@@ -60,10 +60,8 @@ class Examples(ToolTest):
         return secret
 
     def publish_readings(self, port=5555, secret=None):
-        publisher = self.peer(zmq.XPUB)
-        if secret:
-            publisher.curve_secretkey, publisher.curve_server = secret, True
-        publisher.bind("tcp://*:%d" % self.ports[port])
+        security = {"curve_secretkey": secret, "curve_server": True} if secret else {}
+        publisher, _ = self.bound(zmq.XPUB, "tcp://*:%d" % self.ports[port], **security)
 
         def loop():
             number = 0

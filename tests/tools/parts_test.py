@@ -134,8 +134,7 @@ class Directions(ToolTest):
         for command, options, kind in (("sub", ["--bind", "--count", "1"], zmq.PUB), ("pull", ["--bind", "--count", "1"], zmq.PUSH)):
             endpoint = self.fresh_endpoint()
             tool = self.start(command, endpoint, *options)
-            peer = self.peer(kind)
-            peer.setsockopt(zmq.RECONNECT_IVL, 5)
+            peer = self.peer(kind, reconnect_ivl=5)
             peer.connect(endpoint)
             while tool.process.poll() is None:
                 peer.send(b"a")
@@ -143,11 +142,9 @@ class Directions(ToolTest):
 
     def test_pub_and_push_connect(self):
         for command, kind in (("pub", zmq.SUB), ("push", zmq.PULL)):
-            endpoint = self.fresh_endpoint()
-            peer = self.peer(kind)
+            peer, endpoint = self.bound(kind)
             if kind == zmq.SUB:
                 peer.subscribe(b"")
-            peer.bind(endpoint)
             tool = self.start(command, endpoint, "--connect", "a", *(["--wait", "1"] if command == "pub" else []))
             self.assertEqual(b"a", peer.recv())
             self.assertEqual((0, b"", ""), tool.end())
