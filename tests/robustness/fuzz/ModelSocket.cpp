@@ -413,7 +413,12 @@ void ModelSocket::handleBitRateCapping(unsigned int size) {
     }
     const double early = lastSend + size * 8.0 / (bitRate * 1048576.0) - now;
     if (early > 0.0) {
-        script.take("usleep " + std::to_string(static_cast<std::uint32_t>(std::min(early * 1000000.0, 4294967295.0))));
+        auto left = static_cast<std::uint64_t>(early * 1000000.0);
+        while (left > 4294967295U) {
+            script.take("usleep 4294967295");
+            left -= 4294967295U;
+        }
+        script.take("usleep " + std::to_string(left));
     }
     lastSend = readClock();
 }
