@@ -43,6 +43,8 @@ protected:
     Socket socket{"control", ClosePolicy::DropPending};
 
     void expectRefusedAtOnce(const SocketEndpoint& endpoint) {
+        // Otherwise a port 0 that an earlier test released could cause retries.
+        const Peer anyPort("any port", Protocol::Rep, {Transport::Tcp, "*", 0});
         // Takes the shortest of several calls, because any call may take long on a busy machine.
         Clock::duration shortest = Clock::duration::max();
         for (int attempt = 0; attempt < 6; ++attempt) {
