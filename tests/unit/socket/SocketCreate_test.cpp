@@ -131,7 +131,7 @@ TEST_F(SocketCreate, KeepsStatisticsAndBitRate) {
     socket.activateStatistics(true);
     socket.setTargetBitRate(1);
     for (int block = 1; block <= 50; ++block) {
-        socket.create(Protocol::Pub);
+        socket.createAndConnect(Protocol::Pub, freshEndpoint(Transport::Inproc), 0);
         standIn.journal().clear();
         sendText(socket, std::string(131072, 'x'));
         EXPECT_EQ(block == 50 ? 1U : 0U, standIn.journal().count("debug: [Socket cmd]: Rate is "));
