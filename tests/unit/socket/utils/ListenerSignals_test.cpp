@@ -60,7 +60,9 @@ protected:
 TEST_F(ListenerSignals, BlockAsynchronousOnes) {
     const std::vector<int> faults{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
     std::vector<int> whenMaking;
+    std::vector<int> whenReceiving;
     std::vector<int> whenHandling;
+    standIn.after("zmq_recv", [&] { whenReceiving = blockedSignals(); });
     listener.setMaker([&] {
         whenMaking = blockedSignals();
         return std::make_shared<Text>();
@@ -78,6 +80,7 @@ TEST_F(ListenerSignals, BlockAsynchronousOnes) {
 
     const std::vector<int> all = everySignalThatCanBeBlocked();
     EXPECT_EQ(without(faults, all), whenMaking);
+    EXPECT_EQ(whenMaking, whenReceiving);
     EXPECT_EQ(without({SIGPROF}, without(faults, all)), whenHandling);
 }
 
