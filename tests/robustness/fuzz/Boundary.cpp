@@ -278,8 +278,9 @@ struct Calls {
     }
 
     std::intptr_t pause() const {
-        add(" " + std::to_string(call.number));
-        boundary.clock += call.number;
+        const auto microseconds = static_cast<useconds_t>(call.number);
+        add(" " + std::to_string(microseconds));
+        boundary.clock += microseconds;
         errno = leftover;
         return 0;
     }
