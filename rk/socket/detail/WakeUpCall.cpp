@@ -16,7 +16,6 @@ constexpr std::string_view text = "rk::socket::detail::WakeUpCall";
 } // namespace
 
 bool WakeUpCall::isIn(const char* buffer, std::size_t size) {
-    // A small buffer holds only the start.
     return std::string_view(buffer, size).substr(0, text.size()) == text.substr(0, size);
 }
 

@@ -24,7 +24,7 @@ public:
     /// \throws std::system_error if a lock fails
     void send(const BoundAddresses& addresses, std::mutex& mutex);
 
-    /// Returns whether the `size` bytes at `buffer` start with the request. Protobuf cannot parse it.
+    /// Returns whether the `size` bytes at `buffer` start with the request, or are its start. Protobuf cannot parse it.
     static bool isIn(const char* buffer, std::size_t size);
 
 private:
